@@ -1,0 +1,13 @@
+# SPDX-FileCopyrightText: 2026 The asd authors
+# SPDX-License-Identifier: Apache-2.0
+
+# Warnings are errors in our own code; every target of ours links this.
+add_library(asd_warnings INTERFACE)
+target_compile_options(asd_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wformat=2 -Wundef -Wcast-align -Wcast-qual
+  -Wnull-dereference -Wdouble-promotion -Wimplicit-fallthrough -Wextra-semi -Wnon-virtual-dtor -Wold-style-cast
+  -Woverloaded-virtual -Wmissing-declarations -Werror
+  $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond;-Wduplicated-branches;-Wlogical-op;-Wuseless-cast>
+  $<$<CXX_COMPILER_ID:Clang>:-Wdocumentation;-Wno-missing-declarations;-Wmissing-prototypes>)
+# No path of the build machine in the binaries or in what they log.
+target_compile_options(asd_warnings INTERFACE "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=")
