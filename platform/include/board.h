@@ -11,12 +11,12 @@ G_BEGIN_DECLS
 
 typedef enum { BOARD_SLAVE = 0, BOARD_MASTER = 1, BOARD_MOS_ERROR = 2 } BOARD_MOS_E;
 
-gint32 BSP_IsSmmBoard(void);       /* a management-module board */
-gint32 BSP_IsManuVersion(void);    /* a manufacturing build of the firmware */
-gint32 BSP_Is4U4CBoard(void);      /* a 4U four-controller board */
+gint32 BSP_IsSmmBoard(void);        /* a management-module board */
+gint32 BSP_IsManuVersion(void);     /* a manufacturing build of the firmware */
+gint32 BSP_Is4U4CBoard(void);       /* a 4U four-controller board */
 gint32 BSP_isEquipFrameBoard(void); /* an equipment frame board */
 gint32 BSP_IsTarn4U4CBoard(void);
-gint32 BSP_Is2UExpBoard(void);     /* a 2U expansion board */
+gint32 BSP_Is2UExpBoard(void);      /* a 2U expansion board */
 guint32 BSP_GetBpEepromCount(void); /* EEPROMs on the backplane */
 
 gint32 BSP_GetBoardMasterOrSlaveState(BOARD_MOS_E *state);
@@ -30,8 +30,8 @@ gint32 BSP_SetWwn2CpldRam(const UINT8 *data, UINT32 len);
 gint32 BSP_SetFrameModelToCpldRam(const UINT8 *data, UINT32 len);
 gint32 BSP_SetProductCfgInfoToCpldRam(const UINT8 *data, UINT32 len);
 gint32 BSP_SetPcieSasModelToCpldRam(UINT8 model);
-gint32 BSP_bPcieorsasModelValid(UINT8 model); /* 1: valid */
-gint32 BSP_IsCpldUpgrading(UINT8 *upgrading); /* 1: an upgrade is running */
+gint32 BSP_bPcieorsasModelValid(UINT8 model);    /* 1: valid */
+gint32 BSP_IsCpldUpgrading(UINT8 *upgrading);    /* 1: an upgrade is running */
 gint32 BSP_GetPowerStandByStatus(BOOL *standby); /* 1: the host's system power is in standby */
 
 UINT32 BSP_Diff_Uint32(UINT32 earlier, UINT32 later); /* later - earlier across a wrap of the counter */

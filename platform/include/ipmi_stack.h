@@ -41,7 +41,7 @@ typedef struct {
 
 typedef struct {
     guint32 data_len;
-    guint8 *data;      /* first byte: completion code */
+    guint8 *data;  /* first byte: completion code */
 } IPMI_RESP_MSG_S; /* one g_malloc block; the requester g_frees it */
 
 /* The request's data, in a buffer of at least 255 bytes whose bytes past the request are zero; the stack's, valid

@@ -29,7 +29,8 @@ gint32 static_implementation_ipmicmd(guint32 row_count, const IPMI_CMD_S *rows);
 gint32 static_register_debug_cmd(guint32 row_count, const DEBUG_CMD_S *rows);
 gint32 static_complete_module_register(void);
 gint32 static_module_init(gint32 argument, MODULE_CALLBACK init); /* runs init, returns its result */
-gint32 static_module_start(MODULE_CALLBACK start, guint32 delay_ms); /* runs start after the delay, returns its result */
-gint32 static_start_rpc_service(void); /* serves until the process is told to end */
+gint32 static_module_start(MODULE_CALLBACK start,
+                           guint32 delay_ms); /* runs start after the delay, returns its result */
+gint32 static_start_rpc_service(void);        /* serves until the process is told to end */
 
 G_END_DECLS

@@ -8,7 +8,7 @@
 
 G_BEGIN_DECLS
 
-typedef gint32 OBJ_HANDLE; /* an object of the object framework; 0: none */
+typedef gint32 OBJ_HANDLE;  /* an object of the object framework; 0: none */
 typedef guint32 DF_OPTIONS; /* options of a property write; passed on to the framework */
 typedef guint8 UINT8;
 typedef guint32 UINT32;

@@ -5,9 +5,8 @@
 // Bounds-checked memory functions after C11 Annex K: 0 on success; on a bad argument or a count over dest_max a
 // non-zero status, and a valid destination is zeroed.
 
-#include <stddef.h>
-
 #include <glib.h>
+#include <stddef.h>
 
 G_BEGIN_DECLS
 

@@ -1,0 +1,72 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Start-up, the four background tasks, the push to the peers and the I/O card record.
+
+#include "bmc_asd.h"
+
+#include <atomic>
+
+// The board's role as last read, a BOARD_MOS_E. A number, because a board may report a role beyond the three; atomic,
+// because the role monitor alone writes it and everybody reads it without a lock.
+extern std::atomic<guint32> g_masterMode;
+
+// One entry of the routine that reloads items while the board is master.
+struct ASD_MASTER_ROUTINEINFO {
+    const gchar *asdName;
+    gulong period;   // ms
+    gulong preTicks; // tick of the last run
+};
+
+// A receiver of pushed items, by the item's name.
+struct ASD_SYNC_EEPROM_INFO_S {
+    const gchar *name;
+    void (*syncFun)(const guint8 *data, guint32 len);
+};
+
+extern "C" {
+
+// ---- Start ----
+
+gint32 asd_init(void);  // creates the locks and binds every item's number; 0 or -1
+gint32 asd_start(void); // creates the four tasks; 0 or the status of the creation that failed
+gint32 ASD_SyncSourceObjectForeach(OBJ_HANDLE object_handle, gpointer user_data); // binds one item's number; 0
+
+// ---- Tasks; they never return ----
+
+void asd_master_check_task(void *data);     // every 500 ms: the role and what its change requires
+void asd_eeprom_check_task(void *data);     // hourly: compares and repairs the identity records
+void ASD_ROUTINE_SYS_CCDB_Task(void *data); // daily: writes the customer block
+void ASD_EEprom_Sync_Task(void *Data);      // every 1000 ms: pushes items to the peers; returns on a management module
+
+void GetInfofromRam(void);             // the board records and the pending customer block, on becoming master
+void asd_master_eepromroutine(void);   // reloads the routine items whose period has passed
+void ASD_EEprom_MasterWriteCcdb(void); // requested and standby writes of the customer block
+
+// ---- Push ----
+
+gint32 ASD_SyncEEpromToSlaveForeach(OBJ_HANDLE object_handle, gpointer callback_data); // 0 always
+void ASD_EEprom_Sync(const UINT8 *Data, UINT8 NumId, UINT32 Len); // one item to every peer; Len at most 128
+
+// Hands received bytes to the receiver of the item, if it has one.
+void asd_update_local_data(OBJ_HANDLE objHandle, const UINT8 *data, UINT32 len);
+void ASD_SyncASD10(const guint8 *data, guint32 len);
+void ASD_SyncASD13(const guint8 *data, guint32 len);
+void ASD_SyncPcieOrSas(const guint8 *data, guint32 len);
+void ASD_SyncIocardPcie4(const guint8 *data, guint32 len);
+void ASD_SyncProCfgInfo(const guint8 *data, guint32 len);
+
+// ---- I/O card PCIe 4.0 record: 8 bytes, the first a setting code ----
+
+guint8 ASD_JudgeValidIocardPcie4(guint8 data); // 0xAA for 0xAA, 0x55 for everything else
+// Three attempts each; len must be 8. 0, or -1 with *data untouched.
+gint32 ASD_GetIocardPcie4FromEEP(guint8 *data, guint32 len);
+gint32 ASD_SetIocardPcie4ToEEP(const guint8 *data, guint32 len);
+void ASD_SetCtrlIocardPcie2Cpldram(void); // the controller's setting, from flash to CPLD RAM
+// The EEPROM's setting to CPLD RAM and flash; isMaster: a record without a setting may be completed from flash and
+// written.
+void ASD_SetEepIocardPcie2Cpldram(guint8 *eepData, guint32 dataLen, guint8 isMaster);
+void ASD_InitIocardPcie4(void);
+
+} // extern "C"

@@ -1,0 +1,99 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// What the IPMI handlers share: the request's layout, completion codes and the two ways to answer.
+
+#include "bmc_asd.h"
+#include "ipmi_stack.h"
+#include "object_frame.h"
+
+#include <array>
+
+// Completion codes (IPMI 2.0, table 5-2; 0x80 to 0xBE are the command's own).
+enum CompletionCode : guint8 {
+    kCompleted = 0x00,
+    kKeyUnavailable = 0x80, // key write: lock or item not obtained; sync receive: item without Length
+    kInvalidCommand = 0xC1,
+    kRequestLengthInvalid = 0xC7,
+    kOutOfRange = 0xC9,
+    kCannotReturnBytes = 0xCA,
+    kInvalidField = 0xCC,
+    kNoResponse = 0xCE,      // lookup, lock, read or write failed
+    kNotSupportedNow = 0xD6, // backplane model on a board without one
+    kModelCrcBad = 0xE0,     // backplane model record with a bad CRC
+    kUnspecifiedError = 0xFF,
+};
+
+// Request data: FruId, FruType0, FruType1, DeviceId, CmdSdrType, then the payload. The stack's buffer has 255 bytes and
+// is zero past the request, so a fixed-size payload may be read whatever the request's length.
+inline constexpr guint32 kByteFruId = 0;
+inline constexpr guint32 kByteDeviceId = 3;
+inline constexpr guint32 kByteSdrType = 4;
+inline constexpr guint32 kHeadSize = 5;
+inline constexpr guint32 kFrameHeadSize = 4;                      // total and current frame number, low bytes first
+inline constexpr guint32 kFrameData = kHeadSize + kFrameHeadSize; // where a frame's bytes start
+inline constexpr guint32 kFrameRequestMax = 229;                  // request data of a full frame
+inline constexpr guint32 kReadFrameSize = 228;                    // bytes in a read frame's response
+inline constexpr guint32 kWriteFrameSize = 220;                   // bytes in a write frame's request
+
+// A response with N data bytes, zero at first.
+template <guint32 N>
+struct Response {
+    std::array<guint8, 1 + N> bytes{};
+    [[nodiscard]] guint8 *data() { return bytes.data() + 1; }
+};
+
+// Answers with a completion code alone.
+inline gint32 answer_code(const IPMI_MSG_S *req_msg, guint8 completion_code) {
+    return ipmi_send_simple_response(req_msg, completion_code);
+}
+
+// Answers with code 0x00 and the response's data bytes.
+template <guint32 N>
+gint32 answer_record(const IPMI_MSG_S *req_msg, const Response<N> &response) {
+    return ipmi_send_response(req_msg, static_cast<guint32>(response.bytes.size()), response.bytes.data());
+}
+
+// The item that a command's row names.
+inline const gchar *row_item(gconstpointer user_data) {
+    return static_cast<const gchar *>(user_data);
+}
+
+// The frame numbers of a multi-frame request.
+struct asd_ipmi_frame_number {
+    guint16 total_number;
+    guint16 current_number;
+};
+
+using FrameHead = std::array<guint8, kFrameHeadSize>;
+
+inline asd_ipmi_frame_number frame_number(const FrameHead &head) {
+    return {.total_number = static_cast<guint16>(head[0] | (head[1] << 8U)),
+            .current_number = static_cast<guint16>(head[2] | (head[3] << 8U))};
+}
+
+// The same in a bay configuration request.
+struct ASD_MULTI_FRAME_INFO_S {
+    guint16 FrameSendTimes; // total number of frames
+    guint16 CurrentFramNum; // this frame's number, from 1
+};
+
+extern "C" {
+
+// Reads the frame numbers of a bay configuration request of at least 9 bytes.
+void ASD_GetBayconfigCmdFrameInfo(const guint8 *request, ASD_MULTI_FRAME_INFO_S *info);
+
+// Sets *last_len to the bytes of a last frame; leaves it when the frame is not the last.
+void ASD_GetLastFrameDataLen(guint32 request_len, guint32 *last_len, const ASD_MULTI_FRAME_INFO_S *info);
+
+// True when message and data are there. A null message: logged, not answered; null data: logged and answered 0xFF.
+gboolean ASD_CheckIpmiMsgData(const IPMI_MSG_S *req_msg);
+
+// 0 when a multi-frame write request carries 10 to 229 bytes, else -1, logged but for a null pointer.
+gint32 ASD_RequestDataCheck(const guint8 *request, guint32 length);
+
+// True when all bytes are 0xFF; false for a null pointer or no bytes.
+gboolean ASD_CheckAsdDataIsFullF(const guint8 *data, guint32 maxLen);
+
+} // extern "C"

@@ -1,0 +1,667 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "bmc_asd_ipmi_getter.h"
+
+#include "bmc_asd_common.h"
+#include "bmc_asd_holders.h"
+#include "bmc_asd_init.h"
+#include "bmc_asd_ipmi.h"
+#include "bmc_asd_ipmi_setter.h"
+#include "bmc_asd_log.h"
+#include "bmc_asd_read.h"
+#include "bmc_asd_update_property.h"
+#include "board.h"
+#include "object_frame.h"
+#include "securec.h"
+
+#include <algorithm>
+
+static constexpr guint8 kErased = 0xFF;
+
+// ---- Shared checks ----
+
+gboolean ASD_CheckIpmiMsgData(const IPMI_MSG_S *req_msg) {
+    if (req_msg == nullptr) {
+        ASD_LOG_ERROR("MsgData is %p.", static_cast<const void *>(req_msg));
+        return FALSE;
+    }
+    const guint8 *request = get_ipmi_src_data(req_msg);
+    if (request == nullptr) {
+        ASD_LOG_ERROR("ReqData is %p.", static_cast<const void *>(request));
+        (void)answer_code(req_msg, kUnspecifiedError); // the caller only learns that the request is done with
+        return FALSE;
+    }
+    return TRUE;
+}
+
+gint32 ASD_RequestDataCheck(const guint8 *request, guint32 length) {
+    if (request == nullptr) {
+        return kStatusFailed;
+    }
+    if (length <= kFrameData || length > kFrameRequestMax) {
+        ASD_LOG_ERROR("multi frame, head DataLen is %d.", length);
+        return kStatusFailed;
+    }
+    return kStatusOk;
+}
+
+gboolean ASD_CheckAsdDataIsFullF(const guint8 *data, guint32 maxLen) {
+    if (data == nullptr || maxLen == 0) {
+        return FALSE;
+    }
+    return std::all_of(data, data + maxLen, [](guint8 byte) { return byte == kErased; }) ? TRUE : FALSE;
+}
+
+void Asd_PrintData(const guint8 *String, guint8 Len) {
+    constexpr guint32 kPrintMax = 229;
+    constexpr std::size_t kTraced = 6;
+    std::array<guint8, kPrintMax> text{};
+    if (const gint32 ret = memcpy_s(text.data(), text.size(), String, Len); ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd ipmi print data failed, result = %d.", ret);
+    }
+    ASD_LOG_DEBUG("len is %d.Asd_print : [%.*s]. begin...", Len, static_cast<int>(text.size()),
+                  reinterpret_cast<const char *>(text.data()));
+    for (std::size_t i = 0; i < kTraced; ++i) {
+        ASD_LOG_DEBUG("[0x%02x]. ", text[i]);
+    }
+}
+
+static bool is_master() {
+    return g_masterMode == BOARD_MASTER; // the error role behaves as a slave
+}
+
+// ---- Identity records ----
+
+namespace {
+
+struct IdentityRead {
+    guint32 size;              // of the record
+    const gchar *null_message; // null: nothing is logged
+    const gchar *no_data;
+    const gchar *enter;  // logged before the item's name; null: nothing
+    const gchar *leave;  // the same, before a successful answer
+    bool refuses_erased; // a loaded record that is all 0xFF is not returned
+};
+
+} // namespace
+
+static constexpr guint32 kIdentityMax = 32;
+
+// clang-format off
+static constexpr const gchar *kNoData = "get ipmi src data failed!";
+static constexpr const gchar *kEnter = "user data is ";
+static constexpr const gchar *kLeave = "Leave user data is ";
+
+static constexpr IdentityRead kReadMac      = {.size = 6,  .null_message = nullptr, .no_data = kNoData, .enter = kEnter, .leave = nullptr, .refuses_erased = true};
+static constexpr IdentityRead kReadSn       = {.size = 20, .null_message = nullptr, .no_data = kNoData, .enter = kEnter, .leave = nullptr, .refuses_erased = true};
+static constexpr IdentityRead kReadBrand    = {.size = 32, .null_message = "Get brand: input parameter is null.",  .no_data = kNoData, .enter = kEnter, .leave = kLeave, .refuses_erased = true};
+static constexpr IdentityRead kReadVendor   = {.size = 32, .null_message = "Get vendor: input parameter is null.", .no_data = kNoData, .enter = kEnter, .leave = kLeave, .refuses_erased = true};
+static constexpr IdentityRead kReadModel    = {.size = 16, .null_message = nullptr, .no_data = kNoData, .enter = kEnter, .leave = kLeave, .refuses_erased = true};
+static constexpr IdentityRead kReadOemModel = {.size = 16, .null_message = nullptr, .no_data = kNoData, .enter = kEnter, .leave = kLeave, .refuses_erased = true};
+static constexpr IdentityRead kReadOverseas = {.size = 16, .null_message = "Get overseas flag, input parameter pointer is null.",
+                                               .no_data = "Get overseas flag, get ipmi src data failed!",
+                                               .enter = nullptr, .leave = "Get overseas flag is ", .refuses_erased = false};
+static constexpr IdentityRead kReadFrameCfg = {.size = 16, .null_message = "Get product frame cfg failed(input parameter is null)",
+                                               .no_data = "Get product frame cfg failed(get ipmi src data failed)",
+                                               .enter = nullptr, .leave = nullptr, .refuses_erased = false};
+static constexpr IdentityRead kReadIocard   = {.size = 8, .null_message = "Get backboard iocard pcie4.0 data failed, input parameter pointer is null.",
+                                               .no_data = "Get backboard iocard pcie4.0 data failed(get ipmi src data failed)",
+                                               .enter = nullptr, .leave = nullptr, .refuses_erased = false};
+// clang-format on
+
+// Takes a record from Value when it is loaded, else from the chip. *mirrored: which. 0x00 or the code to answer.
+static guint8 record_fetch(const gchar *item_name, guint8 *data, guint32 size, bool *mirrored) {
+    OBJ_HANDLE item = 0;
+    if (dfl_get_object_handle(item_name, &item) != 0) {
+        ASD_LOG_ERROR("[%s] get obj hanld failed!", item_name);
+        return kInvalidField;
+    }
+    guint8 ready = 0;
+    if (const gint32 ret = property_read(item, kPropReady, &ready); ret != 0) {
+        ASD_LOG_ERROR("[%s] get property failed![%d]", item_name, ret);
+        return kInvalidField;
+    }
+    *mirrored = ready != 0;
+    gsize value_size = 0;
+    const gint32 ret =
+        *mirrored ? asd_get_value(item_name, size, data, &value_size) : asd_read_one_chip(item, data, size);
+    if (ret != 0) {
+        ASD_LOG_ERROR("Call asd_get_value failed! result: %d.", ret); // Kept: one text for both sources
+        return kNoResponse;
+    }
+    return kCompleted;
+}
+
+static gint32 identity_read(const IPMI_MSG_S *req_msg, gconstpointer user_data, const IdentityRead &record) {
+    if (req_msg == nullptr) {
+        if (record.null_message != nullptr) {
+            ASD_LOG_ERROR("%s", record.null_message);
+        }
+        return kStatusFailed;
+    }
+    const gchar *item_name = row_item(user_data);
+    if (record.enter != nullptr) {
+        ASD_LOG_DEBUG("%s%s", record.enter, item_name);
+    }
+    if (get_ipmi_src_data(req_msg) == nullptr) {
+        ASD_LOG_ERROR("%s", record.no_data);
+        return answer_code(req_msg, kInvalidField);
+    }
+    Response<kIdentityMax> response;
+    bool mirrored = false;
+    if (const guint8 code = record_fetch(item_name, response.data(), record.size, &mirrored); code != kCompleted) {
+        return answer_code(req_msg, code);
+    }
+    if (record.refuses_erased && mirrored && ASD_CheckAsdDataIsFullF(response.data(), record.size)) {
+        return answer_code(req_msg, kNoResponse);
+    }
+    if (record.leave != nullptr) {
+        ASD_LOG_DEBUG("%s%s", record.leave, item_name);
+    }
+    return ipmi_send_response(req_msg, 1 + record.size, response.bytes.data());
+}
+
+gint32 ipmi_cmd_get_mac(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return identity_read(req_msg, user_data, kReadMac);
+}
+
+gint32 ipmi_cmd_get_sn(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return identity_read(req_msg, user_data, kReadSn);
+}
+
+gint32 ipmi_cmd_get_brand(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return identity_read(req_msg, user_data, kReadBrand);
+}
+
+gint32 ipmi_cmd_get_vendor(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return identity_read(req_msg, user_data, kReadVendor);
+}
+
+gint32 ipmi_cmd_get_model(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return identity_read(req_msg, user_data, kReadModel);
+}
+
+gint32 ipmi_cmd_get_oem_model(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return identity_read(req_msg, user_data, kReadOemModel);
+}
+
+gint32 ipmi_cmd_get_overseas(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return identity_read(req_msg, user_data, kReadOverseas);
+}
+
+gint32 Ipmi_cmdGetProductFrameCfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return identity_read(req_msg, user_data, kReadFrameCfg);
+}
+
+gint32 ASD_IPMI_GetIocardPCIE4(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return identity_read(req_msg, user_data, kReadIocard);
+}
+
+// ---- Configuration records ----
+
+namespace {
+
+struct ConfigRead {
+    guint32 size;
+    const gchar *no_data;
+    const gchar *buffer; // as the text of a buffer that could not be cleared names it
+    bool logs_leave;
+};
+
+} // namespace
+
+static constexpr guint32 kConfigMax = 128;
+
+// clang-format off
+static constexpr ConfigRead kReadSpec        = {.size = 16,  .no_data = kNoData,                 .buffer = "spec",      .logs_leave = true};
+static constexpr ConfigRead kReadFrameInfo   = {.size = 32,  .no_data = kNoData,                 .buffer = "frame",     .logs_leave = true};
+static constexpr ConfigRead kReadLogo        = {.size = 8,   .no_data = kNoData,                 .buffer = "logo",      .logs_leave = false};
+static constexpr ConfigRead kReadPowerConfig = {.size = 128, .no_data = "data pointer is null!", .buffer = "config",    .logs_leave = true};
+static constexpr ConfigRead kReadBaycfg      = {.size = 128, .no_data = kNoData,                 .buffer = "bayconfig", .logs_leave = false};
+// clang-format on
+
+static gint32 config_read(const IPMI_MSG_S *req_msg, gconstpointer user_data, const ConfigRead &record) {
+    if (req_msg == nullptr) {
+        return kStatusFailed;
+    }
+    const gchar *item_name = row_item(user_data);
+    ASD_LOG_DEBUG("user data is %s", item_name);
+    if (get_ipmi_src_data(req_msg) == nullptr) {
+        ASD_LOG_ERROR("%s", record.no_data);
+        return answer_code(req_msg, kInvalidField);
+    }
+    Response<kConfigMax> response;
+    if (is_master()) {
+        gsize value_size = 0;
+        if (const gint32 ret = asd_get_value(item_name, record.size, response.data(), &value_size); ret != 0) {
+            ASD_LOG_ERROR("Call asd_get_value failed! result: %d.", ret);
+            return answer_code(req_msg, kNoResponse);
+        }
+        if (record.logs_leave) {
+            ASD_LOG_DEBUG("Leave user data is %s", item_name);
+        }
+        return ipmi_send_response(req_msg, 1 + record.size, response.bytes.data());
+    }
+    // Kept: a slave answers success with an empty record; management software asks every controller and takes the one
+    // that has data.
+    if (const gint32 ret = memset_s(response.bytes.data(), response.bytes.size(), 0, response.bytes.size()); ret != 0) {
+        ASD_LOG_ERROR("Error: init asd ipmi %s failed, result = %d.", record.buffer, ret);
+    }
+    ASD_LOG_INFO("This smm board is SLAVE.");
+    return ipmi_send_response(req_msg, 1 + record.size, response.bytes.data());
+}
+
+gint32 ipmi_cmd_get_spec(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return config_read(req_msg, user_data, kReadSpec);
+}
+
+gint32 ipmi_cmd_get_frameinfo(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return config_read(req_msg, user_data, kReadFrameInfo);
+}
+
+gint32 ipmi_cmd_get_logo(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return config_read(req_msg, user_data, kReadLogo);
+}
+
+gint32 ipmi_cmd_get_powerconfig(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return config_read(req_msg, user_data, kReadPowerConfig);
+}
+
+gint32 ipmi_cmd_get_baycfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    return config_read(req_msg, user_data, kReadBaycfg);
+}
+
+// ---- E2PWP test ----
+
+static constexpr guint32 kE2pwpSize = 32;
+
+// Reads the item from one chip. 0x00 or the code to answer.
+static guint8 e2pwp_fetch(const gchar *item_name, guint8 device_id, guint8 *data) {
+    OBJ_HANDLE item = 0;
+    if (const gint32 ret = dfl_get_object_handle(item_name, &item); ret != 0) {
+        ASD_LOG_ERROR("get objet handle fail, result(%d).", ret);
+        return kNoResponse;
+    }
+    guint32 length = 0;
+    if (asd_get_length(item, &length) != 0) {
+        ASD_LOG_ERROR("get len value fail.");
+        return kNoResponse;
+    }
+    if (length > kE2pwpSize) {
+        ASD_LOG_ERROR("len(%d) exceed eep max size(%d)", length, kE2pwpSize);
+        return kNoResponse;
+    }
+    HeldLock lock = HeldLock::take(g_eeprom_lock, 2000);
+    if (lock.result() != 0) {
+        ASD_LOG_ERROR("[Get_e2pwp] Lock g_eeprom_lock failed.");
+        return kNoResponse;
+    }
+    const gint32 ret = asd_read_equip_one(item, data, length, device_id);
+    lock.release();
+    if (ret != 0) {
+        ASD_LOG_ERROR("Call asd_read_equip failed, result: %d.", ret);
+        return kNoResponse;
+    }
+    return kCompleted;
+}
+
+gint32 ipmi_cmd_get_e2pwp_test(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    if (req_msg == nullptr) {
+        return kStatusFailed;
+    }
+    const gchar *item_name = row_item(user_data);
+    ASD_LOG_DEBUG("user data is %s", item_name);
+    const guint8 *request = get_ipmi_src_data(req_msg);
+    if (request == nullptr) {
+        ASD_LOG_ERROR("data pointer is null.");
+        return answer_code(req_msg, kInvalidField);
+    }
+    Response<kE2pwpSize> response;
+    if (!is_master()) {
+        ASD_LOG_INFO("This smm board is SLAVE.");
+        return answer_record(req_msg, response);
+    }
+    if (const guint8 code = e2pwp_fetch(item_name, request[kByteDeviceId], response.data()); code != kCompleted) {
+        return answer_code(req_msg, code);
+    }
+    ASD_LOG_DEBUG("Leave user data is %s", item_name);
+    return answer_record(req_msg, response);
+}
+
+// ---- Electronic keys ----
+
+static constexpr guint32 kEkeyFrames = 5;
+static constexpr guint32 kEkeyLastReadFrame = kEkeySize - ((kEkeyFrames - 1) * kReadFrameSize);
+static_assert(kEkeyLastReadFrame == 112);
+
+// Copies the frame numbers of a request.
+static asd_ipmi_frame_number ekey_frame_head(const guint8 *request) {
+    FrameHead head{};
+    if (const gint32 ret = memset_s(head.data(), head.size(), 0, head.size()); ret != 0) {
+        ASD_LOG_ERROR("Error: init asd ipmi frame failed, result = %d.", ret);
+    }
+    if (const gint32 ret = memcpy_s(head.data(), head.size(), request + kHeadSize, kFrameHeadSize); ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd ipmi frame header failed, result = %d.", ret);
+    }
+    const asd_ipmi_frame_number number = frame_number(head);
+    ASD_LOG_DEBUG("total number %u, current number %u", number.total_number, number.current_number);
+    return number;
+}
+
+static void frame_prefill(Response<kReadFrameSize> *response) {
+    if (const gint32 ret = memset_s(response->data(), kReadFrameSize, kErased, kReadFrameSize); ret != 0) {
+        ASD_LOG_ERROR("Error: init asd ipmi ekey one frame failed, result = %d.", ret);
+    }
+}
+
+// Copies a frame of the 1024-byte key. 0x00 or the code to answer.
+static guint8 ekey_frame_take(const guint8 *key, guint16 current, Response<kReadFrameSize> *response) {
+    if (current < 1 || current > kEkeyFrames) {
+        ASD_LOG_ERROR("Error frame number! current_number: %d.", current);
+        return kOutOfRange;
+    }
+    const guint32 size = current == kEkeyFrames ? kEkeyLastReadFrame : kReadFrameSize;
+    const guint8 *frame = key + (kReadFrameSize * (current - 1U));
+    if (const gint32 ret = memcpy_s(response->data(), kReadFrameSize, frame, size); ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd ipmi ekey frame failed, result = %d.", ret);
+    }
+    return kCompleted;
+}
+
+gint32 ipmi_cmd_get_ekey(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    if (req_msg == nullptr) {
+        return kStatusFailed;
+    }
+    const gchar *item_name = row_item(user_data);
+    ASD_LOG_DEBUG("user data is %s", item_name);
+    const guint8 *request = get_ipmi_src_data(req_msg);
+    if (request == nullptr) {
+        ASD_LOG_ERROR("get ipmi src data failed!");
+        return answer_code(req_msg, kInvalidField);
+    }
+    const asd_ipmi_frame_number number = ekey_frame_head(request);
+    Response<kReadFrameSize> response;
+    frame_prefill(&response);
+    const WorkBuffer key = WorkBuffer::allocate(kEkeySize);
+    if (!key) {
+        ASD_LOG_ERROR("Malloc failed.");
+        return answer_code(req_msg, kRequestLengthInvalid);
+    }
+    gsize value_size = 0;
+    if (asd_get_value(item_name, kEkeySize, key.get(), &value_size) != 0) {
+        return answer_code(req_msg, kNoResponse);
+    }
+    if (const guint8 code = ekey_frame_take(key.get(), number.current_number, &response); code != kCompleted) {
+        return answer_code(req_msg, code);
+    }
+    ASD_LOG_DEBUG("Leave user data is %s", item_name);
+    return answer_record(req_msg, response);
+}
+
+// Reads the chip into g_ekey_buffer. 0x00 or the code to answer.
+static guint8 ekey_buffer_refill(OBJ_HANDLE item, guint32 length) {
+    const HeldLock lock = HeldLock::take(g_ekey_buffer_lock, 2000);
+    if (lock.result() != 0) {
+        ASD_LOG_ERROR("[Get_Ekey] Lock g_ekey_buffer_lock failed!");
+        return kNoResponse;
+    }
+    // Read beside the buffer, because others look at it without the lock; what a failed read left in place is as
+    // visible as if it had been read there.
+    std::array<guint8, kEkeySize> key{};
+    g_ekey_buffer.load(0, key);
+    const gint32 ret = asd_read_equip(item, key.data(), length);
+    g_ekey_buffer.store(0, key);
+    if (ret != 0) {
+        ASD_LOG_ERROR("Call asd_read failed! result: %d.", ret);
+        return kNoResponse;
+    }
+    return kCompleted;
+}
+
+gint32 ipmi_cmd_get_ekey_ep(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    if (req_msg == nullptr) {
+        return kStatusFailed;
+    }
+    const gchar *item_name = row_item(user_data);
+    ASD_LOG_DEBUG("user data is %s", item_name);
+    const guint8 *request = get_ipmi_src_data(req_msg);
+    if (request == nullptr) {
+        ASD_LOG_ERROR("get ipmi src data failed!");
+        return answer_code(req_msg, kInvalidField);
+    }
+    const asd_ipmi_frame_number number = ekey_frame_head(request);
+    OBJ_HANDLE item = 0;
+    if (const gint32 ret = dfl_get_object_handle(item_name, &item); ret != 0) {
+        ASD_LOG_ERROR("Get object handle fail! result(%d).", ret);
+        return answer_code(req_msg, kNoResponse);
+    }
+    guint32 length = 0;
+    if (const gint32 ret = asd_get_length(item, &length); ret != 0) {
+        ASD_LOG_ERROR("get len value fail[%d]!", ret);
+        return answer_code(req_msg, kNoResponse);
+    }
+    // Kept: the chip is read with frame 1 alone; the other frames come from the buffer as it stands, without the lock.
+    if (number.current_number == 1) {
+        if (const guint8 code = ekey_buffer_refill(item, std::min(length, kEkeySize)); code != kCompleted) {
+            return answer_code(req_msg, code);
+        }
+    }
+    std::array<guint8, kEkeySize> key{};
+    g_ekey_buffer.load(0, key);
+    Response<kReadFrameSize> response;
+    frame_prefill(&response);
+    if (const guint8 code = ekey_frame_take(key.data(), number.current_number, &response); code != kCompleted) {
+        return answer_code(req_msg, code);
+    }
+    return answer_record(req_msg, response);
+}
+
+// ---- Bay configuration file ----
+
+static constexpr guint32 kBayconfigLengthSize = 4; // the file's length, before the file
+static constexpr guint32 kBayconfigReadFrames = 9;
+static constexpr guint32 kBayconfigLastReadFrame =
+    kBayconfigSize - kBayconfigLengthSize - ((kBayconfigReadFrames - 1) * kReadFrameSize);
+static_assert(kBayconfigLastReadFrame == 224);
+
+gint32 ASD_IpmiGetBayconfigFileLen(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    ASD_LOG_INFO("enter get bayconfig len.");
+    if (!ASD_CheckIpmiMsgData(req_msg)) {
+        return kStatusFailed;
+    }
+    if (const guint8 length = get_ipmi_src_data_len(req_msg); length < kHeadSize) {
+        ASD_LOG_ERROR("Single frame, head DataLen is %d.", length);
+        return answer_code(req_msg, kRequestLengthInvalid);
+    }
+    if (!is_master()) {
+        ASD_LOG_INFO("This smm board is SLAVE.");
+        return answer_code(req_msg, kRequestLengthInvalid);
+    }
+    std::array<guint8, kBayconfigLengthSize> file_length{};
+    gsize value_size = 0;
+    if (asd_get_value(row_item(user_data), kBayconfigLengthSize, file_length.data(), &value_size) != 0) {
+        return answer_code(req_msg, kNoResponse);
+    }
+    ASD_LOG_INFO("Bayconfig len is: 0x%02x %02x %02x %02x.", file_length[3], file_length[2], file_length[1],
+                 file_length[0]);
+    Response<kBayconfigLengthSize> response;
+    const gint32 ret = memcpy_s(response.data(), kBayconfigLengthSize, file_length.data(), file_length.size());
+    if (ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd ipmi resp data failed, result = %d.", ret);
+    }
+    return answer_record(req_msg, response);
+}
+
+// Checks a frame read and takes its number. 0x00 or the code to answer.
+static guint8 bayconfig_frame_check(const IPMI_MSG_S *req_msg, ASD_MULTI_FRAME_INFO_S *info) {
+    const guint8 *request = get_ipmi_src_data(req_msg);
+    if (request == nullptr) {
+        ASD_LOG_ERROR("Bay config src data is null.");
+        return kInvalidCommand;
+    }
+    if (const guint8 length = get_ipmi_src_data_len(req_msg); length < kFrameData) {
+        ASD_LOG_ERROR("Multi frame, head DataLen is %d.", length);
+        return kRequestLengthInvalid;
+    }
+    if (!is_master()) {
+        ASD_LOG_INFO("This smm board is SLAVE.");
+        return kRequestLengthInvalid;
+    }
+    ASD_GetBayconfigCmdFrameInfo(request, info);
+    if (info->CurrentFramNum < 1 || info->CurrentFramNum > info->FrameSendTimes ||
+        info->FrameSendTimes > kBayconfigReadFrames) {
+        ASD_LOG_ERROR("Frame num info is error! total %d, cur num %d.", info->FrameSendTimes, info->CurrentFramNum);
+        return kRequestLengthInvalid;
+    }
+    return kCompleted;
+}
+
+gint32 ASD_IpmiGetBayconfig(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    ASD_LOG_INFO("enter get bayconfig.");
+    ASD_MULTI_FRAME_INFO_S info{};
+    if (const gint32 ret = memset_s(&info, sizeof info, 0, sizeof info); ret != 0) {
+        ASD_LOG_ERROR("Error: init asd ipmi frame number failed, result = %d.", ret);
+    }
+    if (!ASD_CheckIpmiMsgData(req_msg)) {
+        return kStatusFailed;
+    }
+    if (const guint8 code = bayconfig_frame_check(req_msg, &info); code != kCompleted) {
+        return answer_code(req_msg, code);
+    }
+    ASD_LOG_INFO("Get bayconfig, total frame num %u, current number %u.", info.FrameSendTimes, info.CurrentFramNum);
+    Response<kReadFrameSize> response;
+    if (const gint32 ret = memset_s(response.data(), kReadFrameSize, kErased, kReadFrameSize); ret != 0) {
+        ASD_LOG_ERROR("Error: init asd ipmi rsp data failed, result = %d.", ret);
+    }
+    const WorkBuffer file = WorkBuffer::allocate(kBayconfigSize);
+    if (!file) {
+        ASD_LOG_ERROR("Malloc failed.");
+        return answer_code(req_msg, kRequestLengthInvalid);
+    }
+    gsize value_size = 0;
+    if (asd_get_value(row_item(user_data), kBayconfigSize, file.get(), &value_size) != 0) {
+        return answer_code(req_msg, kNoResponse);
+    }
+    const guint32 size = info.CurrentFramNum == kBayconfigReadFrames ? kBayconfigLastReadFrame : kReadFrameSize;
+    const guint8 *frame = file.get() + kBayconfigLengthSize + (kReadFrameSize * (info.CurrentFramNum - 1U));
+    if (const gint32 ret = memcpy_s(response.data(), kReadFrameSize, frame, size); ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd ipmi offset failed, result = %d.", ret);
+    }
+    Asd_PrintData(response.data(), static_cast<guint8>(size));
+    return answer_record(req_msg, response);
+}
+
+// ---- Customer block ----
+
+gint32 ipmi_cmd_get_ccdb(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    ASD_LOG_DEBUG("getting ccdb data starts");
+    if (req_msg == nullptr) {
+        ASD_LOG_ERROR("Input parameter pointer is null!");
+        return kStatusFailed;
+    }
+    if (get_ipmi_src_data(req_msg) == nullptr) {
+        ASD_LOG_ERROR("get ipmi src data failed!");
+        return answer_code(req_msg, kInvalidField);
+    }
+    std::array<guint8, kCcdbSize> blank{};
+    if (const gint32 ret = memset_s(blank.data(), blank.size(), kErased, blank.size()); ret != 0) {
+        ASD_LOG_ERROR("Error: init asd ipmi ccdb tmp data failed, result = %d.", ret);
+    }
+    Response<kCcdbSize> response;
+    gsize value_size = 0;
+    if (const gint32 ret = asd_get_value(row_item(user_data), kCcdbSize, response.data(), &value_size); ret != 0) {
+        ASD_LOG_ERROR("Call asd_get_value failed! result: %d.", ret);
+        return answer_code(req_msg, kNoResponse);
+    }
+    if (std::equal(blank.begin(), blank.end(), response.data())) {
+        if (const gint32 ret = memset_s(response.data(), kCcdbSize, 0, kCcdbSize); ret != 0) {
+            ASD_LOG_ERROR("Error: init asd ipmi ccdb failed, result = %d.", ret);
+        }
+    }
+    return answer_record(req_msg, response);
+}
+
+// ---- Node view ----
+
+gint32 IpmiCmdGetNodeView(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    if (req_msg == nullptr) {
+        ASD_LOG_ERROR("Get nodeView: input parameter is null.");
+        return kStatusFailed;
+    }
+    if (get_ipmi_src_data(req_msg) == nullptr) {
+        ASD_LOG_ERROR("Get nodeView, get ipmi src data failed");
+        return answer_code(req_msg, kInvalidField);
+    }
+    OBJ_HANDLE item = 0;
+    if (const gint32 ret = dfl_get_object_handle(row_item(user_data), &item); ret != 0) {
+        ASD_LOG_ERROR("Get nodeView, get handle failed(%d)", ret);
+        return answer_code(req_msg, kNoResponse);
+    }
+    Response<kNodeViewSize> response;
+    if (const gint32 ret = asd_read_check(item, response.data(), kNodeViewSize); ret != 0) {
+        ASD_LOG_ERROR("Get nodeView from eeprom failed(%d).", ret);
+        return answer_code(req_msg, kNoResponse);
+    }
+    return answer_record(req_msg, response);
+}
+
+// ---- Board records ----
+
+gint32 ipmi_cmd_get_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    if (req_msg == nullptr) {
+        return kStatusFailed;
+    }
+    if (BSP_Is4U4CBoard() == 0) {
+        return answer_code(req_msg, kNotSupportedNow);
+    }
+    if (get_ipmi_src_data(req_msg) == nullptr) {
+        ASD_LOG_ERROR("Get backboard model failed(get ipmi src data failed)");
+        return answer_code(req_msg, kInvalidField);
+    }
+    ModelRecord record{};
+    bool mirrored = false;
+    const guint8 code = record_fetch(row_item(user_data), record.data(), kModelRecordSize, &mirrored);
+    if (code != kCompleted) {
+        return answer_code(req_msg, code);
+    }
+    if (const guint8 crc = BSP_CalCrc8(0, record.data(), kModelCrcOffset); crc != record[kModelCrcOffset]) {
+        // Kept: the byte printed as the real CRC is the one before it; tools that read this line expect it.
+        ASD_LOG_ERROR("Get backboard model failed(realcrc8=0x%x, calcrc8=0x%x)", record[2], crc);
+        return answer_code(req_msg, kModelCrcBad);
+    }
+    Response<1> response;
+    *response.data() = record[0];
+    return answer_record(req_msg, response);
+}
+
+// Kept: unlike its sibling this does not look at the request's data, and an unreadable Ready is 0xCE here.
+gint32 Ipmi_cmdGetProductCfgInfo(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    if (req_msg == nullptr) {
+        ASD_LOG_ERROR("Get product cfg info failed(input parameter is null)");
+        return kStatusFailed;
+    }
+    const gchar *item_name = row_item(user_data);
+    OBJ_HANDLE item = 0;
+    if (const gint32 ret = dfl_get_object_handle(item_name, &item); ret != 0) {
+        ASD_LOG_ERROR("Get product cfg info failed(get %s handle failed ret=%d)", item_name, ret);
+        return answer_code(req_msg, kInvalidField);
+    }
+    guint8 ready = 0;
+    if (dfl_get_property_ubyte(item, kPropReady, &ready) != 0) {
+        return answer_code(req_msg, kNoResponse);
+    }
+    Response<kProductInfoSize> response;
+    static_assert(sizeof response == sizeof(Asd_Product_CfgInfoRsp));
+    if (ready != 0) {
+        gsize value_size = 0;
+        if (const gint32 ret = asd_get_value(item_name, kProductInfoSize, response.data(), &value_size); ret != 0) {
+            ASD_LOG_ERROR("Get product cfg info failed(Call asd_get_value failed ret=%d)", ret);
+            return answer_code(req_msg, kNoResponse);
+        }
+    } else if (const gint32 ret = asd_read_method(item, response.data(), kProductInfoSize); ret != 0) {
+        ASD_LOG_ERROR("Get product cfg info failed(Call asd_read_method failed ret=%d)", ret);
+        return answer_code(req_msg, kNoResponse);
+    }
+    return answer_record(req_msg, response);
+}

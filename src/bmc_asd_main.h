@@ -1,0 +1,26 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Registration of the module with the framework.
+
+#include "ipmi_stack.h"
+#include "platform_types.h"
+
+#include <array>
+
+inline constexpr guint32 kIpmiCommandCount = 54;
+
+// The IPMI commands that the module serves.
+extern const std::array<IPMI_CMD_S, kIpmiCommandCount> _ipmi_cmd;
+
+extern "C" {
+
+// Registers module, classes, methods and handlers. 0, or the status of the first call that failed.
+gint32 _app_init(void);
+
+// Kept empty: the module looks objects up whenever it needs them.
+gint32 asd_add_obj_handle(const gchar *class_name, OBJ_HANDLE object_handle);
+gint32 asd_del_obj_handle(const gchar *class_name, OBJ_HANDLE object_handle);
+
+} // extern "C"

@@ -1,0 +1,693 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "bmc_asd_write.h"
+
+#include "arith.h"
+#include "bmc_asd_common.h"
+#include "bmc_asd_holders.h"
+#include "bmc_asd_ipmi_setter.h"
+#include "bmc_asd_log.h"
+#include "bmc_asd_read.h"
+#include "bmc_asd_update_property.h"
+#include "object_frame.h"
+#include "securec.h"
+#include "vos.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+static constexpr guint32 kRetryDefault = 5;
+static constexpr guint32 kWritePause_ms = 50;
+static constexpr guint32 kSpecialPause_ms = 200; // power supplies, fans and buckle cards answer more slowly
+static constexpr guint32 kProtectSettle_ms = 10; // after StgWp is lifted
+static constexpr guint8 kErased = 0xFF;
+static constexpr guint8 kProtectOff = 0;
+static constexpr guint8 kProtectOn = 1;
+static constexpr guint32 kBucklecardTypeSize = 4;
+
+static constexpr std::array<std::string_view, 2> kPowerChips = {"ASDDev1000", "ASDDev1001"};
+static constexpr std::array<std::string_view, 6> kFanChips = {"ASDDev3",  "ASDDev2", "ASDDev1",
+                                                              "ASDDev0A", "ASDDev8", "ASDDev9"};
+
+// ---- One record on one chip ----
+
+gint32 asd_eeprom_writecrc(const guint8 *data, guint32 len, guint8 *out) {
+    if (data == nullptr || out == nullptr) {
+        return kStatusFailed;
+    }
+    if (const gint32 ret = memcpy_s(out, len + kChecksumSize, data, len); ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd check data failed, result = %d.", ret);
+    }
+    const guint16 checksum = arith_make_crc_checksum(0, data, len);
+    out[len] = static_cast<guint8>(checksum & 0xFFU);
+    out[len + 1] = static_cast<guint8>(checksum >> 8U);
+    return kStatusOk;
+}
+
+// Attempts a write until one succeeds or retry attempts are used up. An attempt that does not get the lock is used up
+// without a transfer and without a pause.
+static gint32 record_attempts(OBJ_HANDLE chip, const gchar *name, guint32 offset, guint32 size, const guint8 *record,
+                              guint32 retry) {
+    gint32 ret = kStatusOk;
+    bool transferred = false;
+    bool lock_lost = false;
+    for (guint32 attempt = 0; attempt < retry; ++attempt) {
+        if (asd_eeprom_lock() != 0) {
+            lock_lost = true;
+            continue;
+        }
+        asd_write_enable(name);
+        ret = dfl_block_write(chip, kPropStorageLoc, offset, size, record);
+        asd_write_disable(name);
+        asd_eeprom_unlock();
+        transferred = true;
+        if (ret == 0) {
+            return ret;
+        }
+        if (attempt + 1 < retry) {
+            vos_task_delay(kWritePause_ms);
+        }
+    }
+    return lock_lost && !transferred ? kStatusFailed : ret;
+}
+
+gint32 asd_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, guint32 /*crc_kind*/) {
+    static RateLimit limit(300000, 3);
+    guint32 retry = kRetryDefault;
+    guint32 offset = 0;
+    if (asd_eeprom_getoffset(dev_handle, &retry, &offset) != 0) {
+        ASD_LOG_ERROR("Get eeprom offset faild.");
+        return kStatusFailed;
+    }
+    const guint32 size = len + kChecksumSize;
+    const WorkBuffer record = WorkBuffer::allocate(size);
+    if (!record) {
+        ASD_LOG_ERROR("Malloc asd write buff(len=%d) fail", size);
+        return kStatusFailed;
+    }
+    if (asd_eeprom_writecrc(data, len, record.get()) != 0) {
+        return kStatusFailed;
+    }
+    const gchar *name = dfl_get_object_name(dev_handle);
+    const gint32 ret = record_attempts(dev_handle, name, offset, size, record.get(), retry);
+    if (ret != 0 && limit.admits()) {
+        ASD_LOG_ERROR("[%s] Write eeprom failed! result: %d.", name, ret);
+    }
+    asd_check_errlevel(dev_handle, ret, name, ret != 0 ? 1 : 0);
+    (void)asd_update_dev_errcode(dev_handle, ret); // logged there
+    return ret;
+}
+
+// ---- The image of an item ----
+
+namespace {
+
+struct Image {
+    WorkBuffer bytes;    // Length bytes; empty without memory or data
+    gint32 copy_ret = 0; // of filling and copying; the write goes on whatever it is
+};
+
+} // namespace
+
+// The caller's bytes, cut to length, behind them 0xFF.
+static Image image_build(const guint8 *data, guint32 len, guint32 length) {
+    Image image{.bytes = WorkBuffer::allocate(data != nullptr ? length : 0)};
+    if (image.bytes) {
+        image.copy_ret = memset_s(image.bytes.get(), length, kErased, length);
+        image.copy_ret |= memcpy_s(image.bytes.get(), length, data, std::min(len, length));
+    }
+    return image;
+}
+
+static bool length_fits(const gchar *name, guint32 length) {
+    if (length <= kItemMax) {
+        return true;
+    }
+    ASD_LOG_ERROR("%s length(%d) exceed asd eep max size(%d).", name, length, kItemMax);
+    return false;
+}
+
+// ---- One chip, or both as mirrors ----
+
+gint32 asd_write_equip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    const gchar *name = dfl_get_object_name(obj_handle);
+    if (name == nullptr) {
+        ASD_LOG_ERROR("Get objname failed.");
+        return kStatusFailed;
+    }
+    if (asd_obj_is_online(obj_handle) == 0) {
+        ASD_LOG_ERROR("%s: %s asd not online!", __func__, name);
+        return kStatusNotOnline;
+    }
+    guint32 length = 0;
+    if (const gint32 ret = asd_get_length(obj_handle, &length); ret != 0) {
+        ASD_LOG_ERROR("%s: %s asd get value len failed!", __func__, name);
+        return ret;
+    }
+    if (!length_fits(name, length)) {
+        return kStatusFailed;
+    }
+    const Image image = image_build(data, len, length);
+    if (!image.bytes) {
+        return kStatusFailed;
+    }
+    if (image.copy_ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd data failed, result = %d.", image.copy_ret);
+    }
+    if (const gint32 ret = asd_write_chip(obj_handle, image.bytes.get(), length); ret != 0) {
+        ASD_LOG_ERROR("%s: %s Write eeprom failed[%d]!", __func__, name, ret);
+        return ret;
+    }
+    return asd_update_property(obj_handle, image.bytes.get(), length);
+}
+
+// Both chips of a pair, the second also when the first failed: one good copy is better than none.
+static gint32 write_both(const gchar *function, const gchar *name, OBJ_HANDLE item, const guint8 *data, guint32 len) {
+    gint32 failure = kStatusOk;
+    OBJ_HANDLE chip = 0;
+    if (const gint32 ret = dfl_get_referenced_object(item, kPropDev0, &chip); ret != 0) {
+        ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV0 failed! ret(%d).", function, name, ret);
+        failure = ret;
+    } else if (const gint32 write_ret = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16); write_ret != 0) {
+        ASD_LOG_ERROR("%s: %s Write 1st EEPROM failed! ret(%d).", function, name, write_ret);
+        failure = write_ret;
+    }
+    if (const gint32 ret = dfl_get_referenced_object(item, kPropDev1, &chip); ret != 0) {
+        ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV1 failed! ret(%d).", function, name, ret);
+        return ret;
+    }
+    if (const gint32 ret = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16); ret != 0) {
+        ASD_LOG_ERROR("%s: %s Write 2nd EEPROM failed! ret(%d).", function, name, ret);
+        failure = ret;
+    }
+    return failure;
+}
+
+// Kept: unlike asd_read_chip this does not ask how many EEPROMs the backplane has; a write goes to every chip the item
+// names.
+gint32 asd_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    const DevProperty property = chosen_dev_property();
+    const gchar *name = dfl_get_object_name(obj_handle);
+    if (name == nullptr) {
+        ASD_LOG_ERROR("Get objname failed.");
+        return kStatusFailed;
+    }
+    gint32 count_ret = 0;
+    const guint32 count = item_chip_count(obj_handle, &count_ret);
+    if (count_ret != 0) {
+        ASD_LOG_ERROR("%s: %s Get eeprom count failed! result: %d.", __func__, name, count_ret);
+    }
+    if (count == 1) {
+        OBJ_HANDLE chip = 0;
+        if (const gint32 ret = dfl_get_referenced_object(obj_handle, property.name, &chip); ret != 0) {
+            ASD_LOG_ERROR("%s: %s Get dev failed! ret(%d).", __func__, name, ret);
+            return ret;
+        }
+        return asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+    }
+    if (count == 2) {
+        return write_both(__func__, name, obj_handle, data, len);
+    }
+    ASD_LOG_ERROR("%s: %s chip count(%d) is wrong!", __func__, name, count);
+    return kStatusChipCount;
+}
+
+// ---- The chip the caller names ----
+
+gint32 asd_write_equip_one(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len, guint8 DeviceId) {
+    if (asd_obj_is_online(obj_handle) == 0) {
+        ASD_LOG_ERROR("asd not online!");
+        return kStatusNotOnline;
+    }
+    guint32 length = 0;
+    if (const gint32 ret = asd_get_length(obj_handle, &length); ret != 0) {
+        ASD_LOG_ERROR("asd get value len failed!");
+        return ret;
+    }
+    if (!length_fits(dfl_get_object_name(obj_handle), length)) {
+        return kStatusFailed;
+    }
+    const Image image = image_build(data, len, length);
+    if (!image.bytes) {
+        return kStatusFailed;
+    }
+    if (image.copy_ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd final data failed, result = %d.", image.copy_ret);
+    }
+    if (const gint32 ret = asd_write_chip_one(obj_handle, image.bytes.get(), length, DeviceId); ret != 0) {
+        ASD_LOG_ERROR("Write eeprom failed[%d]!", ret);
+        return ret;
+    }
+    return asd_update_property(obj_handle, image.bytes.get(), length);
+}
+
+gint32 asd_write_chip_one(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len, guint8 DeviceId) {
+    const DevProperty property = chosen_dev_property();
+    gint32 ret = 0;
+    const guint32 count = item_chip_count(obj_handle, &ret);
+    if (ret != 0) {
+        ASD_LOG_ERROR("Get eeprom count failed! result: %d.", ret);
+    }
+    if (count != 2) {
+        ASD_LOG_ERROR("eeprom count is not 2! result: %d.", ret); // Kept: the lookup's result, not the count
+        return kStatusFailed;
+    }
+    OBJ_HANDLE chip = 0;
+    if (DeviceId == 0) {
+        ret = dfl_get_referenced_object(obj_handle, property.name, &chip);
+        if (ret != 0) {
+            ASD_LOG_ERROR("Get dev failed! ret(%d).", ret);
+            return ret;
+        }
+        ret = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+        if (ret != 0) {
+            ASD_LOG_ERROR("Write 1st EEPROM failed! ret(%d).", ret);
+        }
+        return ret;
+    }
+    if (DeviceId == 1) {
+        ret = dfl_get_referenced_object(obj_handle, kPropDev1, &chip);
+        if (ret != 0) {
+            ASD_LOG_ERROR("Get PROPERTY_ASD_DEV1 failed! ret(%d).", ret);
+            return ret;
+        }
+        ret = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+        if (ret != 0) {
+            ASD_LOG_ERROR("Write 2nd EEPROM failed! ret(%d).", ret);
+        }
+        return ret;
+    }
+    ASD_LOG_ERROR("device id(%d) is wrong!", DeviceId);
+    return kStatusFailed;
+}
+
+// ---- One chip, or both and the check flag ----
+
+gint32 asd_write_method(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    const gchar *name = dfl_get_object_name(obj_handle);
+    if (name == nullptr) {
+        ASD_LOG_ERROR("Get objname failed.");
+        return kStatusFailed;
+    }
+    if (asd_obj_is_online(obj_handle) == 0) {
+        ASD_LOG_ERROR("%s: %s asd not online!", __func__, name);
+        return kStatusNotOnline;
+    }
+    guint32 length = 0;
+    if (const gint32 ret = asd_get_length(obj_handle, &length); ret != 0) {
+        ASD_LOG_ERROR("%s: %s asd get value len failed[%d]!", __func__, name, ret);
+        return ret;
+    }
+    if (!length_fits(name, length)) {
+        return kStatusFailed;
+    }
+    const Image image = image_build(data, len, length);
+    if (!image.bytes) {
+        return kStatusFailed;
+    }
+    if (image.copy_ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd final data failed, result = %d.", image.copy_ret);
+    }
+    if (const gint32 ret = asd_write_check(obj_handle, image.bytes.get(), length); ret != 0) {
+        ASD_LOG_INFO("%s: Write eeprom failed! result: %d.", __func__, ret);
+        return ret;
+    }
+    return asd_update_property(obj_handle, image.bytes.get(), length);
+}
+
+gint32 asd_write_check(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    const DevProperty property = chosen_dev_property();
+    const gchar *name = dfl_get_object_name(obj_handle);
+    gint32 count_ret = 0;
+    const guint32 count = item_chip_count(obj_handle, &count_ret);
+    if (count_ret != 0) {
+        ASD_LOG_ERROR("%s: %s Get eeprom count failed! ret: %d.", __func__, name, count_ret);
+    }
+    if (count == 1) {
+        OBJ_HANDLE chip = 0;
+        if (const gint32 ret = dfl_get_referenced_object(obj_handle, property.name, &chip); ret != 0) {
+            ASD_LOG_ERROR("%s: %s Get dev failed! ret: %d.", __func__, name, ret);
+            return ret;
+        }
+        return asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+    }
+    if (count == 2) {
+        return asd_write_chip_check(obj_handle, data, len);
+    }
+    ASD_LOG_ERROR("%s: %s chip count(%d) is wrong!", __func__, name, count);
+    return kStatusChipCount;
+}
+
+gint32 Asd_WriteMemProperty(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    if (data == nullptr) {
+        ASD_LOG_ERROR("Input Parameter is NULL.");
+        return kStatusFailed;
+    }
+    if (asd_obj_is_online(obj_handle) == 0) {
+        ASD_LOG_ERROR("%s: asd is not online!", __func__);
+        return kStatusNotOnline;
+    }
+    const gchar *name = dfl_get_object_name(obj_handle);
+    guint32 length = 0;
+    if (const gint32 ret = asd_get_length(obj_handle, &length); ret != 0) {
+        ASD_LOG_ERROR("%s: asd(%s) get value len failed(%d)!", __func__, name, ret);
+        return ret;
+    }
+    if (!length_fits(name, length)) {
+        return kStatusFailed;
+    }
+    const Image image = image_build(data, len, length);
+    if (!image.bytes) {
+        ASD_LOG_ERROR("%s: asd(%s) malloc failed!", __func__, name);
+        return kStatusFailed;
+    }
+    if (image.copy_ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd final data failed, result = %d.", image.copy_ret);
+    }
+    return asd_update_property(obj_handle, image.bytes.get(), length);
+}
+
+// ---- Pairs with a check flag ----
+
+gint32 asd_write_chip_check(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    const gchar *name = dfl_get_object_name(obj_handle);
+    if (name == nullptr) {
+        ASD_LOG_ERROR("Get objname failed.");
+        return kStatusFailed;
+    }
+    OBJ_HANDLE chip = 0;
+    gint32 ret0 = dfl_get_referenced_object(obj_handle, kPropDev0, &chip);
+    if (ret0 != 0) {
+        ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV0 failed! ret: %d.", __func__, name, ret0);
+    } else {
+        ret0 = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+        if (ret0 != 0) {
+            ASD_LOG_INFO("%s: Write 1st EEPROM failed! ret: %d.", __func__, ret0);
+        }
+    }
+    gint32 ret1 = dfl_get_referenced_object(obj_handle, kPropDev1, &chip);
+    if (ret1 != 0) {
+        ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV1 failed! ret: %d.", __func__, name, ret1);
+    } else {
+        ret1 = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+        if (ret1 != 0) {
+            ASD_LOG_INFO("%s: Write 2nd EEPROM failed! ret: %d.", __func__, ret1);
+        }
+    }
+    if (ret0 == 0) {
+        return asd_choose_object_write(obj_handle, ret1 == 0 ? kFlagBoth : kFlagChip0);
+    }
+    return ret1 == 0 ? asd_choose_object_write(obj_handle, kFlagChip1) : kStatusNoChipUsable;
+}
+
+gint32 asd_choose_object_write(OBJ_HANDLE obj_handle, guint8 check_flag) {
+    OBJ_HANDLE check_object = 0;
+    if (const gint32 ret = asd_choose_object(obj_handle, &check_object); ret != 0) {
+        return ret;
+    }
+    return asd_write_check_flag(check_object, check_flag);
+}
+
+static gint32 flag_chip_write(OBJ_HANDLE chip, guint8 stored) {
+    return asd_eeprom_write(chip, &stored, 1, ASD_CHECKSUM_CRC16);
+}
+
+// Kept: the flag of the chip that failed stays as it was, so that the good chip, holding 2, is picked first. A 2 left
+// on chip 0 by an earlier one-sided write wins over chip 1's.
+gint32 asd_write_check_flag(OBJ_HANDLE chk_obj_handle, guint8 check_flag) {
+    const gchar *name = dfl_get_object_name(chk_obj_handle);
+    if (name == nullptr) {
+        ASD_LOG_ERROR("Get objname failed.");
+        return kStatusFailed;
+    }
+    OBJ_HANDLE chip = 0;
+    gint32 ret = dfl_get_referenced_object(chk_obj_handle, kPropDev0, &chip);
+    if (ret != 0) {
+        ASD_LOG_ERROR("%s Get check_flag PROPERTY_ASD_DEV0 failed! ret: %d.", name, ret);
+    } else if (check_flag != kFlagChip1) {
+        ret = flag_chip_write(chip, check_flag == kFlagChip0 ? kStoredAlone : kStoredBoth);
+        if (ret != 0) {
+            ASD_LOG_ERROR("%s Write 1st EEPROM check_flag failed! check_flag: %d, ret: %d.", name, check_flag, ret);
+            return ret;
+        }
+    }
+    if (check_flag == kFlagChip0) {
+        if (ret == 0) {
+            ASD_LOG_INFO("Only write 1st EEPROM and write OK! check_flag: %d.", check_flag);
+        }
+        return ret;
+    }
+    ret = dfl_get_referenced_object(chk_obj_handle, kPropDev1, &chip);
+    if (ret != 0) {
+        ASD_LOG_ERROR("%s Get check_flag PROPERTY_ASD_DEV1 failed! ret: %d.", name, ret);
+        return ret;
+    }
+    ret = flag_chip_write(chip, check_flag == kFlagChip1 ? kStoredAlone : kStoredBoth);
+    if (ret != 0) {
+        ASD_LOG_ERROR("%s Write 2nd EEPROM check_flag failed! check_flag: %d, ret: %d.", name, check_flag, ret);
+    }
+    return ret;
+}
+
+// ---- Power supplies ----
+
+gint32 asd_power_write(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    // Kept: no online check; a supply's key can be written while the supply is not yet taken into service.
+    const gchar *name = dfl_get_object_name(obj_handle);
+    if (name == nullptr) {
+        ASD_LOG_ERROR("Get objname failed.");
+        return kStatusFailed;
+    }
+    guint32 length = 0;
+    if (const gint32 ret = asd_get_length(obj_handle, &length); ret != 0) {
+        return ret;
+    }
+    if (length > kPowerItemMax) {
+        ASD_LOG_ERROR("%s length(%d) exceed asd ekey max len(%d).", name, length, kPowerItemMax);
+        return kStatusFailed;
+    }
+    const Image image = image_build(data, len, length);
+    if (!image.bytes) {
+        ASD_LOG_ERROR("malloc fail");
+        return kStatusFailed;
+    }
+    if (image.copy_ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd final data failed, result = %d.", image.copy_ret);
+    }
+    if (const gint32 ret = asd_power_write_chip(obj_handle, image.bytes.get(), length); ret != 0) {
+        ASD_LOG_ERROR("%s write power eeprom failed[%d]!", name, ret);
+        return ret;
+    }
+    return asd_update_property(obj_handle, image.bytes.get(), length);
+}
+
+gint32 asd_power_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    guint32 count = 0;
+    if (const gint32 ret = asd_get_eeprom_count(obj_handle, &count); ret != 0) {
+        ASD_LOG_ERROR("get eeprom count failed!");
+        return ret;
+    }
+    if (count != 1) {
+        ASD_LOG_ERROR("chip count(%d) is wrong!", count);
+        return kStatusChipCount;
+    }
+    OBJ_HANDLE chip = 0;
+    if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev0, &chip); ret != 0) {
+        ASD_LOG_ERROR("get dev failed, ret(%d)", ret);
+        return ret;
+    }
+    return asd_power_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+}
+
+// Chips with a control of their own: whether it worked shows in the transfer.
+void asd_power_eprom_write_enable(OBJ_HANDLE dev_handle) {
+    (void)property_write(dev_handle, kPropStgWp, kProtectOff, kOptionsStgWp); // the transfer decides
+    vos_task_delay(kProtectSettle_ms);
+}
+
+void asd_power_eprom_write_disable(OBJ_HANDLE dev_handle) {
+    (void)property_write(dev_handle, kPropStgWp, kProtectOn, kOptionsStgWp); // the transfer decides
+}
+
+using AttemptHook = void (*)(OBJ_HANDLE chip);
+
+// Attempts a write without the EEPROM lock and the shared lines, before and after each attempt the hooks, where given.
+static gint32 special_attempts(OBJ_HANDLE chip, guint32 offset, guint32 size, const guint8 *record, guint32 retry,
+                               AttemptHook before, AttemptHook after) {
+    gint32 ret = kStatusOk;
+    for (guint32 attempt = 0; attempt < retry; ++attempt) {
+        if (before != nullptr) {
+            before(chip);
+        }
+        ret = dfl_block_write(chip, kPropStorageLoc, offset, size, record);
+        if (after != nullptr) {
+            after(chip);
+        }
+        if (ret == 0) {
+            return ret;
+        }
+        vos_task_delay(kSpecialPause_ms);
+    }
+    return ret;
+}
+
+static void special_outcome(OBJ_HANDLE chip, gint32 ret) {
+    (void)asd_update_dev_health(chip, ret != 0 ? 1 : 0); // logged there
+    (void)asd_update_dev_errcode(chip, ret);             // logged there
+}
+
+gint32 asd_power_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, guint32 /*crc_kind*/) {
+    const gchar *name = dfl_get_object_name(dev_handle);
+    if (name == nullptr) {
+        ASD_LOG_ERROR("get object name fail.");
+        return kStatusFailed;
+    }
+    guint32 offset = 0;
+    if (const gint32 ret = property_read(dev_handle, kPropOffset, &offset); ret != 0) {
+        ASD_LOG_ERROR("Get power eeprom offset failed! result: %d.", ret);
+        return kStatusFailed;
+    }
+    guint32 retry = kRetryDefault;
+    (void)property_read(dev_handle, kPropRetryNumber, &retry); // missing: the default stands
+    if (!name_in(name, kPowerChips)) {
+        ASD_LOG_ERROR("Please check whether this eeprom is in power.");
+        return kStatusFailed;
+    }
+    const WorkBuffer record = WorkBuffer::allocate(len + kChecksumSize);
+    if (!record || asd_eeprom_writecrc(data, len, record.get()) != 0) {
+        return kStatusFailed;
+    }
+    const gint32 ret = special_attempts(dev_handle, offset, len + kChecksumSize, record.get(), retry,
+                                        asd_power_eprom_write_enable, asd_power_eprom_write_disable);
+    if (ret != 0) {
+        ASD_LOG_ERROR("write power eeprom failed! result: %d.", ret);
+    }
+    special_outcome(dev_handle, ret);
+    return ret;
+}
+
+// ---- Fan modules ----
+
+gint32 asd_fan_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    guint32 count = 0;
+    if (const gint32 ret = asd_get_eeprom_count(obj_handle, &count); ret != 0) {
+        ASD_LOG_ERROR("%s: get eeprom count failed!(line:%d)", __func__, __LINE__);
+        return ret;
+    }
+    if (count != 1) {
+        ASD_LOG_ERROR("%s: chip count(%d) is wrong!(line:%d)", __func__, count, __LINE__);
+        return kStatusChipCount;
+    }
+    OBJ_HANDLE chip = 0;
+    if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev0, &chip); ret != 0) {
+        ASD_LOG_ERROR("%s: get dev failed!(line:%d) ret(%d)", __func__, __LINE__, ret);
+        return ret;
+    }
+    return asd_fan_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+}
+
+gint32 asd_fan_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, guint32 /*crc_kind*/) {
+    guint32 retry = kRetryDefault;
+    guint32 offset = 0;
+    if (asd_eeprom_getoffset(dev_handle, &retry, &offset) != 0) {
+        ASD_LOG_ERROR("Get eeprom offset faild.");
+        return kStatusFailed;
+    }
+    if (!name_in(dfl_get_object_name(dev_handle), kFanChips)) {
+        ASD_LOG_ERROR("Please check whether this eeprom is in fan mode.");
+        return kStatusFailed;
+    }
+    const WorkBuffer record = WorkBuffer::allocate(len + kChecksumSize);
+    if (!record || asd_eeprom_writecrc(data, len, record.get()) != 0) {
+        return kStatusFailed;
+    }
+    const gint32 ret = special_attempts(dev_handle, offset, len + kChecksumSize, record.get(), retry, nullptr, nullptr);
+    if (ret != 0) {
+        ASD_LOG_ERROR("write fan eeprom failed! result: %d.", ret);
+    }
+    special_outcome(dev_handle, ret);
+    return ret;
+}
+
+// ---- Buckle cards ----
+
+gint32 asd_bucklecard_writetype(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    // Kept: the test is looser than the copy; callers hand in four bytes.
+    if (data == nullptr || len < 2) {
+        ASD_LOG_ERROR("Write bucklecard type input data len is invalid");
+        return kStatusFailed;
+    }
+    std::array<guint8, kBucklecardTypeSize> type{};
+    std::copy_n(data, type.size(), type.begin());
+    return asd_bucklecard_eeprom_write(obj_handle, type.data(), kBucklecardTypeSize);
+}
+
+gint32 asd_bucklecard_eeprom_write(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
+    guint32 count = 0;
+    if (asd_get_eeprom_count(obj_handle, &count) != 0) {
+        ASD_LOG_ERROR("%s: get eeprom count failed", __func__);
+        return kStatusFailed;
+    }
+    if (count != 1) {
+        ASD_LOG_ERROR("%s chip count(%d) is invalid!", __func__, count);
+        return kStatusFailed;
+    }
+    OBJ_HANDLE chip = 0;
+    if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev0, &chip); ret != 0) {
+        ASD_LOG_ERROR("%s: get dev obj failed(ret=%d)", __func__, ret);
+        return kStatusFailed;
+    }
+    if (asd_bucklecard_eeprom_wp(chip, kProtectOff) != 0) {
+        return kStatusFailed;
+    }
+    vos_task_delay(kProtectSettle_ms);
+    (void)asd_bucklecard_eeprom_writedata(chip, data, len, ASD_CHECKSUM_CRC16); // shows in Health and ErrorCode
+    // Kept: the result is that of protecting the card again; an unprotected card is what callers must act on.
+    return asd_bucklecard_eeprom_wp(chip, kProtectOn);
+}
+
+gint32 asd_bucklecard_eeprom_wp(OBJ_HANDLE dev_handle, guint8 value) {
+    const gchar *name = dfl_get_object_name(dev_handle);
+    if (name == nullptr) {
+        ASD_LOG_ERROR("get object name failed.");
+        return kStatusFailed;
+    }
+    guint8 protectable = 0;
+    if (const gint32 ret = property_read(dev_handle, kPropStgIsWp, &protectable); ret != 0) {
+        ASD_LOG_ERROR("%s get eeprom is need protect value failed(ret=%d)", name, ret);
+        return ret;
+    }
+    if (protectable != 1) {
+        return kStatusOk;
+    }
+    const gint32 ret = property_write(dev_handle, kPropStgWp, value, kOptionsStgWp);
+    if (ret != 0) {
+        ASD_LOG_ERROR("%s set eeprom wp %d failed(ret=%d)", name, value, ret);
+    }
+    return ret;
+}
+
+gint32 asd_bucklecard_eeprom_writedata(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, guint32 /*crc_kind*/) {
+    if (dfl_get_object_name(dev_handle) == nullptr) {
+        ASD_LOG_ERROR("get object name fail.");
+        return kStatusFailed;
+    }
+    guint32 retry = kRetryDefault;
+    guint32 offset = 0;
+    if (asd_eeprom_getoffset(dev_handle, &retry, &offset) != 0) {
+        ASD_LOG_ERROR("Get eeprom offset faild.");
+        return kStatusFailed;
+    }
+    const WorkBuffer record = WorkBuffer::allocate(len + kChecksumSize);
+    if (!record || asd_eeprom_writecrc(data, len, record.get()) != 0) {
+        return kStatusFailed;
+    }
+    const gint32 ret = special_attempts(dev_handle, offset, len + kChecksumSize, record.get(), retry, nullptr, nullptr);
+    if (ret != 0) {
+        ASD_LOG_ERROR("%s: write failed(ret=%d)", __func__, ret);
+    }
+    special_outcome(dev_handle, ret);
+    return ret;
+}
