@@ -53,7 +53,7 @@ static constexpr guint8 kModelMarker0 = 0xA5;
 static constexpr guint8 kModelMarker1 = 0x5A;
 static constexpr guint8 kModelFailed = 0xFF;
 static constexpr guint32 kModelAttempts = 3;
-static constexpr guint32 kModelPause_ms = 100;
+static constexpr guint32 kModelPauseMs = 100;
 
 // ---- Logs ----
 
@@ -168,8 +168,8 @@ gint32 asd_choose_asd_dev(gchar *asd_dev_name, guint8 buf_len) {
     if (BSP_Is4U4CBoard() == 0 || BSP_isEquipFrameBoard() == 0) {
         return kStatusOk;
     }
-    // The zero fill ends the name.
     const gint32 cleared = memset_s(asd_dev_name, buf_len, 0, buf_len);
+    // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the zero fill ends the name
     const gint32 copied = memcpy_s(asd_dev_name, buf_len, kPropDev1, std::strlen(kPropDev1));
     if ((cleared | copied) != 0) {
         ASD_LOG_ERROR("Error: init and copy asd devname failed, result = %d.", cleared | copied);
@@ -534,7 +534,7 @@ guint8 asd_get_backboard_mode_from_backboard(guint8 *BackboardMode) {
     for (guint32 attempt = 0; attempt < kModelAttempts && ret != 0; ++attempt) {
         ret = asd_read_one_chip(item, record.data(), kModelRecordSize);
         if (ret != 0) {
-            vos_task_delay(kModelPause_ms);
+            vos_task_delay(kModelPauseMs);
         }
     }
     if (ret != 0) {
@@ -561,7 +561,7 @@ guint8 asd_set_backboard_mode_to_backboard(guint8 BackboardMode) {
     const ModelRecord record = model_record(BackboardMode);
     gint32 ret = asd_write_equip(item, record.data(), kModelRecordSize);
     for (guint32 attempt = 1; attempt < kModelAttempts && ret != 0; ++attempt) {
-        vos_task_delay(kModelPause_ms);
+        vos_task_delay(kModelPauseMs);
         ret = asd_write_equip(item, record.data(), kModelRecordSize);
     }
     if (ret != 0) {

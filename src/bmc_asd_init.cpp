@@ -19,14 +19,15 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstring>
 #include <string_view>
 
 std::atomic<guint32> g_masterMode{BOARD_MOS_ERROR};
 
 static constexpr UINT32 kCpldIdleRegister = 0x1F8;
 static constexpr UINT32 kCpldIdleBit = 1;
-static constexpr guint32 kLongSleep_ms = 120000; // long waits are made of these
-static constexpr guint32 kUpgradeSettle_ms = 10000;
+static constexpr guint32 kLongSleepMs = 120000; // long waits are made of these
+static constexpr guint32 kUpgradeSettleMs = 10000;
 
 // Reads the board's role into *role, as a number. The platform may have changed it even when it reports a failure.
 static gint32 role_read(guint32 *role) {
@@ -38,7 +39,7 @@ static gint32 role_read(guint32 *role) {
 
 static void long_sleep(guint32 times) {
     for (guint32 i = 0; i < times; ++i) {
-        vos_task_delay(kLongSleep_ms);
+        vos_task_delay(kLongSleepMs);
     }
 }
 
@@ -193,7 +194,7 @@ static bool check_one(const gchar *objname) {
 
 void asd_eeprom_check_task(void * /*data*/) {
     constexpr guint32 kHour = 30; // long sleeps
-    constexpr guint32 kPause_ms = 10000;
+    constexpr guint32 kPauseMs = 10000;
     UINT8 equip_mode = 0;
     UINT8 idle = 0xFF;
     for (;;) {
@@ -208,7 +209,7 @@ void asd_eeprom_check_task(void * /*data*/) {
         }
         for (std::size_t i = 0; i < kCheckedNames; ++i) {
             if (check_one(kCheckNames[i])) {
-                vos_task_delay(kPause_ms);
+                vos_task_delay(kPauseMs);
             }
         }
     }
@@ -231,6 +232,88 @@ void asd_master_eepromroutine(void) {
 }
 
 // ---- Customer block ----
+
+static constexpr const gchar *kCcdbItem = "ASD_CCDB";
+
+static std::array<guint8, kCcdbSize> g_ccdbSetData; // guarded by g_ccdbSetEnLock
+static std::atomic<guint8> g_ccdbSetEn{0};          // as above
+
+gulong AsdGetGCcdbSetEnLock(void) {
+    return g_ccdbSetEnLock;
+}
+
+void AsdSetGCcdbSetEnLock(gulong lock) {
+    g_ccdbSetEnLock = lock;
+}
+
+guint8 *AsdGetGCcdbSetData(void) {
+    return g_ccdbSetData.data();
+}
+
+void AsdSetGCcdbSetData(const guint8 *data) {
+    if (const gint32 ret = memcpy_s(g_ccdbSetData.data(), kCcdbSize, data, kCcdbSize); ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd ccdb failed, result = %d.", ret);
+    }
+}
+
+guint8 AsdGetGCcdbSetEn(void) {
+    return g_ccdbSetEn;
+}
+
+void AsdSetGCcdbSetEn(guint8 value) {
+    g_ccdbSetEn = value;
+}
+
+gint32 update_ccdb_data_of_ram(gconstpointer Data) {
+    OBJ_HANDLE item = 0;
+    if (dfl_get_object_handle(kCcdbItem, &item) != 0) {
+        ASD_LOG_INFO("get asd_ccdb handle for update ccdb data of ram unsucessful");
+    }
+    const gint32 ret = asd_update_property(item, static_cast<const guint8 *>(Data), kCcdbSize);
+    if (ret != 0) {
+        ASD_LOG_INFO("update ccdb value unsucessful.");
+    }
+    return ret;
+}
+
+void AsdWriteCcdbDataToEeprom(void) {
+    OBJ_HANDLE item = 0;
+    if (const gint32 ret = dfl_get_object_handle(kCcdbItem, &item); ret != 0) {
+        ASD_LOG_ERROR("Get ASD_CCDB handle failed(%d).", ret);
+    }
+    if (asd_write_check(item, g_ccdbSetData.data(), kCcdbSize) == 0) {
+        ASD_LOG_MAINTENANCE(1, "Set ccdb success.");
+        return;
+    }
+    ASD_LOG_MAINTENANCE(0, "Set ccdb unsucessful.");
+}
+
+gint32 AsdReadCcdbDataFromRam(void) {
+    OBJ_HANDLE item = 0;
+    if (dfl_get_object_handle(kCcdbItem, &item) != 0) {
+        ASD_LOG_ERROR("Get ASD_CCDB handle for set failed");
+        return kStatusFailed;
+    }
+    guint8 ready = 0;
+    if (property_read(item, kPropReady, &ready) != 0) {
+        ASD_LOG_ERROR("Get CCDB data ready signal failed");
+        return kStatusFailed;
+    }
+    if (ready == 0) {
+        ASD_LOG_INFO("CCDB data is not ready");
+        return kStatusFailed;
+    }
+    std::array<guint8, kCcdbSize> data{};
+    gsize value_size = 0;
+    if (asd_get_value(kCcdbItem, kCcdbSize, data.data(), &value_size) != 0) {
+        ASD_LOG_ERROR("Get CCDB data failed");
+        return kStatusFailed;
+    }
+    if (const gint32 ret = memcpy_s(g_ccdbSetData.data(), kCcdbSize, data.data(), data.size()); ret != 0) {
+        ASD_LOG_ERROR("Error: copy asd ccdb data failed, result = %d.", ret);
+    }
+    return kStatusOk;
+}
 
 // Writes the pending block once its lock is free; if taking the lock nevertheless fails, all the same.
 static void ccdb_write_waiting() {
@@ -275,12 +358,67 @@ void ASD_ROUTINE_SYS_CCDB_Task(void * /*data*/) {
         }
         if (cpldRamRegPre == 1) {
             cpldRamRegPre = cpldRamRegCurrent;
-            vos_task_delay(kUpgradeSettle_ms);
+            vos_task_delay(kUpgradeSettleMs);
         }
         if (g_masterMode == BOARD_MASTER) {
             ccdb_write_waiting();
         }
     }
+}
+
+// ---- Node view ----
+
+static std::array<guint8, kNodeViewSize> g_nodeviewSetData; // guarded by g_setNodeviewLock
+// 1 when g_nodeviewSetData is what the chips hold. Atomic: the role monitor clears it without the lock.
+static std::atomic<guint8> g_nodeviewSetFlag{0};
+
+gint32 AsdSetGNodeviewLockMutex(void) {
+    return vos_thread_sem4_p(g_setNodeviewLock, 10000);
+}
+
+void AsdSetGNodeviewunLockMutex(void) {
+    (void)vos_thread_sem4_v(g_setNodeviewLock); // nothing a caller could do
+}
+
+void AsdSetNodeviewFlag(guint8 value) {
+    g_nodeviewSetFlag = value;
+}
+
+// Writes a view that differs from the last one, with the lock held. 0 or -1.
+static gint32 nodeview_update(OBJ_HANDLE item, const guint8 *data, guint32 size) {
+    if (g_nodeviewSetFlag == 1 && std::memcmp(g_nodeviewSetData.data(), data, size) == 0) {
+        ASD_LOG_INFO("The nodeview data is the same, no need update.");
+        return kStatusOk;
+    }
+    std::array<guint8, kNodeViewSize + 1> view{};
+    if (const gint32 ret = memcpy_s(view.data(), view.size(), data, size); ret != 0) {
+        ASD_LOG_ERROR("Error: copy nodeView failed(%d).", ret);
+        return kStatusFailed;
+    }
+    if (const gint32 ret = asd_write_check(item, view.data(), size); ret != 0) {
+        ASD_LOG_ERROR("Set nodeView to eeprom failed(%d).", ret);
+        return kStatusFailed;
+    }
+    if (const gint32 ret = memcpy_s(g_nodeviewSetData.data(), g_nodeviewSetData.size(), data, size); ret != 0) {
+        ASD_LOG_ERROR("Error: copy nodeView failed(%d).", ret);
+        return kStatusFailed;
+    }
+    g_nodeviewSetFlag = 1;
+    ASD_LOG_INFO("Set node view succeed.");
+    return kStatusOk;
+}
+
+gint32 AsdSetNodevie2E2prom(OBJ_HANDLE objHandle, const guint8 *srcData, gint32 lenth) {
+    if (srcData == nullptr || lenth < 0 || static_cast<guint32>(lenth) > kNodeViewSize) {
+        return kStatusFailed;
+    }
+    if (const gint32 ret = AsdSetGNodeviewLockMutex(); ret != 0) {
+        ASD_LOG_ERROR("Set nodeview get lock failed(ret=%d)", ret);
+        return kStatusFailed;
+    }
+    const gint32 ret = nodeview_update(objHandle, srcData, static_cast<guint32>(lenth));
+    AsdSetGNodeviewunLockMutex();
+    return ret;
 }
 
 // ---- Push to the peers ----
@@ -406,7 +544,7 @@ void ASD_EEprom_Sync_Task(void * /*Data*/) {
         }
         if (cpldRamRegPre == 1) {
             cpldRamRegPre = cpldRamRegCurrent;
-            vos_task_delay(kUpgradeSettle_ms);
+            vos_task_delay(kUpgradeSettleMs);
         }
         sync_pass(&equip_mode);
     }
@@ -491,7 +629,7 @@ void ASD_SyncProCfgInfo(const guint8 *data, guint32 len) {
 static constexpr const gchar *kIocardItem = "ASD_IOCARD_PCIE4";
 static constexpr guint32 kIocardSize = 8;
 static constexpr guint32 kIocardAttempts = 3;
-static constexpr guint32 kIocardPause_ms = 100;
+static constexpr guint32 kIocardPauseMs = 100;
 static constexpr guint8 kIocardOn = 0xAA;
 static constexpr guint8 kIocardOff = 0x55;
 static constexpr guint8 kIocardUnset = 0xFE; // the record holds no setting
@@ -539,7 +677,7 @@ gint32 ASD_GetIocardPcie4FromEEP(guint8 *data, guint32 len) {
     for (guint32 attempt = 0; attempt < kIocardAttempts && ret != 0; ++attempt) {
         ret = asd_read_one_chip(item, record.data(), kIocardSize);
         if (ret != 0) {
-            vos_task_delay(kIocardPause_ms);
+            vos_task_delay(kIocardPauseMs);
         }
     }
     if (ret != 0) {
@@ -564,7 +702,7 @@ gint32 ASD_SetIocardPcie4ToEEP(const guint8 *data, guint32 len) {
     }
     gint32 ret = asd_write_equip(item, data, kIocardSize);
     for (guint32 attempt = 1; attempt < kIocardAttempts && ret != 0; ++attempt) {
-        vos_task_delay(kIocardPause_ms);
+        vos_task_delay(kIocardPauseMs);
         ret = asd_write_equip(item, data, kIocardSize);
     }
     if (ret != 0) {

@@ -44,6 +44,26 @@ void GetInfofromRam(void);             // the board records and the pending cust
 void asd_master_eepromroutine(void);   // reloads the routine items whose period has passed
 void ASD_EEprom_MasterWriteCcdb(void); // requested and standby writes of the customer block
 
+// ---- Customer block: the pending copy, its request and its lock ----
+
+gint32 update_ccdb_data_of_ram(gconstpointer Data); // publishes 128 bytes as Value
+void AsdWriteCcdbDataToEeprom(void);                // writes the pending block; with the lock held
+gint32 AsdReadCcdbDataFromRam(void);                // fills the pending block from Value: 0 or -1; with the lock held
+
+gulong AsdGetGCcdbSetEnLock(void);
+void AsdSetGCcdbSetEnLock(gulong lock);
+guint8 *AsdGetGCcdbSetData(void);            // 128 bytes; with the lock held
+void AsdSetGCcdbSetData(const guint8 *data); // 128 bytes; with the lock held
+guint8 AsdGetGCcdbSetEn(void);               // 1: an immediate write waits for the master check
+void AsdSetGCcdbSetEn(guint8 value);
+
+// ---- Node view: the last one written, its flag and its lock ----
+
+gint32 AsdSetNodevie2E2prom(OBJ_HANDLE objHandle, const guint8 *srcData, gint32 lenth); // 0 or -1
+gint32 AsdSetGNodeviewLockMutex(void); // waits at most 10000 ms: 0 when obtained
+void AsdSetGNodeviewunLockMutex(void);
+void AsdSetNodeviewFlag(guint8 value); // 0: the next set writes whatever its data; takes no lock
+
 // ---- Push ----
 
 gint32 ASD_SyncEEpromToSlaveForeach(OBJ_HANDLE object_handle, gpointer callback_data); // 0 always

@@ -784,88 +784,7 @@ gint32 ASD_GetEEPromData(const IPMI_MSG_S *req_msg, gconstpointer /*user_data*/)
 
 // ---- Customer block ----
 
-static constexpr const gchar *kCcdbItem = "ASD_CCDB";
 static constexpr guint8 kCcdbImmediate = 0x2C;
-
-static std::array<guint8, kCcdbSize> g_ccdbSetData; // guarded by g_ccdbSetEnLock
-static std::atomic<guint8> g_ccdbSetEn{0};          // as above
-
-gulong AsdGetGCcdbSetEnLock(void) {
-    return g_ccdbSetEnLock;
-}
-
-void AsdSetGCcdbSetEnLock(gulong lock) {
-    g_ccdbSetEnLock = lock;
-}
-
-guint8 *AsdGetGCcdbSetData(void) {
-    return g_ccdbSetData.data();
-}
-
-void AsdSetGCcdbSetData(const guint8 *data) {
-    if (const gint32 ret = memcpy_s(g_ccdbSetData.data(), kCcdbSize, data, kCcdbSize); ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd ccdb failed, result = %d.", ret);
-    }
-}
-
-guint8 AsdGetGCcdbSetEn(void) {
-    return g_ccdbSetEn;
-}
-
-void AsdSetGCcdbSetEn(guint8 value) {
-    g_ccdbSetEn = value;
-}
-
-gint32 update_ccdb_data_of_ram(gconstpointer Data) {
-    OBJ_HANDLE item = 0;
-    if (dfl_get_object_handle(kCcdbItem, &item) != 0) {
-        ASD_LOG_INFO("get asd_ccdb handle for update ccdb data of ram unsucessful");
-    }
-    const gint32 ret = asd_update_property(item, static_cast<const guint8 *>(Data), kCcdbSize);
-    if (ret != 0) {
-        ASD_LOG_INFO("update ccdb value unsucessful.");
-    }
-    return ret;
-}
-
-void AsdWriteCcdbDataToEeprom(void) {
-    OBJ_HANDLE item = 0;
-    if (const gint32 ret = dfl_get_object_handle(kCcdbItem, &item); ret != 0) {
-        ASD_LOG_ERROR("Get ASD_CCDB handle failed(%d).", ret);
-    }
-    if (asd_write_check(item, g_ccdbSetData.data(), kCcdbSize) == 0) {
-        ASD_LOG_MAINTENANCE(1, "Set ccdb success.");
-        return;
-    }
-    ASD_LOG_MAINTENANCE(0, "Set ccdb unsucessful.");
-}
-
-gint32 AsdReadCcdbDataFromRam(void) {
-    OBJ_HANDLE item = 0;
-    if (dfl_get_object_handle(kCcdbItem, &item) != 0) {
-        ASD_LOG_ERROR("Get ASD_CCDB handle for set failed");
-        return kStatusFailed;
-    }
-    guint8 ready = 0;
-    if (property_read(item, kPropReady, &ready) != 0) {
-        ASD_LOG_ERROR("Get CCDB data ready signal failed");
-        return kStatusFailed;
-    }
-    if (ready == 0) {
-        ASD_LOG_INFO("CCDB data is not ready");
-        return kStatusFailed;
-    }
-    std::array<guint8, kCcdbSize> data{};
-    gsize value_size = 0;
-    if (asd_get_value(kCcdbItem, kCcdbSize, data.data(), &value_size) != 0) {
-        ASD_LOG_ERROR("Get CCDB data failed");
-        return kStatusFailed;
-    }
-    if (const gint32 ret = memcpy_s(g_ccdbSetData.data(), kCcdbSize, data.data(), data.size()); ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd ccdb data failed, result = %d.", ret);
-    }
-    return kStatusOk;
-}
 
 gint32 ipmi_cmd_set_ccdb(const IPMI_MSG_S *req_msg, gconstpointer /*user_data*/) {
     ASD_LOG_DEBUG("setting ccdb data starts.");
@@ -885,13 +804,13 @@ gint32 ipmi_cmd_set_ccdb(const IPMI_MSG_S *req_msg, gconstpointer /*user_data*/)
     }
     // Kept: an immediate set of an unchanged block requests nothing; the block is on its way already.
     const guint8 *block = request + kHeadSize;
-    if (std::memcmp(block, g_ccdbSetData.data(), kCcdbSize) != 0) {
-        if (memcpy_s(g_ccdbSetData.data(), kCcdbSize, block, kCcdbSize) != 0) {
+    if (std::memcmp(block, AsdGetGCcdbSetData(), kCcdbSize) != 0) {
+        if (memcpy_s(AsdGetGCcdbSetData(), kCcdbSize, block, kCcdbSize) != 0) {
             ASD_LOG_INFO("Error: copy ccdb data failed.");
         }
-        (void)update_ccdb_data_of_ram(g_ccdbSetData.data()); // logged there; the block is pending all the same
+        (void)update_ccdb_data_of_ram(AsdGetGCcdbSetData()); // logged there; the block is pending all the same
         if (request[kByteSdrType] == kCcdbImmediate) {
-            g_ccdbSetEn = 1;
+            AsdSetGCcdbSetEn(1);
             ASD_LOG_INFO("set ccdb data immediately");
         } else {
             ASD_LOG_INFO("set ccdb data to eeprom in next 24 hour");
@@ -902,59 +821,6 @@ gint32 ipmi_cmd_set_ccdb(const IPMI_MSG_S *req_msg, gconstpointer /*user_data*/)
 }
 
 // ---- Node view ----
-
-static std::array<guint8, kNodeViewSize> g_nodeviewSetData; // guarded by g_setNodeviewLock
-// 1 when g_nodeviewSetData is what the chips hold. Atomic: the role monitor clears it without the lock.
-static std::atomic<guint8> g_nodeviewSetFlag{0};
-
-gint32 AsdSetGNodeviewLockMutex(void) {
-    return vos_thread_sem4_p(g_setNodeviewLock, 10000);
-}
-
-void AsdSetGNodeviewunLockMutex(void) {
-    (void)vos_thread_sem4_v(g_setNodeviewLock); // nothing a caller could do
-}
-
-void AsdSetNodeviewFlag(guint8 value) {
-    g_nodeviewSetFlag = value;
-}
-
-// Writes a view that differs from the last one, with the lock held. 0 or -1.
-static gint32 nodeview_update(OBJ_HANDLE item, const guint8 *data, guint32 size) {
-    if (g_nodeviewSetFlag == 1 && std::memcmp(g_nodeviewSetData.data(), data, size) == 0) {
-        ASD_LOG_INFO("The nodeview data is the same, no need update.");
-        return kStatusOk;
-    }
-    std::array<guint8, kNodeViewSize + 1> view{};
-    if (const gint32 ret = memcpy_s(view.data(), view.size(), data, size); ret != 0) {
-        ASD_LOG_ERROR("Error: copy nodeView failed(%d).", ret);
-        return kStatusFailed;
-    }
-    if (const gint32 ret = asd_write_check(item, view.data(), size); ret != 0) {
-        ASD_LOG_ERROR("Set nodeView to eeprom failed(%d).", ret);
-        return kStatusFailed;
-    }
-    if (const gint32 ret = memcpy_s(g_nodeviewSetData.data(), g_nodeviewSetData.size(), data, size); ret != 0) {
-        ASD_LOG_ERROR("Error: copy nodeView failed(%d).", ret);
-        return kStatusFailed;
-    }
-    g_nodeviewSetFlag = 1;
-    ASD_LOG_INFO("Set node view succeed.");
-    return kStatusOk;
-}
-
-gint32 AsdSetNodevie2E2prom(OBJ_HANDLE objHandle, const guint8 *srcData, gint32 lenth) {
-    if (srcData == nullptr || lenth < 0 || static_cast<guint32>(lenth) > kNodeViewSize) {
-        return kStatusFailed;
-    }
-    if (const gint32 ret = AsdSetGNodeviewLockMutex(); ret != 0) {
-        ASD_LOG_ERROR("Set nodeview get lock failed(ret=%d)", ret);
-        return kStatusFailed;
-    }
-    const gint32 ret = nodeview_update(objHandle, srcData, static_cast<guint32>(lenth));
-    AsdSetGNodeviewunLockMutex();
-    return ret;
-}
 
 gint32 IpmiCmdSetNodeView(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
     if (req_msg == nullptr) {

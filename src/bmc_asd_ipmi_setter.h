@@ -2,8 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// IPMI commands that write, the module's locks, and the state that the writes share: the key and bay configuration
-// buffers, the pending customer block and the last node view.
+// IPMI commands that write, the module's locks, and the key buffer.
 // Each handler answers its request once and returns the status of that answer, or -1 when the message is null (nothing
 // is sent). user_data: the item's name. They run on the stack's threads, many at once.
 
@@ -70,23 +69,9 @@ gint32 ASD_GetEEPromData(const IPMI_MSG_S *req_msg, gconstpointer user_data);
 // ---- Customer block: a set changes Value and a pending copy; the chips follow at once, at standby or daily ----
 
 gint32 ipmi_cmd_set_ccdb(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 update_ccdb_data_of_ram(gconstpointer Data); // publishes 128 bytes as Value
-void AsdWriteCcdbDataToEeprom(void);                // writes the pending block; with the lock held
-gint32 AsdReadCcdbDataFromRam(void);                // fills the pending block from Value: 0 or -1; with the lock held
-
-gulong AsdGetGCcdbSetEnLock(void);
-void AsdSetGCcdbSetEnLock(gulong lock);
-guint8 *AsdGetGCcdbSetData(void);            // 128 bytes; with the lock held
-void AsdSetGCcdbSetData(const guint8 *data); // 128 bytes; with the lock held
-guint8 AsdGetGCcdbSetEn(void);               // 1: an immediate write waits for the master check
-void AsdSetGCcdbSetEn(guint8 value);
 
 // ---- Node view: written at once, when it differs from the last one this controller wrote ----
 
 gint32 IpmiCmdSetNodeView(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 AsdSetNodevie2E2prom(OBJ_HANDLE objHandle, const guint8 *srcData, gint32 lenth); // 0 or -1
-gint32 AsdSetGNodeviewLockMutex(void); // waits at most 10000 ms: 0 when obtained
-void AsdSetGNodeviewunLockMutex(void);
-void AsdSetNodeviewFlag(guint8 value); // 0: the next set writes whatever its data; takes no lock
 
 } // extern "C"

@@ -52,7 +52,7 @@ static constexpr std::string_view kPowerThresholdItem = "ASD_PowerThreshold";
 static constexpr std::string_view kChipSilentOnChecksum = "ASDDev25a"; // the bay configuration is often absent
 
 static constexpr guint32 kReadRounds = 3;
-static constexpr guint32 kReadPause_ms = 100;
+static constexpr guint32 kReadPauseMs = 100;
 static constexpr guint32 kRetryDefault = 5;
 static constexpr guint8 kErased = 0xFF;
 
@@ -118,7 +118,7 @@ static gint32 record_transfer(OBJ_HANDLE chip, guint8 *work, guint32 size, guint
         if (ret == 0) {
             return ret;
         }
-        vos_task_delay(kReadPause_ms);
+        vos_task_delay(kReadPauseMs);
         --*retry;
     }
     return ret;

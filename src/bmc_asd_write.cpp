@@ -19,9 +19,9 @@
 #include <string_view>
 
 static constexpr guint32 kRetryDefault = 5;
-static constexpr guint32 kWritePause_ms = 50;
-static constexpr guint32 kSpecialPause_ms = 200; // power supplies, fans and buckle cards answer more slowly
-static constexpr guint32 kProtectSettle_ms = 10; // after StgWp is lifted
+static constexpr guint32 kWritePauseMs = 50;
+static constexpr guint32 kSpecialPauseMs = 200; // power supplies, fans and buckle cards answer more slowly
+static constexpr guint32 kProtectSettleMs = 10; // after StgWp is lifted
 static constexpr guint8 kErased = 0xFF;
 static constexpr guint8 kProtectOff = 0;
 static constexpr guint8 kProtectOn = 1;
@@ -67,7 +67,7 @@ static gint32 record_attempts(OBJ_HANDLE chip, const gchar *name, guint32 offset
             return ret;
         }
         if (attempt + 1 < retry) {
-            vos_task_delay(kWritePause_ms);
+            vos_task_delay(kWritePauseMs);
         }
     }
     return lock_lost && !transferred ? kStatusFailed : ret;
@@ -504,7 +504,7 @@ gint32 asd_power_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 l
 // Chips with a control of their own: whether it worked shows in the transfer.
 void asd_power_eprom_write_enable(OBJ_HANDLE dev_handle) {
     (void)property_write(dev_handle, kPropStgWp, kProtectOff, kOptionsStgWp); // the transfer decides
-    vos_task_delay(kProtectSettle_ms);
+    vos_task_delay(kProtectSettleMs);
 }
 
 void asd_power_eprom_write_disable(OBJ_HANDLE dev_handle) {
@@ -528,7 +528,7 @@ static gint32 special_attempts(OBJ_HANDLE chip, guint32 offset, guint32 size, co
         if (ret == 0) {
             return ret;
         }
-        vos_task_delay(kSpecialPause_ms);
+        vos_task_delay(kSpecialPauseMs);
     }
     return ret;
 }
@@ -642,7 +642,7 @@ gint32 asd_bucklecard_eeprom_write(OBJ_HANDLE obj_handle, const guint8 *data, gu
     if (asd_bucklecard_eeprom_wp(chip, kProtectOff) != 0) {
         return kStatusFailed;
     }
-    vos_task_delay(kProtectSettle_ms);
+    vos_task_delay(kProtectSettleMs);
     (void)asd_bucklecard_eeprom_writedata(chip, data, len, ASD_CHECKSUM_CRC16); // shows in Health and ErrorCode
     // Kept: the result is that of protecting the card again; an unprotected card is what callers must act on.
     return asd_bucklecard_eeprom_wp(chip, kProtectOn);
