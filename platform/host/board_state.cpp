@@ -1,0 +1,167 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "board_state.h"
+
+#include "atomic_file.h"
+#include "log.h"
+#include "status.h"
+
+#include <array>
+#include <cerrno>
+
+#include <fcntl.h>
+#include <glib.h>
+#include <sys/stat.h>
+
+namespace asd_host {
+
+namespace {
+
+struct FieldPlace {
+    CpldField field;
+    std::uint32_t address; // of its first byte in the CPLD's RAM
+    std::uint32_t length;
+};
+
+// The bytes at 0xCFC1 and 0xCFC2 are the I/O cards'; the module addresses them itself.
+// clang-format off
+constexpr std::array<FieldPlace, 4> kFields = {{
+    {.field = CpldField::kWwn,                  .address = 0xCE00, .length = 6},
+    {.field = CpldField::kFrameModel,           .address = 0xCE10, .length = 16},
+    {.field = CpldField::kProductConfiguration, .address = 0xCE40, .length = 64},
+    {.field = CpldField::kPcieSasModel,         .address = 0xCE80, .length = 1},
+}};
+// clang-format on
+
+constexpr bool fields_in_order() {
+    for (std::size_t i = 0; i < kFields.size(); ++i) {
+        const std::uint32_t end = kFields[i].address + kFields[i].length;
+        const std::uint32_t limit = i + 1 < kFields.size() ? kFields[i + 1].address : 0xCFC1;
+        if (kFields[i].field != static_cast<CpldField>(i) || end > limit) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(fields_in_order(), "row i is field i, and no two fields share a byte");
+
+} // namespace
+
+// The lock whose holder is the enclosure's master; the kernel frees it when the process dies.
+class MasterLock {
+public:
+    explicit MasterLock(std::filesystem::path file) : file_(std::move(file)) {}
+
+    // 0: this process holds it. EAGAIN: another does. Else why it can't be asked for.
+    [[nodiscard]] int take() {
+        if (held_ && exists()) {
+            return 0;
+        }
+        held_ = false;
+        fd_ = Fd(::open(file_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode));
+        if (!fd_) {
+            return errno == EAGAIN ? EIO : errno;
+        }
+        struct flock lock = {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        if (::fcntl(fd_.get(), F_OFD_SETLK, &lock) != 0) {
+            return errno == EACCES ? EAGAIN : errno;
+        }
+        held_ = true;
+        return 0;
+    }
+
+private:
+    static constexpr unsigned kMode = 0600;
+
+    // A lock on a removed file excludes nobody: others lock the file that took its place.
+    [[nodiscard]] bool exists() const {
+        struct stat facts = {};
+        return ::fstat(fd_.get(), &facts) == 0 && facts.st_nlink > 0;
+    }
+
+    std::filesystem::path file_;
+    Fd fd_;
+    bool held_ = false;
+};
+
+BoardState::BoardState() = default;
+BoardState::~BoardState() = default;
+
+bool BoardState::open(const Options &options, const Enclosure &enclosure, std::string *mistake) {
+    const std::filesystem::path folder = options.slot_state_dir();
+    if (!cpld_registers.open(folder / "cpld-registers", mistake) || !cpld_ram.open(folder / "cpld-ram", mistake) ||
+        !flash.open(folder / "flash-parameters", mistake)) {
+        return false;
+    }
+    const std::lock_guard lock(mutex_);
+    role_ = options.role.value_or(enclosure.role);
+    if (role_ != Role::kAuto) {
+        return true;
+    }
+    const std::filesystem::path file = options.run_dir / "master.lock";
+    master_lock_ = std::make_unique<MasterLock>(file);
+    const int error = master_lock_->take();
+    if (error != 0 && error != EAGAIN) {
+        *mistake = file.string() + ": the lock of the master role cannot be used: " + g_strerror(error);
+        return false;
+    }
+    return true;
+}
+
+BOARD_MOS_E BoardState::role() {
+    const std::lock_guard lock(mutex_);
+    if (role_ != Role::kAuto) {
+        return role_ == Role::kMaster ? BOARD_MASTER : BOARD_SLAVE;
+    }
+    const int error = master_lock_ ? master_lock_->take() : ENOLCK;
+    if (error == 0) {
+        return BOARD_MASTER;
+    }
+    return error == EAGAIN ? BOARD_SLAVE : BOARD_MOS_ERROR;
+}
+
+std::uint32_t BoardState::cpld_register(std::uint32_t reg) const {
+    std::uint32_t value = 0;
+    unsigned shift = 0;
+    for (const std::uint8_t byte : cpld_registers.get(reg).value_or(std::vector<std::uint8_t>())) {
+        value |= shift < 32 ? std::uint32_t{byte} << shift : 0;
+        shift += 8;
+    }
+    return value;
+}
+
+gint32 BoardState::set_cpld_register(std::uint32_t reg, std::uint32_t value) {
+    std::array<std::uint8_t, 4> bytes = {};
+    for (std::uint8_t &byte : bytes) {
+        byte = static_cast<std::uint8_t>(value & 0xFFU);
+        value >>= 8U;
+    }
+    return cpld_registers.put(reg, bytes);
+}
+
+gint32 BoardState::set_cpld_field(CpldField field, std::span<const std::uint8_t> data) {
+    const FieldPlace &place = kFields[static_cast<std::size_t>(field)];
+    if (data.empty() || data.size() > place.length) {
+        return kBadArgument;
+    }
+    StateStore::Values bytes;
+    for (std::uint32_t i = 0; i < place.length; ++i) {
+        bytes[place.address + i] = {i < data.size() ? data[i] : std::uint8_t{0}};
+    }
+    return cpld_ram.put_all(bytes);
+}
+
+BoardState::Live BoardState::live() const {
+    const std::lock_guard lock(mutex_);
+    return live_;
+}
+
+void BoardState::set_live(const Live &live) {
+    const std::lock_guard lock(mutex_);
+    live_ = live;
+}
+
+} // namespace asd_host

@@ -1,0 +1,64 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// States of the board that change while the service runs, and its CPLD and flash.
+
+#include "board.h"
+#include "enclosure.h"
+#include "state_store.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+
+namespace asd_host {
+
+class MasterLock;
+
+// What the CPLD keeps for other board software, each at its own place in its RAM.
+enum class CpldField { kWwn, kFrameModel, kProductConfiguration, kPcieSasModel };
+
+class BoardState {
+public:
+    BoardState();
+    ~BoardState();
+
+    // Opens CPLD and flash in the slot's state folder. The role comes from the options, else the enclosure.
+    [[nodiscard]] bool open(const Options &options, const Enclosure &enclosure, std::string *mistake);
+
+    // Master: fixed, or this process holds the enclosure's master lock (taken when it is free, kept until the process
+    // dies). BOARD_MOS_ERROR: the lock can't be asked for.
+    [[nodiscard]] BOARD_MOS_E role();
+
+    // A register of the CPLD; 0 for one never written.
+    [[nodiscard]] std::uint32_t cpld_register(std::uint32_t reg) const;
+    [[nodiscard]] gint32 set_cpld_register(std::uint32_t reg, std::uint32_t value); // 0 or kStorageFailed
+    // Fills the field with data, and what data leaves of it with zeros, all in one durable change. 0, kStorageFailed,
+    // or kBadArgument when data is empty or longer than the field.
+    [[nodiscard]] gint32 set_cpld_field(CpldField field, std::span<const std::uint8_t> data);
+
+    StateStore cpld_registers; // key: register; four bytes each, low byte first
+    StateStore cpld_ram;       // key: address; one byte each
+    StateStore flash;          // key: parameter
+
+    // Settable while the service runs; guarded by mutex.
+    struct Live {
+        std::uint8_t equipment_mode = 0;
+        std::uint8_t cpld_upgrading = 0;
+        BOOL power_standby = 0;
+    };
+    [[nodiscard]] Live live() const;
+    void set_live(const Live &live);
+
+private:
+    mutable std::mutex mutex_;
+    Live live_;
+    Role role_ = Role::kAuto;
+    std::unique_ptr<MasterLock> master_lock_;
+};
+
+} // namespace asd_host

@@ -1,0 +1,106 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "call_pool.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include <pthread.h>
+
+namespace asd_host {
+
+// Kept by the pool and by each of its threads.
+struct CallPoolShared {
+    struct Call {
+        OBJ_HANDLE object = 0;
+        CallPool::Work work;
+    };
+    std::mutex mutex; // guards the fields below
+    std::condition_variable changed;
+    std::deque<Call> waiting;
+    std::set<OBJ_HANDLE> busy; // objects with a running call
+    bool ending = false;
+
+    [[nodiscard]] std::deque<Call>::iterator next() {
+        return std::ranges::find_if(waiting, [this](const Call &call) { return !busy.contains(call.object); });
+    }
+};
+
+namespace {
+
+void run_calls(const std::shared_ptr<CallPoolShared> &shared) {
+    (void)pthread_setname_np(pthread_self(), "call"); // a name for people
+    std::unique_lock lock(shared->mutex);
+    for (;;) {
+        shared->changed.wait(lock, [&shared] { return shared->ending || shared->next() != shared->waiting.end(); });
+        if (shared->ending) {
+            return;
+        }
+        const auto next = shared->next();
+        CallPoolShared::Call call = std::move(*next);
+        shared->waiting.erase(next);
+        shared->busy.insert(call.object);
+        lock.unlock();
+        call.work();
+        call.work = nullptr;
+        lock.lock();
+        shared->busy.erase(call.object);
+        shared->changed.notify_all();
+    }
+}
+
+} // namespace
+
+CallPool::CallPool() : shared_(std::make_shared<CallPoolShared>()) {}
+
+CallPool::~CallPool() {
+    (void)stop(std::chrono::seconds(1)); // a call that is still running keeps what it uses
+}
+
+bool CallPool::start(std::string *mistake) {
+    try {
+        while (threads_.size() < kThreads) {
+            threads_.emplace_back(run_calls, shared_);
+        }
+    } catch (const std::system_error &failure) {
+        *mistake = std::string("no thread for method calls: ") + failure.what();
+        return false;
+    }
+    return true;
+}
+
+CallPool::Taken CallPool::run(OBJ_HANDLE object, Work work) {
+    const std::lock_guard lock(shared_->mutex);
+    if (shared_->ending) {
+        return Taken::kEnding;
+    }
+    if (shared_->waiting.size() >= kWaiting) {
+        return Taken::kFull;
+    }
+    shared_->waiting.push_back({.object = object, .work = std::move(work)});
+    shared_->changed.notify_one();
+    return Taken::kYes;
+}
+
+bool CallPool::stop(std::chrono::milliseconds limit) {
+    bool idle = false;
+    {
+        std::unique_lock lock(shared_->mutex);
+        shared_->ending = true;
+        shared_->waiting.clear();
+        shared_->changed.notify_all();
+        idle = shared_->changed.wait_for(lock, limit, [this] { return shared_->busy.empty(); });
+    }
+    for (std::thread &thread : threads_) {
+        idle ? thread.join() : thread.detach();
+    }
+    threads_.clear();
+    return idle;
+}
+
+} // namespace asd_host

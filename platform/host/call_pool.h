@@ -1,0 +1,51 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Threads for calls that block on chips.
+
+#include "platform_types.h"
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace asd_host {
+
+struct CallPoolShared;
+
+class CallPool {
+public:
+    static constexpr std::size_t kThreads = 4;
+    static constexpr std::size_t kWaiting = 64;
+    using Work = std::function<void()>;
+
+    CallPool();
+    ~CallPool();
+    CallPool(const CallPool &) = delete;
+    CallPool &operator=(const CallPool &) = delete;
+
+    [[nodiscard]] bool start(std::string *mistake);
+
+    enum class Taken {
+        kYes,
+        kFull,   // kWaiting calls are waiting already
+        kEnding, // stop has been called
+    };
+    // Runs work on one of the threads. Calls of one object run one after the other, in the order they came.
+    [[nodiscard]] Taken run(OBJ_HANDLE object, Work work);
+
+    // Drops what is waiting and waits for what is running. False: something still runs after the limit, and keeps what
+    // it uses.
+    [[nodiscard]] bool stop(std::chrono::milliseconds limit);
+
+private:
+    std::shared_ptr<CallPoolShared> shared_;
+    std::vector<std::thread> threads_;
+};
+
+} // namespace asd_host

@@ -1,0 +1,49 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Holders of what GLib and GIO want given back.
+
+#include <memory>
+
+#include <gio/gio.h>
+
+namespace asd_host {
+
+template <auto Release>
+struct Releaser {
+    template <typename T>
+    void operator()(T *held) const {
+        Release(held);
+    }
+};
+
+template <typename T>
+using ObjectPtr = std::unique_ptr<T, Releaser<g_object_unref>>;
+using VariantPtr = std::unique_ptr<GVariant, Releaser<g_variant_unref>>;
+using SourcePtr = std::unique_ptr<GSource, Releaser<g_source_unref>>;
+using ContextPtr = std::unique_ptr<GMainContext, Releaser<g_main_context_unref>>;
+using LoopPtr = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
+using NodeInfoPtr = std::unique_ptr<GDBusNodeInfo, Releaser<g_dbus_node_info_unref>>;
+
+// Takes a floating value.
+[[nodiscard]] inline VariantPtr sunk(GVariant *floating) {
+    return VariantPtr(g_variant_ref_sink(floating));
+}
+
+// Where a call of GIO puts its error.
+class ErrorSlot {
+public:
+    ErrorSlot() = default;
+    ~ErrorSlot() { g_clear_error(&error_); }
+    ErrorSlot(const ErrorSlot &) = delete;
+    ErrorSlot &operator=(const ErrorSlot &) = delete;
+    [[nodiscard]] GError **out() { return &error_; }
+    [[nodiscard]] const char *text() const { return error_ == nullptr ? "unknown error" : error_->message; }
+    [[nodiscard]] bool is_io(GIOErrorEnum code) const { return g_error_matches(error_, G_IO_ERROR, code) != 0; }
+
+private:
+    GError *error_ = nullptr;
+};
+
+} // namespace asd_host

@@ -1,0 +1,218 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace asd_host {
+
+namespace {
+
+constexpr mode_t kPrivate = 0700; // keys lie in the state folders
+constexpr mode_t kEntered = 0750; // clients in the group reach the sockets
+constexpr std::uint32_t kProtected = 0;
+
+// Set once, before other threads exist.
+Host *g_host = nullptr;
+
+class Starter {
+public:
+    Starter(Options options, Enclosure enclosure) {
+        host_->options = std::move(options);
+        host_->enclosure = std::move(enclosure);
+    }
+
+    // Every mistake; none: the platform is in take().
+    [[nodiscard]] std::vector<std::string> start() {
+        const Options &options = host_->options;
+        make_folder(options.run_dir, kEntered);
+        make_folder(options.slot_run_dir(), kEntered);
+        make_folder(options.state_dir, kPrivate);
+        make_folder(options.slot_state_dir(), kPrivate);
+        make_folder(options.slot_state_dir() / "intents", kPrivate);
+        // A running instance owns what follows: nothing of it is touched before the lock is held.
+        if (mistakes_.empty()) {
+            lock_instance();
+        }
+        if (!mistakes_.empty()) {
+            return mistakes_;
+        }
+        open_lines();
+        std::string mistake;
+        if (!host_->board.open(options, host_->enclosure, &mistake)) {
+            mistakes_.push_back(mistake);
+        }
+        for (const PartConfig &part : host_->enclosure.parts) {
+            open_part(part);
+        }
+        add_chips();
+        add_items();
+        return mistakes_;
+    }
+
+    [[nodiscard]] std::unique_ptr<Host> take() { return std::move(host_); }
+
+private:
+    void make_folder(const std::filesystem::path &folder, mode_t mode) {
+        std::error_code error;
+        std::filesystem::create_directories(folder.parent_path(), error);
+        if (::mkdir(folder.c_str(), mode) == 0) {
+            return;
+        }
+        const int reason = errno;
+        if (reason == EEXIST && std::filesystem::is_directory(folder, error)) {
+            return;
+        }
+        mistakes_.push_back("cannot create the folder " + folder.native() + ": " + std::strerror(reason));
+    }
+
+    // The kernel drops the lock with the process, however that ends.
+    void lock_instance() {
+        const std::filesystem::path file = host_->options.slot_run_dir() / "instance.lock";
+        Fd lock(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+        if (!lock) {
+            mistakes_.push_back("cannot open " + file.native() + ": " + std::strerror(errno));
+            return;
+        }
+        if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+            mistakes_.push_back(errno == EWOULDBLOCK
+                                    ? "slot " + std::to_string(host_->options.slot) + " of " +
+                                          host_->options.run_dir.native() + " is already served by process " +
+                                          holder(lock.get()) + "; stop it, or choose another --slot or --run-dir"
+                                    : "cannot lock " + file.native() + ": " + std::strerror(errno));
+            return;
+        }
+        const std::string pid = std::to_string(::getpid()) + "\n";
+        const bool written = ::ftruncate(lock.get(), 0) == 0 &&
+                             ::pwrite(lock.get(), pid.data(), pid.size(), 0) == static_cast<ssize_t>(pid.size());
+        if (!written) {
+            mistakes_.push_back("cannot write " + file.native() + ": " + std::strerror(errno));
+        }
+        host_->instance_lock = std::move(lock);
+    }
+
+    static std::string holder(int lock_file) {
+        std::string pid(16, '\0');
+        const ssize_t length = ::pread(lock_file, pid.data(), pid.size(), 0);
+        pid.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+        pid.resize(std::min(pid.size(), pid.find('\n')));
+        return pid.empty() ? "?" : pid;
+    }
+
+    void open_lines() {
+        std::string mistake;
+        if (!host_->lines.open(host_->options.slot_run_dir() / "gpio", &mistake)) {
+            mistakes_.push_back(mistake);
+            return;
+        }
+        for (const PartConfig &part : host_->enclosure.parts) {
+            if (part.write_protect_line && host_->lines.write(*part.write_protect_line, kProtected) != 0) {
+                mistakes_.push_back("cannot drive the write-protect line " + std::to_string(*part.write_protect_line) +
+                                    " of part " + part.name);
+            }
+        }
+    }
+
+    void open_part(const PartConfig &config) {
+        const Options &options = host_->options;
+        // An absolute path replaces the folder.
+        const std::filesystem::path file = (config.shared ? options.state_dir : options.slot_state_dir()) / config.file;
+        if (config.kind == PartKind::kImage) {
+            make_folder(file.parent_path(), kPrivate);
+        }
+        Part::Protected protected_by_line = [] { return false; };
+        if (config.write_protect_line) {
+            protected_by_line = [lines = &host_->lines, line = *config.write_protect_line] {
+                return lines->level(line) == kProtected;
+            };
+        }
+        std::string mistake;
+        auto part = Part::open(config, {.file = file, .intent_dir = options.slot_state_dir() / "intents"},
+                               std::move(protected_by_line), &mistake);
+        if (part == nullptr) {
+            mistakes_.push_back(mistake);
+            return;
+        }
+        host_->parts.emplace(config.name, std::move(part));
+    }
+
+    void add_chips() {
+        for (const ChipConfig &chip : host_->enclosure.chips) {
+            const auto part = host_->parts.find(chip.part);
+            if (part == host_->parts.end()) {
+                continue; // could not be opened: a mistake already
+            }
+            const OBJ_HANDLE handle =
+                host_->objects.add("AtomStorageDataDev", chip.name,
+                                   {{.name = "Offset", .value = std::uint32_t{chip.offset}},
+                                    {.name = "RetryNumber", .value = std::uint32_t{chip.retry_number}},
+                                    {.name = "Health", .value = std::uint8_t{0}, .writable = true},
+                                    {.name = "ErrorCode", .value = std::int32_t{0}, .writable = true},
+                                    {.name = "StgWp", .value = std::uint8_t{chip.stg_wp}, .writable = true},
+                                    {.name = "StgIsWp", .value = std::uint8_t{chip.stg_is_wp}}});
+            host_->chips.emplace(handle, Host::Chip{.part = part->second.get()});
+        }
+    }
+
+    void add_items() {
+        for (const ItemConfig &item : host_->enclosure.items) {
+            std::vector<Property> properties = {
+                {.name = "Online", .value = std::uint8_t{item.online}},
+                {.name = "DevCount", .value = std::uint32_t{item.chips.size() == 1 ? 1U : 2U}},
+                {.name = "Length", .value = std::uint32_t{item.length}},
+                {.name = "Value", .value = Bytes(), .writable = true},
+                {.name = "Ready", .value = std::uint8_t{0}, .writable = true},
+                {.name = "Num", .value = std::uint8_t{item.num}},
+                {.name = "NeedSync", .value = static_cast<std::uint8_t>(item.need_sync ? 1 : 0)}};
+            add_references(item, properties);
+            host_->objects.add("AtomStorageData", item.name, std::move(properties));
+        }
+    }
+
+    void add_references(const ItemConfig &item, std::vector<Property> &properties) const {
+        const BoardFacts &board = host_->enclosure.board;
+        std::vector<std::string> chips = item.chips;
+        // Such a board reaches the only chip of an item through the second reference.
+        if (chips.size() == 1 && board.four_u_four_controller && board.equipment_frame) {
+            chips.push_back(chips.front());
+        }
+        for (std::size_t copy = 0; copy < chips.size(); ++copy) {
+            if (const auto chip = host_->objects.find(chips[copy])) {
+                properties.push_back({.name = "AtomStorageDataDev" + std::to_string(copy), .value = ObjectRef{*chip}});
+            }
+        }
+    }
+
+    std::unique_ptr<Host> host_ = std::make_unique<Host>();
+    std::vector<std::string> mistakes_;
+};
+
+} // namespace
+
+std::vector<std::string> host_start(Options options, Enclosure enclosure) {
+    if (g_host != nullptr) {
+        return {"the platform is running already"};
+    }
+    Starter starter(std::move(options), std::move(enclosure));
+    std::vector<std::string> mistakes = starter.start();
+    if (mistakes.empty()) {
+        g_host = starter.take().release(); // lives as long as the process
+    }
+    return mistakes;
+}
+
+Host *host() {
+    return g_host;
+}
+
+} // namespace asd_host

@@ -1,0 +1,52 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The running platform: what the contract's operations work on.
+
+#include "atomic_file.h"
+#include "board_state.h"
+#include "enclosure.h"
+#include "object_frame.h"
+#include "object_store.h"
+#include "options.h"
+#include "part.h"
+#include "write_protect.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace asd_host {
+
+// Everything that registration brings up. Lives as long as the process (never destroyed: tasks of the module do not
+// end).
+struct Host {
+    Options options;
+    Enclosure enclosure;
+    ObjectStore objects;
+    WriteProtectLines lines;
+    BoardState board;
+    std::map<std::string, std::unique_ptr<Part>, std::less<>> parts; // by name
+
+    struct Chip { // where a chip object's bytes are
+        Part *part = nullptr;
+    };
+    std::map<OBJ_HANDLE, Chip> chips;
+
+    // Called by nothing yet: objects come from the enclosure file alone.
+    DFL_OBJECT_HANDLER object_added = nullptr;
+    DFL_OBJECT_HANDLER object_deleted = nullptr;
+
+    Fd instance_lock; // held as long as the process lives
+};
+
+// Brings the platform up: folders, instance lock, parts, board state, objects. Every mistake as a sentence; empty: it
+// runs.
+[[nodiscard]] std::vector<std::string> host_start(Options options, Enclosure enclosure);
+
+// The running platform; null before host_start succeeded.
+[[nodiscard]] Host *host();
+
+} // namespace asd_host

@@ -1,0 +1,64 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// What a write is about to do, noted before the first page: after a crash it tells how to make the record whole again.
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace asd_host {
+
+struct Intent {
+    std::string part;
+    std::uint32_t offset = 0;
+    std::vector<std::uint8_t> old_bytes;
+    std::vector<std::uint8_t> new_bytes; // as many
+    bool operator==(const Intent &) const = default;
+};
+
+// The intent as a file's bytes, numbers of 4 bytes little-endian:
+//   "ASDINTNT"   8 bytes
+//   version      1
+//   name length, then the part's name
+//   offset
+//   data length, then that many old bytes, then as many new ones
+//   CRC-32       over everything before it
+[[nodiscard]] std::vector<std::uint8_t> encode_intent(const Intent &intent);
+[[nodiscard]] std::optional<Intent> decode_intent(std::span<const std::uint8_t> file);
+
+// Where the one intent of a part is kept. Its user holds the part's lock.
+class IntentLog {
+public:
+    IntentLog() = default;
+    virtual ~IntentLog() = default;
+    IntentLog(const IntentLog &) = delete;
+    IntentLog &operator=(const IntentLog &) = delete;
+
+    // The noted intent; a damaged one is said in the log, removed and not returned.
+    [[nodiscard]] virtual std::optional<Intent> load() = 0;
+    // Durable on return, in place of an earlier one. 0 or an errno value.
+    [[nodiscard]] virtual int save(const Intent &intent) = 0;
+    // 0 or an errno value.
+    [[nodiscard]] virtual int drop() = 0;
+};
+
+// One file a part, FOLDER/PART.intent, mode 0600: keys pass through it. The folder is made when it is missing.
+class IntentFile final : public IntentLog {
+public:
+    IntentFile(const std::filesystem::path &folder, const std::string &part);
+
+    [[nodiscard]] bool exists() const;
+    [[nodiscard]] std::optional<Intent> load() override;
+    [[nodiscard]] int save(const Intent &intent) override;
+    [[nodiscard]] int drop() override;
+
+private:
+    std::filesystem::path file_;
+};
+
+} // namespace asd_host

@@ -1,0 +1,256 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "log.h"
+
+#include "debug_log.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <string_view>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace asd_host {
+namespace {
+
+constexpr std::size_t kTextLimit = 4096;
+constexpr std::size_t kPlaceLimit = 256; // of file and line
+constexpr std::string_view kCutMark = " ... (cut)";
+constexpr std::string_view kColourOff = "\033[0m";
+
+struct Style {
+    std::string_view word;
+    std::string_view priority; // of the journal
+    std::string_view colour;
+};
+// clang-format off
+constexpr std::array<Style, 3> kStyles{{
+    {.word = "error", .priority = "<3>", .colour = "\033[31m"},
+    {.word = "info",  .priority = "<6>", .colour = ""},
+    {.word = "debug", .priority = "<7>", .colour = "\033[2m"},
+}};
+// clang-format on
+
+// Set before other threads exist; atomic because tests set them again.
+std::atomic<int> highest{kLogInformation};
+std::atomic<bool> coloured{false};
+std::atomic<bool> journal{false};
+
+std::mutex write_mutex; // a line too long for one atomic write to a pipe must not mix with another thread's
+bool line_unfinished = false;
+
+// A line being put together, on the stack: logging neither allocates nor fails.
+class Line {
+public:
+    void add(std::string_view text) {
+        const std::size_t room = std::min(text.size(), bytes_.size() - size_);
+        std::copy_n(text.data(), room, bytes_.data() + size_);
+        size_ += room;
+    }
+    [[nodiscard]] std::string_view view() const { return {bytes_.data(), size_}; }
+
+private:
+    std::array<char, 4 * (kTextLimit + kPlaceLimit) + 256> bytes_; // room for all of it escaped
+    std::size_t size_ = 0;
+};
+
+bool continues(std::string_view text, std::size_t index) {
+    return index < text.size() && (static_cast<unsigned char>(text[index]) & 0xC0U) == 0x80U;
+}
+
+// Bytes of the printable UTF-8 character at the start of text; 0: none stands there (a control character, or no UTF-8).
+std::size_t printable_length(std::string_view text) {
+    const auto first = static_cast<unsigned char>(text.front());
+    if (first < 0x80) {
+        return first >= 0x20 && first != 0x7F ? 1 : 0;
+    }
+    if (first < 0xC2 || first > 0xF4 || !continues(text, 1)) {
+        return 0;
+    }
+    const auto second = static_cast<unsigned char>(text[1]);
+    if (first < 0xE0) {
+        return first == 0xC2 && second < 0xA0 ? 0 : 2; // U+0080 to U+009F are control characters too
+    }
+    const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
+    const bool no_character = (first == 0xED && second >= 0xA0) || (first == 0xF4 && second >= 0x90);
+    if (overlong || no_character || !continues(text, 2)) {
+        return 0;
+    }
+    if (first < 0xF0) {
+        return 3;
+    }
+    return continues(text, 3) ? 4 : 0;
+}
+
+void add_escaped(Line &line, std::string_view text) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    while (!text.empty()) {
+        const std::size_t length = printable_length(text);
+        if (length > 0) {
+            line.add(text.substr(0, length));
+            text.remove_prefix(length);
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(text.front());
+        line.add("\\x");
+        line.add(kDigits.substr(byte >> 4U, 1));
+        line.add(kDigits.substr(byte & 0xFU, 1));
+        text.remove_prefix(1);
+    }
+}
+
+void add_time(Line &line) {
+    timespec now{};
+    (void)clock_gettime(CLOCK_REALTIME, &now);
+    std::tm parts{};
+    std::array<char, 32> text{};
+    if (gmtime_r(&now.tv_sec, &parts) == nullptr) {
+        return;
+    }
+    line.add({text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts)});
+    const auto milliseconds = static_cast<unsigned>(now.tv_nsec / 1000000) % 1000U;
+    const int length = std::snprintf(text.data(), text.size(), ".%03uZ ", milliseconds);
+    line.add({text.data(), static_cast<std::size_t>(length)});
+}
+
+// Writes all of it while standard error takes it; what it does not take is dropped, for the service goes on.
+void write_line(std::string_view text) {
+    const std::lock_guard lock(write_mutex);
+    if (line_unfinished && write(STDERR_FILENO, "\n", 1) == 1) {
+        line_unfinished = false;
+    }
+    bool begun = false;
+    while (!text.empty()) {
+        const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            line_unfinished = line_unfinished || begun;
+            return;
+        }
+        begun = true;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+// The text of a line: at most kTextLimit bytes and without the line end that many of the module's texts carry.
+class Text {
+public:
+    Text(const char *format, va_list arguments) G_GNUC_PRINTF(2, 0) {
+        const int length = std::vsnprintf(bytes_.data(), bytes_.size(), format, arguments);
+        if (length < 0) {
+            view_ = "(a text that cannot be formatted)";
+            return;
+        }
+        cut_ = static_cast<std::size_t>(length) > kTextLimit;
+        view_ = {bytes_.data(), cut_ ? kTextLimit : static_cast<std::size_t>(length)};
+        for (const char end : {'\n', '\r'}) {
+            if (!cut_ && view_.ends_with(end)) {
+                view_.remove_suffix(1);
+            }
+        }
+        for (std::size_t dropped = 0; cut_ && dropped < 3 && continues(bytes(), view_.size()); ++dropped) {
+            view_.remove_suffix(1); // not in the middle of a character
+        }
+    }
+    [[nodiscard]] std::string_view view() const { return view_; }
+    [[nodiscard]] bool cut() const { return cut_; }
+
+private:
+    [[nodiscard]] std::string_view bytes() const { return {bytes_.data(), bytes_.size()}; }
+    std::array<char, kTextLimit + 2> bytes_;
+    std::string_view view_;
+    bool cut_ = false;
+};
+
+void log_line(int level, std::string_view place, const char *format, va_list arguments) G_GNUC_PRINTF(3, 0);
+
+void log_line(int level, std::string_view place, const char *format, va_list arguments) {
+    const int error = errno; // of the caller, for %m and for what follows the line
+    const Text text(format, arguments);
+    const Style &style = kStyles[static_cast<std::size_t>(std::clamp(level, 0, 2))];
+    const bool colour = !journal && coloured && !style.colour.empty();
+    Line line;
+    if (journal) {
+        line.add(style.priority);
+    } else {
+        line.add(colour ? style.colour : "");
+        add_time(line);
+        line.add(style.word);
+        line.add(" ");
+    }
+    add_escaped(line, place);
+    add_escaped(line, text.view());
+    line.add(text.cut() ? kCutMark : "");
+    line.add(colour ? kColourOff : "");
+    line.add("\n");
+    write_line(line.view());
+    errno = error;
+}
+
+// JOURNAL_STREAM names device and inode of the stream that the journal reads; a process may have inherited the variable
+// with another standard error.
+bool journal_reads_standard_error() {
+    const char *stream = std::getenv("JOURNAL_STREAM"); // NOLINT(concurrency-mt-unsafe): before other threads exist
+    struct stat status {};
+    if (stream == nullptr || fstat(STDERR_FILENO, &status) != 0) {
+        return false;
+    }
+    std::array<char, 64> own{};
+    (void)std::snprintf(own.data(), own.size(), "%ju:%ju", std::uintmax_t{status.st_dev},
+                        std::uintmax_t{status.st_ino});
+    return std::string_view(stream) == own.data();
+}
+
+} // namespace
+
+void log_set(int highest_level, bool colour) {
+    highest = highest_level;
+    coloured = colour;
+    journal = journal_reads_standard_error();
+}
+
+bool log_colour_wanted() {
+    const char *plain = std::getenv("NO_COLOR"); // NOLINT(concurrency-mt-unsafe): before other threads exist
+    const char *terminal = std::getenv("TERM");  // NOLINT(concurrency-mt-unsafe): the same
+    if ((plain != nullptr && *plain != '\0') || (terminal != nullptr && std::string_view(terminal) == "dumb")) {
+        return false;
+    }
+    return isatty(STDERR_FILENO) == 1;
+}
+
+} // namespace asd_host
+
+void debug_log_func(gint32 level, const gchar *file, gint32 line, const gchar *format, ...) {
+    if (level > asd_host::highest || format == nullptr) {
+        return;
+    }
+    std::array<char, asd_host::kPlaceLimit> place{};
+    (void)std::snprintf(place.data(), place.size(), "%s:%d: ", file != nullptr ? file : "?", line);
+    va_list arguments;
+    va_start(arguments, format);
+    asd_host::log_line(level, place.data(), format, arguments);
+    va_end(arguments);
+}
+
+// The text of a maintenance line says its place itself.
+void dbg_log(gint32 level, const gchar *format, ...) {
+    if (level > asd_host::highest || format == nullptr) {
+        return;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    asd_host::log_line(level, "", format, arguments);
+    va_end(arguments);
+}

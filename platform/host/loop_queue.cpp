@@ -1,0 +1,60 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "loop_queue.h"
+
+#include <cstdint>
+#include <utility>
+
+#include <glib-unix.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace asd_host {
+
+bool LoopQueue::open() {
+    event_ = Fd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    return static_cast<bool>(event_);
+}
+
+void LoopQueue::post(Task task) {
+    {
+        const std::lock_guard lock(mutex_);
+        tasks_.push_back(std::move(task));
+    }
+    const std::uint64_t one = 1;
+    (void)write(event_.get(), &one, sizeof one); // fails only when it is readable already
+}
+
+void LoopQueue::attach(GMainContext *context) {
+    source_.reset(g_unix_fd_source_new(event_.get(), G_IO_IN));
+    g_source_set_callback(source_.get(), G_SOURCE_FUNC(on_readable), this, nullptr);
+    (void)g_source_attach(source_.get(), context); // its number is not needed
+}
+
+void LoopQueue::detach() {
+    if (source_ != nullptr) {
+        g_source_destroy(source_.get());
+        source_.reset();
+    }
+}
+
+gboolean LoopQueue::on_readable(gint fd, GIOCondition /*condition*/, gpointer queue) {
+    std::uint64_t count = 0;
+    (void)read(fd, &count, sizeof count); // empties it
+    static_cast<LoopQueue *>(queue)->run_tasks();
+    return G_SOURCE_CONTINUE;
+}
+
+// What is posted meanwhile has made the descriptor readable again.
+void LoopQueue::run_tasks() {
+    std::deque<Task> tasks;
+    {
+        const std::lock_guard lock(mutex_);
+        tasks.swap(tasks_);
+    }
+    for (const Task &task : tasks) {
+        task();
+    }
+}
+
+} // namespace asd_host

@@ -1,0 +1,271 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "module_frame.h"
+
+#include "clock.h"
+#include "dummy_door.h"
+#include "host.h"
+#include "ipmi_registry.h"
+#include "log.h"
+#include "module_registry.h"
+#include "peer_link.h"
+#include "status.h"
+#include "tasks.h"
+#include "vos.h"
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <span>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <pthread.h>
+
+namespace asd_host {
+namespace {
+
+constexpr std::chrono::seconds kDoorLimit{5}; // to finish what runs when the service ends
+constexpr std::chrono::seconds kTaskLimit{5};
+constexpr int kRefused = 1; // exit status
+
+sigset_t end_signals() {
+    sigset_t signals;
+    (void)sigemptyset(&signals);
+    (void)sigaddset(&signals, SIGTERM);
+    (void)sigaddset(&signals, SIGINT);
+    return signals;
+}
+
+// Every thread inherits the mask: the signals that end the service wait until the main thread asks for them.
+void prepare_signals() {
+    const sigset_t signals = end_signals();
+    (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    (void)std::signal(SIGPIPE, SIG_IGN);
+}
+
+// Ends the process before anything runs.
+[[noreturn]] void refuse(std::span<const std::string> mistakes, const std::string &outcome) {
+    const bool colour = log_colour_wanted();
+    for (const std::string &mistake : mistakes) {
+        (void)std::fprintf(stderr, "%serror:%s %s\n", colour ? "\033[1;31m" : "", colour ? "\033[0m" : "",
+                           mistake.c_str());
+    }
+    (void)std::fprintf(stderr, "asd: %s\n", outcome.c_str());
+    std::exit(kRefused); // NOLINT(concurrency-mt-unsafe): no other thread exists
+}
+
+std::string count_of(std::size_t count, const char *thing) {
+    return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
+}
+
+[[noreturn]] void say_checked(const Options &options, const Enclosure &enclosure) {
+    (void)std::printf(
+        "%s: ok, %s, %s on %s\n", options.config.c_str(), count_of(enclosure.items.size(), "item").c_str(),
+        count_of(enclosure.chips.size(), "chip").c_str(), count_of(enclosure.parts.size(), "part").c_str());
+    std::exit(0); // NOLINT(concurrency-mt-unsafe): no other thread exists
+}
+
+Options options_or_end() {
+    ParsedOptions parsed = parse_options(process_arguments());
+    if (parsed.exit_status) {
+        std::exit(*parsed.exit_status); // NOLINT(concurrency-mt-unsafe): no other thread exists
+    }
+    return std::move(parsed.options);
+}
+
+Enclosure enclosure_or_end(const Options &options) {
+    LoadedEnclosure loaded = load_enclosure(options.config);
+    if (!loaded.enclosure) {
+        refuse(loaded.mistakes, count_of(loaded.mistakes.size(), "mistake") + " in " + options.config.native() +
+                                    "; nothing has been started");
+    }
+    return std::move(*loaded.enclosure);
+}
+
+struct Doors {
+    std::unique_ptr<StreamServer> ipmi;
+    std::unique_ptr<StreamServer> link;
+};
+
+// False: *mistake says why, and what was opened is closed.
+bool open_doors(const Host &platform, Doors *doors, std::string *mistake) {
+    const std::filesystem::path folder = platform.options.slot_run_dir();
+    Doors opened;
+    opened.ipmi = open_dummy_door(folder / "ipmi.sock", ipmi_registry(), platform.enclosure.ipmi_privilege, mistake);
+    if (opened.ipmi == nullptr) {
+        return false;
+    }
+    opened.link = open_peer_link(folder / "link.sock", ipmi_registry(), mistake);
+    if (opened.link == nullptr) {
+        return false;
+    }
+    *doors = std::move(opened);
+    return true;
+}
+
+void greet(const Host &platform) {
+    std::error_code unknown; // the path as given will do
+    std::filesystem::path folder = std::filesystem::absolute(platform.options.slot_run_dir(), unknown);
+    if (unknown) {
+        folder = platform.options.slot_run_dir();
+    }
+    const std::string socket = (folder / "ipmi.sock").native();
+    (void)std::printf("asd serves slot %u of \"%s\": %s on %s.\n"
+                      "\n"
+                      "  IPMI socket  %s\n"
+                      "  state        %s\n"
+                      "\n"
+                      "In another terminal:\n"
+                      "\n"
+                      "  export IPMI_DUMMY_SOCK=%s\n"
+                      "  ipmitool -I dummy mc info\n"
+                      "  # store a brand, 32 bytes, and read it back\n"
+                      "  ipmitool -I dummy raw 0x32 0x17 0x00 0x00 0x80 0x00 0x14 \\\n"
+                      "      $(printf '%%-32s' 'Example Brand' | od -An -v -tx1 | sed 's/ / 0x/g')\n"
+                      "  ipmitool -I dummy raw 0x32 0x16 0x00 0x00 0x80 0x00 0x14\n"
+                      "\n"
+                      "Ctrl-C ends the service.\n",
+                      unsigned{platform.options.slot}, platform.enclosure.name.c_str(),
+                      count_of(platform.enclosure.items.size(), "item").c_str(),
+                      count_of(platform.enclosure.chips.size(), "chip").c_str(), socket.c_str(),
+                      platform.options.state_dir.c_str(), socket.c_str());
+    (void)std::fflush(stdout);
+}
+
+void await_end_signal() {
+    const sigset_t signals = end_signals();
+    int signal = 0;
+    while (sigwait(&signals, &signal) != 0) {
+    }
+    HOST_LOG(kLogInformation, "%s received, the service ends", signal == SIGINT ? "SIGINT" : "SIGTERM");
+}
+
+// Stops the tasks. Should one not stop, the process ends at once: a normal end would destroy what that task uses.
+void stop_tasks(bool doors_closed, int status) {
+    const bool parked = tasks_park(kTaskLimit);
+    if (parked && doors_closed) {
+        return;
+    }
+    HOST_LOG(kLogError, "%s still busy; the service ends without waiting", parked ? "a client is" : "a task is");
+    (void)std::fflush(nullptr);
+    std::_Exit(status);
+}
+
+} // namespace
+} // namespace asd_host
+
+using asd_host::module_registry;
+
+gint32 static_register_module(const gchar *module_name) {
+    if (module_name == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    asd_host::prepare_signals();
+    asd_host::Options options = asd_host::options_or_end();
+    asd_host::Enclosure enclosure = asd_host::enclosure_or_end(options);
+    if (options.check_config) {
+        asd_host::say_checked(options, enclosure);
+    }
+    asd_host::log_set(options.log_level, asd_host::log_colour_wanted());
+    asd_host::clock_set_scale(options.time_scale);
+    const std::vector<std::string> mistakes = asd_host::host_start(std::move(options), std::move(enclosure));
+    if (!mistakes.empty()) {
+        asd_host::refuse(mistakes, "the service has not been started");
+    }
+    return asd_host::ipmi_registry().add(asd_host::platform_ipmi_rows()) ? 0 : asd_host::kBadArgument;
+}
+
+// Loads what a module brings along in shared objects on other platforms; here it is linked in.
+gint32 init_md_so(void) {
+    return 0;
+}
+
+gint32 static_declaration_class(const gchar *class_name) {
+    return class_name != nullptr && module_registry().declare_class(class_name) ? 0 : asd_host::kBadArgument;
+}
+
+gint32 static_declaration_class_method(const gchar *class_name, const gchar *method_name, DFL_METHOD_FUNC handler) {
+    if (class_name == nullptr || method_name == nullptr || handler == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    return module_registry().declare_method(class_name, method_name, handler) ? 0 : asd_host::kBadArgument;
+}
+
+gint32 static_register_reboot_handler(REBOOT_HANDLER handler) {
+    if (handler == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    module_registry().reboot_handler = handler;
+    return 0;
+}
+
+gint32 static_implementation_ipmicmd(guint32 row_count, const IPMI_CMD_S *rows) {
+    if (rows == nullptr && row_count > 0) {
+        return asd_host::kBadArgument;
+    }
+    return asd_host::ipmi_registry().add({rows, row_count}) ? 0 : asd_host::kBadArgument;
+}
+
+gint32 static_register_debug_cmd(guint32 row_count, const DEBUG_CMD_S * /*rows*/) {
+    return row_count == 0 ? 0 : asd_host::kUnsupported;
+}
+
+// Every object of the enclosure must be of a class that the module serves.
+gint32 static_complete_module_register(void) {
+    const asd_host::Host *platform = asd_host::host();
+    if (platform == nullptr) {
+        return asd_host::kUnsupported;
+    }
+    gint32 result = 0;
+    for (OBJ_HANDLE handle = 1; platform->objects.class_of(handle) != nullptr; ++handle) {
+        const std::string &class_name = *platform->objects.class_of(handle);
+        if (!module_registry().has_class(class_name)) {
+            HOST_LOG(asd_host::kLogError, "object %s: its class %s has not been declared",
+                     platform->objects.name_of(handle)->c_str(), class_name.c_str());
+            result = asd_host::kNoObject;
+        }
+    }
+    return result;
+}
+
+gint32 static_module_init(gint32 /*argument*/, MODULE_CALLBACK init) {
+    return init != nullptr ? init() : asd_host::kBadArgument;
+}
+
+gint32 static_module_start(MODULE_CALLBACK start, guint32 delay_ms) {
+    if (start == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    if (delay_ms > 0) {
+        vos_task_delay(delay_ms);
+    }
+    return start();
+}
+
+// Ends the process itself when a door cannot be opened: the module returns 0 after this call whatever it says.
+gint32 static_start_rpc_service(void) {
+    const asd_host::Host *platform = asd_host::host();
+    if (platform == nullptr) {
+        return asd_host::kUnsupported;
+    }
+    asd_host::Doors doors;
+    std::string mistake;
+    if (!asd_host::open_doors(*platform, &doors, &mistake)) {
+        asd_host::stop_tasks(true, asd_host::kRefused);
+        const std::array mistakes{mistake};
+        asd_host::refuse(mistakes, "the service has not been started");
+    }
+    asd_host::greet(*platform);
+    asd_host::await_end_signal();
+    const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);
+    const bool link_closed = doors.link->stop(asd_host::kDoorLimit);
+    asd_host::stop_tasks(ipmi_closed && link_closed, 0);
+    return 0;
+}

@@ -1,0 +1,236 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "object_frame.h"
+
+#include "host.h"
+#include "status.h"
+
+#include <string_view>
+#include <utility>
+#include <variant>
+
+using asd_host::Bytes;
+using asd_host::host;
+using asd_host::Host;
+using asd_host::ObjectRef;
+using asd_host::Part;
+using asd_host::PropertyValue;
+
+namespace {
+
+constexpr std::string_view kStorage = "StorageLoc";
+constexpr std::string_view kWriteProtect = "StgWp";
+
+// Null: a reference, which is no value of its own.
+GVariant *variant_of(const PropertyValue &value) {
+    if (const auto *byte = std::get_if<std::uint8_t>(&value)) {
+        return g_variant_new_byte(*byte);
+    }
+    if (const auto *word = std::get_if<std::uint32_t>(&value)) {
+        return g_variant_new_uint32(*word);
+    }
+    if (const auto *number = std::get_if<std::int32_t>(&value)) {
+        return g_variant_new_int32(*number);
+    }
+    if (const auto *bytes = std::get_if<Bytes>(&value)) {
+        return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes->data(), bytes->size(), 1);
+    }
+    return nullptr;
+}
+
+// False: a type that no property has; *value is untouched.
+bool value_of(GVariant *variant, PropertyValue *value) {
+    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_BYTE) != 0) {
+        value->emplace<std::uint8_t>(g_variant_get_byte(variant));
+        return true;
+    }
+    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_UINT32) != 0) {
+        value->emplace<std::uint32_t>(g_variant_get_uint32(variant));
+        return true;
+    }
+    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_INT32) != 0) {
+        value->emplace<std::int32_t>(g_variant_get_int32(variant));
+        return true;
+    }
+    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_BYTESTRING) != 0) {
+        gsize count = 0;
+        const auto *bytes = static_cast<const guint8 *>(g_variant_get_fixed_array(variant, &count, 1));
+        auto &held = value->emplace<Bytes>();
+        if (count != 0) {
+            held.assign(bytes, bytes + count);
+        }
+        return true;
+    }
+    return false;
+}
+
+// The property's value; 0, kBadArgument or the store's status.
+gint32 property_of(OBJ_HANDLE object_handle, const gchar *property_name, PropertyValue *value) {
+    if (property_name == nullptr || host() == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    return host()->objects.get(object_handle, property_name, value);
+}
+
+// The part that carries the chip's bytes; null with *status: there is none.
+Part *part_of(OBJ_HANDLE object_handle, const gchar *property_name, const void *buffer, gint32 *status) {
+    *status = asd_host::kBadArgument;
+    if (property_name == nullptr || buffer == nullptr || host() == nullptr) {
+        return nullptr;
+    }
+    *status = asd_host::kNoObject;
+    if (host()->objects.name_of(object_handle) == nullptr) {
+        return nullptr;
+    }
+    *status = asd_host::kNoProperty;
+    const auto chip = host()->chips.find(object_handle);
+    if (chip == host()->chips.end() || kStorage != property_name) {
+        return nullptr;
+    }
+    *status = 0;
+    return chip->second.part;
+}
+
+bool chip_protected(OBJ_HANDLE chip) {
+    PropertyValue value;
+    return host()->objects.get(chip, kWriteProtect, &value) == 0 && value == PropertyValue(std::uint8_t{1});
+}
+
+} // namespace
+
+gint32 dfl_get_object_handle(const gchar *object_name, OBJ_HANDLE *object_handle) {
+    if (object_name == nullptr || object_handle == nullptr || host() == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    const auto found = host()->objects.find(object_name);
+    if (!found) {
+        return asd_host::kNoObject;
+    }
+    *object_handle = *found;
+    return 0;
+}
+
+const gchar *dfl_get_object_name(OBJ_HANDLE object_handle) {
+    const std::string *name = host() == nullptr ? nullptr : host()->objects.name_of(object_handle);
+    return name == nullptr ? nullptr : name->c_str();
+}
+
+gint32 dfl_get_referenced_object(OBJ_HANDLE object_handle, const gchar *property_name, OBJ_HANDLE *referenced) {
+    if (referenced == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    PropertyValue value;
+    if (const gint32 status = property_of(object_handle, property_name, &value); status != 0) {
+        return status;
+    }
+    const auto *reference = std::get_if<ObjectRef>(&value);
+    if (reference == nullptr) {
+        return asd_host::kWrongType;
+    }
+    *referenced = reference->handle;
+    return 0;
+}
+
+gint32 dfl_get_property_value(OBJ_HANDLE object_handle, const gchar *property_name, GVariant **value) {
+    if (value == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    PropertyValue held;
+    if (const gint32 status = property_of(object_handle, property_name, &held); status != 0) {
+        return status;
+    }
+    GVariant *variant = variant_of(held);
+    if (variant == nullptr) {
+        return asd_host::kWrongType;
+    }
+    *value = g_variant_ref_sink(variant);
+    return 0;
+}
+
+gint32 dfl_get_property_ubyte(OBJ_HANDLE object_handle, const gchar *property_name, guint8 *value) {
+    if (value == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    PropertyValue held;
+    if (const gint32 status = property_of(object_handle, property_name, &held); status != 0) {
+        return status;
+    }
+    const auto *byte = std::get_if<std::uint8_t>(&held);
+    if (byte == nullptr) {
+        return asd_host::kWrongType;
+    }
+    *value = *byte;
+    return 0;
+}
+
+// The options say how other frameworks spread the value; here every write is the same.
+gint32 dfl_set_property_value(OBJ_HANDLE object_handle, const gchar *property_name, GVariant *value,
+                              DF_OPTIONS /*options*/) {
+    if (property_name == nullptr || value == nullptr || host() == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    PropertyValue wanted;
+    if (!value_of(value, &wanted)) {
+        return asd_host::kWrongType;
+    }
+    return host()->objects.set(object_handle, property_name, std::move(wanted));
+}
+
+gint32 dfl_foreach_object(const gchar *class_name, DFL_FOREACH_FUNC callback, gpointer user_data, guint32 /*options*/) {
+    if (class_name == nullptr || callback == nullptr || host() == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    gint32 first_failure = 0;
+    for (const OBJ_HANDLE handle : host()->objects.of_class(class_name)) {
+        const gint32 status = callback(handle, user_data);
+        first_failure = first_failure == 0 ? status : first_failure;
+    }
+    return first_failure;
+}
+
+gint32 dfl_bind_object_alias(OBJ_HANDLE object_handle, guint32 alias) {
+    return host() == nullptr ? asd_host::kBadArgument : host()->objects.bind_alias(object_handle, alias);
+}
+
+gint32 dfl_get_binded_object(const gchar *class_name, guint32 alias, OBJ_HANDLE *object_handle) {
+    if (class_name == nullptr || object_handle == nullptr || host() == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    const auto found = host()->objects.bound(class_name, alias);
+    if (!found) {
+        return asd_host::kNoObject;
+    }
+    *object_handle = *found;
+    return 0;
+}
+
+// Objects come from the enclosure file alone: the handlers are kept for the day that one comes or goes at run time.
+gint32 dfl_add_object_handler(DFL_OBJECT_HANDLER handler) {
+    if (handler == nullptr || host() == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    host()->object_added = handler;
+    return 0;
+}
+
+gint32 dfl_del_object_handler(DFL_OBJECT_HANDLER handler) {
+    if (handler == nullptr || host() == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    host()->object_deleted = handler;
+    return 0;
+}
+
+gint32 dfl_block_read(OBJ_HANDLE object_handle, const gchar *property_name, guint32 offset, guint32 length,
+                      guint8 *buffer) {
+    gint32 status = 0;
+    Part *part = part_of(object_handle, property_name, buffer, &status);
+    return part == nullptr ? status : part->read(offset, {buffer, length});
+}
+
+gint32 dfl_block_write(OBJ_HANDLE object_handle, const gchar *property_name, guint32 offset, guint32 length,
+                       const guint8 *buffer) {
+    gint32 status = 0;
+    Part *part = part_of(object_handle, property_name, buffer, &status);
+    return part == nullptr ? status : part->write(offset, {buffer, length}, chip_protected(object_handle));
+}

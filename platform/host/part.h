@@ -1,0 +1,65 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// One EEPROM part behind a file: reads, and writes that are on the part, read back and whole before they count.
+
+#include "enclosure.h"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+
+#include <glib.h>
+
+namespace asd_host {
+
+struct PartPaths {
+    std::filesystem::path file; // the image or device file
+    // Where the intent records are kept. Controllers that share a part and this folder finish each other's cut writes
+    // before they read or write; with a folder of its own a controller finishes its own ones, when it is back.
+    std::filesystem::path intent_dir;
+    std::chrono::milliseconds lock_limit{5000}; // how long a transfer waits for another process at the part
+};
+
+class Part {
+public:
+    // Says at each write whether the part is protected at that moment (a write-protect line at level 0).
+    using Protected = std::function<bool()>;
+
+    // Opens the part; creates an image that does not exist (erased, 0xFF, whole or not at all). A file of another size
+    // is refused, never extended. Then finishes or drops what a crash left in the intent folder. A device file that is
+    // missing is an absent part: said in the log, and its transfers fail until it appears. Null: *mistake says why, in
+    // a sentence that names the file.
+    [[nodiscard]] static std::unique_ptr<Part> open(const PartConfig &config, const PartPaths &paths,
+                                                    Protected protected_by_line, std::string *mistake);
+    ~Part();
+    Part(const Part &) = delete;
+    Part &operator=(const Part &) = delete;
+
+    // All bytes or a status (status.h: kTransferFailed, kPartAbsent, kBadArgument past the end). Never bytes of a write
+    // under way or of one that was cut and can't be finished. Any thread.
+    [[nodiscard]] gint32 read(std::uint32_t offset, std::span<std::uint8_t> out);
+
+    // Returns 0 only when the part holds data at offset, read back; after a crash at any point the part holds all of
+    // the old bytes or all of the new ones. Pages that already hold the wanted bytes are not written. With
+    // chip_protected, or while the line protects it, an image part acknowledges and stores nothing, which the read-back
+    // turns into kTransferFailed. Serialised across threads and, by a lock on the part's file, across processes. Any
+    // thread; blocks for the write.
+    [[nodiscard]] gint32 write(std::uint32_t offset, std::span<const std::uint8_t> data, bool chip_protected);
+
+    [[nodiscard]] const PartConfig &config() const;
+    [[nodiscard]] std::uint64_t page_cycles() const; // pages written since start: the wear this process caused
+
+private:
+    Part();
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+} // namespace asd_host

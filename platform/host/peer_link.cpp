@@ -1,0 +1,267 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "peer_link.h"
+
+#include "clock.h"
+#include "host.h"
+#include "ipmi_stack.h"
+#include "status.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <optional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace asd_host {
+namespace {
+
+using Deadline = std::chrono::steady_clock::time_point;
+using std::chrono::milliseconds;
+
+constexpr std::array<std::uint8_t, 5> kMagicAndVersion = {'A', 'S', 'D', 'L', 1};
+constexpr std::uint8_t kAdministrator = 4;
+constexpr std::size_t kHeadSize = 8;
+constexpr std::size_t kRequestHeadSize = 3; // network function, LUN, command
+constexpr milliseconds kShortestLimit{50};  // real time: with a high time scale a peer still needs some
+constexpr milliseconds kQueuePause{5};      // between attempts to enter a peer's full queue
+
+enum Kind : std::uint8_t { kRequest = 1, kResponse = 2 };
+using Head = std::array<std::uint8_t, kHeadSize>;
+
+Head head_of(Kind kind, std::size_t length) {
+    Head head{};
+    std::ranges::copy(kMagicAndVersion, head.begin());
+    head[5] = kind;
+    head[6] = static_cast<std::uint8_t>(length & 0xFFU);
+    head[7] = static_cast<std::uint8_t>(length >> 8U & 0xFFU);
+    return head;
+}
+
+// The body's length; none: this is no head of that kind.
+std::optional<std::size_t> body_length(const Head &head, Kind kind, std::size_t least, std::size_t most) {
+    const std::size_t length = head[6] + (std::size_t{head[7]} << 8U);
+    if (!std::ranges::equal(kMagicAndVersion, std::span(head).first(kMagicAndVersion.size())) || head[5] != kind ||
+        length < least || length > most) {
+        return std::nullopt;
+    }
+    return length;
+}
+
+std::vector<std::uint8_t> response_frame(const IpmiResponse &response) {
+    const Head head = head_of(kResponse, response.size());
+    std::vector<std::uint8_t> frame(head.begin(), head.end());
+    frame.insert(frame.end(), response.begin(), response.end());
+    return frame;
+}
+
+std::vector<std::uint8_t> request_frame(const IpmiRequest &request) {
+    const Head head = head_of(kRequest, kRequestHeadSize + request.data.size());
+    std::vector<std::uint8_t> frame(head.begin(), head.end());
+    frame.insert(frame.end(), {request.netfn, request.lun, request.cmd});
+    frame.insert(frame.end(), request.data.begin(), request.data.end());
+    return frame;
+}
+
+// Serves one request of a peer. False: the connection is at its end.
+bool serve_next(StreamClient &client, const IpmiRegistry &registry) {
+    Head head{};
+    if (!client.await_request() || !client.read(head)) {
+        return false;
+    }
+    const auto length = body_length(head, kRequest, kRequestHeadSize, kRequestHeadSize + kRequestLimit);
+    if (!length) {
+        return false;
+    }
+    std::array<std::uint8_t, kRequestHeadSize + kRequestLimit> bytes;
+    const std::span<std::uint8_t> body = std::span(bytes).first(*length);
+    if (!client.read(body)) {
+        return false;
+    }
+    if (!client.admitted()) {
+        return client.send(response_frame({kNodeBusy}));
+    }
+    return client.send(response_frame(registry.serve({.netfn = body[0],
+                                                      .lun = body[1],
+                                                      .cmd = body[2],
+                                                      .data = body.subspan(kRequestHeadSize),
+                                                      .privilege = kAdministrator})));
+}
+
+// A peer that is stopped keeps its queue, which may be full; room may come before the deadline.
+gint32 connect_until(const std::filesystem::path &socket, Deadline deadline, Fd *peer) {
+    for (;;) {
+        int error = 0;
+        *peer = unix_connect(socket, &error);
+        if (*peer) {
+            return 0;
+        }
+        if (error != EAGAIN) {
+            return kPeerAbsent;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return kTimedOut;
+        }
+        std::this_thread::sleep_for(kQueuePause);
+    }
+}
+
+// Waits for events on the peer's descriptor. 0, kTimedOut or kPeerFailed.
+gint32 await(const Fd &peer, short events, Deadline deadline) {
+    for (;;) {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd poll_fd{.fd = peer.get(), .events = events, .revents = 0};
+        const int ready = poll(&poll_fd, 1, static_cast<int>(std::max<milliseconds::rep>(left.count(), 0)));
+        if (ready > 0) {
+            return 0;
+        }
+        if (ready == 0) {
+            return kTimedOut;
+        }
+        if (errno != EINTR) {
+            return kPeerFailed;
+        }
+    }
+}
+
+gint32 send_all(const Fd &peer, std::span<const std::uint8_t> data, Deadline deadline) {
+    while (!data.empty()) {
+        if (const gint32 status = await(peer, POLLOUT, deadline); status != 0) {
+            return status;
+        }
+        const ssize_t count = send(peer.get(), data.data(), data.size(), MSG_NOSIGNAL);
+        if (count >= 0) {
+            data = data.subspan(static_cast<std::size_t>(count));
+        } else if (errno != EINTR && errno != EAGAIN) {
+            return kPeerFailed;
+        }
+    }
+    return 0;
+}
+
+gint32 receive_all(const Fd &peer, std::span<std::uint8_t> out, Deadline deadline) {
+    while (!out.empty()) {
+        if (const gint32 status = await(peer, POLLIN, deadline); status != 0) {
+            return status;
+        }
+        const ssize_t count = recv(peer.get(), out.data(), out.size(), 0);
+        if (count > 0) {
+            out = out.subspan(static_cast<std::size_t>(count));
+        } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
+            return kPeerFailed;
+        }
+    }
+    return 0;
+}
+
+gint32 receive_response(const Fd &peer, Deadline deadline, IpmiResponse *response) {
+    Head head{};
+    if (const gint32 status = receive_all(peer, head, deadline); status != 0) {
+        return status;
+    }
+    const auto length = body_length(head, kResponse, 1, kResponseLimit);
+    if (!length) {
+        return kPeerFailed;
+    }
+    IpmiResponse body(*length);
+    if (const gint32 status = receive_all(peer, body, deadline); status != 0) {
+        return status;
+    }
+    *response = std::move(body);
+    return 0;
+}
+
+std::filesystem::path link_of(std::uint8_t slot) {
+    Options options = host()->options;
+    options.slot = slot;
+    return options.slot_run_dir() / "link.sock";
+}
+
+// One block, as the requester frees it: the message and its bytes behind it. Null when memory is short.
+IPMI_RESP_MSG_S *message_of(const IpmiResponse &response) {
+    void *block = g_try_malloc(sizeof(IPMI_RESP_MSG_S) + response.size());
+    if (block == nullptr) {
+        return nullptr;
+    }
+    auto *message = static_cast<IPMI_RESP_MSG_S *>(block);
+    message->data_len = static_cast<guint32>(std::uint64_t{response.size()});
+    message->data = static_cast<guint8 *>(block) + sizeof(IPMI_RESP_MSG_S);
+    std::ranges::copy(response, message->data);
+    return message;
+}
+
+std::chrono::nanoseconds limit_of(gint32 timeout_s) {
+    const auto milliseconds_of_module = static_cast<std::uint64_t>(std::max(timeout_s, 0)) * 1000;
+    return std::max<std::chrono::nanoseconds>(clock_real(milliseconds_of_module), kShortestLimit);
+}
+
+} // namespace
+
+std::unique_ptr<StreamServer> open_peer_link(const std::filesystem::path &socket, const IpmiRegistry &registry,
+                                             std::string *mistake) {
+    const auto protocol = [&registry](StreamClient &client) {
+        while (serve_next(client, registry)) {
+        }
+    };
+    return StreamServer::open(socket, "asd-link", protocol, mistake);
+}
+
+gint32 peer_request(const std::filesystem::path &socket, const IpmiRequest &request, std::chrono::nanoseconds limit,
+                    IpmiResponse *response) {
+    const Deadline deadline = std::chrono::steady_clock::now() + limit;
+    Fd peer;
+    if (const gint32 status = connect_until(socket, deadline, &peer); status != 0) {
+        return status;
+    }
+    if (const gint32 status = send_all(peer, request_frame(request), deadline); status != 0) {
+        return status;
+    }
+    return response != nullptr ? receive_response(peer, deadline, response) : 0;
+}
+
+bool peer_listens(const std::filesystem::path &socket) {
+    int error = 0;
+    return unix_connect(socket, &error) || error == EAGAIN;
+}
+
+bool peer_online(std::uint8_t slot) {
+    if (host() == nullptr) {
+        return false;
+    }
+    return slot == host()->options.slot || peer_listens(link_of(slot));
+}
+
+} // namespace asd_host
+
+gint32 ipmi_send_request(const IPMI_REQ_MSG_HEAD_S *head, const void *data, gint32 wait_response,
+                         IPMI_RESP_MSG_S **response, gint32 timeout_s) {
+    const bool waits = wait_response != 0;
+    if (head == nullptr || head->target_type != IPMI_MMC || (data == nullptr && head->src_len > 0) ||
+        (waits && response == nullptr)) {
+        return asd_host::kBadArgument;
+    }
+    if (asd_host::host() == nullptr) {
+        return asd_host::kUnsupported;
+    }
+    const asd_host::IpmiRequest request{.netfn = head->netfn,
+                                        .lun = head->lun,
+                                        .cmd = head->cmd,
+                                        .data = {static_cast<const std::uint8_t *>(data), head->src_len}};
+    asd_host::IpmiResponse received;
+    const gint32 status = asd_host::peer_request(asd_host::link_of(head->target_instance), request,
+                                                 asd_host::limit_of(timeout_s), waits ? &received : nullptr);
+    if (status != 0 || !waits) {
+        return status;
+    }
+    IPMI_RESP_MSG_S *message = asd_host::message_of(received);
+    if (message == nullptr) {
+        return asd_host::kPeerFailed;
+    }
+    *response = message;
+    return 0;
+}

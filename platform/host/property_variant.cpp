@@ -1,0 +1,50 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "property_variant.h"
+
+#include <variant>
+
+namespace asd_host {
+
+GVariant *variant_of(const PropertyValue &value) {
+    if (const auto *byte = std::get_if<std::uint8_t>(&value)) {
+        return g_variant_new_byte(*byte);
+    }
+    if (const auto *word = std::get_if<std::uint32_t>(&value)) {
+        return g_variant_new_uint32(*word);
+    }
+    if (const auto *number = std::get_if<std::int32_t>(&value)) {
+        return g_variant_new_int32(*number);
+    }
+    if (const auto *bytes = std::get_if<Bytes>(&value)) {
+        return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes->data(), bytes->size(), 1);
+    }
+    return nullptr;
+}
+
+bool value_of(GVariant *variant, PropertyValue *value) {
+    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_BYTE) != 0) {
+        value->emplace<std::uint8_t>(g_variant_get_byte(variant));
+        return true;
+    }
+    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_UINT32) != 0) {
+        value->emplace<std::uint32_t>(g_variant_get_uint32(variant));
+        return true;
+    }
+    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_INT32) != 0) {
+        value->emplace<std::int32_t>(g_variant_get_int32(variant));
+        return true;
+    }
+    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_BYTESTRING) != 0) {
+        gsize count = 0;
+        const auto *bytes = static_cast<const guint8 *>(g_variant_get_fixed_array(variant, &count, 1));
+        auto &held = value->emplace<Bytes>();
+        if (count != 0) {
+            held.assign(bytes, bytes + count);
+        }
+        return true;
+    }
+    return false;
+}
+
+} // namespace asd_host

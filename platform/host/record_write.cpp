@@ -1,0 +1,231 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+#include "record_write.h"
+
+#include "byte_codec.h"
+#include "log.h"
+#include "status.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include <glib.h>
+
+namespace asd_host {
+
+namespace {
+
+constexpr int kReadBacks = 2; // a part may answer the first read while its last page still settles
+
+bool overlaps(std::uint32_t a, std::size_t a_length, std::uint32_t b, std::size_t b_length) {
+    return std::uint64_t{a} < std::uint64_t{b} + b_length && std::uint64_t{b} < std::uint64_t{a} + a_length;
+}
+
+bool same(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
+    return std::ranges::equal(a, b);
+}
+
+[[nodiscard]] gint32 read_back(PageDevice &device, std::uint32_t offset, std::span<const std::uint8_t> wanted) {
+    std::vector<std::uint8_t> held(wanted.size());
+    for (int i = 0; i < kReadBacks; ++i) {
+        if (const gint32 ret = device.read(offset, held); ret != 0) {
+            return ret;
+        }
+        if (same(held, wanted)) {
+            return 0;
+        }
+    }
+    return kTransferFailed | EIO;
+}
+
+} // namespace
+
+std::vector<PageSlice> page_slices(std::uint32_t offset, std::size_t length, std::uint32_t page_size) {
+    std::vector<PageSlice> slices;
+    const std::uint32_t end = u32_of(length);
+    for (std::uint32_t begin = 0; begin < end;) {
+        const std::uint32_t to_page_end = page_size - (offset + begin) % page_size;
+        const std::uint32_t step = std::min(to_page_end, end - begin);
+        slices.push_back({begin, step});
+        begin += step;
+    }
+    return slices;
+}
+
+Verdict judge(const Intent &intent, std::span<const std::uint8_t> now, std::uint32_t page_size) {
+    // New first: should the bytes be the same, there is nothing to do.
+    if (same(now, intent.new_bytes)) {
+        return Verdict::kNew;
+    }
+    if (same(now, intent.old_bytes)) {
+        return Verdict::kOld;
+    }
+    const std::span<const std::uint8_t> old_bytes(intent.old_bytes);
+    const std::span<const std::uint8_t> new_bytes(intent.new_bytes);
+    int neither = 0;
+    for (const auto [begin, length] : page_slices(intent.offset, now.size(), page_size)) {
+        const auto page = now.subspan(begin, length);
+        if (!same(page, old_bytes.subspan(begin, length)) && !same(page, new_bytes.subspan(begin, length))) {
+            ++neither;
+        }
+    }
+    return neither <= 1 ? Verdict::kTorn : Verdict::kForeign;
+}
+
+RecordWriter::RecordWriter(std::string part, Geometry geometry, IntentLog *log)
+    : part_(std::move(part)), geometry_(geometry), log_(log) {}
+
+bool RecordWriter::unsettled(const Intent &intent) const {
+    return !settled_ || *settled_ != intent;
+}
+
+bool RecordWriter::doubted_by_sync(std::uint32_t offset, std::size_t length) const {
+    return std::ranges::any_of(
+        unsynced_, [&](const Range &range) { return overlaps(offset, length, range.offset, range.length); });
+}
+
+bool RecordWriter::in_doubt(std::uint32_t offset, std::size_t length) {
+    const std::optional<Intent> intent = log_->load();
+    return intent && unsettled(*intent) && overlaps(offset, length, intent->offset, intent->new_bytes.size());
+}
+
+// Notes the intent. A state folder that is full or read-only must not keep the machine's identity from being written.
+bool RecordWriter::note(const Intent &intent) {
+    const int error = log_->save(intent);
+    if (error != 0 && !note_failed_) {
+        HOST_LOG(kLogError, "Part %s: the intent of a write could not be noted (%s); a power cut may tear a record.",
+                 part_.c_str(), g_strerror(error));
+    }
+    note_failed_ = error != 0;
+    return error == 0;
+}
+
+void RecordWriter::settle(const Intent &intent) {
+    const int error = log_->drop();
+    if (error == 0) {
+        settled_.reset();
+        return;
+    }
+    if (settled_ != intent) {
+        // Acted on later it would bring back bytes that have been replaced since.
+        settled_ = intent;
+        HOST_LOG(kLogError, "Part %s: the intent of a finished write could not be removed: %s.", part_.c_str(),
+                 g_strerror(error));
+    }
+}
+
+// A failed write that left the part as it was leaves no intent either: should another master write before our next try,
+// its bytes would be taken for a torn page.
+void RecordWriter::settle_untouched(PageDevice &device, const Intent &intent) {
+    std::vector<std::uint8_t> now(intent.old_bytes.size());
+    if (device.read(intent.offset, now) == 0 && same(now, intent.old_bytes) &&
+        !doubted_by_sync(intent.offset, now.size())) {
+        settle(intent);
+    }
+}
+
+// An unfinishable intent gives way to newer bytes in its place.
+void RecordWriter::settle_overwritten(std::uint32_t offset, std::size_t length) {
+    const std::optional<Intent> intent = log_->load();
+    if (intent && overlaps(offset, length, intent->offset, intent->new_bytes.size())) {
+        settle(*intent);
+    }
+}
+
+gint32 RecordWriter::recover(PageDevice &device) {
+    const std::optional<Intent> intent = log_->load();
+    if (!intent) {
+        return 0;
+    }
+    const std::size_t length = intent->new_bytes.size();
+    const bool ours = intent->part == part_ && std::uint64_t{intent->offset} + length <= geometry_.size;
+    if (!unsettled(*intent) || !ours) {
+        settle(*intent);
+        return 0;
+    }
+    std::vector<std::uint8_t> now(length);
+    if (const gint32 ret = device.read(intent->offset, now); ret != 0) {
+        return ret;
+    }
+    if (const gint32 ret = finish(device, *intent, now); ret != 0) {
+        HOST_LOG(kLogError, "Part %s: the cut write of %zu bytes at %u could not be finished (status 0x%x).",
+                 part_.c_str(), length, intent->offset, static_cast<unsigned>(ret));
+        return ret;
+    }
+    settle(*intent);
+    return 0;
+}
+
+// Brings the part from what a cut left to old or new.
+gint32 RecordWriter::finish(PageDevice &device, const Intent &intent, std::span<const std::uint8_t> now) {
+    const Verdict verdict = judge(intent, now, geometry_.page_size);
+    if (verdict == Verdict::kForeign) {
+        HOST_LOG(kLogError, "Part %s: %zu bytes at %u were written by another master since; they stay.", part_.c_str(),
+                 now.size(), intent.offset);
+        return 0;
+    }
+    if (verdict == Verdict::kTorn || doubted_by_sync(intent.offset, now.size())) {
+        HOST_LOG(kLogInformation, "Part %s: finishing the cut write of %zu bytes at %u.", part_.c_str(), now.size(),
+                 intent.offset);
+        return put(device, intent.offset, now, intent.new_bytes);
+    }
+    // The bytes may have reached the part's file but not yet its disk.
+    return device.sync();
+}
+
+gint32 RecordWriter::write(PageDevice &device, std::uint32_t offset, std::span<const std::uint8_t> data) {
+    // An intent is never replaced before its write is whole: noting mixed bytes as old would make the mixture last. One
+    // that can't be finished (a worn-out page) must not block the part for ever, so the write then goes on without.
+    const bool stuck = recover(device) != 0;
+    Intent intent{part_, offset, std::vector<std::uint8_t>(data.size()), {data.begin(), data.end()}};
+    if (const gint32 ret = device.read(offset, intent.old_bytes); ret != 0) {
+        return ret;
+    }
+    const bool held = same(intent.old_bytes, data) && !doubted_by_sync(offset, data.size());
+    const bool noted = !held && !stuck && note(intent);
+    if (!held) {
+        if (const gint32 ret = put(device, offset, intent.old_bytes, data); ret != 0) {
+            if (noted) {
+                settle_untouched(device, intent);
+            }
+            return ret;
+        }
+    }
+    if (noted) {
+        settle(intent);
+    }
+    if (stuck) {
+        settle_overwritten(offset, data.size());
+    }
+    return 0;
+}
+
+// Writes the pages that differ, reads all of data back and syncs.
+gint32 RecordWriter::put(PageDevice &device, std::uint32_t offset, std::span<const std::uint8_t> now,
+                         std::span<const std::uint8_t> data) {
+    const bool anew = doubted_by_sync(offset, data.size());
+    for (const auto [begin, length] : page_slices(offset, data.size(), geometry_.page_size)) {
+        const auto page = data.subspan(begin, length);
+        if (!anew && same(page, now.subspan(begin, length))) {
+            continue;
+        }
+        if (const gint32 ret = device.write_page(offset + begin, page); ret != 0) {
+            return ret;
+        }
+    }
+    if (const gint32 ret = read_back(device, offset, data); ret != 0) {
+        return ret;
+    }
+    const gint32 ret = device.sync();
+    std::erase_if(unsynced_, [&](const Range &range) {
+        return range.offset >= offset && range.offset - offset + range.length <= data.size();
+    });
+    if (ret != 0) {
+        unsynced_.push_back({offset, data.size()});
+    }
+    return ret;
+}
+
+} // namespace asd_host
