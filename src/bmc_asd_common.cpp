@@ -72,6 +72,11 @@ bool name_in(const gchar *name, std::span<const std::string_view> names) {
     return name != nullptr && std::ranges::find(names, std::string_view(name)) != names.end();
 }
 
+const gchar *logged_name(OBJ_HANDLE object) {
+    const gchar *name = dfl_get_object_name(object);
+    return name != nullptr ? name : "(null)";
+}
+
 std::span<const guint8> variant_bytes(GVariant *value) {
     if (value == nullptr || !g_variant_is_of_type(value, G_VARIANT_TYPE_BYTESTRING)) {
         return {};

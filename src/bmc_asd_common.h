@@ -24,6 +24,9 @@
 // True when name is one of the names; a null name is none of them.
 [[nodiscard]] bool name_in(const gchar *name, std::span<const std::string_view> names);
 
+// The object's name for a log line; a text also when it has none, because not every log survives a null one.
+[[nodiscard]] const gchar *logged_name(OBJ_HANDLE object);
+
 // The bytes of an "ay" value, which live as long as the value; empty when it is null, of another type or holds no byte.
 [[nodiscard]] std::span<const guint8> variant_bytes(GVariant *value);
 

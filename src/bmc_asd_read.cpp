@@ -67,7 +67,7 @@ gint32 asd_eeprom_getoffset(OBJ_HANDLE dev_handle, guint32 *retry, guint32 *offs
         return kStatusFailed;
     }
     if (const gint32 ret = property_read(dev_handle, kPropOffset, offset); ret != 0) {
-        ASD_LOG_ERROR("[%s] Get eeprom offset failed! result: %d.", dfl_get_object_name(dev_handle), ret);
+        ASD_LOG_ERROR("[%s] Get eeprom offset failed! result: %d.", logged_name(dev_handle), ret);
         return kStatusFailed;
     }
     if (property_read(dev_handle, kPropRetryNumber, retry) != 0) {
@@ -154,7 +154,7 @@ static void record_deliver(guint8 *data, const guint8 *work, guint32 len) {
 
 // Logs, and on accepted data delivers, what a read found.
 static void record_conclude(const gchar *name, const RecordRead &read, guint8 *data, const guint8 *work, guint32 len) {
-    const bool power_threshold = name != nullptr && name == kPowerThresholdChip;
+    const bool power_threshold = name == kPowerThresholdChip;
     if (read.ret != 0) {
         if (power_threshold && !power_threshold_chip_failed.exchange(true)) {
             ASD_LOG_ERROR("[%s] Read eeprom failed! result: %d.", name, read.ret);
@@ -162,7 +162,7 @@ static void record_conclude(const gchar *name, const RecordRead &read, guint8 *d
         return;
     }
     if (read.rounds_used_up) {
-        if (name == nullptr || name != kChipSilentOnChecksum) {
+        if (name != kChipSilentOnChecksum) {
             ASD_LOG_INFO("Read backBoard(%s) eeprom ok but crc check failed(CrcRet=%d, CrcReal=%d)", name,
                          read.computed, read.stored);
         }
@@ -181,7 +181,7 @@ static void record_conclude(const gchar *name, const RecordRead &read, guint8 *d
 
 gint32 asd_eeprom_readblk(OBJ_HANDLE dev_handle, guint8 *data, guint32 len, guint8 *work, guint32 offset,
                           guint32 retry) {
-    const gchar *name = dfl_get_object_name(dev_handle);
+    const gchar *name = logged_name(dev_handle);
     const RecordRead read = record_read(dev_handle, work, len, offset, retry, any_reads_again);
     record_conclude(name, read, data, work, len);
     asd_check_errlevel(dev_handle, read.ret, name, read.ret != 0 ? 1 : 0);
@@ -205,7 +205,7 @@ static WorkBuffer read_prepare(OBJ_HANDLE chip, const guint8 *data, guint32 len,
     }
     WorkBuffer work = WorkBuffer::allocate(len + kChecksumSize);
     if (!work) {
-        ASD_LOG_ERROR("%s malloc memory failed.", dfl_get_object_name(chip));
+        ASD_LOG_ERROR("%s malloc memory failed.", logged_name(chip));
     }
     return work;
 }
@@ -227,7 +227,7 @@ static RecordRead check_read_run(OBJ_HANDLE chip, guint8 *data, guint32 len, Wor
     if (read.ret == 0) {
         if (read.rounds_used_up) {
             ASD_LOG_ERROR("Read BackBoard [%s] eeprom OK but CRC check failed.CrcRet[%d], CrcReal[%d]!",
-                          dfl_get_object_name(chip), read.computed, read.stored);
+                          logged_name(chip), read.computed, read.stored);
         }
         record_deliver(data, work.get(), len);
     }
@@ -253,7 +253,7 @@ gint32 asd_read_equip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
         return kStatusNotOnline;
     }
     if (const gint32 ret = asd_read_chip(obj_handle, data, len); ret != 0) {
-        ASD_LOG_ERROR("%s: %s Read eeprom failed[%d]!", __func__, dfl_get_object_name(obj_handle), ret);
+        ASD_LOG_ERROR("%s: %s Read eeprom failed[%d]!", __func__, logged_name(obj_handle), ret);
         return ret;
     }
     return asd_update_property(obj_handle, data, len);
@@ -380,7 +380,7 @@ gint32 asd_read_method(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     if (asd_obj_is_online(obj_handle) == 0) {
         return kStatusNotOnline;
     }
-    const gchar *name = dfl_get_object_name(obj_handle);
+    const gchar *name = logged_name(obj_handle);
     if (name == nullptr) {
         return kStatusFailed;
     }
@@ -425,7 +425,7 @@ gint32 asd_read_check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
 // Kept: this and the pairs' paths start from AtomStorageDataDev0 on every board; only the single-chip paths above
 // choose.
 gint32 asd_read_one_chip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
-    const gchar *name = dfl_get_object_name(obj_handle);
+    const gchar *name = logged_name(obj_handle);
     gint32 count_ret = 0;
     const guint32 count = item_chip_count(obj_handle, &count_ret);
     if (count_ret != 0) {
@@ -451,7 +451,7 @@ gint32 asd_read_one_chip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
 }
 
 gint32 asd_read_devchip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, const gchar *property) {
-    const gchar *name = dfl_get_object_name(obj_handle);
+    const gchar *name = logged_name(obj_handle);
     OBJ_HANDLE chip = 0;
     if (const gint32 ret = dfl_get_referenced_object(obj_handle, property, &chip); ret != 0) {
         ASD_LOG_ERROR("%s Get dev failed(ret=%d)", name, ret);
@@ -521,7 +521,7 @@ gint32 asd_choose_object_read(OBJ_HANDLE obj_handle, guint8 *check_flag) {
 }
 
 gint32 asd_read_chip_dev0check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, guint8 check_flag) {
-    const gchar *name = dfl_get_object_name(obj_handle);
+    const gchar *name = logged_name(obj_handle);
     OBJ_HANDLE chip = 0;
     if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev0, &chip); ret != 0) {
         ASD_LOG_ERROR("(%s)Get PROPERTY_ASD_DEV0 failed! ret: %d.", name, ret);
@@ -546,7 +546,7 @@ gint32 asd_read_chip_dev0check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len,
 }
 
 gint32 asd_read_chip_dev1check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, guint8 check_flag) {
-    const gchar *name = dfl_get_object_name(obj_handle);
+    const gchar *name = logged_name(obj_handle);
     OBJ_HANDLE chip = 0;
     if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev1, &chip); ret != 0) {
         ASD_LOG_ERROR("(%s)Get PROPERTY_ASD_DEV1 failed! ret: %d.", name, ret);

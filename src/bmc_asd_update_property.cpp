@@ -31,7 +31,7 @@ gint32 asd_update_property(OBJ_HANDLE obj_handle, const guint8 *data, guint32 le
     }
     const gint32 ret = asd_set_value2(obj_handle, data, len, kOptionsNone);
     if (ret != 0) {
-        ASD_LOG_ERROR("%s Call asd_set_value2 failed! result: %d.", dfl_get_object_name(obj_handle), ret);
+        ASD_LOG_ERROR("%s Call asd_set_value2 failed! result: %d.", logged_name(obj_handle), ret);
     }
     return asd_set_ready(obj_handle, ret == 0 ? 1 : 0, kOptionsNone);
 }
@@ -47,7 +47,7 @@ gint32 asd_set_value2(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len, DF
         return kStatusByteArray;
     }
     if (const gint32 ret = dfl_set_property_value(obj_handle, kPropValue, value.get(), options); ret != 0) {
-        ASD_LOG_ERROR("%s: %s set dev value failed!ret(%d)", __func__, dfl_get_object_name(obj_handle), ret);
+        ASD_LOG_ERROR("%s: %s set dev value failed!ret(%d)", __func__, logged_name(obj_handle), ret);
         return kStatusValueRefused;
     }
     return kStatusOk;
@@ -115,7 +115,7 @@ gint32 asd_get_length(OBJ_HANDLE obj_handle, guint32 *len) {
 gint32 asd_update_dev_health(OBJ_HANDLE dev_handle, guint8 health) {
     const gint32 ret = property_write(dev_handle, kPropHealth, health, kOptionsNone);
     if (ret != 0) {
-        ASD_LOG_ERROR("%s Set PROPERTY_ASD_DEV_HEALTH failed! result: %d.", dfl_get_object_name(dev_handle), ret);
+        ASD_LOG_ERROR("%s Set PROPERTY_ASD_DEV_HEALTH failed! result: %d.", logged_name(dev_handle), ret);
     }
     return ret;
 }
@@ -123,7 +123,7 @@ gint32 asd_update_dev_health(OBJ_HANDLE dev_handle, guint8 health) {
 gint32 asd_update_dev_errcode(OBJ_HANDLE dev_handle, gint32 errcode) {
     const gint32 ret = property_write(dev_handle, kPropErrorCode, errcode, kOptionsNone);
     if (ret != 0) {
-        ASD_LOG_ERROR("%s Set PROPERTY_ASD_DEV_ERRORCODE failed! result: %d.", dfl_get_object_name(dev_handle), ret);
+        ASD_LOG_ERROR("%s Set PROPERTY_ASD_DEV_ERRORCODE failed! result: %d.", logged_name(dev_handle), ret);
     }
     return ret;
 }

@@ -93,7 +93,7 @@ gint32 asd_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, 
     const gchar *name = dfl_get_object_name(dev_handle);
     const gint32 ret = record_attempts(dev_handle, name, offset, size, record.get(), retry);
     if (ret != 0 && limit.admits()) {
-        ASD_LOG_ERROR("[%s] Write eeprom failed! result: %d.", name, ret);
+        ASD_LOG_ERROR("[%s] Write eeprom failed! result: %d.", logged_name(dev_handle), ret);
     }
     asd_check_errlevel(dev_handle, ret, name, ret != 0 ? 1 : 0);
     (void)asd_update_dev_errcode(dev_handle, ret); // logged there
@@ -226,7 +226,7 @@ gint32 asd_write_equip_one(OBJ_HANDLE obj_handle, const guint8 *data, guint32 le
         ASD_LOG_ERROR("asd get value len failed!");
         return ret;
     }
-    if (!length_fits(dfl_get_object_name(obj_handle), length)) {
+    if (!length_fits(logged_name(obj_handle), length)) {
         return kStatusFailed;
     }
     const Image image = image_build(data, len, length);
@@ -319,7 +319,7 @@ gint32 asd_write_method(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) 
 
 gint32 asd_write_check(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
     const DevProperty property = chosen_dev_property();
-    const gchar *name = dfl_get_object_name(obj_handle);
+    const gchar *name = logged_name(obj_handle);
     gint32 count_ret = 0;
     const guint32 count = item_chip_count(obj_handle, &count_ret);
     if (count_ret != 0) {
@@ -349,7 +349,7 @@ gint32 Asd_WriteMemProperty(OBJ_HANDLE obj_handle, const guint8 *data, guint32 l
         ASD_LOG_ERROR("%s: asd is not online!", __func__);
         return kStatusNotOnline;
     }
-    const gchar *name = dfl_get_object_name(obj_handle);
+    const gchar *name = logged_name(obj_handle);
     guint32 length = 0;
     if (const gint32 ret = asd_get_length(obj_handle, &length); ret != 0) {
         ASD_LOG_ERROR("%s: asd(%s) get value len failed(%d)!", __func__, name, ret);

@@ -1,0 +1,262 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Registration, method calls, and IPMI requests in both directions.
+
+#include "fake_state.h"
+#include "ipmi_stack.h"
+#include "module_frame.h"
+#include "object_frame.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+
+using namespace fake; // NOLINT(google-build-using-namespace): the operations below have C linkage and global names
+
+// ---- Requests to the module ----------------------------------------------------------------------------------------
+
+struct IPMI_MSG_S {
+    Bytes buffer;
+    guint8 length = 0;
+    bool has_data = true;
+    mutable Bytes response;
+    mutable guint32 answers = 0;
+};
+
+static constexpr std::size_t kRequestBuffer = 255;
+
+Reply fake::call(IPMI_CMD_FUNC handler, gconstpointer user_data, const std::optional<Bytes> &data) {
+    IPMI_MSG_S message{.buffer = data.value_or(Bytes{}), .length = 0, .has_data = data.has_value(), .response = {}};
+    message.length = static_cast<guint8>(message.buffer.size());
+    message.buffer.resize(kRequestBuffer);
+    message.buffer.shrink_to_fit(); // so that a sanitizer sees reads past it
+    const gint32 status = handler(&message, user_data);
+    const std::lock_guard lock(world_mutex());
+    if (message.answers != 1) {
+        violate("request answered " + std::to_string(message.answers) + " times");
+    }
+    return {.reached = true, .status = status, .response = message.response};
+}
+
+// One filter term "data[i]=XXh"; a byte that the request does not have matches nothing.
+static bool term_matches(std::string_view term, const Bytes &data) {
+    std::size_t index = 0;
+    unsigned wanted = 0;
+    const std::size_t close = term.find("]=");
+    if (!term.starts_with("data[") || close == std::string_view::npos || term.size() != close + 5 ||
+        term.back() != 'h' || std::from_chars(term.data() + 5, term.data() + close, index).ptr != term.data() + close ||
+        std::from_chars(term.data() + close + 2, term.data() + close + 4, wanted, 16).ptr != term.data() + close + 4) {
+        const std::lock_guard lock(world_mutex());
+        violate("unreadable filter term " + std::string(term));
+        return false;
+    }
+    return index < data.size() && data[index] == wanted;
+}
+
+static bool filter_matches(std::string_view filter, const Bytes &data) {
+    while (!filter.empty()) {
+        const std::size_t comma = std::min(filter.find(','), filter.size());
+        if (!term_matches(filter.substr(0, comma), data)) {
+            return false;
+        }
+        filter.remove_prefix(std::min(comma + 1, filter.size()));
+    }
+    return true;
+}
+
+Reply fake::request(guint8 netfn, guint8 cmd, const Bytes &data, guint8 privilege) {
+    const Registered known = registered();
+    const auto row = std::ranges::find_if(known.rows, [&](const IPMI_CMD_S &candidate) {
+        return candidate.netfn == netfn && candidate.cmd == cmd && filter_matches(candidate.filter, data);
+    });
+    if (row == known.rows.end()) {
+        return {.reached = false, .status = 0, .response = {0xC1}};
+    }
+    if (data.size() < row->min_length || data.size() > row->max_length) {
+        return {.reached = false, .status = 0, .response = {0xC7}};
+    }
+    if (privilege < row->privilege) {
+        return {.reached = false, .status = 0, .response = {0xD4}};
+    }
+    return fake::call(row->ipmi_handler, row->user_data, data);
+}
+
+const guint8 *get_ipmi_src_data(const IPMI_MSG_S *req_msg) {
+    Call call("get_ipmi_src_data");
+    return call.fails() || !req_msg->has_data ? nullptr : req_msg->buffer.data();
+}
+
+guint8 get_ipmi_src_data_len(const IPMI_MSG_S *req_msg) {
+    return req_msg->length;
+}
+
+gint32 ipmi_send_response(const IPMI_MSG_S *req_msg, guint32 length, const guint8 *buffer) {
+    Call call("ipmi_send_response", {}, length);
+    if (length == 0 || buffer == nullptr) {
+        violate("response without a completion code");
+        return kRefused;
+    }
+    ++req_msg->answers;
+    if (call.fails()) {
+        return call.status();
+    }
+    req_msg->response = Bytes(buffer, buffer + length);
+    return 0;
+}
+
+gint32 ipmi_send_simple_response(const IPMI_MSG_S *req_msg, guint8 completion_code) {
+    Call call("ipmi_send_simple_response", {}, completion_code);
+    ++req_msg->answers;
+    if (call.fails()) {
+        return call.status();
+    }
+    req_msg->response = {completion_code};
+    return 0;
+}
+
+// ---- Requests to the peers -----------------------------------------------------------------------------------------
+
+gint32 ipmi_send_request(const IPMI_REQ_MSG_HEAD_S *head, const void *data, gint32 wait_response,
+                         IPMI_RESP_MSG_S **response, gint32 timeout_s) {
+    const auto *bytes = static_cast<const guint8 *>(data);
+    SentRequest sent{.target_type = head->target_type,
+                     .slot = head->target_instance,
+                     .netfn = head->netfn,
+                     .cmd = head->cmd,
+                     .data = Bytes(bytes, bytes + head->src_len)};
+    Call call("ipmi_send_request", std::to_string(sent.slot), sent.netfn, sent.cmd, head->src_len, wait_response,
+              timeout_s);
+    world().sent.push_back(sent);
+    if (call.fails()) {
+        return call.status();
+    }
+    const auto peer = world().peers.find(sent.slot);
+    if (peer == world().peers.end()) {
+        world().ticks += static_cast<guint64>(timeout_s) * 1000;
+        return kTimedOut;
+    }
+    const auto answer = peer->second;
+    call.lock().unlock();
+    const Bytes answered = answer(sent);
+    auto *block = static_cast<IPMI_RESP_MSG_S *>(g_malloc0(sizeof(IPMI_RESP_MSG_S) + answered.size()));
+    block->data_len = static_cast<guint32>(answered.size());
+    if (!answered.empty()) {
+        block->data = reinterpret_cast<guint8 *>(block + 1);
+        std::ranges::copy(answered, block->data);
+    }
+    *response = block;
+    return 0;
+}
+
+// ---- Methods -------------------------------------------------------------------------------------------------------
+
+MethodReply fake::call_method(DFL_METHOD_FUNC method, OBJ_HANDLE object, const std::vector<GVariant *> &inputs,
+                              bool without_output) {
+    GSList *input_list = nullptr;
+    for (GVariant *input : inputs) {
+        input_list = g_slist_append(input_list, input != nullptr ? g_variant_ref_sink(input) : nullptr);
+    }
+    GSList *output_list = nullptr;
+    MethodReply reply;
+    reply.status = method(object, nullptr, input_list, without_output ? nullptr : &output_list);
+    for (const GSList *link = output_list; link != nullptr; link = link->next) {
+        reply.outputs.emplace_back(g_variant_ref_sink(static_cast<GVariant *>(link->data)), g_variant_unref);
+    }
+    g_slist_free(output_list);
+    g_slist_free_full(input_list, [](gpointer input) {
+        if (input != nullptr) {
+            g_variant_unref(static_cast<GVariant *>(input));
+        }
+    });
+    return reply;
+}
+
+// ---- Registration --------------------------------------------------------------------------------------------------
+
+static gint32 status_of(const Call &call) {
+    return call.fails() ? call.status() : 0;
+}
+
+// clang-format off
+gint32 init_md_so(void) { return status_of(Call("init_md_so")); }
+gint32 static_complete_module_register(void) { return status_of(Call("static_complete_module_register")); }
+gint32 static_start_rpc_service(void) { return status_of(Call("static_start_rpc_service")); }
+// clang-format on
+
+gint32 static_register_module(const gchar *module_name) {
+    return status_of(Call("static_register_module", text_of(module_name)));
+}
+
+gint32 static_register_debug_cmd(guint32 row_count, const DEBUG_CMD_S * /*rows*/) {
+    return status_of(Call("static_register_debug_cmd", {}, row_count));
+}
+
+gint32 static_declaration_class(const gchar *class_name) {
+    const Call call("static_declaration_class", text_of(class_name));
+    if (!call.fails()) {
+        world().classes.insert(text_of(class_name));
+    }
+    return status_of(call);
+}
+
+gint32 static_declaration_class_method(const gchar *class_name, const gchar *method_name, DFL_METHOD_FUNC handler) {
+    const std::string name = text_of(class_name) + "." + text_of(method_name);
+    const Call call("static_declaration_class_method", name);
+    if (!call.fails() && (!world().classes.contains(text_of(class_name)) || handler == nullptr)) {
+        return kRefused;
+    }
+    if (!call.fails()) {
+        world().registered.methods[name] = handler;
+    }
+    return status_of(call);
+}
+
+gint32 static_register_reboot_handler(REBOOT_HANDLER handler) {
+    const Call call("static_register_reboot_handler");
+    world().registered.reboot = call.fails() ? nullptr : handler;
+    return status_of(call);
+}
+
+static gint32 keep_object_handler(const char *operation, DFL_OBJECT_HANDLER handler) {
+    const Call call(operation);
+    if (!call.fails()) {
+        world().registered.object_handlers.insert(handler);
+    }
+    return status_of(call);
+}
+
+gint32 dfl_add_object_handler(DFL_OBJECT_HANDLER handler) {
+    return keep_object_handler("dfl_add_object_handler", handler);
+}
+
+gint32 dfl_del_object_handler(DFL_OBJECT_HANDLER handler) {
+    return keep_object_handler("dfl_del_object_handler", handler);
+}
+
+gint32 static_implementation_ipmicmd(guint32 row_count, const IPMI_CMD_S *rows) {
+    const Call call("static_implementation_ipmicmd", {}, row_count);
+    if (!call.fails()) {
+        world().registered.rows.assign(rows, rows + row_count);
+    }
+    return status_of(call);
+}
+
+gint32 static_module_init(gint32 argument, MODULE_CALLBACK init) {
+    Call call("static_module_init", {}, argument);
+    if (call.fails()) {
+        return call.status();
+    }
+    call.lock().unlock();
+    return init();
+}
+
+gint32 static_module_start(MODULE_CALLBACK start, guint32 delay_ms) {
+    Call call("static_module_start", {}, delay_ms);
+    if (call.fails()) {
+        return call.status();
+    }
+    world().ticks += delay_ms;
+    call.lock().unlock();
+    return start();
+}

@@ -1,0 +1,340 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Records on chips: layout, reads and writes with checksum and retries.
+
+#include "bmc_asd_read.h"
+#include "bmc_asd_write.h"
+#include "module_test.h"
+
+#include <algorithm>
+#include <set>
+
+namespace {
+
+using RecordTest = ModuleTest;
+
+using fake::FaultKind;
+
+const Bytes kData = {77, 78, 79, 80}; // checksum 0xE94E, 59726
+const Bytes kGood = {77, 78, 79, 80, 0x4E, 0xE9};
+const Bytes kBad = {77, 78, 79, 80, 0x4F, 0xE9}; // stored 59727
+const Bytes kBlank = Bytes(6, 0xFF);             // checksum of its data 26160
+const Bytes kUntouched = {0xEE, 0xEE, 0xEE, 0xEE};
+
+const std::set<std::string> kStrict = {"ASDDev5a",
+                                       "ASDDev5b",
+                                       "ASDDev21a",
+                                       "ASDDev21b",
+                                       "ASDDev24a",
+                                       "ASDDev25a",
+                                       "ASDDev26a",
+                                       "ASDDev27a",
+                                       "ASDDev52a",
+                                       "ASDDev52b",
+                                       "ASDDev53a",
+                                       "ASDDev53b",
+                                       "ASD_FrameLedRuleDeva",
+                                       "ASD_FrameLedRuleDevb",
+                                       "ASD_CCDBa",
+                                       "ASD_CCDBb",
+                                       "ASD_PRODUCT_CFGINFO_VALIDa",
+                                       "ASD_PRODUCT_CFGINFO_VALIDb"};
+const std::set<std::string> kBlankTolerant = {"ASDDev10a", "ASDDev10b", "ASDDev11a", "ASDDev11b",
+                                              "ASDDev13a", "ASDDev13b", "ASDDev14a", "ASDDev14b",
+                                              "ASDDev15a", "ASDDev15b", "ASDDev20a", "ASDDev20b"};
+const std::vector<std::string> kNeither = {"ASDDev24b", "ASDDev25b", "ASDDev26b", "ASDDev27b", "ASDDev7",
+                                           "ASDDev16a", "asddev5a",  "ASDDev5",   "ASDDev10",  "ASDDev5a "};
+
+void fail_read(guint32 nth, gint32 status, guint32 count = 1) {
+    fake::inject({.operation = "dfl_block_read", .status = status, .nth = nth, .count = count});
+}
+
+// ---- Layout --------------------------------------------------------------------------------------------------------
+
+TEST_F(RecordTest, RecordIsDataThenChecksumLowByteFirst) {
+    const Bytes digits = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
+    Bytes image(digits.size() + 2);
+    EXPECT_EQ(asd_eeprom_writecrc(digits.data(), 9, image.data()), 0);
+    EXPECT_EQ(image, joined(digits, {0x3C, 0xCE}));
+    EXPECT_EQ(asd_eeprom_writecrc(digits.data(), 9, nullptr), -1);
+    EXPECT_EQ(fake::logs(2), Texts{});
+    const OBJ_HANDLE chip = fake::add_chip("ASDDev99", {.offset = 1021});
+    EXPECT_EQ(asd_eeprom_write(chip, kData.data(), 4, ASD_CHECKSUM_CRC32), 0); // the kind asked for changes nothing
+    EXPECT_EQ(fake::chip_bytes("ASDDev99", 1020, 8), joined(joined({0xFF}, kGood), {0xFF}));
+}
+
+TEST_F(RecordTest, OffsetIsNeededAndRetryNumberIsNot) {
+    const OBJ_HANDLE chip = fake::add_chip("ASDDev99", {.offset = 30, .retry = {}});
+    guint32 retry = 0;
+    guint32 offset = 0;
+    EXPECT_EQ(asd_eeprom_getoffset(chip, nullptr, &offset), -1);
+    EXPECT_EQ(asd_eeprom_getoffset(chip, &retry, nullptr), -1);
+    EXPECT_EQ(asd_eeprom_getoffset(chip, &retry, &offset), 0);
+    EXPECT_EQ(retry, 5U);
+    EXPECT_EQ(offset, 30U);
+    EXPECT_EQ(fake::logs(2), Texts{});
+
+    Bytes data = kUntouched;
+    fake::remove_property("ASDDev99", "Offset");
+    EXPECT_EQ(asd_eeprom_read(chip, data.data(), 4), -1);
+    EXPECT_EQ(asd_eeprom_check_read(chip, data.data(), 4), -1);
+    EXPECT_EQ(asd_eeprom_write(chip, data.data(), 4, ASD_CHECKSUM_CRC16), -1);
+    EXPECT_EQ(asd_eeprom_read(chip, nullptr, 4), -1);
+    EXPECT_EQ(asd_eeprom_check_read(chip, nullptr, 4), -1);
+    const std::string first = "0 [ASDDev99] Get eeprom offset failed! result: -3002.";
+    const std::string second = "0 Get eeprom offset faild.";
+    EXPECT_EQ(fake::logs(2), (Texts{first, second, first, second, first, second, "0 Input parameter error.",
+                                    "0 Input parameter error."}));
+    EXPECT_EQ(fake::calls("dfl_block_read") + fake::calls("dfl_block_write"), 0U);
+}
+
+// ---- Reads ---------------------------------------------------------------------------------------------------------
+
+struct ReadRow {
+    const char *name;
+    const char *chip;
+    Bytes content;
+    std::function<void()> arrange;
+    gint32 status;
+    std::size_t reads;
+    Bytes delivered;
+    gint64 error_code;
+    Texts logs;
+};
+
+void run_reads(const std::vector<ReadRow> &rows, gint32 (*read)(OBJ_HANDLE, guint8 *, guint32)) {
+    for (const ReadRow &row : rows) {
+        SCOPED_TRACE(std::string(row.chip) + ": " + row.name);
+        fresh_world();
+        const OBJ_HANDLE chip = fake::add_chip(row.chip);
+        fake::set_chip_bytes(row.chip, 64, row.content);
+        row.arrange();
+        Bytes data = kUntouched;
+        EXPECT_EQ(read(chip, data.data(), 4), row.status);
+        EXPECT_EQ(fake::journal({"dfl_block_read"}),
+                  Texts(row.reads, "dfl_block_read " + std::string(row.chip) + " 64 6"));
+        EXPECT_EQ(fake::journal({"vos_task_delay"}), Texts(fake::fired(), "vos_task_delay 100"));
+        EXPECT_EQ(data, row.delivered);
+        EXPECT_EQ(fake::number(row.chip, "ErrorCode"), row.error_code);
+        EXPECT_EQ(fake::number(row.chip, "Health"), row.error_code != 0 ? 1 : 0);
+        EXPECT_EQ(fake::logs(2), row.logs);
+        expect_contract_kept();
+    }
+}
+
+const auto kNoFault = [] {};
+const auto kFlickers = [] { fake::inject({.operation = "dfl_block_read", .kind = FaultKind::kFlippedBit, .at = 3}); };
+
+TEST_F(RecordTest, Read) {
+    const std::string accepted = " Read eeprom OK but CRC check failed.CrcRet[";
+    const std::string gave_up = " eeprom ok but crc check failed(CrcRet=59726, CrcReal=59727)";
+    const auto no_attempts = [](const char *chip) {
+        return [=] { fake::set_property(chip, "RetryNumber", g_variant_new_uint32(0)); };
+    };
+    // clang-format off
+    // clang-format off
+    // clang-format off
+    run_reads({
+        {"good", "ASDDev21a", kGood, kNoFault, 0, 1, kData, 0, {}},
+        {"good", "ASDDev10a", kGood, kNoFault, 0, 1, kData, 0, {}},
+        {"good", "ASDDev99", kGood, kNoFault, 0, 1, kData, 0, {}},
+        {"bad checksum", "ASDDev21a", kBad, kNoFault, 1, 3, kData, 0, {"1 Read backBoard(ASDDev21a)" + gave_up}},
+        {"bad checksum", "ASDDev25a", kBad, kNoFault, 1, 3, kData, 0, {}},
+        {"bad checksum", "ASDDev10a", kBad, kNoFault, 0, 3, kData, 0, {"1 Read backBoard(ASDDev10a)" + gave_up}},
+        {"bad checksum", "ASDDev99", kBad, kNoFault, 0, 3, kData, 0, {"1 Read backBoard(ASDDev99)" + gave_up}},
+        {"erased", "ASDDev21a", kBlank, kNoFault, 1, 3, Bytes(4, 0xFF), 0,
+         {"1 Read backBoard(ASDDev21a) eeprom ok but crc check failed(CrcRet=26160, CrcReal=65535)"}},
+        {"erased", "ASDDev10a", kBlank, kNoFault, 0, 1, Bytes(4, 0xFF), 0, {"1 ASDDev10a" + accepted +
+         "26160], CrcReal[65535]!"}},
+        {"erased", "ASDDev99", kBlank, kNoFault, 0, 3, Bytes(4, 0xFF), 0,
+         {"1 Read backBoard(ASDDev99) eeprom ok but crc check failed(CrcRet=26160, CrcReal=65535)"}},
+        {"dead bus", "ASDDev99", kGood, [] { fail_read(1, 5, 0); }, 5, 3, kUntouched, 5, {}},
+        {"dead bus, no RetryNumber", "ASDDev99", kGood, [] { fake::remove_property("ASDDev99", "RetryNumber");
+         fail_read(1, 5, 0); }, 5, 5, kUntouched, 5, {}},
+        {"two failures, then good", "ASDDev99", kGood, [] { fail_read(1, 5, 2); }, 0, 3, kData, 0, {}},
+        {"one budget for all rounds", "ASDDev99", kBad, [] { fail_read(1, 5); fail_read(3, 5); fail_read(5, 6); }, 6, 5,
+         kUntouched, 6, {}},
+        {"bad checksum, then dead bus", "ASDDev21a", kBad, [] { fail_read(2, 4, 0); }, 5, 4, kUntouched, 4, {}},
+        {"bad checksum, then dead bus", "ASDDev99", kBad, [] { fail_read(2, 4, 0); }, 4, 4, kUntouched, 4, {}},
+        {"no attempts", "ASDDev21a", kGood, no_attempts("ASDDev21a"), 1, 0, Bytes(4, 0), 0,
+         {"1 Read backBoard(ASDDev21a) eeprom ok but crc check failed(CrcRet=65535, CrcReal=0)"}},
+        {"no attempts", "ASDDev99", kGood, no_attempts("ASDDev99"), 0, 0, Bytes(4, 0), 0,
+         {"1 Read backBoard(ASDDev99) eeprom ok but crc check failed(CrcRet=65535, CrcReal=0)"}},
+    }, asd_eeprom_read);
+    // clang-format on
+    // clang-format on
+    // clang-format on
+
+    fresh_world();
+    const OBJ_HANDLE chip = fake::add_chip("ASDDev99");
+    fake::put_record("ASDDev99", kData);
+    fake::inject({.operation = "memcpy_s", .status = 9});
+    Bytes data = kUntouched;
+    EXPECT_EQ(asd_eeprom_read(chip, data.data(), 4), 0); // a failed copy is only logged
+    EXPECT_EQ(data, Bytes(4, 0));
+    EXPECT_EQ(fake::logs(2), Texts{"0 Error: copy asd check data failed, result = 9."});
+}
+
+TEST_F(RecordTest, CheckRead) {
+    const std::string gave_up = " eeprom OK but CRC check failed.CrcRet[59726], CrcReal[59727]!";
+    // clang-format off
+    // clang-format off
+    // clang-format off
+    run_reads({
+        {"good", "ASDDev21a", kGood, kNoFault, 0, 1, kData, 0, {}},
+        {"bad checksum", "ASDDev21a", kBad, kNoFault, -1019, 3, kData, 0, {"0 Read BackBoard [ASDDev21a]" + gave_up}},
+        {"bad checksum", "ASDDev25a", kBad, kNoFault, -1019, 3, kData, 0, {"0 Read BackBoard [ASDDev25a]" + gave_up}},
+        {"bad checksum", "ASDDev10a", kBad, kNoFault, 0, 1, kData, 0, {}},
+        {"bad checksum", "ASDDev99", kBad, kNoFault, 0, 1, kData, 0, {}},
+        {"erased", "ASDDev10a", kBlank, kNoFault, 0, 1, Bytes(4, 0xFF), 0, {}},
+        {"dead bus", "ASDDev21a", kGood, [] { fail_read(1, 5, 0); }, 5, 3, kUntouched, 5, {}},
+        {"dead bus", "ASDDevPowerThresholda", kGood, [] { fail_read(1, 5, 0); }, 5, 3, kUntouched, 5, {}},
+        {"bad checksum, then dead bus", "ASDDev21a", kBad, [] { fail_read(2, 4, 0); }, 4, 4, kUntouched, 4, {}},
+    }, asd_eeprom_check_read);
+    // clang-format on
+    // clang-format on
+    // clang-format on
+}
+
+TEST_F(RecordTest, AFlickeringReadIsReadAgain) {
+    const OBJ_HANDLE chip = fake::add_chip("ASDDev5a");
+    fake::put_record("ASDDev5a", kData);
+    kFlickers();
+    Bytes data = kUntouched;
+    EXPECT_EQ(asd_eeprom_read(chip, data.data(), 4), 0);
+    EXPECT_EQ(data, kData);
+    EXPECT_EQ(fake::calls("dfl_block_read"), 2U);
+    // Each round leaves its result on the chip; health is settled once.
+    EXPECT_EQ(fake::journal({"dfl_set_property_value"}),
+              (Texts{"dfl_set_property_value ASDDev5a.ErrorCode 0 0", "dfl_set_property_value ASDDev5a.ErrorCode 0 0",
+                     "dfl_set_property_value ASDDev5a.Health 0x00 0"}));
+}
+
+TEST_F(RecordTest, ChipNamesDecideHowABadChecksumCounts) {
+    std::vector<std::string> names = kNeither;
+    names.insert(names.end(), kStrict.begin(), kStrict.end());
+    names.insert(names.end(), kBlankTolerant.begin(), kBlankTolerant.end());
+    for (const std::string &name : names) {
+        SCOPED_TRACE(name);
+        fresh_world();
+        const OBJ_HANDLE chip = fake::add_chip(name); // erased
+        Bytes data = kUntouched;
+        EXPECT_EQ(asd_eeprom_read(chip, data.data(), 4), kStrict.contains(name) ? 1 : 0);
+        EXPECT_EQ(fake::calls("dfl_block_read"), kBlankTolerant.contains(name) ? 1U : 3U);
+        EXPECT_EQ(asd_eeprom_check_read(chip, data.data(), 4), kStrict.contains(name) ? -1019 : 0);
+        Bytes work = kBlank;
+        EXPECT_EQ(ASD_IsNeedCcrRetry(name.c_str(), 4, work.data()), kBlankTolerant.contains(name) ? 0 : 1);
+        work.back() = 0xFE;
+        EXPECT_EQ(ASD_IsNeedCcrRetry(name.c_str(), 4, work.data()), 1);
+        EXPECT_EQ(ASD_IsNeedCcrRetry(name.c_str(), 3, work.data()), kBlankTolerant.contains(name) ? 0 : 1);
+    }
+}
+
+TEST_F(RecordTest, PowerThresholdFailuresAreLoggedOnceUntilAGoodRead) {
+    const OBJ_HANDLE chip = fake::add_chip("ASDDevPowerThresholda");
+    fake::put_record("ASDDevPowerThresholda", kData);
+    Bytes data(4);
+    const std::string failure = "0 [ASDDevPowerThresholda] Read eeprom failed! result: 5.";
+    for (int pass = 0; pass < 2; ++pass) {
+        fake::clear_journal();
+        fail_read(1, 5, 0);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(asd_eeprom_read(chip, data.data(), 4), 5);
+        }
+        fake::lift_faults();
+        EXPECT_EQ(asd_eeprom_read(chip, data.data(), 4), 0);
+        EXPECT_EQ(fake::logs(2), Texts{failure});
+    }
+}
+
+// ---- Writes --------------------------------------------------------------------------------------------------------
+
+TEST_F(RecordTest, AWriteIsOneTransferBetweenOpenAndClosedLines) {
+    const OBJ_HANDLE chip = fake::add_chip("ASDDev14a");
+    EXPECT_EQ(asd_eeprom_write(chip, kData.data(), 4, ASD_CHECKSUM_CRC16), 0);
+    EXPECT_EQ(fake::chip_bytes("ASDDev14a", 64, 6), kGood);
+    EXPECT_EQ(
+        fake::journal({"vos_thread_sem4_p", "gpio_write", "dfl_block_write", "vos_thread_sem4_v",
+                       "dfl_set_property_value", "vos_task_delay"}),
+        (Texts{"vos_thread_sem4_p eeprom 2000", "gpio_write 55 1", "gpio_write 56 1", "dfl_block_write ASDDev14a 64 6",
+               "gpio_write 55 0", "gpio_write 56 0", "vos_thread_sem4_v eeprom",
+               "dfl_set_property_value ASDDev14a.Health 0x00 0", "dfl_set_property_value ASDDev14a.ErrorCode 0 0"}));
+}
+
+TEST_F(RecordTest, Write) {
+    struct Row {
+        const char *name;
+        std::function<void()> arrange;
+        gint32 status;
+        std::size_t writes;
+        std::size_t locks;
+        Bytes stored;
+        Texts logs;
+    };
+    const auto fault = [](const char *operation, gint32 status, guint32 count) {
+        return [=] { fake::inject({.operation = operation, .status = status, .count = count}); };
+    };
+    const auto retry = [](guint32 number) {
+        return [=] { fake::set_property("ASDDev99", "RetryNumber", g_variant_new_uint32(number)); };
+    };
+    const std::string no_lock = "0 Get g_eeprom_lock failed!";
+    // clang-format off
+    const std::vector<Row> rows = {
+        {"two failures", fault("dfl_block_write", 5, 2), 0, 3, 3, kGood, {}},
+        {"every attempt fails", fault("dfl_block_write", 5, 0), 5, 3, 3, kBlank, {}},
+        {"no RetryNumber", [] { fake::remove_property("ASDDev99", "RetryNumber"); fake::inject({.operation =
+         "dfl_block_write", .status = 5, .count = 0}); }, 5, 5, 5, kBlank, {}},
+        {"no attempts", retry(0), 0, 0, 0, kBlank, {}},
+        {"lock taken by another once", fault("vos_thread_sem4_p", 3, 1), 0, 1, 2, kGood, {no_lock}},
+        {"lock never free", [] { fake::hold_semaphore("eeprom"); }, -1, 0, 3, kBlank, Texts(3, no_lock)},
+        {"lost acknowledge", [] { fake::inject({.operation = "dfl_block_write", .kind = FaultKind::kLostAck, .status =
+         5, .count = 0}); }, 5, 3, 3, kGood, {}},
+        {"torn, then written", [] { fake::inject({.operation = "dfl_block_write", .kind = FaultKind::kTornPage, .status
+         = 5, .at = 2}); }, 0, 2, 2, kGood, {}},
+        {"line stuck low: acknowledged, not stored", fault("gpio_write", 4, 0), 0, 1, 1, kBlank,
+         {"0 Gpio init or write failed! ret: 4.", "0 Gpio init or write failed! ret: 4."}},
+        {"record cannot be copied", fault("memcpy_s", 9, 1), 0, 1, 1, {0, 0, 0, 0, 0x4E, 0xE9},
+         {"0 Error: copy asd check data failed, result = 9."}},
+    };
+    // clang-format on
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        fresh_world();
+        const OBJ_HANDLE chip = fake::add_chip("ASDDev99");
+        row.arrange();
+        EXPECT_EQ(asd_eeprom_write(chip, kData.data(), 4, ASD_CHECKSUM_CRC16), row.status);
+        EXPECT_EQ(fake::calls("dfl_block_write"), row.writes);
+        EXPECT_EQ(fake::calls("vos_thread_sem4_p"), row.locks);
+        EXPECT_EQ(fake::chip_bytes("ASDDev99", 64, 6), row.stored);
+        EXPECT_EQ(fake::number("ASDDev99", "Health"), row.status != 0 ? 1 : 0);
+        EXPECT_EQ(fake::number("ASDDev99", "ErrorCode"), row.status);
+        EXPECT_EQ(fake::logs(1), row.logs); // the tick is below the first quiet period: no failure is logged yet
+        for (const std::string &delay : fake::journal({"vos_task_delay"})) {
+            EXPECT_EQ(delay, "vos_task_delay 50");
+        }
+        fake::free_semaphore("eeprom");
+        expect_contract_kept();
+    }
+}
+
+void write_failures_over_time() {
+    const OBJ_HANDLE chip = fake::add_chip("ASDDev99", {.retry = 1});
+    fake::inject({.operation = "dfl_block_write", .status = 5, .count = 0});
+    const std::vector<std::pair<guint64, bool>> failures = {{0, false},       {299'900, false}, {300'001, true},
+                                                            {300'101, true},  {300'201, true},  {300'301, false},
+                                                            {600'200, false}, {600'302, true},  {600'303, true}};
+    for (const auto &[tick, logged] : failures) {
+        fake::clear_journal();
+        fake::set_ticks(tick);
+        EXPECT_EQ(asd_eeprom_write(chip, kData.data(), 4, ASD_CHECKSUM_CRC16), 5);
+        EXPECT_EQ(fake::logs(1), logged ? Texts{"0 [ASDDev99] Write eeprom failed! result: 5."} : Texts{})
+            << "at tick " << tick;
+    }
+}
+
+TEST_F(RecordTest, WriteFailuresAreRationed) {
+    IN_FRESH_PROCESS(write_failures_over_time);
+}
+
+} // namespace
