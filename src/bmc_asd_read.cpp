@@ -380,7 +380,7 @@ gint32 asd_read_method(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     if (asd_obj_is_online(obj_handle) == 0) {
         return kStatusNotOnline;
     }
-    const gchar *name = logged_name(obj_handle);
+    const gchar *name = dfl_get_object_name(obj_handle);
     if (name == nullptr) {
         return kStatusFailed;
     }
@@ -401,7 +401,7 @@ gint32 asd_read_method(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
 // Kept: unlike asd_read_chip this does not ask how many EEPROMs the backplane has; a flagged pair is always a pair.
 gint32 asd_read_check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     const DevProperty property = chosen_dev_property();
-    const gchar *name = dfl_get_object_name(obj_handle);
+    const gchar *name = logged_name(obj_handle);
     gint32 count_ret = 0;
     const guint32 count = item_chip_count(obj_handle, &count_ret);
     if (count_ret != 0) {

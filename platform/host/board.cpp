@@ -24,36 +24,41 @@ constexpr UINT32 kRegisterBits = 32;
 
 // Before the platform runs there is no board to ask about.
 const BoardFacts &facts() {
-    static const BoardFacts none;
+    static const BoardFacts kNoBoard;
     const asd_host::Host *const platform = asd_host::host();
-    return platform == nullptr ? none : platform->enclosure.board;
+    return platform == nullptr ? kNoBoard : platform->enclosure.board;
 }
 
-BoardState *board() {
+// The board's states for one of its operations; null with *status: it fails, because there is no board yet or because
+// it has been told to.
+BoardState *board_for(const char *operation, gint32 *status) {
     asd_host::Host *const platform = asd_host::host();
-    return platform == nullptr ? nullptr : &platform->board;
+    *status = platform == nullptr ? kUnsupported : platform->board.fault(operation);
+    return *status != 0 ? nullptr : &platform->board;
 }
 
 // A state that the operator sets while the service runs.
 template <typename T>
-[[nodiscard]] gint32 live_state(T BoardState::Live::*state, T *value) {
+[[nodiscard]] gint32 live_state(const char *operation, T BoardState::Live::*state, T *value) {
     if (value == nullptr) {
         return kBadArgument;
     }
-    const BoardState *const states = board();
+    gint32 status = 0;
+    const BoardState *const states = board_for(operation, &status);
     if (states == nullptr) {
-        return kUnsupported;
+        return status;
     }
     *value = states->live().*state;
     return 0;
 }
 
-[[nodiscard]] gint32 set_cpld_field(CpldField field, const UINT8 *data, UINT32 len) {
+[[nodiscard]] gint32 set_cpld_field(const char *operation, CpldField field, const UINT8 *data, UINT32 len) {
     if (data == nullptr) {
         return kBadArgument;
     }
-    BoardState *const states = board();
-    return states == nullptr ? kUnsupported : states->set_cpld_field(field, {data, len});
+    gint32 status = 0;
+    BoardState *const states = board_for(operation, &status);
+    return states == nullptr ? status : states->set_cpld_field(field, {data, len});
 }
 
 } // namespace
@@ -91,11 +96,11 @@ gint32 BSP_GetBoardSlot(UINT8 *slot) {
     if (slot == nullptr) {
         return kBadArgument;
     }
-    const asd_host::Host *const platform = asd_host::host();
-    if (platform == nullptr) {
-        return kUnsupported;
+    gint32 status = 0;
+    if (board_for(__func__, &status) == nullptr) {
+        return status;
     }
-    *slot = platform->options.slot;
+    *slot = asd_host::host()->options.slot;
     return 0;
 }
 
@@ -105,22 +110,23 @@ gint32 BSP_GetBoardMasterOrSlaveState(BOARD_MOS_E *state) {
     if (state == nullptr) {
         return kBadArgument;
     }
-    BoardState *const states = board();
+    gint32 status = 0;
+    BoardState *const states = board_for(__func__, &status);
     if (states == nullptr) {
-        return kUnsupported;
+        return status;
     }
     *state = states->role();
     return 0;
 }
 
 gint32 BSP_GetEquipMode(UINT8 *mode) {
-    return live_state(&BoardState::Live::equipment_mode, mode);
+    return live_state(__func__, &BoardState::Live::equipment_mode, mode);
 }
 gint32 BSP_IsCpldUpgrading(UINT8 *upgrading) {
-    return live_state(&BoardState::Live::cpld_upgrading, upgrading);
+    return live_state(__func__, &BoardState::Live::cpld_upgrading, upgrading);
 }
 gint32 BSP_GetPowerStandByStatus(BOOL *standby) {
-    return live_state(&BoardState::Live::power_standby, standby);
+    return live_state(__func__, &BoardState::Live::power_standby, standby);
 }
 
 gint32 BSP_GetBoardOnlineStatus(UINT8 slot) {
@@ -142,9 +148,10 @@ gint32 BSP_ReadCpldBit(UINT32 reg, UINT32 bit, UINT8 *value) {
     if (value == nullptr || bit >= kRegisterBits) {
         return kBadArgument;
     }
-    const BoardState *const states = board();
+    gint32 status = 0;
+    const BoardState *const states = board_for(__func__, &status);
     if (states == nullptr) {
-        return kUnsupported;
+        return status;
     }
     *value = static_cast<UINT8>(states->cpld_register(reg) >> bit & 1U);
     return 0;
@@ -154,34 +161,35 @@ gint32 BSP_GetCpldRam(UINT32 address, UINT8 *value) {
     if (value == nullptr) {
         return kBadArgument;
     }
-    const BoardState *const states = board();
+    gint32 status = 0;
+    const BoardState *const states = board_for(__func__, &status);
     if (states == nullptr) {
-        return kUnsupported;
+        return status;
     }
-    const auto stored = states->cpld_ram.get(address);
-    *value = !stored || stored->empty() ? UINT8{0} : stored->front();
+    *value = states->cpld_ram_byte(address);
     return 0;
 }
 
 gint32 BSP_SetCpldRam(UINT32 address, UINT8 value) {
-    BoardState *const states = board();
-    return states == nullptr ? kUnsupported : states->cpld_ram.put(address, {&value, 1});
+    gint32 status = 0;
+    BoardState *const states = board_for(__func__, &status);
+    return states == nullptr ? status : states->cpld_ram.put(address, {&value, 1});
 }
 
 gint32 BSP_SetWwn2CpldRam(const UINT8 *data, UINT32 len) {
-    return set_cpld_field(CpldField::kWwn, data, len);
+    return set_cpld_field(__func__, CpldField::kWwn, data, len);
 }
 
 gint32 BSP_SetFrameModelToCpldRam(const UINT8 *data, UINT32 len) {
-    return set_cpld_field(CpldField::kFrameModel, data, len);
+    return set_cpld_field(__func__, CpldField::kFrameModel, data, len);
 }
 
 gint32 BSP_SetProductCfgInfoToCpldRam(const UINT8 *data, UINT32 len) {
-    return set_cpld_field(CpldField::kProductConfiguration, data, len);
+    return set_cpld_field(__func__, CpldField::kProductConfiguration, data, len);
 }
 
 gint32 BSP_SetPcieSasModelToCpldRam(UINT8 model) {
-    return set_cpld_field(CpldField::kPcieSasModel, &model, 1);
+    return set_cpld_field(__func__, CpldField::kPcieSasModel, &model, 1);
 }
 
 // --- flash parameters ---
@@ -190,9 +198,10 @@ gint32 BMC_FlashReadCfgPara(UINT32 parameter, UINT32 len, UINT8 *buffer) {
     if (buffer == nullptr) {
         return kBadArgument;
     }
-    const BoardState *const states = board();
+    gint32 status = 0;
+    const BoardState *const states = board_for(__func__, &status);
     if (states == nullptr) {
-        return kUnsupported;
+        return status;
     }
     const auto stored = states->flash.get(parameter);
     if (!stored) {
@@ -209,8 +218,9 @@ gint32 BMC_FlashWriteCfgPara(UINT32 parameter, UINT32 len, const UINT8 *buffer) 
     if (buffer == nullptr || len == 0) {
         return kBadArgument;
     }
-    BoardState *const states = board();
-    return states == nullptr ? kUnsupported : states->flash.put(parameter, {buffer, len});
+    gint32 status = 0;
+    BoardState *const states = board_for(__func__, &status);
+    return states == nullptr ? status : states->flash.put(parameter, {buffer, len});
 }
 
 // --- ticks ---

@@ -7,6 +7,7 @@
 #include "log.h"
 #include "status.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
@@ -45,6 +46,24 @@ constexpr bool fields_in_order() {
     return true;
 }
 static_assert(fields_in_order(), "row i is field i, and no two fields share a byte");
+
+// The board operations that return a status.
+constexpr std::array<std::string_view, 14> kFaultableOperations = {
+    "BMC_FlashReadCfgPara",
+    "BMC_FlashWriteCfgPara",
+    "BSP_GetBoardMasterOrSlaveState",
+    "BSP_GetBoardSlot",
+    "BSP_GetCpldRam",
+    "BSP_GetEquipMode",
+    "BSP_GetPowerStandByStatus",
+    "BSP_IsCpldUpgrading",
+    "BSP_ReadCpldBit",
+    "BSP_SetCpldRam",
+    "BSP_SetFrameModelToCpldRam",
+    "BSP_SetPcieSasModelToCpldRam",
+    "BSP_SetProductCfgInfoToCpldRam",
+    "BSP_SetWwn2CpldRam",
+};
 
 } // namespace
 
@@ -142,6 +161,18 @@ gint32 BoardState::set_cpld_register(std::uint32_t reg, std::uint32_t value) {
     return cpld_registers.put(reg, bytes);
 }
 
+gint32 BoardState::set_cpld_bit(std::uint32_t reg, std::uint32_t bit, bool value) {
+    const std::lock_guard lock(bit_mutex_);
+    const std::uint32_t mask = std::uint32_t{1} << bit;
+    const std::uint32_t others = cpld_register(reg) & ~mask;
+    return set_cpld_register(reg, value ? others | mask : others);
+}
+
+std::uint8_t BoardState::cpld_ram_byte(std::uint32_t address) const {
+    const auto stored = cpld_ram.get(address);
+    return !stored || stored->empty() ? std::uint8_t{0} : stored->front();
+}
+
 gint32 BoardState::set_cpld_field(CpldField field, std::span<const std::uint8_t> data) {
     const FieldPlace &place = kFields[static_cast<std::size_t>(field)];
     if (data.empty() || data.size() > place.length) {
@@ -162,6 +193,30 @@ BoardState::Live BoardState::live() const {
 void BoardState::set_live(const Live &live) {
     const std::lock_guard lock(mutex_);
     live_ = live;
+}
+
+bool BoardState::set_fault(std::string_view operation, gint32 status) {
+    if (std::ranges::find(kFaultableOperations, operation) == kFaultableOperations.end()) {
+        return false;
+    }
+    const std::lock_guard lock(mutex_);
+    if (status == 0) {
+        faults_.erase(std::string(operation));
+        return true;
+    }
+    faults_.insert_or_assign(std::string(operation), status);
+    return true;
+}
+
+gint32 BoardState::fault(std::string_view operation) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = faults_.find(operation);
+    return found == faults_.end() ? 0 : found->second;
+}
+
+BoardState::Faults BoardState::faults() const {
+    const std::lock_guard lock(mutex_);
+    return faults_;
 }
 
 } // namespace asd_host

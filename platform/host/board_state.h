@@ -10,10 +10,12 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace asd_host {
 
@@ -37,6 +39,10 @@ public:
     // A register of the CPLD; 0 for one never written.
     [[nodiscard]] std::uint32_t cpld_register(std::uint32_t reg) const;
     [[nodiscard]] gint32 set_cpld_register(std::uint32_t reg, std::uint32_t value); // 0 or kStorageFailed
+    // The register's other bits stay; for bits 0 to 31. 0 or kStorageFailed.
+    [[nodiscard]] gint32 set_cpld_bit(std::uint32_t reg, std::uint32_t bit, bool value);
+    // A byte of the CPLD's RAM; 0 for one never written.
+    [[nodiscard]] std::uint8_t cpld_ram_byte(std::uint32_t address) const;
     // Fills the field with data, and what data leaves of it with zeros, all in one durable change. 0, kStorageFailed,
     // or kBadArgument when data is empty or longer than the field.
     [[nodiscard]] gint32 set_cpld_field(CpldField field, std::span<const std::uint8_t> data);
@@ -54,11 +60,20 @@ public:
     [[nodiscard]] Live live() const;
     void set_live(const Live &live);
 
+    // Makes the board operation of that name (board.h) fail with the status; 0 lets it work again. False: no operation
+    // that can fail has that name.
+    [[nodiscard]] bool set_fault(std::string_view operation, gint32 status);
+    [[nodiscard]] gint32 fault(std::string_view operation) const; // 0: it works
+    using Faults = std::map<std::string, gint32, std::less<>>;
+    [[nodiscard]] Faults faults() const; // by operation; none is 0
+
 private:
-    mutable std::mutex mutex_;
+    mutable std::mutex mutex_; // guards the fields below
     Live live_;
+    Faults faults_;
     Role role_ = Role::kAuto;
     std::unique_ptr<MasterLock> master_lock_;
+    std::mutex bit_mutex_; // held while one bit of a register changes
 };
 
 } // namespace asd_host

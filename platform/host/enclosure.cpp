@@ -35,7 +35,7 @@ constexpr std::array<std::string_view, 3> kRoles = {"auto", "master", "slave"};
 constexpr std::array<std::string_view, 2> kPartKinds = {"image", "device"};
 constexpr std::array<std::string_view, 2> kChipKeys = {"AtomStorageDataDev0", "AtomStorageDataDev1"};
 // What the service itself keeps in the state folder and in a slot's.
-constexpr std::array<std::string_view, 4> kTakenShared = {"slot0", "slot1", "slot2", "slot3"};
+constexpr std::array<std::string_view, 5> kTakenShared = {"intents", "slot0", "slot1", "slot2", "slot3"};
 constexpr std::array<std::string_view, 4> kTakenInSlot = {"intents", "cpld-registers", "cpld-ram", "flash-parameters"};
 constexpr auto kOptional = JsonSection::kOptional;
 constexpr auto kRequired = JsonSection::kRequired;
@@ -132,7 +132,8 @@ void check_part_file(const PartConfig &part, const JsonNode &written, JsonMistak
                                   "; must stay in the state folder (no \"..\") or be an absolute path");
     }
     const std::string first = part.file.lexically_normal().begin()->native();
-    const std::span<const std::string_view> taken = part.shared ? kTakenShared : kTakenInSlot;
+    const std::span<const std::string_view> taken =
+        part.shared ? std::span<const std::string_view>(kTakenShared) : std::span<const std::string_view>(kTakenInSlot);
     if (std::ranges::find(taken, first) != taken.end()) {
         mistakes.add(written,
                      "is " + in_quotes(part.file.native()) + ", where the service keeps its own; choose another name");
@@ -272,7 +273,7 @@ std::string report_unknown(const std::vector<Config> &entries, const JsonNode &o
     }
     std::vector<std::string> names;
     std::ranges::transform(entries, std::back_inserter(names), &Config::name);
-    const std::string meant = nearest(written->text, names);
+    std::string meant = nearest(written->text, names);
     mistakes.add(*written, "there is no " + std::string(kind) + " " + in_quotes(written->text) + "; " +
                                (meant.empty() ? "add it" : "did you mean " + in_quotes(meant) + "?"));
     return meant;

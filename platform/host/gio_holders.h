@@ -21,6 +21,7 @@ struct Releaser {
 template <typename T>
 using ObjectPtr = std::unique_ptr<T, Releaser<g_object_unref>>;
 using VariantPtr = std::unique_ptr<GVariant, Releaser<g_variant_unref>>;
+using TextPtr = std::unique_ptr<gchar, Releaser<g_free>>;
 using SourcePtr = std::unique_ptr<GSource, Releaser<g_source_unref>>;
 using ContextPtr = std::unique_ptr<GMainContext, Releaser<g_main_context_unref>>;
 using LoopPtr = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;

@@ -18,8 +18,9 @@ namespace asd_host {
 
 namespace {
 
-constexpr mode_t kPrivate = 0700; // keys lie in the state folders
-constexpr mode_t kEntered = 0750; // clients in the group reach the sockets
+constexpr const char *kIntents = "intents"; // folder below a state folder
+constexpr mode_t kPrivate = 0700;           // keys lie in the state folders
+constexpr mode_t kEntered = 0750;           // clients in the group reach the sockets
 constexpr std::uint32_t kProtected = 0;
 
 // Set once, before other threads exist.
@@ -39,7 +40,8 @@ public:
         make_folder(options.slot_run_dir(), kEntered);
         make_folder(options.state_dir, kPrivate);
         make_folder(options.slot_state_dir(), kPrivate);
-        make_folder(options.slot_state_dir() / "intents", kPrivate);
+        make_folder(options.state_dir / kIntents, kPrivate);
+        make_folder(options.slot_state_dir() / kIntents, kPrivate);
         // A running instance owns what follows: nothing of it is touched before the lock is held.
         if (mistakes_.empty()) {
             lock_instance();
@@ -125,8 +127,8 @@ private:
 
     void open_part(const PartConfig &config) {
         const Options &options = host_->options;
-        // An absolute path replaces the folder.
-        const std::filesystem::path file = (config.shared ? options.state_dir : options.slot_state_dir()) / config.file;
+        const std::filesystem::path folder = config.shared ? options.state_dir : options.slot_state_dir();
+        const std::filesystem::path file = folder / config.file; // an absolute path replaces the folder
         if (config.kind == PartKind::kImage) {
             make_folder(file.parent_path(), kPrivate);
         }
@@ -137,8 +139,10 @@ private:
             };
         }
         std::string mistake;
-        auto part = Part::open(config, {.file = file, .intent_dir = options.slot_state_dir() / "intents"},
-                               std::move(protected_by_line), &mistake);
+        // The intents of a shared part are shared as well: whoever reaches the part next finishes a cut write, before a
+        // newer record of another controller could be taken for a torn one.
+        auto part =
+            Part::open(config, {.file = file, .intent_dir = folder / kIntents}, std::move(protected_by_line), &mistake);
         if (part == nullptr) {
             mistakes_.push_back(mistake);
             return;

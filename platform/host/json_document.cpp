@@ -45,11 +45,6 @@ public:
         ++at_;
         return *this;
     }
-    CountingIterator operator++(int) {
-        const CountingIterator before = *this;
-        ++*this;
-        return before;
-    }
     bool operator==(const CountingIterator &other) const { return at_ == other.at_; }
 
 private:

@@ -3,6 +3,7 @@
 #include "module_frame.h"
 
 #include "clock.h"
+#include "dbus_service.h"
 #include "dummy_door.h"
 #include "host.h"
 #include "ipmi_registry.h"
@@ -92,10 +93,11 @@ Enclosure enclosure_or_end(const Options &options) {
 struct Doors {
     std::unique_ptr<StreamServer> ipmi;
     std::unique_ptr<StreamServer> link;
+    std::unique_ptr<DbusService> bus;
 };
 
 // False: *mistake says why, and what was opened is closed.
-bool open_doors(const Host &platform, Doors *doors, std::string *mistake) {
+bool open_doors(Host &platform, Doors *doors, std::string *mistake) {
     const std::filesystem::path folder = platform.options.slot_run_dir();
     Doors opened;
     opened.ipmi = open_dummy_door(folder / "ipmi.sock", ipmi_registry(), platform.enclosure.ipmi_privilege, mistake);
@@ -104,6 +106,10 @@ bool open_doors(const Host &platform, Doors *doors, std::string *mistake) {
     }
     opened.link = open_peer_link(folder / "link.sock", ipmi_registry(), mistake);
     if (opened.link == nullptr) {
+        return false;
+    }
+    opened.bus = DbusService::open(platform, module_registry(), mistake);
+    if (opened.bus == nullptr) {
         return false;
     }
     *doors = std::move(opened);
@@ -251,7 +257,7 @@ gint32 static_module_start(MODULE_CALLBACK start, guint32 delay_ms) {
 
 // Ends the process itself when a door cannot be opened: the module returns 0 after this call whatever it says.
 gint32 static_start_rpc_service(void) {
-    const asd_host::Host *platform = asd_host::host();
+    asd_host::Host *platform = asd_host::host();
     if (platform == nullptr) {
         return asd_host::kUnsupported;
     }
@@ -266,6 +272,7 @@ gint32 static_start_rpc_service(void) {
     asd_host::await_end_signal();
     const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);
     const bool link_closed = doors.link->stop(asd_host::kDoorLimit);
-    asd_host::stop_tasks(ipmi_closed && link_closed, 0);
+    const bool bus_closed = doors.bus->stop(asd_host::kDoorLimit);
+    asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed, 0);
     return 0;
 }

@@ -3,66 +3,24 @@
 #include "object_frame.h"
 
 #include "host.h"
+#include "property_variant.h"
 #include "status.h"
 
 #include <string_view>
 #include <utility>
 #include <variant>
 
-using asd_host::Bytes;
 using asd_host::host;
-using asd_host::Host;
 using asd_host::ObjectRef;
 using asd_host::Part;
 using asd_host::PropertyValue;
+using asd_host::value_of;
+using asd_host::variant_of;
 
 namespace {
 
 constexpr std::string_view kStorage = "StorageLoc";
 constexpr std::string_view kWriteProtect = "StgWp";
-
-// Null: a reference, which is no value of its own.
-GVariant *variant_of(const PropertyValue &value) {
-    if (const auto *byte = std::get_if<std::uint8_t>(&value)) {
-        return g_variant_new_byte(*byte);
-    }
-    if (const auto *word = std::get_if<std::uint32_t>(&value)) {
-        return g_variant_new_uint32(*word);
-    }
-    if (const auto *number = std::get_if<std::int32_t>(&value)) {
-        return g_variant_new_int32(*number);
-    }
-    if (const auto *bytes = std::get_if<Bytes>(&value)) {
-        return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes->data(), bytes->size(), 1);
-    }
-    return nullptr;
-}
-
-// False: a type that no property has; *value is untouched.
-bool value_of(GVariant *variant, PropertyValue *value) {
-    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_BYTE) != 0) {
-        value->emplace<std::uint8_t>(g_variant_get_byte(variant));
-        return true;
-    }
-    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_UINT32) != 0) {
-        value->emplace<std::uint32_t>(g_variant_get_uint32(variant));
-        return true;
-    }
-    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_INT32) != 0) {
-        value->emplace<std::int32_t>(g_variant_get_int32(variant));
-        return true;
-    }
-    if (g_variant_is_of_type(variant, G_VARIANT_TYPE_BYTESTRING) != 0) {
-        gsize count = 0;
-        const auto *bytes = static_cast<const guint8 *>(g_variant_get_fixed_array(variant, &count, 1));
-        auto &held = value->emplace<Bytes>();
-        if (count != 0) {
-            held.assign(bytes, bytes + count);
-        }
-        return true;
-    }
-    return false;
-}
 
 // The property's value; 0, kBadArgument or the store's status.
 gint32 property_of(OBJ_HANDLE object_handle, const gchar *property_name, PropertyValue *value) {

@@ -31,6 +31,8 @@ constexpr std::array<std::pair<std::string_view, int>, 3> kLogLevels = {
     {{"error", 0}, {"information", 1}, {"debug", 2}}};
 constexpr std::array<std::pair<std::string_view, Role>, 3> kRoles = {
     {{"auto", Role::kAuto}, {"master", Role::kMaster}, {"slave", Role::kSlave}}};
+constexpr std::array<std::pair<std::string_view, Bus>, 4> kBuses = {
+    {{"private", Bus::kPrivate}, {"session", Bus::kSession}, {"system", Bus::kSystem}, {"none", Bus::kNone}}};
 
 // An environment variable that holds an absolute path; empty otherwise.
 std::filesystem::path path_from(const char *variable) {
@@ -87,6 +89,7 @@ struct Given {
     std::string log_level = "information";
     std::int64_t time_scale = 1;
     std::string role; // empty: not given
+    std::string bus = "private";
     bool check_config = false;
 };
 
@@ -110,6 +113,9 @@ void add_options(CLI::App &app, Given &given) {
         CLI::Range(std::int64_t{1}, std::int64_t{100000}));
     add("--role", given.role, "ROLE", "auto, master or slave, instead of the enclosure file's Role",
         CLI::IsMember({"auto", "master", "slave"}));
+    add("--bus", given.bus, "BUS",
+        "Where D-Bus clients find the service: private (RUN_DIR/slotN/bus), session, system or none (private)",
+        CLI::IsMember({"private", "session", "system", "none"}));
     app.add_flag("--check-config", given.check_config, "Check the enclosure file and end");
     app.set_version_flag("--version", "asd " ASD_VERSION, "Print the version and end");
     app.set_help_flag("--help,-h", "Print this help and end");
@@ -148,6 +154,7 @@ ParsedOptions parse_options(const std::vector<std::string> &arguments) {
     options.log_level = named(kLogLevels, given.log_level).value_or(given.log_level.front() - '0');
     options.time_scale = static_cast<std::uint32_t>(given.time_scale);
     options.role = named(kRoles, given.role);
+    options.bus = named(kBuses, given.bus).value_or(options.bus);
     options.check_config = given.check_config;
     if (const std::string mistake = mistake_in(options); !mistake.empty()) {
         return refuse(mistake);

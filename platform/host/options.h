@@ -18,6 +18,14 @@ enum class Role {
     kSlave,  // fixed
 };
 
+// Where methods and properties are served on D-Bus.
+enum class Bus {
+    kPrivate, // on a socket of this controller's own
+    kSession,
+    kSystem,
+    kNone,
+};
+
 struct Options {
     std::filesystem::path config;    // the enclosure file
     std::uint8_t slot = 0;           // this controller's slot, 0 to 3
@@ -26,7 +34,8 @@ struct Options {
     int log_level = 1;               // highest level printed: 0 error, 1 information, 2 debug
     std::uint32_t time_scale = 1;    // waits are this many times shorter, ticks this many times faster; 1 to 100000
     std::optional<Role> role;        // overrides the enclosure file
-    bool check_config = false;       // check the enclosure file and end
+    Bus bus = Bus::kPrivate;
+    bool check_config = false; // check the enclosure file and end
 
     // What only this controller uses: its sockets and its private chips, CPLD and flash.
     [[nodiscard]] std::filesystem::path slot_run_dir() const { return run_dir / ("slot" + std::to_string(slot)); }

@@ -169,7 +169,7 @@ struct Part::Impl {
           writer(part.name, {part.size, part.page_size}, &intents) {}
 
     [[nodiscard]] bool prepare(std::string *mistake);
-    [[nodiscard]] bool check_file(std::string *mistake);
+    [[nodiscard]] bool check_file(std::string *mistake) const;
     [[nodiscard]] bool within(std::uint32_t offset, std::size_t length) const {
         return std::uint64_t{offset} + length <= config.size;
     }
@@ -243,7 +243,7 @@ bool Part::Impl::prepare(std::string *mistake) {
     return true;
 }
 
-bool Part::Impl::check_file(std::string *mistake) {
+bool Part::Impl::check_file(std::string *mistake) const {
     Fd fd;
     std::uint64_t held = 0;
     const int error = open_file(paths.file, O_RDONLY, &fd, &held);

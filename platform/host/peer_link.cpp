@@ -55,8 +55,8 @@ std::optional<std::size_t> body_length(const Head &head, Kind kind, std::size_t 
 
 std::vector<std::uint8_t> response_frame(const IpmiResponse &response) {
     const Head head = head_of(kResponse, response.size());
-    std::vector<std::uint8_t> frame(head.begin(), head.end());
-    frame.insert(frame.end(), response.begin(), response.end());
+    std::vector<std::uint8_t> frame(head.size() + response.size());
+    std::ranges::copy(response, std::ranges::copy(head, frame.begin()).out);
     return frame;
 }
 

@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -32,7 +33,8 @@ struct Tasks {
     std::condition_variable task_stopped;
     std::condition_variable never;
     gulong last_handle = 0;
-    unsigned running = 0; // neither parked nor returned
+    unsigned running = 0;             // neither parked nor returned
+    std::multiset<std::string> names; // of those that have not returned
     bool ending = false;
 };
 
@@ -45,7 +47,7 @@ Tasks &tasks() {
 using HeldCount = std::shared_ptr<std::atomic<unsigned>>;
 
 thread_local bool on_task = false;
-thread_local const HeldCount held_count = std::make_shared<std::atomic<unsigned>>(0);
+thread_local HeldCount held_count = std::make_shared<std::atomic<unsigned>>(0);
 
 void task_stopped(Tasks &all) {
     --all.running;
@@ -53,10 +55,12 @@ void task_stopped(Tasks &all) {
 }
 
 void run_task(const std::string &name, VOS_TASK_ENTRY entry, void *argument) {
-    (void)pthread_setname_np(pthread_self(), name.c_str()); // a name for people; the task runs without it as well
+    // A name for people; the task runs without it as well.
+    (void)pthread_setname_np(pthread_self(), name.substr(0, kThreadNameLimit).c_str());
     on_task = true;
     entry(argument);
     const std::lock_guard lock(tasks().mutex);
+    tasks().names.erase(tasks().names.find(name));
     task_stopped(tasks());
 }
 
@@ -112,6 +116,11 @@ bool tasks_park(std::chrono::milliseconds limit) {
     return all.task_stopped.wait_for(lock, limit, [&all] { return all.running == 0; });
 }
 
+std::vector<std::string> tasks_running() {
+    const std::lock_guard lock(tasks().mutex);
+    return {tasks().names.begin(), tasks().names.end()};
+}
+
 } // namespace asd_host
 
 using asd_host::semaphores;
@@ -122,15 +131,16 @@ gint32 vos_task_create(gulong *task, const gchar *name, VOS_TASK_ENTRY entry, vo
     if (task == nullptr || entry == nullptr) {
         return asd_host::kBadArgument;
     }
-    const std::string short_name = std::string(name != nullptr ? name : "task").substr(0, asd_host::kThreadNameLimit);
+    const std::string shown = name != nullptr ? name : "task";
     const std::lock_guard lock(tasks().mutex);
     try {
-        std::thread(asd_host::run_task, short_name, entry, argument).detach();
+        std::thread(asd_host::run_task, shown, entry, argument).detach();
     } catch (const std::system_error &failure) {
-        HOST_LOG(asd_host::kLogError, "task %s cannot be started: %s", short_name.c_str(), failure.what());
+        HOST_LOG(asd_host::kLogError, "task %s cannot be started: %s", shown.c_str(), failure.what());
         return failure.code().value();
     }
     ++tasks().running;
+    tasks().names.insert(shown);
     *task = ++tasks().last_handle;
     return 0;
 }

@@ -89,6 +89,11 @@ std::uint32_t WriteProtectLines::level(std::uint32_t line) const {
     return found == levels_.end() ? 0 : found->second;
 }
 
+std::map<std::uint32_t, std::uint32_t> WriteProtectLines::levels() const {
+    const std::lock_guard lock(mutex_);
+    return levels_;
+}
+
 // In place and without a sync: the file is there to be looked at, a start drives the line anew.
 int WriteProtectLines::show(std::uint32_t line, std::uint32_t level) const {
     const std::filesystem::path file = folder_ / std::to_string(line);

@@ -24,7 +24,8 @@ public:
     [[nodiscard]] gint32 init(std::uint32_t line, std::uint32_t mode); // 0 or kBadArgument: mode 1 is output
     // 0 or kBadArgument. A file that can't be written is said once in the log: the line has its level all the same.
     [[nodiscard]] gint32 write(std::uint32_t line, std::uint32_t level);
-    [[nodiscard]] std::uint32_t level(std::uint32_t line) const; // 0 for a line never driven
+    [[nodiscard]] std::uint32_t level(std::uint32_t line) const;         // 0 for a line never driven
+    [[nodiscard]] std::map<std::uint32_t, std::uint32_t> levels() const; // of each line driven so far
 
 private:
     [[nodiscard]] int show(std::uint32_t line, std::uint32_t level) const;

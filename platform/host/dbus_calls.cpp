@@ -1,0 +1,228 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "dbus_calls.h"
+
+#include "dbus_board.h"
+#include "log.h"
+#include "property_variant.h"
+
+#include <algorithm>
+#include <utility>
+#include <variant>
+
+namespace asd_host {
+
+namespace {
+
+constexpr std::size_t kLongestArgument = 8192; // of bytes; no record is longer
+constexpr const char *kEnding = "the service is ending";
+
+// ---- Handlers of the module, on a thread of the pool ----
+
+using ListPtr = std::unique_ptr<GSList, Releaser<[](GSList *list) {
+                                    g_slist_free_full(
+                                        list, [](gpointer value) { g_variant_unref(static_cast<GVariant *>(value)); });
+                                }>>;
+
+ListPtr argument_list(const std::vector<PropertyValue> &arguments) {
+    GSList *list = nullptr;
+    for (const PropertyValue &argument : arguments) {
+        list = g_slist_append(list, g_variant_ref_sink(variant_of(argument)));
+    }
+    return ListPtr(list);
+}
+
+// What the handler appended, which may be floating. A value that no method has is left out, so that the answer's type
+// is found wrong.
+std::vector<PropertyValue> output_values(GSList *outputs) {
+    std::vector<PropertyValue> values;
+    for (GSList *output = outputs; output != nullptr; output = output->next) {
+        auto *variant = static_cast<GVariant *>(output->data);
+        output->data = g_variant_take_ref(variant);
+        if (PropertyValue value; value_of(variant, &value)) {
+            values.push_back(std::move(value));
+        }
+    }
+    return values;
+}
+
+bool is_zero(const ObjectStore &objects, OBJ_HANDLE object, std::string_view property) {
+    PropertyValue value;
+    return objects.get(object, property, &value) == 0 && value == PropertyValue(std::uint8_t{0});
+}
+
+// The handler says only that the value in memory cannot be had; the item says why.
+CallResult memory_refusal(const ObjectStore &objects, OBJ_HANDLE item, gint32 status) {
+    const std::string number = "status " + std::to_string(status);
+    if (is_zero(objects, item, "Online")) {
+        return refusal(kErrorNotOnline, number + ": the item is not online");
+    }
+    if (is_zero(objects, item, "Ready")) {
+        return refusal(kErrorNotReady, number + ": the item's value in memory is not ready");
+    }
+    return refusal_of(status);
+}
+
+CallResult run_handler(const ObjectStore &objects, OBJ_HANDLE object, const ModuleRegistry::Method &method,
+                       const std::vector<PropertyValue> &arguments) {
+    const ListPtr inputs = argument_list(arguments);
+    GSList *appended = nullptr;
+    const gint32 status = method.handler(object, nullptr, inputs.get(), &appended);
+    CallResult result{.outputs = output_values(appended), .error = nullptr, .message = {}};
+    const ListPtr outputs(appended);
+    // With an output the call ran; a write's status is that output.
+    if (status == 0 || !result.outputs.empty()) {
+        return result;
+    }
+    return method.name == "ReadAsdMemData" ? memory_refusal(objects, object, status) : refusal_of(status);
+}
+
+// ---- Arguments and answers ----
+
+// The arguments as plain values. False: one is longer than any record.
+bool take_arguments(GVariant *parameters, std::vector<PropertyValue> *arguments) {
+    for (gsize i = 0; i < g_variant_n_children(parameters); ++i) {
+        const VariantPtr child(g_variant_get_child_value(parameters, i));
+        PropertyValue value;
+        if (!value_of(child.get(), &value)) {
+            return false; // the interface's methods have no such types
+        }
+        const auto *bytes = std::get_if<Bytes>(&value);
+        if (bytes != nullptr && bytes->size() > kLongestArgument) {
+            return false;
+        }
+        arguments->push_back(std::move(value));
+    }
+    return true;
+}
+
+std::string signature_of(GDBusArgInfo *const *arguments) {
+    std::string signature = "(";
+    for (; arguments != nullptr && *arguments != nullptr; ++arguments) {
+        signature += (*arguments)->signature;
+    }
+    return signature + ")";
+}
+
+VariantPtr tuple_of(const std::vector<PropertyValue> &values) {
+    GVariantBuilder tuple;
+    g_variant_builder_init(&tuple, G_VARIANT_TYPE_TUPLE);
+    for (const PropertyValue &value : values) {
+        g_variant_builder_add_value(&tuple, variant_of(value));
+    }
+    return sunk(g_variant_builder_end(&tuple));
+}
+
+} // namespace
+
+void answer(InvocationPtr invocation, GVariant *floating_values) {
+    g_dbus_method_invocation_return_value(invocation.release(), floating_values);
+}
+
+void answer_error(InvocationPtr invocation, const char *error, const std::string &message) {
+    g_dbus_method_invocation_return_dbus_error(invocation.release(), error, message.c_str());
+}
+
+BusCalls::BusCalls(const BusObjects &objects, const ModuleRegistry &module, std::shared_ptr<LoopQueue> queue)
+    : objects_(objects), module_(module), queue_(std::move(queue)) {}
+
+bool BusCalls::start(std::string *mistake) {
+    for (const std::string_view class_name : kBusClasses) {
+        const std::vector<ModuleRegistry::Method> *methods = module_.methods(class_name);
+        for (const ModuleRegistry::Method &method :
+             methods == nullptr ? std::vector<ModuleRegistry::Method>() : *methods) {
+            GDBusInterfaceInfo *info = objects_.interface_below(class_name);
+            if (g_dbus_interface_info_lookup_method(info, method.name.c_str()) == nullptr) {
+                HOST_LOG(kLogError, "%s has no method %s: it cannot be called on D-Bus", info->name,
+                         method.name.c_str());
+            }
+        }
+    }
+    return pool_.start(mistake);
+}
+
+BusCalls::Work BusCalls::module_work(OBJ_HANDLE object, GDBusMethodInvocation *invocation, CallResult *refused) const {
+    const std::string_view name = g_dbus_method_invocation_get_method_name(invocation);
+    const std::string *class_name = objects_.platform().objects.class_of(object);
+    const std::vector<ModuleRegistry::Method> *methods = class_name == nullptr ? nullptr : module_.methods(*class_name);
+    const ModuleRegistry::Method *method = nullptr;
+    if (methods != nullptr) {
+        const auto found = std::ranges::find(*methods, name, &ModuleRegistry::Method::name);
+        method = found == methods->end() ? nullptr : &*found;
+    }
+    if (method == nullptr) {
+        *refused = refusal(kErrorMethod, "the module has no method " + std::string(name));
+        return nullptr;
+    }
+    std::vector<PropertyValue> arguments;
+    if (!take_arguments(g_dbus_method_invocation_get_parameters(invocation), &arguments)) {
+        *refused = refusal(kErrorArguments,
+                           "more than " + std::to_string(kLongestArgument) + " bytes: no record is that long");
+        return nullptr;
+    }
+    return [&store = objects_.platform().objects, object, method, arguments = std::move(arguments)] {
+        return run_handler(store, object, *method, arguments);
+    };
+}
+
+BusCalls::Work BusCalls::work_of(OBJ_HANDLE object, GDBusMethodInvocation *invocation, CallResult *refused) const {
+    return object == kBoardObject
+               ? board_call(objects_.platform(), g_dbus_method_invocation_get_method_name(invocation),
+                            g_dbus_method_invocation_get_parameters(invocation))
+               : module_work(object, invocation, refused);
+}
+
+void BusCalls::call(OBJ_HANDLE object, InvocationPtr invocation) {
+    CallResult refused = refusal(kErrorMethod, "there is no such method");
+    Work work = work_of(object, invocation.get(), &refused);
+    if (work == nullptr) {
+        answer_error(std::move(invocation), refused.error, refused.message);
+        return;
+    }
+    const std::uint64_t number = ++last_number_;
+    const CallPool::Taken taken = pool_.run(object, [this, number, object, queue = queue_, work = std::move(work)] {
+        queue->post([this, number, object, result = work()] { finish(number, object, result); });
+    });
+    if (taken == CallPool::Taken::kYes) {
+        waiting_.emplace(number, std::move(invocation));
+        return;
+    }
+    const bool full = taken == CallPool::Taken::kFull;
+    answer_error(std::move(invocation), full ? kErrorLimits : kErrorFailed,
+                 full ? std::to_string(CallPool::kWaiting) + " calls are waiting already" : kEnding);
+}
+
+void BusCalls::finish(std::uint64_t number, OBJ_HANDLE object, const CallResult &result) {
+    const auto found = waiting_.find(number);
+    if (found == waiting_.end()) {
+        return;
+    }
+    InvocationPtr invocation = std::move(found->second);
+    waiting_.erase(found);
+    if (result.error != nullptr) {
+        answer_error(std::move(invocation), result.error, result.message);
+        return;
+    }
+    const GDBusMethodInfo *method = g_dbus_method_invocation_get_method_info(invocation.get());
+    VariantPtr values = tuple_of(result.outputs);
+    if (signature_of(method->out_args) != g_variant_get_type_string(values.get())) {
+        answer_error(std::move(invocation), kErrorFailed, "the method answered something else than it should");
+        return;
+    }
+    answer(std::move(invocation), values.get());
+    if (object == kBoardObject && std::string_view(method->name) == "SetFault" && faults_changed) {
+        faults_changed();
+    }
+}
+
+bool BusCalls::stop(std::chrono::milliseconds limit) {
+    return pool_.stop(limit);
+}
+
+void BusCalls::refuse_rest() {
+    for (auto &[number, invocation] : std::exchange(waiting_, {})) {
+        answer_error(std::move(invocation), kErrorFailed, kEnding);
+    }
+}
+
+} // namespace asd_host

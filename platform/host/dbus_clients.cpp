@@ -1,0 +1,267 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "dbus_clients.h"
+
+#include "log.h"
+
+#include <cstring>
+#include <utility>
+
+namespace asd_host {
+
+namespace {
+
+constexpr const char *kProperties = "org.freedesktop.DBus.Properties";
+
+// GDBus refuses arguments of a wrong type by itself, on its own thread; clients are to see one name for that.
+GDBusMessage *name_refusals(GDBusConnection * /*connection*/, GDBusMessage *message, gboolean incoming,
+                            gpointer /*data*/) {
+    const gchar *error = incoming != 0 ? nullptr : g_dbus_message_get_error_name(message);
+    if (error == nullptr || std::strcmp(error, "org.freedesktop.DBus.Error.InvalidArgs") != 0) {
+        return message;
+    }
+    GDBusMessage *renamed = g_dbus_message_copy(message, nullptr);
+    if (renamed == nullptr) {
+        return message; // no descriptor could be copied: there are none
+    }
+    g_dbus_message_set_error_name(renamed, kErrorArguments);
+    g_object_unref(message);
+    return renamed;
+}
+
+// GDBus passes the folder's path or that of an object in it.
+std::string_view class_of_folder(std::string_view path) {
+    const std::string_view below = path.substr(std::string_view(kRootPath).size() + 1);
+    return below.substr(0, below.find('/'));
+}
+
+} // namespace
+
+// ---- Connections ----
+
+bool BusClients::add(ConnectionPtr connection, Kind kind, std::string *mistake) {
+    GDBusConnection *raw = connection.get();
+    ErrorSlot error;
+    if (!register_objects(raw, kind, error.out())) {
+        *mistake = std::string("the objects cannot be put on the bus: ") + error.text();
+        return false;
+    }
+    (void)g_dbus_connection_add_filter(raw, name_refusals, nullptr, nullptr); // stays as long as the connection
+    g_signal_connect(raw, "closed", G_CALLBACK(on_closed), this);
+    Client client;
+    client.connection = std::move(connection);
+    client.kind = kind;
+    client.name = ":1." + std::to_string(++last_name_);
+    clients_.emplace(raw, std::move(client));
+    return true;
+}
+
+BusClients::~BusClients() {
+    for (const auto &[connection, client] : clients_) {
+        g_signal_handlers_disconnect_by_data(connection, this);
+    }
+}
+
+bool BusClients::register_objects(GDBusConnection *connection, Kind kind, GError **error) {
+    static constexpr GDBusInterfaceVTable kCalls = {
+        .method_call = on_call, .get_property = nullptr, .set_property = nullptr, .padding = {}};
+    static constexpr GDBusInterfaceVTable kDriver = {
+        .method_call = on_driver_call, .get_property = nullptr, .set_property = nullptr, .padding = {}};
+    const auto put = [&](const char *path, GDBusInterfaceInfo *interface, const GDBusInterfaceVTable *calls) {
+        return g_dbus_connection_register_object(connection, path, interface, calls, this, nullptr, error) != 0;
+    };
+    if (kind == Kind::kClient && !put("/org/freedesktop/DBus", objects_.bus_driver(), &kDriver)) {
+        return false;
+    }
+    if (!put(kRootPath, objects_.interface_of(kRootObject), &kCalls) ||
+        !put(kRootPath, objects_.object_manager(), &kCalls) ||
+        !put(kBoardPath, objects_.interface_of(kBoardObject), &kCalls)) {
+        return false;
+    }
+    for (const std::string_view class_name : kBusClasses) {
+        if (!register_folder(connection, class_name, error)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A folder answers for every name below it, so that a wrong name is refused in words.
+bool BusClients::register_folder(GDBusConnection *connection, std::string_view class_name, GError **error) {
+    static constexpr GDBusSubtreeVTable kFolder = {
+        .enumerate = on_enumerate, .introspect = on_introspect, .dispatch = on_dispatch, .padding = {}};
+    const std::string path = std::string(kRootPath) + "/" + std::string(class_name);
+    return g_dbus_connection_register_subtree(connection, path.c_str(), &kFolder,
+                                              G_DBUS_SUBTREE_FLAGS_DISPATCH_TO_UNENUMERATED_NODES, this, nullptr,
+                                              error) != 0;
+}
+
+void BusClients::close_all(std::function<void()> done) {
+    if (clients_.empty()) {
+        done();
+        return;
+    }
+    all_closed_ = std::move(done);
+    for (const auto &[connection, client] : clients_) {
+        g_dbus_connection_flush(connection, nullptr, on_last_sent, this);
+    }
+}
+
+void BusClients::on_last_sent(GObject *connection, GAsyncResult *result, gpointer /*self*/) {
+    auto *closing = G_DBUS_CONNECTION(connection);
+    (void)g_dbus_connection_flush_finish(closing, result, nullptr); // a client that has gone needs no answers
+    g_dbus_connection_close(closing, nullptr, nullptr, nullptr);
+}
+
+void BusClients::on_closed(GDBusConnection *connection, gboolean /*vanished*/, GError *error, gpointer self) {
+    auto *clients = static_cast<BusClients *>(self);
+    const auto found = clients->clients_.find(connection);
+    if (found == clients->clients_.end()) {
+        return;
+    }
+    if (found->second.kind == Kind::kBus && !clients->all_closed_) {
+        HOST_LOG(kLogError, "the bus has closed the connection (%s): no methods and properties until a restart",
+                 error != nullptr ? error->message : "no reason given");
+    }
+    clients->clients_.erase(found);
+    if (clients->clients_.empty() && clients->all_closed_) {
+        clients->all_closed_();
+    }
+}
+
+// ---- Folders of objects ----
+
+gchar **BusClients::on_enumerate(GDBusConnection * /*connection*/, const gchar * /*sender*/, const gchar *path,
+                                 gpointer self) {
+    const auto *clients = static_cast<const BusClients *>(self);
+    GStrvBuilder *names = g_strv_builder_new();
+    for (const std::string &name : clients->objects_.names_below(class_of_folder(path))) {
+        g_strv_builder_add(names, name.c_str());
+    }
+    gchar **list = g_strv_builder_end(names);
+    g_strv_builder_unref(names);
+    return list;
+}
+
+GDBusInterfaceInfo **BusClients::on_introspect(GDBusConnection * /*connection*/, const gchar * /*sender*/,
+                                               const gchar *path, const gchar *node, gpointer self) {
+    const auto *clients = static_cast<const BusClients *>(self);
+    GDBusInterfaceInfo **list = g_new0(GDBusInterfaceInfo *, 2);
+    if (node != nullptr) {
+        list[0] = g_dbus_interface_info_ref(clients->objects_.interface_below(class_of_folder(path)));
+    }
+    return list;
+}
+
+const GDBusInterfaceVTable *BusClients::on_dispatch(GDBusConnection * /*connection*/, const gchar * /*sender*/,
+                                                    const gchar * /*path*/, const gchar * /*interface*/,
+                                                    const gchar *node, gpointer *user_data, gpointer self) {
+    static constexpr GDBusInterfaceVTable kCalls = {
+        .method_call = on_call, .get_property = nullptr, .set_property = nullptr, .padding = {}};
+    *user_data = self;
+    return node == nullptr ? nullptr : &kCalls;
+}
+
+// ---- Calls ----
+
+void BusClients::on_call(GDBusConnection * /*connection*/, const gchar * /*sender*/, const gchar *path,
+                         const gchar *interface, const gchar *method, GVariant *parameters,
+                         GDBusMethodInvocation *invocation, gpointer self) {
+    auto *clients = static_cast<BusClients *>(self);
+    InvocationPtr held(invocation);
+    const std::optional<OBJ_HANDLE> object = clients->objects_.at(path);
+    if (!object) {
+        answer_error(std::move(held), kErrorNoObject, std::string("there is no object ") + path);
+        return;
+    }
+    if (std::strcmp(interface, kProperties) == 0) {
+        clients->properties_call(*object, method, parameters, std::move(held));
+        return;
+    }
+    if (*object == kRootObject) { // its only method
+        answer(std::move(held), clients->objects_.managed_objects());
+        return;
+    }
+    clients->calls_.call(*object, std::move(held));
+}
+
+// GDBus has checked that the property exists and that its access and type allow the call.
+void BusClients::properties_call(OBJ_HANDLE object, std::string_view method, GVariant *parameters,
+                                 InvocationPtr invocation) {
+    const char *interface = nullptr;
+    g_variant_get_child(parameters, 0, "&s", &interface);
+    if (method == "GetAll") {
+        const bool own = std::strcmp(interface, objects_.interface_of(object)->name) == 0;
+        answer(std::move(invocation),
+               own ? g_variant_new("(@a{sv})", objects_.properties(object)) : g_variant_new("(a{sv})", nullptr));
+        return;
+    }
+    const char *name = nullptr;
+    g_variant_get_child(parameters, 1, "&s", &name);
+    if (method == "Get") {
+        answer(std::move(invocation), g_variant_new("(v)", objects_.property(object, name)));
+        return;
+    }
+    GVariant *value = nullptr;
+    g_variant_get_child(parameters, 2, "v", &value);
+    const VariantPtr held(value);
+    if (!objects_.set_property(object, name, value)) {
+        answer_error(std::move(invocation), kErrorFailed, std::string(name) + " cannot be set");
+        return;
+    }
+    answer(std::move(invocation), nullptr);
+    changed(object, {name});
+}
+
+// ---- Changes ----
+
+void BusClients::changed(OBJ_HANDLE object, const PropertyNames &properties) {
+    for (auto &[connection, client] : clients_) {
+        client.changes[object].insert(properties.begin(), properties.end());
+        if (!client.sending) {
+            send_changes(client);
+        }
+    }
+}
+
+void BusClients::send_changes(Client &client) {
+    for (const auto &[object, properties] : std::exchange(client.changes, {})) {
+        send_change(client, object, properties);
+    }
+    client.sending = true;
+    g_dbus_connection_flush(client.connection.get(), nullptr, on_sent, this);
+}
+
+void BusClients::on_sent(GObject *connection, GAsyncResult *result, gpointer self) {
+    auto *clients = static_cast<BusClients *>(self);
+    auto *sent = G_DBUS_CONNECTION(connection);
+    (void)g_dbus_connection_flush_finish(sent, result,
+                                         nullptr); // a client that has gone is taken out when it is closed
+    const auto found = clients->clients_.find(sent);
+    if (found == clients->clients_.end()) {
+        return;
+    }
+    found->second.sending = false;
+    if (!found->second.changes.empty()) {
+        clients->send_changes(found->second);
+    }
+}
+
+void BusClients::send_change(const Client &client, OBJ_HANDLE object, const PropertyNames &properties) const {
+    GVariantBuilder values;
+    g_variant_builder_init(&values, G_VARIANT_TYPE_VARDICT);
+    for (const std::string &name : properties) {
+        g_variant_builder_add(&values, "{sv}", name.c_str(), objects_.property(object, name));
+    }
+    const ObjectPtr<GDBusMessage> signal(
+        g_dbus_message_new_signal(objects_.path_of(object).c_str(), kProperties, "PropertiesChanged"));
+    if (client.kind == Kind::kClient && client.said_hello) {
+        g_dbus_message_set_sender(signal.get(), kServiceUniqueName); // a bus would put it there
+    }
+    g_dbus_message_set_body(signal.get(),
+                            g_variant_new("(sa{sv}as)", objects_.interface_of(object)->name, &values, nullptr));
+    (void)g_dbus_connection_send_message(client.connection.get(), signal.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                         nullptr); // fails when the client has gone
+}
+
+} // namespace asd_host

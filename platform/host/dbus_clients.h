@@ -1,0 +1,90 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The connections on which the service's objects are: a shared bus, or each client of the private socket. Used on the
+// bus thread alone.
+
+#include "dbus_calls.h"
+#include "dbus_objects.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace asd_host {
+
+using ConnectionPtr = ObjectPtr<GDBusConnection>;
+using PropertyNames = std::set<std::string, std::less<>>;
+
+class BusClients {
+public:
+    BusClients(const BusObjects &objects, BusCalls &calls) : objects_(objects), calls_(calls) {}
+    ~BusClients();
+    BusClients(const BusClients &) = delete;
+    BusClients &operator=(const BusClients &) = delete;
+
+    enum class Kind {
+        kBus,    // the connection to a shared bus
+        kClient, // a client of the private socket; it finds a bus driver there too
+    };
+    // Puts the objects on the connection. False: *mistake says why.
+    [[nodiscard]] bool add(ConnectionPtr connection, Kind kind, std::string *mistake);
+    [[nodiscard]] std::size_t count() const { return clients_.size(); }
+
+    // Tells every connection the properties' present values. What changes while a client does not read is put
+    // together: nobody's memory fills up, and the client sees the last values.
+    void changed(OBJ_HANDLE object, const PropertyNames &properties);
+
+    // Sends what is on its way and closes; done is called when no connection is left.
+    void close_all(std::function<void()> done);
+
+private:
+    struct Client {
+        ConnectionPtr connection;
+        Kind kind = Kind::kClient;
+        std::string name;        // its unique name on the private socket
+        bool said_hello = false; // it takes the private socket for a bus
+        bool sending = false;    // changes are on their way
+        std::map<OBJ_HANDLE, PropertyNames> changes;
+    };
+
+    [[nodiscard]] bool register_objects(GDBusConnection *connection, Kind kind, GError **error);
+    [[nodiscard]] bool register_folder(GDBusConnection *connection, std::string_view class_name, GError **error);
+    void send_changes(Client &client);
+    void send_change(const Client &client, OBJ_HANDLE object, const PropertyNames &properties) const;
+    void properties_call(OBJ_HANDLE object, std::string_view method, GVariant *parameters, InvocationPtr invocation);
+    void driver_call(std::string_view method, GVariant *parameters, InvocationPtr invocation);
+    [[nodiscard]] GVariant *driver_answer(Client &client, std::string_view method, const char *name) const;
+    [[nodiscard]] GVariant *credentials_answer(const Client &client, std::string_view method, const char *name) const;
+    [[nodiscard]] std::string owner_of(const Client &client, std::string_view name) const;
+    [[nodiscard]] std::string service_name() const;
+
+    // What GDBus calls.
+    static void on_call(GDBusConnection *connection, const gchar *sender, const gchar *path, const gchar *interface,
+                        const gchar *method, GVariant *parameters, GDBusMethodInvocation *invocation, gpointer self);
+    static void on_driver_call(GDBusConnection *connection, const gchar *sender, const gchar *path,
+                               const gchar *interface, const gchar *method, GVariant *parameters,
+                               GDBusMethodInvocation *invocation, gpointer self);
+    static gchar **on_enumerate(GDBusConnection *connection, const gchar *sender, const gchar *path, gpointer self);
+    static GDBusInterfaceInfo **on_introspect(GDBusConnection *connection, const gchar *sender, const gchar *path,
+                                              const gchar *node, gpointer self);
+    static const GDBusInterfaceVTable *on_dispatch(GDBusConnection *connection, const gchar *sender, const gchar *path,
+                                                   const gchar *interface, const gchar *node, gpointer *user_data,
+                                                   gpointer self);
+    static void on_sent(GObject *connection, GAsyncResult *result, gpointer self);
+    static void on_last_sent(GObject *connection, GAsyncResult *result, gpointer self);
+    static void on_closed(GDBusConnection *connection, gboolean vanished, GError *error, gpointer self);
+
+    const BusObjects &objects_;
+    BusCalls &calls_;
+    std::map<GDBusConnection *, Client> clients_;
+    std::uint64_t last_name_ = 0;
+    std::function<void()> all_closed_; // set from close_all on
+};
+
+} // namespace asd_host

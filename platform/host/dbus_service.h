@@ -1,0 +1,40 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// Methods and properties on D-Bus: the remote-call service of this platform. What it offers is in docs/dbus.md.
+
+#include "host.h"
+#include "module_registry.h"
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace asd_host {
+
+struct BusShared; // what the service's threads share
+
+class DbusService {
+public:
+    // Serves the platform's objects and the module's methods where options.bus says. The registry outlives the process'
+    // calls. Null: *mistake says why, in a sentence; for Bus::kNone a service that does nothing.
+    [[nodiscard]] static std::unique_ptr<DbusService> open(Host &platform, const ModuleRegistry &module,
+                                                           std::string *mistake);
+    ~DbusService();
+    DbusService(const DbusService &) = delete;
+    DbusService &operator=(const DbusService &) = delete;
+
+    // Lets calls that run be answered, refuses those that wait, and closes. False: a call still runs after the limit,
+    // and keeps what it uses.
+    [[nodiscard]] bool stop(std::chrono::milliseconds limit);
+
+private:
+    DbusService() = default;
+    Host *platform_ = nullptr;
+    std::shared_ptr<BusShared> shared_; // null: not serving
+    std::thread thread_;
+};
+
+} // namespace asd_host

@@ -1,0 +1,543 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+// Writes to a part: power cuts at every step and at every step of the recovery, faults, and the file behind a part.
+
+#include "atomic_file.h"
+#include "intent_record.h"
+#include "log.h"
+#include "part.h"
+#include "record_write.h"
+#include "scratch_folder.h"
+#include "status.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+namespace {
+
+using namespace asd_host;
+using Bytes = std::vector<std::uint8_t>;
+
+constexpr std::uint32_t kSize = 512;
+constexpr int kNever = -1;
+
+// --- a part and a state folder in memory, losing power on demand ---
+
+struct LostPower {};
+
+enum class Tear { kOld, kErased, kZero, kAnd, kOr, kRandom };
+constexpr Tear kTears[] = {Tear::kOld, Tear::kErased, Tear::kZero, Tear::kAnd, Tear::kOr, Tear::kRandom};
+
+struct Faults {
+    bool silent = false;              // protected: acknowledged, not stored
+    int fail_page = kNever;           // this page write of the call fails ...
+    bool fail_after = false;          // ... after storing its bytes (a lost acknowledge)
+    bool dead = false;                // reads fail too
+    int bad_reads = 0;                // so many reads after the last page write come back wrong
+    int save = 0, drop = 0, sync = 0; // errno values
+};
+
+class Bench final : public PageDevice, public IntentLog {
+public:
+    Bytes bytes = Bytes(kSize);
+    Bytes log;
+    Faults faults;
+    std::uint32_t page_size = 32;
+    Tear tear = Tear::kOld;
+    int cut_at = kNever; // the step power is lost at
+    int step = 0;
+    int pages = 0; // page writes
+
+    gint32 read(std::uint32_t offset, std::span<std::uint8_t> out) override {
+        std::ranges::copy(std::span(bytes).subspan(offset, out.size()), out.begin());
+        if (pages > 0 && faults.bad_reads > 0) {
+            --faults.bad_reads;
+            out.front() ^= 0x40U;
+        }
+        return faults.dead ? kPartAbsent | ETIMEDOUT : 0;
+    }
+    gint32 write_page(std::uint32_t offset, std::span<const std::uint8_t> data) override {
+        EXPECT_EQ(offset / page_size, (offset + data.size() - 1) / page_size) << "a write across a page's end wraps";
+        for (std::size_t stored = 0; stored <= data.size(); ++stored) {
+            if (due()) {
+                tear_page(offset, data, stored);
+                throw LostPower{};
+            }
+        }
+        const bool fails = pages++ == faults.fail_page;
+        if (!faults.silent && (!fails || faults.fail_after)) {
+            std::ranges::copy(data, std::span(bytes).subspan(offset).begin());
+        }
+        return fails ? kTransferFailed | ETIMEDOUT : 0;
+    }
+    gint32 sync() override {
+        cut_if_due();
+        return faults.sync == 0 ? 0 : kTransferFailed | faults.sync;
+    }
+    std::optional<Intent> load() override { return decode_intent(log); }
+    int save(const Intent &intent) override {
+        cut_if_due();
+        log = faults.save == 0 ? encode_intent(intent) : log;
+        cut_if_due();
+        return faults.save;
+    }
+    int drop() override {
+        cut_if_due();
+        log = faults.drop == 0 ? Bytes() : log;
+        cut_if_due();
+        return faults.drop;
+    }
+
+private:
+    bool due() { return step++ == cut_at; }
+    void cut_if_due() {
+        if (due()) {
+            throw LostPower{};
+        }
+    }
+    void tear_page(std::uint32_t offset, std::span<const std::uint8_t> data, std::size_t stored) {
+        for (std::size_t i = 0; i < data.size(); ++i) {
+            std::uint8_t &byte = bytes[offset + i];
+            const std::uint8_t torn[] = {byte,
+                                         0xFF,
+                                         0x00,
+                                         static_cast<std::uint8_t>(byte & data[i]),
+                                         static_cast<std::uint8_t>(byte | data[i]),
+                                         static_cast<std::uint8_t>((random_ = random_ * 1103515245U + 12345U) >> 16U)};
+            byte = i < stored ? data[i] : torn[static_cast<std::size_t>(tear)];
+        }
+    }
+    std::uint32_t random_ = 7;
+};
+
+// --- the cut engine ---
+
+struct Geometry {
+    std::uint32_t page;
+    std::uint32_t align; // offset of the record in its page
+    std::uint32_t length;
+};
+
+class CutRun {
+public:
+    CutRun(const Geometry &geometry, Tear tear) : offset_(128 + geometry.align), page_(geometry.page) {
+        std::minstd_rand random(geometry.page * 1000 + geometry.align * 10 + geometry.length);
+        std::ranges::generate(before_, [&] { return static_cast<std::uint8_t>(random()); });
+        after_ = before_;
+        for (std::uint32_t i = 0; i < geometry.length; ++i) {
+            // Some bytes stay, so that with small pages whole ones do.
+            if (i < geometry.length / 2 || i >= geometry.length / 2 + 20) {
+                after_[offset_ + i] = static_cast<std::uint8_t>(random());
+            }
+        }
+        bench_.tear = tear;
+        bench_.page_size = page_;
+        data_ = std::span(after_).subspan(offset_, geometry.length);
+    }
+
+    Bench &bench() { return bench_; }
+
+    // Power is lost at that step of the write, and at that one of the recovery. False: the run was over before.
+    bool cut(int write_step, int recovery_step) {
+        bench_.bytes = before_;
+        bench_.log.clear();
+        const bool written = lose_power_at(write_step, [&] { return writer().write(bench_, offset_, data_); });
+        const bool recovered = lose_power_at(recovery_step, [&] { return writer().recover(bench_); });
+        return recovery_step == kNever ? !written : !recovered;
+    }
+
+    // After a restart without a cut: old or new, nothing beside it touched, nothing left to do, and writable again.
+    [[nodiscard]] bool whole() {
+        bench_.cut_at = kNever;
+        const bool recovered = writer().recover(bench_) == 0;
+        const bool one_of_both = bench_.bytes == before_ || bench_.bytes == after_;
+        const int pages = bench_.pages;
+        const bool again = writer().recover(bench_) == 0 && bench_.pages == pages && bench_.log.empty();
+        return recovered && one_of_both && again && writer().write(bench_, offset_, data_) == 0 &&
+               bench_.bytes == after_;
+    }
+
+private:
+    RecordWriter writer() { return {"part", {kSize, page_}, &bench_}; }
+    template <typename Call>
+    bool lose_power_at(int step, Call call) {
+        bench_.step = 0;
+        bench_.cut_at = step;
+        try {
+            EXPECT_EQ(call(), 0);
+            return true;
+        } catch (const LostPower &) {
+            return false;
+        }
+    }
+
+    Bench bench_;
+    std::uint32_t offset_;
+    std::uint32_t page_;
+    Bytes before_ = Bytes(kSize);
+    Bytes after_;
+    std::span<const std::uint8_t> data_;
+};
+
+template <typename Each>
+void for_each_geometry(const std::vector<std::uint32_t> &lengths, Each each) {
+    for (const std::uint32_t page : {8U, 16U, 32U, 64U, 128U}) {
+        for (const std::uint32_t align : {0U, 1U, 30U, 31U}) {
+            for (const std::uint32_t length : lengths) {
+                for (const Tear tear : kTears) {
+                    SCOPED_TRACE("page " + std::to_string(page) + " align " + std::to_string(align) + " length " +
+                                 std::to_string(length) + " tear " + std::to_string(static_cast<int>(tear)));
+                    each(Geometry{page, align, length}, tear);
+                }
+            }
+        }
+    }
+}
+
+class PowerCut : public testing::Test {
+protected:
+    void SetUp() override { log_set(kLogError, false); } // each recovery says what it finishes
+    void TearDown() override { log_set(kLogInformation, false); }
+};
+
+TEST_F(PowerCut, AnywhereInAWriteLeavesOldOrNew) {
+    int cuts = 0;
+    for_each_geometry({3, 34, 130}, [&](const Geometry &geometry, Tear tear) {
+        CutRun run(geometry, tear);
+        for (int step = 0; run.cut(step, kNever); ++step, ++cuts) {
+            ASSERT_TRUE(run.whole()) << "cut at step " << step;
+        }
+        ASSERT_TRUE(run.whole());
+    });
+    RecordProperty("cuts", cuts);
+    EXPECT_GT(cuts, 20000);
+}
+
+TEST_F(PowerCut, AnywhereInTheRecoveryLeavesOldOrNew) {
+    int cuts = 0;
+    for_each_geometry({34}, [&](const Geometry &geometry, Tear tear) {
+        CutRun run(geometry, tear);
+        for (int step = 0; run.cut(step, kNever); ++step) {
+            for (int again = 0; run.cut(step, again); ++again, ++cuts) {
+                ASSERT_TRUE(run.whole()) << "cut at steps " << step << " and " << again;
+            }
+        }
+    });
+    RecordProperty("cuts", cuts);
+    EXPECT_GT(cuts, 90000);
+}
+
+// The engine must be able to fail: without the intent it finds mixtures.
+TEST_F(PowerCut, WithoutIntentMixturesAreFound) {
+    CutRun run({32, 1, 34}, Tear::kErased);
+    run.bench().faults.save = ENOSPC;
+    int mixtures = 0;
+    for (int step = 0; run.cut(step, kNever); ++step) {
+        mixtures += run.whole() ? 0 : 1;
+    }
+    EXPECT_GT(mixtures, 30);
+}
+
+// --- faults ---
+
+struct FaultRow {
+    const char *name;
+    Faults faults;
+    gint32 status;
+    bool intent_stays;  // after the failed write
+    int pages_of_retry; // written by the same write once the fault is gone
+};
+
+// clang-format off
+const FaultRow kFaultRows[] = {
+    {"none",                                 {},                                    0, false, 0},
+    {"protected: acknowledged, not stored",  {.silent = true},                      kTransferFailed | EIO, false, 3},
+    {"first page refused",                   {.fail_page = 0},                      kTransferFailed | ETIMEDOUT, false, 3},
+    {"second page refused",                  {.fail_page = 1},                      kTransferFailed | ETIMEDOUT, true, 2},
+    {"last page stored, then an error",      {.fail_page = 2, .fail_after = true},  kTransferFailed | ETIMEDOUT, true, 0},
+    {"part does not answer",                 {.dead = true},                        kPartAbsent | ETIMEDOUT, false, 3},
+    {"first read-back wrong",                {.bad_reads = 1},                      0, false, 0},
+    {"both read-backs wrong",                {.bad_reads = 2},                      kTransferFailed | EIO, true, 0},
+    {"not synced: page cache proves nothing", {.sync = EIO},                        kTransferFailed | EIO, true, 3},
+    {"not synced, and no intent either",     {.save = ENOSPC, .sync = EIO},         kTransferFailed | EIO, false, 3},
+    {"state folder full",                    {.save = ENOSPC},                      0, false, 0},
+    {"intent can't be removed",              {.drop = EROFS},                       0, true, 0},
+};
+// clang-format on
+
+TEST(RecordWriter, FaultsAreReportedAndTheSameWriteThenSucceeds) {
+    for (const FaultRow &row : kFaultRows) {
+        SCOPED_TRACE(row.name);
+        Bench bench;
+        RecordWriter writer("part", {kSize, 32}, &bench);
+        const Bytes data(70, 0x5A); // 3 pages
+        bench.faults = row.faults;
+        EXPECT_EQ(writer.write(bench, 64, data), row.status);
+        EXPECT_EQ(!bench.log.empty(), row.intent_stays);
+        bench.faults = {};
+        bench.pages = 0;
+        EXPECT_EQ(writer.write(bench, 64, data), 0);
+        EXPECT_EQ(bench.pages, row.pages_of_retry);
+        EXPECT_TRUE(std::equal(data.begin(), data.end(), bench.bytes.begin() + 64));
+        EXPECT_EQ(std::ranges::count(bench.bytes, 0), kSize - 70);
+        EXPECT_TRUE(bench.log.empty());
+    }
+}
+
+TEST(RecordWriter, BytesThatWereNotSyncedAreRewrittenBeforeTheirIntentGoes) {
+    Bench bench;
+    RecordWriter writer("part", {kSize, 32}, &bench);
+    bench.faults = {.sync = EIO};
+    ASSERT_NE(writer.write(bench, 64, Bytes(70, 1)), 0);
+    bench.faults = {};
+    bench.pages = 0;
+    EXPECT_EQ(writer.recover(bench), 0);
+    EXPECT_EQ(bench.pages, 3);
+    EXPECT_EQ(writer.recover(bench), 0);
+    EXPECT_EQ(bench.pages, 3) << "once";
+}
+
+TEST(RecordWriter, AnIntentThatStayedDoesNotBringOldBytesBack) {
+    Bench bench;
+    RecordWriter writer("part", {kSize, 32}, &bench);
+    bench.faults = {.drop = EROFS};
+    ASSERT_EQ(writer.write(bench, 0, Bytes(16, 1)), 0);
+    bench.faults = {.save = EROFS, .drop = EROFS};
+    ASSERT_EQ(writer.write(bench, 0, Bytes(16, 2)), 0); // one page, so the first intent would take it for torn
+    ASSERT_EQ(writer.write(bench, 64, Bytes(16, 3)), 0);
+    EXPECT_EQ(bench.bytes[0], 2);
+    EXPECT_FALSE(writer.in_doubt(0, 16));
+}
+
+TEST(RecordWriter, AWornOutPageBlocksNeitherOtherRecordsNorNewerBytes) {
+    Bench bench;
+    RecordWriter writer("part", {kSize, 32}, &bench);
+    bench.faults = {.fail_page = 1};
+    ASSERT_NE(writer.write(bench, 0, Bytes(70, 1)), 0);
+    EXPECT_TRUE(writer.in_doubt(69, 1));
+    EXPECT_FALSE(writer.in_doubt(70, 100));
+    bench.pages = 1; // the next page write, the recovery's, fails again
+    EXPECT_EQ(writer.write(bench, 128, Bytes(16, 2)), 0);
+    EXPECT_TRUE(writer.in_doubt(0, 1));
+    bench.pages = 1;
+    EXPECT_EQ(writer.write(bench, 0, Bytes(70, 3)), 0);
+    EXPECT_EQ(bench.bytes[69], 3);
+    EXPECT_TRUE(bench.log.empty());
+}
+
+TEST(Judge, DecidesFromThePagesAlone) {
+    const Intent intent{"part", 4, Bytes(24, 1), Bytes(24, 2)}; // pages of 8: 4, 8, 8 and 4 bytes
+    const auto held = [](std::uint8_t a, std::uint8_t b, std::uint8_t c, std::uint8_t d) {
+        Bytes all(24, a);
+        std::fill(all.begin() + 4, all.end(), b);
+        std::fill(all.begin() + 12, all.end(), c);
+        std::fill(all.begin() + 20, all.end(), d);
+        return all;
+    };
+    const struct {
+        Bytes now;
+        Verdict verdict;
+    } rows[] = {
+        {held(1, 1, 1, 1), Verdict::kOld},     {held(2, 2, 2, 2), Verdict::kNew},
+        {held(2, 2, 1, 1), Verdict::kTorn},    {held(2, 9, 1, 1), Verdict::kTorn},
+        {held(9, 1, 1, 1), Verdict::kTorn},    {held(2, 2, 2, 9), Verdict::kTorn},
+        {held(1, 2, 2, 1), Verdict::kTorn},    {held(9, 2, 2, 9), Verdict::kForeign},
+        {held(9, 9, 9, 9), Verdict::kForeign},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(judge(intent, row.now, 8), row.verdict) << testing::PrintToString(row.now);
+    }
+}
+
+TEST(IntentRecord, DamageIsNoticed) {
+    const Intent intent{"backplane", 77, Bytes(5, 1), Bytes(5, 2)};
+    const Bytes good = encode_intent(intent);
+    ASSERT_EQ(decode_intent(good), intent);
+    for (std::size_t i = 0; i < good.size(); ++i) {
+        Bytes flipped = good;
+        flipped[i] ^= 0x10U;
+        EXPECT_FALSE(decode_intent(flipped)) << i;
+        EXPECT_FALSE(decode_intent(std::span(good).first(i))) << i;
+    }
+}
+
+// --- the file behind a part ---
+
+class PartFile : public testing::Test {
+protected:
+    PartFile() {
+        config_.name = "bp/0";
+        config_.size = kSize;
+        config_.page_size = 32;
+        config_.write_cycle_us = 0;
+    }
+    PartConfig config_;
+    asd_test::ScratchFolder folder_;
+    std::filesystem::path image_ = folder_.path() / "chips" / "bp0";
+    bool line_protects_ = false;
+    std::chrono::milliseconds lock_limit_{30000};
+    std::string mistake_;
+
+    std::unique_ptr<Part> open() {
+        return Part::open(
+            config_, {image_, folder_.path() / "intents", lock_limit_}, [this] { return line_protects_; }, &mistake_);
+    }
+    Bytes held() const {
+        int error = 0;
+        return read_file(image_, &error).value_or(Bytes());
+    }
+    // As a crash leaves them: a torn record on the part and the intent of its write.
+    void leave_cut_write() {
+        Bytes torn = held();
+        torn[40] ^= 0x55U;
+        ASSERT_EQ(replace_file(image_, torn, 0600), 0);
+        ASSERT_EQ(
+            IntentFile(folder_.path() / "intents", config_.name).save({"bp/0", 32, Bytes(16, 0xFF), Bytes(16, 7)}), 0);
+    }
+};
+
+TEST_F(PartFile, ImageIsCreatedErasedAndKeepsWhatIsWritten) {
+    auto part = open();
+    ASSERT_TRUE(part) << mistake_;
+    EXPECT_EQ(held(), Bytes(kSize, 0xFF));
+    const Bytes data(40, 0x11);
+    EXPECT_EQ(part->write(30, data, false), 0);
+    EXPECT_EQ(part->page_cycles(), 3U); // 2, 32 and 6 bytes
+    EXPECT_EQ(part->write(30, data, false), 0);
+    EXPECT_EQ(part->page_cycles(), 3U) << "an unchanged record costs no wear";
+    part = open();
+    Bytes read(42);
+    ASSERT_TRUE(part) << mistake_;
+    EXPECT_EQ(part->read(29, read), 0);
+    Bytes wanted(42, 0x11);
+    wanted.front() = wanted.back() = 0xFF;
+    EXPECT_EQ(read, wanted);
+    EXPECT_EQ(part->read(kSize - 1, std::span(read).first(2)), kBadArgument);
+    EXPECT_EQ(part->write(0xFFFFFFFF, data, false), kBadArgument);
+}
+
+TEST_F(PartFile, ProtectedImageKeepsItsBytes) {
+    const auto part = open();
+    ASSERT_TRUE(part) << mistake_;
+    line_protects_ = true;
+    EXPECT_EQ(part->write(0, Bytes(4, 1), false), kTransferFailed | EIO);
+    line_protects_ = false;
+    EXPECT_EQ(part->write(0, Bytes(4, 1), true), kTransferFailed | EIO);
+    EXPECT_EQ(part->page_cycles(), 0U);
+    EXPECT_EQ(held(), Bytes(kSize, 0xFF));
+    EXPECT_EQ(part->write(0, Bytes(4, 1), false), 0);
+}
+
+TEST_F(PartFile, FileOfAnotherSizeIsRefusedUntouched) {
+    std::filesystem::create_directories(image_.parent_path());
+    for (const std::size_t size : {std::size_t{0}, std::size_t{kSize - 1}, std::size_t{kSize + 1}}) {
+        ASSERT_EQ(replace_file(image_, Bytes(size, 3), 0600), 0);
+        EXPECT_FALSE(open());
+        EXPECT_EQ(mistake_, image_.string() + ": holds " + std::to_string(size) +
+                                " bytes, but part \"bp/0\" has 512; the file is neither extended nor cut");
+        EXPECT_EQ(held(), Bytes(size, 3));
+    }
+}
+
+TEST_F(PartFile, DeviceThatIsAbsentAnswersWhenItAppears) {
+    config_.kind = PartKind::kDevice;
+    line_protects_ = true; // a device's own pin protects it, not we
+    std::filesystem::create_directories(image_.parent_path());
+    const auto part = open();
+    ASSERT_TRUE(part) << mistake_;
+    Bytes read(4);
+    EXPECT_EQ(part->read(0, read), kPartAbsent | ENOENT);
+    EXPECT_EQ(part->write(0, read, false), kPartAbsent | ENOENT);
+    EXPECT_FALSE(std::filesystem::exists(image_));
+    ASSERT_EQ(replace_file(image_, Bytes(kSize, 0), 0600), 0);
+    EXPECT_EQ(part->write(0, Bytes(4, 9), false), 0);
+    EXPECT_EQ(part->read(0, read), 0);
+    EXPECT_EQ(read, Bytes(4, 9));
+    ASSERT_EQ(::truncate(image_.c_str(), kSize - 1), 0);
+    EXPECT_EQ(part->read(0, read), kTransferFailed | EINVAL);
+}
+
+TEST_F(PartFile, CutWriteIsFinishedAtStartAndBeforeAnyoneReads) {
+    const auto running = open(); // say, the other controller's process
+    ASSERT_TRUE(running) << mistake_;
+    line_protects_ = true; // as at start
+    for (const bool restart : {true, false}) {
+        ASSERT_NO_FATAL_FAILURE(leave_cut_write());
+        const auto restarted = restart ? open() : nullptr;
+        Bytes read(16);
+        EXPECT_EQ(running->read(32, read), 0);
+        EXPECT_EQ(read, Bytes(16, 7));
+        EXPECT_TRUE(std::filesystem::is_empty(folder_.path() / "intents"));
+    }
+    // An image that was taken away does not get one of its records back.
+    ASSERT_EQ(IntentFile(folder_.path() / "intents", config_.name).save({"bp/0", 32, Bytes(16, 3), Bytes(16, 7)}), 0);
+    std::filesystem::remove(image_);
+    EXPECT_TRUE(open());
+    EXPECT_EQ(held(), Bytes(kSize, 0xFF));
+}
+
+TEST_F(PartFile, IntentIsPrivateAndItsFolderNotNeeded) {
+    const auto part = open();
+    ASSERT_TRUE(part) << mistake_;
+    ASSERT_NO_FATAL_FAILURE(leave_cut_write());
+    struct stat facts = {};
+    ASSERT_EQ(::stat((folder_.path() / "intents" / "bp%2F0.intent").c_str(), &facts), 0);
+    EXPECT_EQ(facts.st_mode & 0777U, 0600U);
+    std::filesystem::remove_all(folder_.path() / "intents");
+    ASSERT_EQ(replace_file(folder_.path() / "intents", Bytes(1), 0600), 0); // no folder any more
+    EXPECT_EQ(part->write(0, Bytes(4, 1), false), 0);
+}
+
+TEST_F(PartFile, LockOfAnotherProcessIsWaitedForOnlySoLong) {
+    lock_limit_ = std::chrono::milliseconds(50);
+    const auto part = open();
+    ASSERT_TRUE(part) << mistake_;
+    Fd other(::open(image_.c_str(), O_RDWR | O_CLOEXEC));
+    struct flock lock = {};
+    lock.l_type = F_RDLCK;
+    ASSERT_EQ(::fcntl(other.get(), F_OFD_SETLK, &lock), 0);
+    Bytes read(4);
+    EXPECT_EQ(part->read(0, read), 0) << "readers share";
+    EXPECT_EQ(part->write(0, Bytes(4, 1), false), kTransferFailed | ETIMEDOUT);
+    EXPECT_EQ(held(), Bytes(kSize, 0xFF));
+    other.reset();
+    EXPECT_EQ(part->write(0, Bytes(4, 1), false), 0);
+}
+
+// Two parts on one file stand for two processes: the locks belong to open files, not to a process.
+TEST_F(PartFile, ReadersSeeWholeRecordsWhileSeveralWrite) {
+    config_.page_size = 8;
+    const std::unique_ptr<Part> parts[] = {open(), open()};
+    ASSERT_TRUE(parts[0] && parts[1]) << mistake_;
+    std::atomic<int> mixtures = 0;
+    std::atomic<int> failures = 0;
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+            Bytes read(60);
+            for (unsigned round = 0; round < 40; ++round) {
+                Part &part = *parts[(i + round) % 2];
+                const Bytes data(60, static_cast<std::uint8_t>(i * 40 + round));
+                failures += i < 2 && part.write(3, data, false) != 0;
+                failures += part.read(3, read) != 0;
+                mixtures += std::ranges::count(read, read.front()) != 60;
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(mixtures, 0);
+    EXPECT_EQ(failures, 0);
+}
+
+} // namespace

@@ -1,0 +1,213 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+// What the host keeps beside the chips: state files, emulated lines, the board's CPLD and role.
+
+#include "atomic_file.h"
+#include "board_state.h"
+#include "scratch_folder.h"
+#include "state_store.h"
+#include "status.h"
+#include "write_protect.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using namespace asd_host;
+namespace fs = std::filesystem;
+using Bytes = std::vector<std::uint8_t>;
+
+class State : public testing::Test {
+protected:
+    asd_test::ScratchFolder folder_;
+    fs::path file_ = folder_.path() / "values";
+    std::string mistake_;
+
+    Bytes content(const fs::path &file) const {
+        int error = 0;
+        return read_file(file, &error).value_or(Bytes());
+    }
+    std::size_t files() const {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator()));
+    }
+};
+
+TEST_F(State, AFileIsReplacedWholeOrStays) {
+    EXPECT_EQ(replace_file(file_, Bytes(3, 1), 0600), 0);
+    EXPECT_EQ(replace_file(file_.string() + ".tmp", Bytes(9, 9), 0600), 0); // as a crash leaves it
+    EXPECT_EQ(replace_file(file_, Bytes(2, 2), 0600), 0);
+    EXPECT_EQ(content(file_), Bytes(2, 2));
+    EXPECT_EQ(files(), 1U);
+    fs::create_directories(folder_.path() / "taken" / "x"); // a folder can't be replaced by a file
+    EXPECT_EQ(replace_file(folder_.path() / "taken", Bytes(1), 0600), EISDIR);
+    EXPECT_EQ(replace_file(folder_.path() / "missing" / "x", Bytes(1), 0600), ENOENT);
+    EXPECT_EQ(files(), 2U) << "no temporary file is left";
+    EXPECT_EQ(remove_file(file_), 0);
+    EXPECT_EQ(remove_file(file_), 0);
+    int error = 0;
+    EXPECT_FALSE(read_file(file_, &error));
+    EXPECT_EQ(error, ENOENT);
+}
+
+TEST_F(State, ValuesOutliveTheProcess) {
+    StateStore store;
+    ASSERT_TRUE(store.open(file_, &mistake_)) << mistake_;
+    EXPECT_FALSE(store.get(7));
+    EXPECT_EQ(store.put(0xFFFFFFFF, Bytes{1, 2, 3}), 0);
+    EXPECT_EQ(store.put_all({{7, {9}}, {8, {}}}), 0);
+    const auto written = fs::last_write_time(file_);
+    fs::last_write_time(file_, written - std::chrono::hours(1));
+    EXPECT_EQ(store.put(7, Bytes{9}), 0);
+    EXPECT_LT(fs::last_write_time(file_), written) << "an unchanged value is not written";
+    StateStore again;
+    ASSERT_TRUE(again.open(file_, &mistake_)) << mistake_;
+    EXPECT_EQ(again.get(0xFFFFFFFF), (Bytes{1, 2, 3}));
+    EXPECT_EQ(again.get(7), Bytes{9});
+    EXPECT_EQ(again.get(8), Bytes{});
+    EXPECT_FALSE(again.get(9));
+}
+
+TEST_F(State, AFailedChangeChangesNothingAndTheNextOneIsWritten) {
+    StateStore store;
+    fs::create_directory(folder_.path() / "s");
+    ASSERT_TRUE(store.open(folder_.path() / "s" / "values", &mistake_));
+    ASSERT_EQ(store.put(1, Bytes{1}), 0);
+    fs::remove_all(folder_.path() / "s");
+    EXPECT_EQ(store.put_all({{1, {2}}, {2, {2}}}), kStorageFailed);
+    EXPECT_EQ(store.get(1), Bytes{1});
+    EXPECT_FALSE(store.get(2));
+    fs::create_directory(folder_.path() / "s");
+    EXPECT_EQ(store.put(1, Bytes{1}), 0) << "unchanged, but the file may not say so";
+    EXPECT_TRUE(fs::exists(folder_.path() / "s" / "values"));
+}
+
+TEST_F(State, DamageAnywhereIsSetAside) {
+    StateStore store;
+    ASSERT_TRUE(store.open(file_, &mistake_));
+    ASSERT_EQ(store.put(0x11, Bytes{0x55}), 0);
+    const Bytes good = content(file_);
+    for (std::size_t i = 0; i < 2 * good.size(); ++i) {
+        SCOPED_TRACE(i);
+        Bytes damaged = good;
+        if (i < good.size()) {
+            damaged[i] ^= 0x01U;
+        } else {
+            damaged.resize(i - good.size());
+        }
+        ASSERT_EQ(replace_file(file_, damaged, 0600), 0);
+        StateStore reopened;
+        ASSERT_TRUE(reopened.open(file_, &mistake_)) << mistake_;
+        EXPECT_FALSE(reopened.get(0x11));
+        EXPECT_EQ(content(file_.string() + ".damaged"), damaged);
+        EXPECT_EQ(reopened.put(0x11, Bytes{0x66}), 0);
+    }
+}
+
+TEST_F(State, WhatCannotBeReadIsAMistakeNotAnEmptyMap) {
+    StateStore store;
+    fs::create_directory(file_);
+    EXPECT_FALSE(store.open(file_, &mistake_));
+    EXPECT_EQ(mistake_, file_.string() + ": cannot be read: Is a directory");
+    fs::remove(file_);
+    // "ASDSTATE", version 2, no values.
+    const Bytes later = {'A', 'S', 'D', 'S', 'T', 'A', 'T', 'E', 2, 0, 0, 0, 0, 0, 0, 0, 0x7B, 0x41, 0x78, 0x51};
+    ASSERT_EQ(replace_file(file_, later, 0600), 0);
+    EXPECT_FALSE(store.open(file_, &mistake_));
+    EXPECT_NE(mistake_.find("later version"), std::string::npos) << mistake_;
+    EXPECT_EQ(content(file_), later);
+}
+
+TEST_F(State, LinesStartProtectedAndAreShown) {
+    const fs::path gpio = folder_.path() / "slot0" / "gpio";
+    const auto shown = [&](const char *line) {
+        const Bytes text = content(gpio / line);
+        return std::string(text.begin(), text.end());
+    };
+    {
+        WriteProtectLines before;
+        ASSERT_TRUE(before.open(gpio, &mistake_)) << mistake_;
+        EXPECT_EQ(before.init(7, 1), 0);
+        EXPECT_EQ(before.write(55, 1), 0);
+        EXPECT_EQ(before.write(7, 1), 0);
+        EXPECT_EQ(shown("55") + shown("56") + shown("7"), "1\n0\n1\n");
+    } // killed with two lines open
+    WriteProtectLines lines;
+    ASSERT_TRUE(lines.open(gpio, &mistake_)) << mistake_;
+    EXPECT_EQ(shown("39") + shown("55") + shown("56") + shown("7"), "0\n0\n0\n0\n");
+    EXPECT_EQ(lines.init(55, 0), kBadArgument);
+    EXPECT_EQ(lines.write(55, 2), kBadArgument);
+    EXPECT_EQ(lines.level(55), 0U);
+    fs::remove_all(gpio);
+    EXPECT_EQ(lines.write(55, 1), 0) << "a run folder that is full must not keep the chips protected";
+    EXPECT_EQ(lines.level(55), 1U);
+    EXPECT_EQ(lines.level(1234), 0U);
+}
+
+class Board : public State {
+protected:
+    Options options(std::uint8_t slot) {
+        Options options;
+        options.slot = slot;
+        options.run_dir = options.state_dir = folder_.path();
+        fs::create_directories(options.slot_state_dir());
+        return options;
+    }
+};
+
+TEST_F(Board, OneControllerIsMasterUntilItDies) {
+    const Enclosure enclosure;
+    auto first = std::make_unique<BoardState>();
+    BoardState second;
+    ASSERT_TRUE(first->open(options(0), enclosure, &mistake_)) << mistake_;
+    ASSERT_TRUE(second.open(options(1), enclosure, &mistake_)) << mistake_;
+    EXPECT_EQ(first->role(), BOARD_MASTER);
+    EXPECT_EQ(second.role(), BOARD_SLAVE);
+    // Somebody tidies up: at most one of them goes on as master.
+    fs::remove(folder_.path() / "master.lock");
+    EXPECT_EQ(second.role(), BOARD_MASTER);
+    EXPECT_EQ(first->role(), BOARD_SLAVE);
+    first.reset();
+    EXPECT_EQ(second.role(), BOARD_MASTER);
+
+    Options fixed = options(2);
+    fixed.role = Role::kMaster;
+    BoardState third;
+    ASSERT_TRUE(third.open(fixed, enclosure, &mistake_)) << mistake_;
+    EXPECT_EQ(third.role(), BOARD_MASTER);
+}
+
+TEST_F(Board, CpldFieldsRegistersAndFlashOutliveTheProcess) {
+    Enclosure enclosure;
+    enclosure.role = Role::kSlave;
+    {
+        BoardState board;
+        ASSERT_TRUE(board.open(options(0), enclosure, &mistake_)) << mistake_;
+        EXPECT_EQ(board.cpld_register(0x1F8), 0U);
+        EXPECT_EQ(board.set_cpld_register(0x1F8, 0x80000102), 0);
+        EXPECT_EQ(board.set_cpld_field(CpldField::kProductConfiguration, Bytes(64, 4)), 0);
+        EXPECT_EQ(board.set_cpld_field(CpldField::kPcieSasModel, Bytes{0x33}), 0);
+        EXPECT_EQ(board.set_cpld_field(CpldField::kFrameModel, Bytes(16, 7)), 0);
+        EXPECT_EQ(board.set_cpld_field(CpldField::kFrameModel, Bytes(3, 8)), 0);
+        EXPECT_EQ(board.set_cpld_field(CpldField::kWwn, Bytes(7, 1)), kBadArgument);
+        EXPECT_EQ(board.set_cpld_field(CpldField::kWwn, Bytes()), kBadArgument);
+    }
+    BoardState board;
+    ASSERT_TRUE(board.open(options(0), enclosure, &mistake_)) << mistake_;
+    EXPECT_EQ(board.role(), BOARD_SLAVE);
+    EXPECT_EQ(board.cpld_register(0x1F8), 0x80000102U);
+    EXPECT_FALSE(board.cpld_ram.get(0xCE00));
+    EXPECT_EQ(board.cpld_ram.get(0xCE12), Bytes{8});
+    EXPECT_EQ(board.cpld_ram.get(0xCE13), Bytes{0}) << "a shorter value leaves nothing of the longer one";
+    EXPECT_EQ(board.cpld_ram.get(0xCE7F), Bytes{4});
+    EXPECT_EQ(board.cpld_ram.get(0xCE80), Bytes{0x33});
+    EXPECT_FALSE(board.cpld_ram.get(0xCFC1));
+}
+
+} // namespace
