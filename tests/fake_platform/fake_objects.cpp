@@ -419,8 +419,11 @@ gint32 dfl_block_write(OBJ_HANDLE object_handle, const gchar *property_name, gui
         return call.fails() ? call.status() : ret;
     }
     const bool silent = call.fault().has_value() && call.fault()->kind == FaultKind::kSilent;
-    if (silent || is_protected(*chip)) {
-        return 0; // the part acknowledges and stores nothing
+    if (silent) {
+        return 0; // acknowledged, not stored, and a platform that does not look
+    }
+    if (is_protected(*chip)) {
+        return kRefused; // acknowledged and not stored, which the read-back finds out
     }
     Bytes bytes(buffer, buffer + length);
     spoil(call.fault(), bytes);

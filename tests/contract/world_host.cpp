@@ -1,0 +1,54 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "host.h"
+#include "ipmi_registry.h"
+#include "scratch_folder.h"
+#include "world.h"
+
+#include <gtest/gtest.h>
+
+namespace contract {
+
+using namespace asd_host;
+
+// The platform starts once a process; each test runs in its own.
+void world_start() {
+    static const asd_test::ScratchFolder kFolder;
+    if (host() != nullptr) {
+        return;
+    }
+    Enclosure enclosure;
+    enclosure.name = "contract";
+    enclosure.role = Role::kMaster;
+    for (const char *name : {"a", "b", "ear", "psu"}) {
+        PartConfig part;
+        part.name = name;
+        part.file = part.name + ".bin";
+        part.size = 256;
+        part.page_size = 16;
+        part.write_cycle_us = 0;
+        enclosure.parts.push_back(part);
+    }
+    enclosure.parts[0].write_protect_line = 55;
+    enclosure.parts[1].write_protect_line = 55;
+    enclosure.chips = {{.name = "ASDDev14a", .part = "a", .offset = 32},
+                       {.name = "ASDDev14b", .part = "b", .offset = 32},
+                       {.name = "ASDDev7", .part = "ear"},
+                       {.name = "ASDDev1000", .part = "psu", .stg_wp = 1}};
+    enclosure.items = {{.name = "ASD14", .num = 14, .length = 4, .chips = {"ASDDev14a", "ASDDev14b"}},
+                       {.name = "ASD7", .num = 7, .length = 4, .chips = {"ASDDev7"}},
+                       {.name = "ASD1000", .num = 100, .length = 4, .chips = {"ASDDev1000"}}};
+    Options options;
+    options.run_dir = kFolder.path() / "run";
+    options.state_dir = kFolder.path() / "state";
+    ASSERT_EQ(host_start(options, enclosure), std::vector<std::string>{});
+}
+
+std::vector<std::uint8_t> world_request(std::span<const IPMI_CMD_S> rows, std::uint8_t cmd,
+                                        const std::vector<std::uint8_t> &data, std::uint8_t privilege) {
+    IpmiRegistry registry;
+    EXPECT_TRUE(registry.add(rows));
+    return registry.serve({.netfn = 0x32, .cmd = cmd, .data = data, .privilege = privilege});
+}
+
+} // namespace contract
