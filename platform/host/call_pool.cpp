@@ -88,6 +88,9 @@ CallPool::Taken CallPool::run(OBJ_HANDLE object, Work work) {
 }
 
 bool CallPool::stop(std::chrono::milliseconds limit) {
+    if (threads_.empty()) {
+        return true; // nothing runs, or it has been left to itself
+    }
     bool idle = false;
     {
         std::unique_lock lock(shared_->mutex);

@@ -11,6 +11,9 @@ namespace asd_host {
 
 namespace {
 
+// A client that has not taken a change after that time is cut off: it ties up a thread of GIO's.
+constexpr guint kUnreadLimitS = 30;
+
 constexpr const char *kProperties = "org.freedesktop.DBus.Properties";
 
 // GDBus refuses arguments of a wrong type by itself, on its own thread; clients are to see one name for that.
@@ -27,6 +30,14 @@ GDBusMessage *name_refusals(GDBusConnection * /*connection*/, GDBusMessage *mess
     g_dbus_message_set_error_name(renamed, kErrorArguments);
     g_object_unref(message);
     return renamed;
+}
+
+// Nothing that waits to be sent or received waits any longer; the connection then reports its end.
+void cut(GDBusConnection *connection) {
+    GIOStream *stream = g_dbus_connection_get_stream(connection);
+    if (G_IS_SOCKET_CONNECTION(stream)) {
+        (void)g_socket_shutdown(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)), TRUE, TRUE, nullptr);
+    }
 }
 
 // GDBus passes the folder's path or that of an object in it.
@@ -107,6 +118,12 @@ void BusClients::close_all(std::function<void()> done) {
     }
 }
 
+void BusClients::cut_all() {
+    for (const auto &[connection, client] : clients_) {
+        cut(connection);
+    }
+}
+
 void BusClients::on_last_sent(GObject *connection, GAsyncResult *result, gpointer /*self*/) {
     auto *closing = G_DBUS_CONNECTION(connection);
     (void)g_dbus_connection_flush_finish(closing, result, nullptr); // a client that has gone needs no answers
@@ -146,7 +163,7 @@ gchar **BusClients::on_enumerate(GDBusConnection * /*connection*/, const gchar *
 GDBusInterfaceInfo **BusClients::on_introspect(GDBusConnection * /*connection*/, const gchar * /*sender*/,
                                                const gchar *path, const gchar *node, gpointer self) {
     const auto *clients = static_cast<const BusClients *>(self);
-    GDBusInterfaceInfo **list = g_new0(GDBusInterfaceInfo *, 2);
+    auto **list = g_new0(GDBusInterfaceInfo *, 2);
     if (node != nullptr) {
         list[0] = g_dbus_interface_info_ref(clients->objects_.interface_below(class_of_folder(path)));
     }
@@ -199,7 +216,12 @@ void BusClients::properties_call(OBJ_HANDLE object, std::string_view method, GVa
     const char *name = nullptr;
     g_variant_get_child(parameters, 1, "&s", &name);
     if (method == "Get") {
-        answer(std::move(invocation), g_variant_new("(v)", objects_.property(object, name)));
+        GVariant *held = objects_.property(object, name);
+        if (held == nullptr) {
+            answer_error(std::move(invocation), kErrorFailed, std::string(name) + " has no value");
+            return;
+        }
+        answer(std::move(invocation), g_variant_new("(v)", held));
         return;
     }
     GVariant *value = nullptr;
@@ -218,7 +240,7 @@ void BusClients::properties_call(OBJ_HANDLE object, std::string_view method, GVa
 void BusClients::changed(OBJ_HANDLE object, const PropertyNames &properties) {
     for (auto &[connection, client] : clients_) {
         client.changes[object].insert(properties.begin(), properties.end());
-        if (!client.sending) {
+        if (client.unread == nullptr) {
             send_changes(client);
         }
     }
@@ -228,8 +250,14 @@ void BusClients::send_changes(Client &client) {
     for (const auto &[object, properties] : std::exchange(client.changes, {})) {
         send_change(client, object, properties);
     }
-    client.sending = true;
+    client.unread = attached(g_timeout_source_new_seconds(kUnreadLimitS), on_unread, client.connection.get());
     g_dbus_connection_flush(client.connection.get(), nullptr, on_sent, this);
+}
+
+gboolean BusClients::on_unread(gpointer connection) {
+    HOST_LOG(kLogInformation, "a D-Bus client has not read for %u seconds: it is cut off", kUnreadLimitS);
+    cut(static_cast<GDBusConnection *>(connection));
+    return G_SOURCE_REMOVE;
 }
 
 void BusClients::on_sent(GObject *connection, GAsyncResult *result, gpointer self) {
@@ -241,7 +269,7 @@ void BusClients::on_sent(GObject *connection, GAsyncResult *result, gpointer sel
     if (found == clients->clients_.end()) {
         return;
     }
-    found->second.sending = false;
+    found->second.unread.reset();
     if (!found->second.changes.empty()) {
         clients->send_changes(found->second);
     }
@@ -251,7 +279,9 @@ void BusClients::send_change(const Client &client, OBJ_HANDLE object, const Prop
     GVariantBuilder values;
     g_variant_builder_init(&values, G_VARIANT_TYPE_VARDICT);
     for (const std::string &name : properties) {
-        g_variant_builder_add(&values, "{sv}", name.c_str(), objects_.property(object, name));
+        if (GVariant *value = objects_.property(object, name); value != nullptr) {
+            g_variant_builder_add(&values, "{sv}", name.c_str(), value);
+        }
     }
     const ObjectPtr<GDBusMessage> signal(
         g_dbus_message_new_signal(objects_.path_of(object).c_str(), kProperties, "PropertiesChanged"));

@@ -42,6 +42,8 @@ public:
 
     // Sends what is on its way and closes; done is called when no connection is left.
     void close_all(std::function<void()> done);
+    // Ends connections whose clients do not take what is on its way.
+    void cut_all();
 
 private:
     struct Client {
@@ -49,7 +51,7 @@ private:
         Kind kind = Kind::kClient;
         std::string name;        // its unique name on the private socket
         bool said_hello = false; // it takes the private socket for a bus
-        bool sending = false;    // changes are on their way
+        SourcePtr unread;        // while changes are on their way: when that has taken too long
         std::map<OBJ_HANDLE, PropertyNames> changes;
     };
 
@@ -77,6 +79,7 @@ private:
                                                    const gchar *interface, const gchar *node, gpointer *user_data,
                                                    gpointer self);
     static void on_sent(GObject *connection, GAsyncResult *result, gpointer self);
+    static gboolean on_unread(gpointer connection);
     static void on_last_sent(GObject *connection, GAsyncResult *result, gpointer self);
     static void on_closed(GDBusConnection *connection, gboolean vanished, GError *error, gpointer self);
 

@@ -4,9 +4,9 @@
 
 #include "log.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include <gio/gunixsocketaddress.h>
 #include <sys/socket.h>
@@ -46,7 +46,6 @@ void ask_for_credentials(GSocket *socket) {
 BusDoor::~BusDoor() {
     close();
     for (const Greeting &greeting : greetings_) {
-        greeting.end_limit();
         g_cancellable_cancel(greeting.cancel.get());
     }
 }
@@ -113,46 +112,64 @@ gboolean BusDoor::on_incoming(GSocketService * /*service*/, GSocketConnection *s
         HOST_LOG(kLogInformation, "a D-Bus client is refused: %zu are connected", kClients);
         return TRUE;
     }
-    door->greet(stream);
+    door->await_first_word(stream);
     return TRUE; // nobody else is to handle it
 }
 
-// The handshake waits for the client, on a thread of GIO's.
-void BusDoor::greet(GSocketConnection *stream) {
+// A client that says nothing costs no thread.
+void BusDoor::await_first_word(GSocketConnection *stream) {
     Greeting &greeting = greetings_.emplace_back();
     greeting.door = this;
+    greeting.stream.reset(G_SOCKET_CONNECTION(g_object_ref(stream)));
     greeting.cancel.reset(g_cancellable_new());
-    greeting.limit.reset(g_timeout_source_new_seconds(kHandshakeLimitS));
-    g_source_set_callback(greeting.limit.get(), on_limit, &greeting, nullptr);
-    (void)g_source_attach(greeting.limit.get(), context_); // its number is not needed
+    greeting.limit = attached(g_timeout_source_new_seconds(kHandshakeLimitS), on_limit, &greeting);
+    greeting.first_word = attached(g_socket_create_source(g_socket_connection_get_socket(stream), G_IO_IN, nullptr),
+                                   G_SOURCE_FUNC(on_first_word), &greeting);
+}
+
+gboolean BusDoor::on_first_word(GSocket * /*socket*/, GIOCondition /*condition*/, gpointer greeting) {
+    auto *speaking = static_cast<Greeting *>(greeting);
+    speaking->door->start_handshake(*speaking);
+    return G_SOURCE_REMOVE;
+}
+
+// On a thread of GIO's, which waits for the client.
+void BusDoor::start_handshake(Greeting &greeting) {
     constexpr auto kFlags =
         static_cast<GDBusConnectionFlags>(static_cast<unsigned>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER) |
                                           static_cast<unsigned>(G_DBUS_CONNECTION_FLAGS_DELAY_MESSAGE_PROCESSING));
-    g_dbus_connection_new(G_IO_STREAM(stream), guid_.get(), kFlags, observer_.get(), greeting.cancel.get(), on_greeted,
-                          &greeting);
+    const ObjectPtr<GSocketConnection> stream = std::move(greeting.stream);
+    g_dbus_connection_new(G_IO_STREAM(stream.get()), guid_.get(), kFlags, observer_.get(), greeting.cancel.get(),
+                          on_greeted, &greeting);
 }
 
 gboolean BusDoor::on_limit(gpointer greeting) {
-    g_cancellable_cancel(static_cast<Greeting *>(greeting)->cancel.get());
+    auto *late = static_cast<Greeting *>(greeting);
+    if (late->stream != nullptr) {
+        late->door->drop(late); // it has not said a word
+        return G_SOURCE_REMOVE;
+    }
+    g_cancellable_cancel(late->cancel.get()); // ends the handshake
     return G_SOURCE_REMOVE;
+}
+
+void BusDoor::drop(const Greeting *greeting) {
+    greetings_.remove_if([greeting](const Greeting &one) { return &one == greeting; });
 }
 
 void BusDoor::on_greeted(GObject * /*source*/, GAsyncResult *result, gpointer greeting) {
     BusDoor *door = static_cast<Greeting *>(greeting)->door;
-    const auto found =
-        std::ranges::find_if(door->greetings_, [greeting](const Greeting &one) { return &one == greeting; });
-    door->finish(found, result);
-}
-
-void BusDoor::finish(std::list<Greeting>::iterator greeting, GAsyncResult *result) {
-    greeting->end_limit();
-    greetings_.erase(greeting);
+    door->drop(static_cast<Greeting *>(greeting));
     ErrorSlot error;
     ConnectionPtr connection(g_dbus_connection_new_finish(result, error.out()));
     if (connection == nullptr) {
         HOST_LOG(kLogDebug, "a D-Bus client has not finished its handshake: %s", error.text());
         return;
     }
+    door->serve(std::move(connection));
+}
+
+void BusDoor::serve(ConnectionPtr connection) {
     GDBusConnection *raw = connection.get();
     std::string mistake;
     if (!clients_.add(std::move(connection), BusClients::Kind::kClient, &mistake)) {

@@ -22,7 +22,7 @@ class BusDoor {
 public:
     static constexpr std::size_t kClients = 64; // with those that have not finished the handshake; others are closed
 
-    BusDoor(BusClients &clients, GMainContext *context) : clients_(clients), context_(context) {}
+    explicit BusDoor(BusClients &clients) : clients_(clients) {}
     ~BusDoor();
     BusDoor(const BusDoor &) = delete;
     BusDoor &operator=(const BusDoor &) = delete;
@@ -35,24 +35,27 @@ public:
     void close();
 
 private:
-    // A client in the handshake.
+    // A client that has not finished the handshake.
     struct Greeting {
         BusDoor *door = nullptr;
+        ObjectPtr<GSocketConnection> stream;
         ObjectPtr<GCancellable> cancel;
         SourcePtr limit;
-        void end_limit() const { g_source_destroy(limit.get()); }
+        SourcePtr first_word;
     };
 
     [[nodiscard]] bool listen_at(const std::filesystem::path &path, GError **error);
-    void greet(GSocketConnection *stream);
-    void finish(std::list<Greeting>::iterator greeting, GAsyncResult *result);
+    void await_first_word(GSocketConnection *stream);
+    void start_handshake(Greeting &greeting);
+    void drop(const Greeting *greeting);
+    void serve(ConnectionPtr connection);
 
     static gboolean on_incoming(GSocketService *service, GSocketConnection *stream, GObject *source, gpointer self);
+    static gboolean on_first_word(GSocket *socket, GIOCondition condition, gpointer greeting);
     static void on_greeted(GObject *source, GAsyncResult *result, gpointer greeting);
     static gboolean on_limit(gpointer greeting);
 
     BusClients &clients_;
-    GMainContext *context_;
     std::filesystem::path path_;
     ObjectPtr<GSocketService> service_;
     ObjectPtr<GDBusAuthObserver> observer_;

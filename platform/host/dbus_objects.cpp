@@ -54,7 +54,6 @@ GDBusInterfaceInfo *BusObjects::load(const char *xml, const char *interface) {
     }
     GDBusInterfaceInfo *info = g_dbus_node_info_lookup_interface(nodes_.back().get(), interface);
     assert(info != nullptr);
-    g_dbus_interface_info_cache_build(info);
     return info;
 }
 

@@ -92,14 +92,27 @@ bool join_bus(BusShared &shared, Bus bus, std::string *mistake) {
            own_name(raw, bus_name(shared.platform.options.slot), bus_word, mistake);
 }
 
-gboolean end_loop(gpointer loop) {
-    g_main_loop_quit(static_cast<GMainLoop *>(loop));
-    return G_SOURCE_REMOVE;
+gboolean cut_clients(gpointer shared) {
+    static_cast<BusShared *>(shared)->clients.cut_all();
+    return G_SOURCE_CONTINUE;
+}
+
+// Cut connections report their end, as closed ones do.
+void close_clients(BusShared &shared) {
+    const SourcePtr limit = attached(g_timeout_source_new(kCloseLimitMs), cut_clients, &shared);
+    bool closed = false;
+    shared.clients.close_all([&closed, &shared] {
+        closed = true;
+        g_main_loop_quit(shared.loop.get());
+    });
+    if (!closed) {
+        g_main_loop_run(shared.loop.get());
+    }
 }
 
 // Serves until it is told to end. What keeps it from that, or nothing, goes to started.
-void serve(const std::shared_ptr<BusShared> &shared, GMainContext *context, std::promise<std::string> &started) {
-    BusDoor door(shared->clients, context);
+void serve(const std::shared_ptr<BusShared> &shared, std::promise<std::string> &started) {
+    BusDoor door(shared->clients);
     const Options &options = shared->platform.options;
     std::string mistake;
     const bool open = options.bus == Bus::kPrivate ? door.open(options.slot_run_dir() / "bus", &mistake)
@@ -108,23 +121,12 @@ void serve(const std::shared_ptr<BusShared> &shared, GMainContext *context, std:
         started.set_value(mistake);
         return;
     }
-    shared->queue->attach(context);
+    shared->queue->attach();
     started.set_value({});
     g_main_loop_run(shared->loop.get());
     door.close();
     shared->calls.refuse_rest();
-    const SourcePtr limit(g_timeout_source_new(kCloseLimitMs));
-    g_source_set_callback(limit.get(), end_loop, shared->loop.get(), nullptr);
-    (void)g_source_attach(limit.get(), context); // its number is not needed
-    bool closed = false;
-    shared->clients.close_all([&closed, &shared] {
-        closed = true;
-        g_main_loop_quit(shared->loop.get());
-    });
-    if (!closed) {
-        g_main_loop_run(shared->loop.get());
-    }
-    g_source_destroy(limit.get());
+    close_clients(*shared);
     shared->queue->detach();
 }
 
@@ -133,7 +135,7 @@ void run_bus(const std::shared_ptr<BusShared> &shared, std::promise<std::string>
     const ContextPtr context(g_main_context_new());
     g_main_context_push_thread_default(context.get());
     shared->loop.reset(g_main_loop_new(context.get(), FALSE));
-    serve(shared, context.get(), started);
+    serve(shared, started);
     g_main_context_pop_thread_default(context.get());
 }
 
@@ -177,21 +179,24 @@ std::unique_ptr<DbusService> DbusService::open(Host &platform, const ModuleRegis
     }
     std::promise<std::string> promise;
     std::future<std::string> started = promise.get_future();
+    // From before the first client on; what changes until then waits in the queue.
+    platform.objects.set_observer(
+        [shared](OBJ_HANDLE object, const std::string &property) { shared->note_change(object, property); });
+    service->platform_ = &platform;
     try {
         service->thread_ = std::thread(run_bus, shared, std::move(promise));
     } catch (const std::system_error &failure) {
         *mistake = std::string("no thread for the D-Bus service: ") + failure.what();
+        platform.objects.set_observer({});
         return nullptr;
     }
     *mistake = started.get();
     if (!mistake->empty()) {
         service->thread_.join();
+        platform.objects.set_observer({});
         return nullptr;
     }
-    service->platform_ = &platform;
     service->shared_ = shared;
-    platform.objects.set_observer(
-        [shared](OBJ_HANDLE object, const std::string &property) { shared->note_change(object, property); });
     return service;
 }
 

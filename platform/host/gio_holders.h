@@ -22,10 +22,25 @@ template <typename T>
 using ObjectPtr = std::unique_ptr<T, Releaser<g_object_unref>>;
 using VariantPtr = std::unique_ptr<GVariant, Releaser<g_variant_unref>>;
 using TextPtr = std::unique_ptr<gchar, Releaser<g_free>>;
-using SourcePtr = std::unique_ptr<GSource, Releaser<g_source_unref>>;
 using ContextPtr = std::unique_ptr<GMainContext, Releaser<g_main_context_unref>>;
 using LoopPtr = std::unique_ptr<GMainLoop, Releaser<g_main_loop_unref>>;
 using NodeInfoPtr = std::unique_ptr<GDBusNodeInfo, Releaser<g_dbus_node_info_unref>>;
+
+// A source of a main loop's events; gone from the loop with its holder.
+struct SourceEnd {
+    void operator()(GSource *source) const {
+        g_source_destroy(source);
+        g_source_unref(source);
+    }
+};
+using SourcePtr = std::unique_ptr<GSource, SourceEnd>;
+
+// Takes the source and attaches it to this thread's main context.
+[[nodiscard]] inline SourcePtr attached(GSource *source, GSourceFunc callback, gpointer data) {
+    g_source_set_callback(source, callback, data, nullptr);
+    (void)g_source_attach(source, g_main_context_get_thread_default()); // its number is not needed
+    return SourcePtr(source);
+}
 
 // Takes a floating value.
 [[nodiscard]] inline VariantPtr sunk(GVariant *floating) {

@@ -25,17 +25,12 @@ void LoopQueue::post(Task task) {
     (void)write(event_.get(), &one, sizeof one); // fails only when it is readable already
 }
 
-void LoopQueue::attach(GMainContext *context) {
-    source_.reset(g_unix_fd_source_new(event_.get(), G_IO_IN));
-    g_source_set_callback(source_.get(), G_SOURCE_FUNC(on_readable), this, nullptr);
-    (void)g_source_attach(source_.get(), context); // its number is not needed
+void LoopQueue::attach() {
+    source_ = attached(g_unix_fd_source_new(event_.get(), G_IO_IN), G_SOURCE_FUNC(on_readable), this);
 }
 
 void LoopQueue::detach() {
-    if (source_ != nullptr) {
-        g_source_destroy(source_.get());
-        source_.reset();
-    }
+    source_.reset();
 }
 
 gboolean LoopQueue::on_readable(gint fd, GIOCondition /*condition*/, gpointer queue) {

@@ -24,7 +24,7 @@ public:
     void post(Task task);
 
     // On the loop's thread: tasks run there from now on, or no longer.
-    void attach(GMainContext *context);
+    void attach();
     void detach();
 
 private:

@@ -90,7 +90,7 @@ class Items(Case):
         (self.folder / "value").write_bytes(b"from a file")
         rows = [  # item, its chips, length, how it is given, the bytes
             ("ASD16", ("ASDDev16a", "ASDDev16b"), 64, ("--text", "ACME \u00b5"), "ACME \u00b5".encode()),
-            ("ASD14", ("ASDDev14a", "ASDDev14b"), 32, ("--equip", "--hex", "0x0041 ff:00 9"), b"\x00\x41\xff\x00\x09"),
+            ("ASD14", ("ASDDev14a", "ASDDev14b"), 32, ("--hex", "0x0041 ff:00 9"), b"\x00\x41\xff\x00\x09"),
             ("ASD26", ("ASDDev26a",), 16, ("--file", self.folder / "value"), b"from a file"),
             ("ASD21", ("ASDDev21a", "ASDDev21b"), 8, ("--equip", "--file", "-"), b"12345678"),
             ("ASD11", ("ASDDev11a", "ASDDev11b"), 20, ("--equip", "--truncate", "--text", "x" * 25), b"x" * 20),
@@ -102,7 +102,8 @@ class Items(Case):
                 said = self.json("set", item, *how, data=b"12345678")
                 self.assertEqual((said["written"], said["filled"]), (len(data), length - len(data)))
                 self.assert_on_chips(chips, image)
-                self.assertEqual(self.ctl("read", item, "--raw"), image)
+                if len(chips) == 1 or item == "ASD16":  # no pair, or one with a check flag
+                    self.assertEqual(self.ctl("read", item, "--raw"), image)
                 if "Bucklecard" in item:
                     continue  # its write does not touch memory
                 self.assertEqual(self.ctl("get", item, "--raw"), image)
@@ -119,9 +120,10 @@ class Items(Case):
             (FAILED, ("set", "ASD26", "--text", "x" * 17), "takes 16 bytes"),
             (FAILED, ("set", "asd26", "--text", "x"), "Did you mean ASD26?"),
             (FAILED, ("set", "ASD26", "--file", self.folder / "missing"), "No such file"),
-            (FAILED, ("set", "ASD15", "--text", "x"), "--equip"),  # a pair without a check flag
+            (FAILED, ("read", "ASD15"), "check flag"),  # a pair without one
             (FAILED, ("get", "../../ASD26"), "there is no item"),
             (FAILED, ("errcode", "ASDDev0", "1"), "there is no chip"),
+            (WRONG_USAGE, ("board", "set", "fault", b"\xff", "1"), "letters"),
             (WRONG_USAGE, ("set", "ASD26", "--hex", "4g"), "not hexadecimal"),
             (WRONG_USAGE, ("set", "ASD26", "--hex", "123"), "whole bytes"),
             (WRONG_USAGE, ("set", "ASD26", "--text", ""), "nothing to write"),

@@ -1,0 +1,281 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+// ipmi, ekey, baycfg: single requests and transfers over the IPMI socket.
+
+#include "commands.h"
+#include "failure.h"
+#include "ipmi_client.h"
+#include "texts.h"
+#include "transfer.h"
+
+#include <algorithm>
+
+namespace asdctl {
+
+namespace {
+
+// ---- ipmi ----
+
+struct RequestOptions {
+    std::string netfn;
+    std::string cmd;
+    std::vector<std::string> data;
+};
+
+std::uint8_t one_byte(const std::string &word, const char *what) {
+    const Bytes bytes = parse_hex(word);
+    if (bytes.size() != 1) {
+        throw WrongUsage(std::string(what) + " '" + word + "' is not one byte in hexadecimal");
+    }
+    return bytes.front();
+}
+
+int run_ipmi(const Context &context, const RequestOptions &options) {
+    const std::uint8_t netfn = one_byte(options.netfn, "the network function");
+    if (netfn > 0x3E || netfn % 2 != 0) {
+        throw WrongUsage("a request's network function is an even number up to 0x3E, not " + hex_byte(netfn));
+    }
+    const std::uint8_t cmd = one_byte(options.cmd, "the command");
+    Bytes data;
+    for (const std::string &word : options.data) {
+        const Bytes bytes = parse_hex(word);
+        data.insert(data.end(), bytes.begin(), bytes.end());
+    }
+    if (data.size() > kIpmiRequestLimit) {
+        throw WrongUsage("a request has at most " + std::to_string(kIpmiRequestLimit) + " bytes of data, not " +
+                         std::to_string(data.size()));
+    }
+    const IpmiAnswer answer = IpmiClient(context).request(netfn, cmd, data);
+    if (context.json) {
+        print(Json{{"completion_code", answer.code},
+                   {"name", completion_name(answer.code)},
+                   {"length", answer.data.size()},
+                   {"data", to_hex(answer.data)}});
+    } else {
+        const std::string code = hex_byte(answer.code) + " " + completion_name(answer.code);
+        print(std::string_view(painted(context.out, answer.code == 0 ? Tone::kGood : Tone::kBad, code) + "\n" +
+                               hex_dump(context.out, answer.data)));
+    }
+    return answer.code == 0 ? kDone : kFailed;
+}
+
+// ---- What both transfers share ----
+
+// " (every byte is 0xFF)", when they are all alike
+std::string sameness(BytesView bytes) {
+    const bool alike = bytes.size() > 1 && std::ranges::all_of(bytes, [&](auto byte) { return byte == bytes.front(); });
+    return alike ? " (every byte is " + hex_byte(bytes.front()) + ")" : "";
+}
+
+void expect_same(BytesView written, BytesView found, const std::string &where) {
+    const auto [first, other] = std::ranges::mismatch(written, found);
+    if (first == written.end() && other == found.end()) {
+        return;
+    }
+    throw Failure(where + " differs from the file from byte " + std::to_string(first - written.begin()) + " on",
+                  "Another transfer may have crossed this one. Write it again.");
+}
+
+// A record in a file, or on standard output with nothing else.
+void deliver(const Context &context, const std::string &file, BytesView bytes, const std::string &what, Json json) {
+    json["length"] = bytes.size();
+    if (file == "-" && !context.json) {
+        write_file(file, bytes);
+        return;
+    }
+    if (file == "-") {
+        json["value"] = to_hex(bytes);
+        print(json);
+        return;
+    }
+    write_file(file, bytes);
+    json["file"] = file;
+    if (context.json) {
+        print(json);
+        return;
+    }
+    print(std::string_view(what + ": " + counted(bytes.size(), "byte") + " saved in " + file + sameness(bytes) + "\n"));
+}
+
+// ---- ekey ----
+
+struct EkeyOptions {
+    std::string place;
+    std::string file;
+    bool chip = false;
+};
+
+const EkeyPlace &place_of(const std::string &name) {
+    return *std::ranges::find(kEkeyPlaces, std::string_view(name), &EkeyPlace::name); // the command line was checked
+}
+
+int run_ekey_get(const Context &context, const EkeyOptions &options) {
+    const EkeyPlace &place = place_of(options.place);
+    const bool from_chip = options.chip || !place.mirror;
+    Bytes key;
+    {
+        IpmiClient client(context);
+        ProgressBar bar(context.err, "Reading", kEkeyFrames);
+        key = ekey_read(client, place, from_chip, [&bar] { bar.step(); });
+    }
+    deliver(context, options.file, key, options.place + ", from " + (from_chip ? "the chip" : "memory"),
+            {{"place", place.name}, {"item", place.item}, {"source", from_chip ? "chip" : "memory"}});
+    return kDone;
+}
+
+int run_ekey_put(const Context &context, const EkeyOptions &options) {
+    const EkeyPlace &place = place_of(options.place);
+    const Bytes key = read_file(options.file, kEkeySize);
+    if (key.size() != kEkeySize) {
+        throw Failure((options.file == "-" ? "standard input" : options.file) + ": has " + counted(key.size(), "byte") +
+                      "; a key has " + std::to_string(kEkeySize));
+    }
+    {
+        IpmiClient client(context);
+        ProgressBar bar(context.err, "Writing", 2 * kEkeyFrames);
+        const Progress progress = [&bar] { bar.step(); };
+        ekey_write(client, place, key, progress);
+        expect_same(key, ekey_read(client, place, true, progress), "what the chip of " + options.place + " holds now");
+    }
+    if (context.json) {
+        print(Json{{"place", place.name}, {"item", place.item}, {"length", key.size()}, {"verified", true}});
+        return kDone;
+    }
+    print(std::string_view(options.place + ": " + counted(key.size(), "byte") +
+                           " written and read back from the chip\n"));
+    return kDone;
+}
+
+void add_ekey_command(CLI::App &app, Command &chosen) {
+    CLI::App *const ekey = app.add_subcommand("ekey", "The electronic keys: 1024 bytes each");
+    ekey->require_subcommand(1);
+    const auto options = std::make_shared<EkeyOptions>();
+    CLI::App *const get =
+        ekey->add_subcommand("get", "Save a key; from memory where it is kept there, else from the chip");
+    CLI::App *const put = ekey->add_subcommand("put", "Write a key and read it back from the chip");
+    get->add_flag("--chip", options->chip, "Read the chip, not the copy in memory");
+    for (CLI::App *const command : {get, put}) {
+        command->add_option("PLACE", options->place, "frameboard, leftear, power0 or power1")
+            ->required()
+            ->check(CLI::Validator(CLI::IsMember({"frameboard", "leftear", "power0", "power1"})).description(""));
+        command->add_option("FILE", options->file, "The key's file; - for standard input or output")->required();
+    }
+    get->callback(
+        [&chosen, options] { chosen = [options](const Context &context) { return run_ekey_get(context, *options); }; });
+    put->callback(
+        [&chosen, options] { chosen = [options](const Context &context) { return run_ekey_put(context, *options); }; });
+}
+
+// ---- baycfg ----
+
+struct BayOptions {
+    std::string file = "-";
+    bool whole = false;
+};
+
+int run_bay_get(const Context &context, const BayOptions &options) {
+    Bytes file;
+    std::optional<std::uint32_t> length;
+    {
+        IpmiClient client(context);
+        ProgressBar bar(context.err, "Reading", kBayReadFrames);
+        length = bay_length(client);
+        if (!length && !options.whole) {
+            throw Failure("there is no bay configuration: it was never written, or is erased");
+        }
+        if (length.value_or(0) > kBayFileLimit && !options.whole) {
+            throw Failure("the bay configuration's length is " + std::to_string(*length) + ", more than the " +
+                              std::to_string(kBayFileLimit) + " bytes there are",
+                          "--whole saves all of them.");
+        }
+        file = bay_read(client, [&bar] { bar.step(); });
+    }
+    file.resize(options.whole ? kBayFileLimit : *length);
+    deliver(context, options.file, file, "Bay configuration", Json::object());
+    return kDone;
+}
+
+int run_bay_put(const Context &context, const BayOptions &options) {
+    const Bytes file = read_file(options.file, kBayFileLimit);
+    const std::size_t frames = bay_write_frames(file.size());
+    {
+        IpmiClient client(context);
+        ProgressBar bar(context.err, "Writing", frames + kBayReadFrames);
+        const Progress progress = [&bar] { bar.step(); };
+        bay_write(client, file, progress);
+        if (bay_length(client) != file.size()) {
+            throw Failure("the bay configuration's length is not the file's after the write",
+                          "Another transfer may have crossed this one. Write it again.");
+        }
+        Bytes found = bay_read(client, progress);
+        found.resize(file.size());
+        expect_same(file, found, "what the service holds now");
+    }
+    if (context.json) {
+        print(Json{{"length", file.size()}, {"frames", frames}, {"verified", true}});
+        return kDone;
+    }
+    print(std::string_view("Bay configuration: " + counted(file.size(), "byte") + " written in " +
+                           counted(frames, "frame") + " and read back\n"));
+    return kDone;
+}
+
+int run_bay_erase(const Context &context) {
+    IpmiClient client(context);
+    bay_erase(client);
+    if (context.json) {
+        print(Json{{"erased", true}});
+        return kDone;
+    }
+    print(std::string_view("Bay configuration: erased\n"));
+    return kDone;
+}
+
+int run_bay_length(const Context &context) {
+    IpmiClient client(context);
+    const std::optional<std::uint32_t> length = bay_length(client);
+    if (context.json) {
+        print(Json{{"length", length ? Json(*length) : Json()}, {"erased", !length}});
+        return kDone;
+    }
+    print(std::string_view(length ? std::to_string(*length) + "\n" : "erased\n"));
+    return kDone;
+}
+
+void add_bay_command(CLI::App &app, Command &chosen) {
+    CLI::App *const bay = app.add_subcommand("baycfg", "The bay configuration file, up to 2048 bytes; the master's");
+    bay->require_subcommand(1);
+    const auto options = std::make_shared<BayOptions>();
+    const auto add = [bay, &chosen, options](const char *name, const char *what, auto run) {
+        CLI::App *const command = bay->add_subcommand(name, what);
+        command->callback([&chosen, options, run] {
+            chosen = [options, run](const Context &context) { return run(context, *options); };
+        });
+        return command;
+    };
+    CLI::App *const get = add("get", "Save the file", run_bay_get);
+    get->add_option("FILE", options->file, "Where to; standard output unless given");
+    get->add_flag("--whole", options->whole, "All 2048 bytes, whatever the stored length says");
+    CLI::App *const put = add("put", "Write a file with its length in front, and read it back", run_bay_put);
+    put->add_option("FILE", options->file, "The file; - for standard input")->required();
+    (void)add("erase", "Erase the file",
+              [](const Context &context, const BayOptions &) { return run_bay_erase(context); });
+    (void)add("length", "The stored length",
+              [](const Context &context, const BayOptions &) { return run_bay_length(context); });
+}
+
+} // namespace
+
+void add_ipmi_commands(CLI::App &app, Command &chosen) {
+    CLI::App *const ipmi = app.add_subcommand("ipmi", "Send one IPMI request; all numbers in hexadecimal");
+    const auto options = std::make_shared<RequestOptions>();
+    ipmi->add_option("NETFN", options->netfn, "Network function, such as 32")->required();
+    ipmi->add_option("CMD", options->cmd, "Command, such as 16")->required();
+    ipmi->add_option("BYTES", options->data, "The request's data, such as 00 00 80 00 14");
+    ipmi->callback(
+        [&chosen, options] { chosen = [options](const Context &context) { return run_ipmi(context, *options); }; });
+    add_ekey_command(app, chosen);
+    add_bay_command(app, chosen);
+}
+
+} // namespace asdctl

@@ -1,0 +1,303 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+// get, read, set, clear, errcode: the methods of items and chips.
+
+#include "commands.h"
+#include "failure.h"
+#include "service.h"
+#include "texts.h"
+
+#include <algorithm>
+
+namespace asdctl {
+
+namespace {
+
+constexpr std::size_t kItemMax = 8192; // bytes that the service takes
+
+// ---- get, read ----
+
+struct ReadOptions {
+    std::string item;
+    bool raw = false;
+    bool text = false;
+    bool hex = false;
+    std::string output;
+    bool from_chips = false;
+};
+
+void print_value(const Context &context, const ReadOptions &options, BytesView value) {
+    if (options.raw) {
+        write_file("-", value);
+    } else if (options.text) {
+        print(std::string_view(to_text(value) + "\n"));
+    } else if (options.hex) {
+        print(std::string_view(to_hex(value) + "\n"));
+    } else {
+        print(std::string_view(hex_dump(context.out, value)));
+    }
+}
+
+std::string shaped(const ReadOptions &options, const Bytes &value) {
+    return (options.text ? to_text(value) : to_hex(value)) + "\n";
+}
+
+void save_value(const ReadOptions &options, const Bytes &value) {
+    if (!options.text && !options.hex) {
+        write_file(options.output, value);
+        return;
+    }
+    const std::string text = shaped(options, value);
+    write_file(options.output, Bytes(text.begin(), text.end()));
+}
+
+Bytes read_chips(Service &service, const Item &item) {
+    try {
+        return service.read_item(item.name, "ReadAtomStorageData");
+    } catch (const Failure &failure) {
+        const bool pair = item.chips.size() == 2;
+        throw Failure(failure.what(),
+                      pair ? "Of the pairs, only those with a check flag can be read from their chips; 'asdctl get " +
+                                 item.name + "' shows the copy in memory."
+                           : "");
+    }
+}
+
+int run_read(const Context &context, const ReadOptions &options) {
+    Service service(context);
+    const Snapshot snapshot = service.snapshot();
+    const Item &item = snapshot.item(options.item);
+    if (!options.from_chips && item.online && !item.ready) {
+        throw Failure(item.name +
+                          " is not ready: it was never written, is damaged, or is not loaded on this controller",
+                      "'asdctl read " + item.name + "' reads its chips.");
+    }
+    const Bytes value = options.from_chips ? read_chips(service, item) : service.read_item(item.name, "ReadAsdMemData");
+    if (!options.output.empty()) {
+        save_value(options, value);
+    }
+    if (context.json && options.output != "-") {
+        Json json = {
+            {"item", item.name}, {"source", options.from_chips ? "chips" : "memory"}, {"length", value.size()}};
+        if (options.output.empty()) {
+            json["value"] = to_hex(value);
+            json["text"] = to_text(value);
+        } else {
+            json["file"] = options.output;
+        }
+        print(json);
+    } else if (options.output.empty()) {
+        print_value(context, options, value);
+    } else if (options.output != "-") {
+        print(
+            std::string_view(item.name + ": " + counted(value.size(), "byte") + " saved in " + options.output + "\n"));
+    }
+    return kDone;
+}
+
+void add_read_command(CLI::App &app, Command &chosen, const char *name, const char *what, bool from_chips) {
+    CLI::App *const command = app.add_subcommand(name, what);
+    const auto options = std::make_shared<ReadOptions>();
+    options->from_chips = from_chips;
+    command->add_option("ITEM", options->item, "The item's name")->required();
+    CLI::Option *const raw = command->add_flag("--raw", options->raw, "The bytes themselves");
+    CLI::Option *const text = command->add_flag("--text", options->text, "As text, without what fills the record up");
+    CLI::Option *const hex = command->add_flag("--hex", options->hex, "As one line of hexadecimal");
+    raw->excludes(text)->excludes(hex);
+    text->excludes(hex);
+    command->add_option("-o,--output", options->output, "Save the bytes (or the text, or the line) in a file")
+        ->type_name("FILE");
+    command->callback(
+        [&chosen, options] { chosen = [options](const Context &context) { return run_read(context, *options); }; });
+}
+
+// ---- set ----
+
+struct SetOptions {
+    std::string item;
+    std::string text;
+    std::string hex;
+    std::string file;
+    bool equip = false;
+    bool memory = false;
+    bool truncate = false;
+};
+
+Bytes given_bytes(const SetOptions &options) {
+    Bytes bytes;
+    if (!options.file.empty()) {
+        bytes = read_file(options.file, kItemMax);
+    } else if (!options.hex.empty()) {
+        bytes = parse_hex(options.hex);
+    } else {
+        bytes.assign(options.text.begin(), options.text.end());
+    }
+    if (bytes.empty()) {
+        throw WrongUsage("there is nothing to write",
+                         "An item is blanked with --hex ff: the rest is filled up with 0xFF.");
+    }
+    return bytes;
+}
+
+// All Length bytes, so that what an item holds does not depend on how its method fills it up.
+Bytes image_of(const Item &item, Bytes bytes, bool truncate) {
+    if (bytes.size() > item.length && !truncate) {
+        throw Failure(item.name + " takes " + counted(item.length, "byte") + " and " + std::to_string(bytes.size()) +
+                          " are given",
+                      "--truncate writes the first " + std::to_string(item.length) + ".");
+    }
+    bytes.resize(item.length, 0xFF);
+    return bytes;
+}
+
+// The service answers success for a pair of which one chip was written, and for some parts even when the write failed;
+// their chips tell.
+int report_chips(const Context &context, const Item &item) {
+    std::size_t failed = 0;
+    for (const Chip &chip : item.chips) {
+        if (chip.error_code != 0) {
+            ++failed;
+            std::cerr << painted(context.err, Tone::kCaution, "asdctl: warning: ") << chip.name << ": "
+                      << status_text(chip.error_code) << "\n";
+        }
+    }
+    if (failed == 0 || failed < item.chips.size()) {
+        return kDone;
+    }
+    throw Failure(item.name + ": the service accepted the bytes, but no chip took them");
+}
+
+constexpr const char *kWrite = "WriteAtomStorageData";
+constexpr const char *kEquipWrite = "EqWriteAtomStorageData";
+constexpr const char *kMemoryWrite = "UpdateMemProperty";
+constexpr std::int32_t kNoCheckObject = -1018;
+
+// The method that wrote the item.
+const char *write_image(Service &service, const SetOptions &options, BytesView image) {
+    const char *method = options.memory ? kMemoryWrite : options.equip ? kEquipWrite : kWrite;
+    std::int32_t status = service.write_item(options.item, method, image);
+    if (status == kNoCheckObject && !options.memory && !options.equip) {
+        // A pair without a check flag: its chips have the bytes by now, the memory has not.
+        method = kEquipWrite;
+        status = service.write_item(options.item, method, image);
+    }
+    if (status != 0) {
+        throw Failure("writing " + options.item + ": status " + status_text(status),
+                      "'asdctl show " + options.item + "' shows the state of its chips.");
+    }
+    return method;
+}
+
+std::string set_text(const Item &item, const SetOptions &options, std::size_t given) {
+    const std::size_t written = std::min<std::size_t>(given, item.length);
+    std::string text = item.name + ": " + counted(written, "byte") + " written to " +
+                       (options.memory           ? "memory; the chips keep theirs"
+                        : item.chips.size() == 2 ? "both chips"
+                                                 : "the chip");
+    if (given < item.length) {
+        text += "; the remaining " + std::to_string(item.length - given) + " are 0xFF";
+    }
+    if (given > item.length) {
+        text += "; " + std::to_string(given - item.length) + " cut off";
+    }
+    return text + "\n";
+}
+
+int run_set(const Context &context, const SetOptions &options) {
+    const Bytes bytes = given_bytes(options);
+    Service service(context);
+    Snapshot snapshot = service.snapshot();
+    const Bytes image = image_of(snapshot.item(options.item), bytes, options.truncate);
+    const char *const method = write_image(service, options, image);
+    snapshot = service.snapshot(); // the chips after the write
+    const Item &item = snapshot.item(options.item);
+    const int result = options.memory ? kDone : report_chips(context, item);
+    if (!context.json) {
+        print(std::string_view(set_text(item, options, bytes.size())));
+        return result;
+    }
+    Json chips = Json::array();
+    for (const Chip &chip : item.chips) {
+        chips.push_back({{"name", chip.name}, {"health", chip.health}, {"error_code", chip.error_code}});
+    }
+    const std::size_t written = std::min<std::size_t>(bytes.size(), item.length);
+    print(Json{{"item", item.name},
+               {"method", method},
+               {"written", written},
+               {"filled", item.length - written},
+               {"cut", bytes.size() - written},
+               {"chips", chips}});
+    return result;
+}
+
+void add_set_command(CLI::App &app, Command &chosen) {
+    CLI::App *const set = app.add_subcommand("set", "Write an item to its chips");
+    const auto options = std::make_shared<SetOptions>();
+    set->add_option("ITEM", options->item, "The item's name")->required();
+    auto *const what = set->add_option_group("Value", "What to write; the rest of the item is filled up with 0xFF");
+    what->add_option("--text", options->text, "This text")->type_name("TEXT");
+    what->add_option("--hex", options->hex, "These bytes in hexadecimal")->type_name("HEX");
+    what->add_option("--file", options->file, "This file's bytes; - for standard input")->type_name("FILE");
+    what->require_option(1);
+    CLI::Option *const equip =
+        set->add_flag("--equip", options->equip, "Write both chips of a pair alike, without the check flag");
+    set->add_flag("--memory", options->memory, "Change the copy in memory alone")->excludes(equip);
+    set->add_flag("--truncate", options->truncate, "Cut off what is longer than the item");
+    set->callback(
+        [&chosen, options] { chosen = [options](const Context &context) { return run_set(context, *options); }; });
+}
+
+// ---- clear, errcode ----
+
+int run_clear(const Context &context, const std::string &name) {
+    Service service(context);
+    const Snapshot snapshot = service.snapshot();
+    const Item &item = snapshot.item(name);
+    service.clear_item(item.name);
+    if (context.json) {
+        print(Json{{"item", item.name}, {"cleared", true}});
+        return kDone;
+    }
+    const std::string chip = item.chips.empty() ? "its chip" : item.chips.front().name;
+    print(std::string_view(item.name + ": zeros in memory, health and error code of " + chip +
+                           " reset; the chips keep their bytes\n"));
+    return kDone;
+}
+
+int run_errcode(const Context &context, const std::string &name, std::int32_t code) {
+    Service service(context);
+    const Snapshot snapshot = service.snapshot();
+    const Chip &chip = snapshot.chip(name);
+    service.set_error_code(chip.name, code);
+    if (context.json) {
+        print(Json{{"chip", chip.name}, {"error_code", code}, {"before", chip.error_code}});
+        return kDone;
+    }
+    print(std::string_view(chip.name + ": error code " + std::to_string(code) + " (was " +
+                           std::to_string(chip.error_code) + ")\n"));
+    return kDone;
+}
+
+} // namespace
+
+void add_item_commands(CLI::App &app, Command &chosen) {
+    add_read_command(app, chosen, "get", "An item's value in memory", false);
+    add_read_command(app, chosen, "read", "An item's value on its chips", true);
+    add_set_command(app, chosen);
+
+    CLI::App *const clear = app.add_subcommand("clear", "Zero an item's value in memory; the chips keep theirs");
+    const auto item = std::make_shared<std::string>();
+    clear->add_option("ITEM", *item, "The item's name")->required();
+    clear->callback([&chosen, item] { chosen = [item](const Context &context) { return run_clear(context, *item); }; });
+
+    CLI::App *const errcode = app.add_subcommand("errcode", "Set a chip's error code");
+    const auto chip = std::make_shared<std::string>();
+    const auto code = std::make_shared<std::int32_t>(0);
+    errcode->add_option("CHIP", *chip, "The chip's name")->required();
+    errcode->add_option("CODE", *code, "The error code; 0: none")->required()->type_name("NUMBER");
+    errcode->callback([&chosen, chip, code] {
+        chosen = [chip, code](const Context &context) { return run_errcode(context, *chip, *code); };
+    });
+}
+
+} // namespace asdctl

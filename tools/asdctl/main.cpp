@@ -1,0 +1,119 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+// asdctl, the operator's command line of a running asd.
+
+#include "commands.h"
+#include "failure.h"
+
+#include <csignal>
+#include <iostream>
+
+#include <unistd.h>
+
+namespace asdctl {
+
+namespace {
+
+constexpr const char *kExamples = R"(Examples:
+  asdctl status
+  asdctl list --not-ready
+  asdctl set ASD14 --text ACME
+  asdctl get ASD14 --text
+  asdctl ipmi 32 16 00 00 80 00 14
+  asdctl ekey put frameboard key.bin
+
+Options may stand before or behind the command. Exit status: 0 done, 1 refused or failed, 2 wrong usage.)";
+
+// The options of every command, as given.
+struct Given {
+    std::string run_dir = default_run_dir().string();
+    unsigned slot = 0;
+    std::string bus = "private";
+    bool json = false;
+    bool no_colour = false;
+};
+
+void add_options(CLI::App &app, Given &given) {
+    app.add_option("--run-dir", given.run_dir, "The enclosure's run folder (" + given.run_dir + ")")->type_name("DIR");
+    app.add_option("--slot", given.slot, "The controller's slot (the only one with sockets, else 0)")
+        ->type_name("0..3")
+        ->check(CLI::Validator(CLI::Range(0, 3)).description(""));
+    app.add_option("--bus", given.bus, "Where the service is on D-Bus: private, session or system (private)")
+        ->type_name("BUS")
+        ->check(CLI::Validator(CLI::IsMember({"private", "session", "system"})).description(""));
+    app.add_flag("--json", given.json, "Print JSON");
+    app.add_flag("--no-colour,--no-color", given.no_colour, "Print without colours, also on a terminal");
+    app.set_version_flag("--version", "asdctl " ASD_VERSION, "Print the version and end");
+    app.set_help_flag("--help,-h", "Print this help and end");
+}
+
+Context context_of(const CLI::App &app, const Given &given) {
+    Context context;
+    context.run_dir = std::filesystem::absolute(given.run_dir).lexically_normal();
+    context.slot = app.count("--slot") > 0 ? given.slot : default_slot(context.run_dir);
+    context.bus = given.bus == "session" ? Bus::kSession : given.bus == "system" ? Bus::kSystem : Bus::kPrivate;
+    context.json = given.json;
+    context.out = screen_of(STDOUT_FILENO, given.no_colour);
+    context.err = screen_of(STDERR_FILENO, given.no_colour);
+    return context;
+}
+
+int report(const Failure &failure, const Screen &screen) {
+    std::cerr << painted(screen, Tone::kBad, "asdctl: ") << failure.what() << "\n";
+    if (!failure.advice().empty()) {
+        std::cerr << failure.advice() << "\n";
+    }
+    return failure.status();
+}
+
+// The command that the arguments name, in their help's words; none for a mistake.
+std::string help_of(const CLI::App &app) {
+    std::string name = "asdctl";
+    const CLI::App *deepest = &app;
+    while (!deepest->get_subcommands().empty()) {
+        deepest = deepest->get_subcommands().front();
+        name += " " + deepest->get_name();
+    }
+    return name + " --help";
+}
+
+int run(int argc, char **argv) {
+    CLI::App app("Shows and changes what a running asd keeps.", "asdctl");
+    Given given;
+    Command chosen;
+    app.fallthrough();
+    app.require_subcommand(1);
+    app.get_formatter()->label("TEXT", ""); // a value's name says what it is
+    app.get_formatter()->label("REQUIRED", "");
+    add_options(app, given);
+    add_look_commands(app, chosen);
+    add_item_commands(app, chosen);
+    add_ipmi_commands(app, chosen);
+    add_board_commands(app, chosen);
+    app.footer(kExamples); // now, so that the commands do not repeat them
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &asked) {
+        return app.exit(asked, std::cout, std::cerr); // prints the help or the version
+    } catch (const CLI::ParseError &mistake) {
+        return report(WrongUsage(mistake.what(), "Try '" + help_of(app) + "'."),
+                      screen_of(STDERR_FILENO, given.no_colour));
+    }
+    const Screen err = screen_of(STDERR_FILENO, given.no_colour);
+    try {
+        return chosen(context_of(app, given));
+    } catch (const Failure &failure) {
+        return report(failure, err);
+    } catch (const std::exception &error) { // out of memory, or our own mistake
+        return report(Failure(error.what()), err);
+    }
+}
+
+} // namespace
+
+} // namespace asdctl
+
+int main(int argc, char **argv) {
+    (void)std::signal(SIGPIPE, SIG_IGN); // a reader that has left shows where it is written to
+    return asdctl::run(argc, argv);
+}

@@ -1,0 +1,106 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The running service on D-Bus: what it shows of itself, and its methods.
+
+#include "bytes.h"
+#include "context.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gio/gio.h>
+
+namespace asdctl {
+
+struct Chip {
+    std::string name;
+    std::string part;
+    std::uint32_t offset = 0;
+    std::uint32_t retry_number = 0;
+    std::uint8_t health = 0;
+    std::int32_t error_code = 0;
+    std::uint8_t stg_wp = 0;
+    std::uint8_t stg_is_wp = 0;
+    std::uint64_t page_cycles = 0;
+
+    [[nodiscard]] bool sound() const { return health == 0 && error_code == 0; }
+};
+
+struct Item {
+    std::string name;
+    std::uint8_t num = 0;
+    std::uint32_t length = 0;
+    bool online = false;
+    bool ready = false;
+    bool need_sync = false;
+    std::vector<Chip> chips; // one, or two of a mirrored item
+    Bytes value;             // the copy in memory
+};
+
+struct Board {
+    std::string role;
+    std::uint32_t backplane_eeproms = 0;
+    std::vector<std::string> kinds; // the board facts that are true
+    std::map<std::uint32_t, std::uint32_t> write_protect_lines;
+    std::map<std::string, std::int32_t> faults;
+    std::uint8_t equipment_mode = 0;
+    std::uint8_t cpld_upgrading = 0;
+    std::int32_t power_standby = 0;
+};
+
+struct Snapshot {
+    std::string version;
+    std::string enclosure;
+    std::uint8_t slot = 0;
+    std::uint32_t time_scale = 1;
+    std::uint64_t uptime_s = 0;
+    std::vector<std::string> tasks;
+    std::vector<Item> items; // by number
+    std::vector<Chip> chips; // by name
+    Board board;
+
+    [[nodiscard]] const Item &item(const std::string &name) const; // throws Failure when there is none
+    [[nodiscard]] const Chip &chip(const std::string &name) const; // throws Failure when there is none
+};
+
+// Every operation throws Failure when the service refuses it or does not answer within 30 seconds.
+class Service {
+public:
+    explicit Service(const Context &context);
+
+    [[nodiscard]] Snapshot snapshot();
+
+    [[nodiscard]] std::int32_t write_item(const std::string &item, const char *method, BytesView data); // its status
+    [[nodiscard]] Bytes read_item(const std::string &item, const char *method);
+    void clear_item(const std::string &item);
+    void set_error_code(const std::string &chip, std::int32_t code);
+
+    void set_board(const char *property, GVariant *value); // takes a floating value
+    void set_cpld_bit(std::uint32_t reg, std::uint32_t bit, std::uint8_t value);
+    void set_fault(const std::string &operation, std::int32_t status);
+
+private:
+    struct Unref {
+        void operator()(GDBusConnection *connection) const { g_object_unref(connection); }
+        void operator()(GVariant *value) const { g_variant_unref(value); }
+    };
+    using Variant = std::unique_ptr<GVariant, Unref>;
+
+    void connect_private(const Context &context);
+    void connect_shared(Bus bus);
+    // doing completes "... failed"; arguments may be floating.
+    [[nodiscard]] Variant call(const std::string &doing, const std::string &path, const char *interface,
+                               const char *method, GVariant *arguments, const char *reply_type);
+
+    std::unique_ptr<GDBusConnection, Unref> connection_;
+    std::string destination_; // empty: the private socket
+    std::string where_;       // for what the operator is told
+    std::string advice_;      // when nothing answers
+};
+
+} // namespace asdctl
