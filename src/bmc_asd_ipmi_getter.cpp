@@ -335,18 +335,12 @@ static constexpr guint32 kEkeyFrames = 5;
 static constexpr guint32 kEkeyLastReadFrame = kEkeySize - ((kEkeyFrames - 1) * kReadFrameSize);
 static_assert(kEkeyLastReadFrame == 112);
 
-// Copies the frame numbers of a request.
-static asd_ipmi_frame_number ekey_frame_head(const guint8 *request) {
-    FrameHead head{};
-    if (const gint32 ret = memset_s(head.data(), head.size(), 0, head.size()); ret != 0) {
-        ASD_LOG_ERROR("Error: init asd ipmi frame failed, result = %d.", ret);
-    }
+// Copies the frame numbers of a request into a head that is cleared.
+static asd_ipmi_frame_number ekey_frame_head(const guint8 *request, FrameHead head = {}) {
     if (const gint32 ret = memcpy_s(head.data(), head.size(), request + kHeadSize, kFrameHeadSize); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ipmi frame header failed, result = %d.", ret);
     }
-    const asd_ipmi_frame_number number = frame_number(head);
-    ASD_LOG_DEBUG("total number %u, current number %u", number.total_number, number.current_number);
-    return number;
+    return frame_number(head);
 }
 
 static void frame_prefill(Response<kReadFrameSize> *response) {
@@ -375,12 +369,17 @@ gint32 ipmi_cmd_get_ekey(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
     }
     const gchar *item_name = row_item(user_data);
     ASD_LOG_DEBUG("user data is %s", item_name);
+    FrameHead head{};
+    if (const gint32 ret = memset_s(head.data(), head.size(), 0, head.size()); ret != 0) {
+        ASD_LOG_ERROR("Error: init asd ipmi frame failed, result = %d.", ret);
+    }
     const guint8 *request = get_ipmi_src_data(req_msg);
     if (request == nullptr) {
         ASD_LOG_ERROR("get ipmi src data failed!");
         return answer_code(req_msg, kInvalidField);
     }
-    const asd_ipmi_frame_number number = ekey_frame_head(request);
+    const asd_ipmi_frame_number number = ekey_frame_head(request, head);
+    ASD_LOG_DEBUG("total number %u, current number %u", number.total_number, number.current_number);
     Response<kReadFrameSize> response;
     frame_prefill(&response);
     const WorkBuffer key = WorkBuffer::allocate(kEkeySize);

@@ -62,6 +62,7 @@ bool BusClients::add(ConnectionPtr connection, Kind kind, std::string *mistake) 
     Client client;
     client.connection = std::move(connection);
     client.kind = kind;
+    client.has_called = kind == Kind::kBus;
     client.name = ":1." + std::to_string(++last_name_);
     clients_.emplace(raw, std::move(client));
     return true;
@@ -181,11 +182,14 @@ const GDBusInterfaceVTable *BusClients::on_dispatch(GDBusConnection * /*connecti
 
 // ---- Calls ----
 
-void BusClients::on_call(GDBusConnection * /*connection*/, const gchar * /*sender*/, const gchar *path,
+void BusClients::on_call(GDBusConnection *connection, const gchar * /*sender*/, const gchar *path,
                          const gchar *interface, const gchar *method, GVariant *parameters,
                          GDBusMethodInvocation *invocation, gpointer self) {
     auto *clients = static_cast<BusClients *>(self);
     InvocationPtr held(invocation);
+    if (const auto client = clients->clients_.find(connection); client != clients->clients_.end()) {
+        client->second.has_called = true;
+    }
     const std::optional<OBJ_HANDLE> object = clients->objects_.at(path);
     if (!object) {
         answer_error(std::move(held), kErrorNoObject, std::string("there is no object ") + path);
@@ -239,6 +243,9 @@ void BusClients::properties_call(OBJ_HANDLE object, std::string_view method, GVa
 
 void BusClients::changed(OBJ_HANDLE object, const PropertyNames &properties) {
     for (auto &[connection, client] : clients_) {
+        if (!client.has_called) {
+            continue;
+        }
         client.changes[object].insert(properties.begin(), properties.end());
         if (client.unread == nullptr) {
             send_changes(client);

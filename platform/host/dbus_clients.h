@@ -36,8 +36,9 @@ public:
     [[nodiscard]] bool add(ConnectionPtr connection, Kind kind, std::string *mistake);
     [[nodiscard]] std::size_t count() const { return clients_.size(); }
 
-    // Tells every connection the properties' present values. What changes while a client does not read is put
-    // together: nobody's memory fills up, and the client sees the last values.
+    // Tells every connection the properties' present values; a client of the private socket from its first call on,
+    // because those that take it for a bus end when anything comes before the answer to Hello. What changes while a
+    // client does not read is put together: nobody's memory fills up, and the client sees the last values.
     void changed(OBJ_HANDLE object, const PropertyNames &properties);
 
     // Sends what is on its way and closes; done is called when no connection is left.
@@ -49,7 +50,8 @@ private:
     struct Client {
         ConnectionPtr connection;
         Kind kind = Kind::kClient;
-        std::string name;        // its unique name on the private socket
+        std::string name; // its unique name on the private socket
+        bool has_called = false;
         bool said_hello = false; // it takes the private socket for a bus
         SourcePtr unread;        // while changes are on their way: when that has taken too long
         std::map<OBJ_HANDLE, PropertyNames> changes;

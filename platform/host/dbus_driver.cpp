@@ -110,6 +110,7 @@ void BusClients::driver_call(std::string_view method, GVariant *parameters, Invo
     if (g_variant_n_children(parameters) > 0) {
         g_variant_get_child(parameters, 0, "&s", &name);
     }
+    found->second.has_called = true; // the answer goes out before the next change
     GVariant *values = driver_answer(found->second, method, name);
     if (values == nullptr) {
         answer_error(std::move(invocation), kErrorNoName, std::string("nobody has the name ") + name);

@@ -96,20 +96,21 @@ struct Doors {
     std::unique_ptr<DbusService> bus;
 };
 
-// False: *mistake says why, and what was opened is closed.
+// The IPMI socket comes last: who has waited for it finds the others too. False: *mistake says why, and what was opened
+// is closed.
 bool open_doors(Host &platform, Doors *doors, std::string *mistake) {
     const std::filesystem::path folder = platform.options.slot_run_dir();
     Doors opened;
-    opened.ipmi = open_dummy_door(folder / "ipmi.sock", ipmi_registry(), platform.enclosure.ipmi_privilege, mistake);
-    if (opened.ipmi == nullptr) {
+    opened.bus = DbusService::open(platform, module_registry(), mistake);
+    if (opened.bus == nullptr) {
         return false;
     }
     opened.link = open_peer_link(folder / "link.sock", ipmi_registry(), mistake);
     if (opened.link == nullptr) {
         return false;
     }
-    opened.bus = DbusService::open(platform, module_registry(), mistake);
-    if (opened.bus == nullptr) {
+    opened.ipmi = open_dummy_door(folder / "ipmi.sock", ipmi_registry(), platform.enclosure.ipmi_privilege, mistake);
+    if (opened.ipmi == nullptr) {
         return false;
     }
     *doors = std::move(opened);

@@ -338,7 +338,7 @@ gint32 BMC_FlashReadCfgPara(UINT32 parameter, UINT32 len, UINT8 *buffer) {
 }
 
 gint32 BMC_FlashWriteCfgPara(UINT32 parameter, UINT32 len, const UINT8 *buffer) {
-    Call call("BMC_FlashWriteCfgPara", std::to_string(parameter), len);
+    Call call("BMC_FlashWriteCfgPara", std::to_string(parameter), len, *buffer);
     return keep(call, [=](Board &board) { board.flash[parameter] = Bytes(buffer, buffer + len); });
 }
 

@@ -17,26 +17,27 @@ constexpr gint32 kFault = 7;
 
 // ---- Lookups -------------------------------------------------------------------------------------------------------
 
-TEST_F(ObjectModelTest, UnreadableOnlineCountsAsAbsent) {
+TEST_F(ObjectModelTest, UnreadableProperties) {
     const OBJ_HANDLE item = fake::add_item("ASD14", {.online = 5});
-    EXPECT_EQ(asd_obj_is_online(item), 5);
-    fake::inject({.operation = "dfl_get_property_value", .subject = "ASD14.Online", .status = kFault});
-    EXPECT_EQ(asd_obj_is_online(item), 0);
-    EXPECT_EQ(fake::logs(2), (Texts{"0 Get PROPERTY_ASD_ONLINE property failed! result: 7."}));
-}
-
-TEST_F(ObjectModelTest, ChipCountIsStoredOnlyWhenItCanBeRead) {
-    const OBJ_HANDLE item = fake::add_item("ASD14", {.chips = {"ASDDev14a", "ASDDev14b"}});
-    guint32 count = 99;
+    const OBJ_HANDLE chip = fake::add_chip("ASDDev14a");
+    guint32 number = 99;
     EXPECT_EQ(asd_get_eeprom_count(item, nullptr), -1);
     EXPECT_EQ(fake::journal(), Texts{});
-    EXPECT_EQ(asd_get_eeprom_count(item, &count), 0);
-    EXPECT_EQ(count, 2U);
-    count = 99;
-    fake::inject({.operation = "dfl_get_property_value", .subject = "ASD14.DevCount", .status = kFault});
-    EXPECT_EQ(asd_get_eeprom_count(item, &count), -1);
-    EXPECT_EQ(count, 99U);
-    EXPECT_EQ(fake::logs(2), (Texts{"0 Get PROPERTY_ASD_DEVCOUNT property failed! result: 7."}));
+    EXPECT_EQ(asd_get_length(item, nullptr), -1);
+    EXPECT_EQ(asd_obj_is_online(item), 5);
+    fault("dfl_get_property_value")();
+    fault("dfl_set_property_value")();
+    EXPECT_EQ(asd_obj_is_online(item), 0); // counts as absent
+    EXPECT_EQ(asd_get_eeprom_count(item, &number), -1);
+    EXPECT_EQ(asd_get_length(item, &number), kFault);
+    EXPECT_EQ(number, 99U);
+    EXPECT_EQ(asd_update_dev_health(chip, 3), kFault);
+    EXPECT_EQ(asd_update_dev_errcode(chip, -5), kFault);
+    EXPECT_EQ(fake::logs(2), (Texts{"0 Input parameter error.", "0 Get PROPERTY_ASD_ONLINE property failed! result: 7.",
+                                    "0 Get PROPERTY_ASD_DEVCOUNT property failed! result: 7.",
+                                    "0 Get PROPERTY_ASD_LENGTH failed! result: 7.",
+                                    "0 ASDDev14a Set PROPERTY_ASD_DEV_HEALTH failed! result: 7.",
+                                    "0 ASDDev14a Set PROPERTY_ASD_DEV_ERRORCODE failed! result: 7."}));
 }
 
 TEST_F(ObjectModelTest, EachPairedItemHasItsCheckObject) {
@@ -182,17 +183,14 @@ TEST_F(ObjectModelTest, MirrorRead) {
         Texts logs;
     };
     const Bytes untouched(8, 0xEE);
-    const auto fault = [](const char *operation, const char *subject) {
-        return [=] { fake::inject({.operation = operation, .subject = subject, .status = kFault}); };
-    };
     // clang-format off
     const std::vector<Row> rows = {
         {"whole", [] {}, 8, 0, 8, pattern(8), {}},
         {"short buffer", [] {}, 3, 0, 8, {77, 78, 79, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE}, {}},
-        {"short Value", [] { fake::set_property("ASD14", "Value", g_variant_new_bytestring("")); }, 8, 0, 1, {0, 0xEE,
+        {"short Value", value_set("ASD14", {0}), 8, 0, 1, {0, 0xEE,
          0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE}, {}},
         {"unknown item", fault("dfl_get_object_handle", "ASD14"), 8, -1017, kUntouched, untouched, {}},
-        {"offline", [] { fake::set_property("ASD14", "Online", g_variant_new_byte(0)); }, 8, 0, kUntouched, Bytes(8, 0),
+        {"offline", byte_set("ASD14", "Online", 0), 8, 0, kUntouched, Bytes(8, 0),
          {"M1 bmc_asd_update_property.cpp: ASD14 not online!"}},
         {"Value unreadable", fault("dfl_get_property_value", "ASD14.Value"), 8, kFault, kUntouched, untouched,
          {"0 Get ASD14 value failed! ret: 7."}},
@@ -225,29 +223,6 @@ TEST_F(ObjectModelTest, MirrorRead) {
     EXPECT_EQ(asd_get_value("ASD14", 8, data.data(), nullptr), -1);
     EXPECT_EQ(fake::logs(2), Texts(3, "0 Input parameter error."));
     EXPECT_EQ(fake::journal(), Texts{});
-}
-
-TEST_F(ObjectModelTest, LengthHealthAndErrorCodePassStatusesThrough) {
-    const OBJ_HANDLE item = fake::add_item("ASD14", {.length = 300});
-    const OBJ_HANDLE chip = fake::add_chip("ASDDev14a");
-    guint32 length = 0;
-    EXPECT_EQ(asd_get_length(item, &length), 0);
-    EXPECT_EQ(length, 300U);
-    EXPECT_EQ(asd_update_dev_health(chip, 3), 0);
-    EXPECT_EQ(asd_update_dev_errcode(chip, -5), 0);
-    EXPECT_EQ(fake::number("ASDDev14a", "Health"), 3);
-    EXPECT_EQ(fake::number("ASDDev14a", "ErrorCode"), -5);
-    EXPECT_EQ(fake::logs(2), Texts{});
-    fake::inject({.status = kFault, .count = 0});
-    EXPECT_EQ(asd_get_length(item, nullptr), -1);
-    EXPECT_EQ(asd_get_length(item, &length), kFault);
-    fake::lift_faults();
-    fake::inject({.operation = "dfl_set_property_value", .status = kFault, .count = 0});
-    EXPECT_EQ(asd_update_dev_health(chip, 3), kFault);
-    EXPECT_EQ(asd_update_dev_errcode(chip, -5), kFault);
-    EXPECT_EQ(fake::logs(2), (Texts{"0 Input parameter error.", "0 Get PROPERTY_ASD_LENGTH failed! result: 7.",
-                                    "0 ASDDev14a Set PROPERTY_ASD_DEV_HEALTH failed! result: 7.",
-                                    "0 ASDDev14a Set PROPERTY_ASD_DEV_ERRORCODE failed! result: 7."}));
 }
 
 TEST_F(ObjectModelTest, FiveChipsAreSparedUnlessTheStatusSaysOtherwise) {

@@ -133,8 +133,6 @@ TEST_F(RecordTest, Read) {
         return [=] { fake::set_property(chip, "RetryNumber", g_variant_new_uint32(0)); };
     };
     // clang-format off
-    // clang-format off
-    // clang-format off
     run_reads({
         {"good", "ASDDev21a", kGood, kNoFault, 0, 1, kData, 0, {}},
         {"good", "ASDDev10a", kGood, kNoFault, 0, 1, kData, 0, {}},
@@ -163,8 +161,6 @@ TEST_F(RecordTest, Read) {
          {"1 Read backBoard(ASDDev99) eeprom ok but crc check failed(CrcRet=65535, CrcReal=0)"}},
     }, asd_eeprom_read);
     // clang-format on
-    // clang-format on
-    // clang-format on
 
     fresh_world();
     const OBJ_HANDLE chip = fake::add_chip("ASDDev99");
@@ -179,8 +175,6 @@ TEST_F(RecordTest, Read) {
 TEST_F(RecordTest, CheckRead) {
     const std::string gave_up = " eeprom OK but CRC check failed.CrcRet[59726], CrcReal[59727]!";
     // clang-format off
-    // clang-format off
-    // clang-format off
     run_reads({
         {"good", "ASDDev21a", kGood, kNoFault, 0, 1, kData, 0, {}},
         {"bad checksum", "ASDDev21a", kBad, kNoFault, -1019, 3, kData, 0, {"0 Read BackBoard [ASDDev21a]" + gave_up}},
@@ -192,8 +186,6 @@ TEST_F(RecordTest, CheckRead) {
         {"dead bus", "ASDDevPowerThresholda", kGood, [] { fail_read(1, 5, 0); }, 5, 3, kUntouched, 5, {}},
         {"bad checksum, then dead bus", "ASDDev21a", kBad, [] { fail_read(2, 4, 0); }, 4, 4, kUntouched, 4, {}},
     }, asd_eeprom_check_read);
-    // clang-format on
-    // clang-format on
     // clang-format on
 }
 
@@ -292,8 +284,8 @@ TEST_F(RecordTest, Write) {
          5, .count = 0}); }, 5, 3, 3, kGood, {}},
         {"torn, then written", [] { fake::inject({.operation = "dfl_block_write", .kind = FaultKind::kTornPage, .status
          = 5, .at = 2}); }, 0, 2, 2, kGood, {}},
-        {"line stuck low: acknowledged, not stored", fault("gpio_write", 4, 0), 0, 1, 1, kBlank,
-         {"0 Gpio init or write failed! ret: 4.", "0 Gpio init or write failed! ret: 4."}},
+        {"line stuck low", fault("gpio_write", 4, 0), fake::kRefused, 3, 3, kBlank,
+         Texts(6, "0 Gpio init or write failed! ret: 4.")},
         {"record cannot be copied", fault("memcpy_s", 9, 1), 0, 1, 1, {0, 0, 0, 0, 0x4E, 0xE9},
          {"0 Error: copy asd check data failed, result = 9."}},
     };

@@ -7,9 +7,6 @@
 #include "bmc_asd_ipmi_getter.h"
 #include "module_test.h"
 
-#include <array>
-#include <optional>
-
 namespace {
 
 using RecordsIpmiTest = ModuleTest;
@@ -60,79 +57,71 @@ struct Record {
     guint32 size;
     bool identity; // else configuration: served by the master alone
     IPMI_CMD_FUNC get;
-    const char *get_null;    // logged for a null message; null: not tested there
-    const char *get_missing; // ... without request data
-    bool names_user_data;    // "user data is" on entry
-    const char *get_success; // debug text before a successful answer of the master
-    const char *slave_fill;  // ... when the slave's buffer cannot be cleared
-    IPMI_CMD_FUNC set;
-    Texts begin; // of a write of pattern bytes
-    std::optional<Texts> success;
-    const char *set_missing;
-    const char *set_lookup; // status -3001
-    const char *set_failed; // status 5
+    std::string get_success; // debug text before a successful answer of the master; empty: none
+    const char *buffer;      // as the text of a slave's buffer that cannot be cleared names it
+    IPMI_CMD_FUNC set;       // null: tested elsewhere
+    Texts begin;             // of a write of pattern bytes
+    Texts success;
+    std::string suffix; // of the failures' texts
+    std::string get_missing = "get ipmi src data failed!";
+    bool names_user_data = true; // "user data is" on entry
+    std::string set_missing = "get ipmi src data failed!" + suffix;
+    std::string set_lookup = "Call dfl_get_object_handle failed! result: -3001." + suffix;
+    std::string set_failed = "Call asd_write_equip failed! result: 5." + suffix;
     guint8 failed_code = 0xCE;
 };
 
-// clang-format off
-const std::vector<Record> kRecords = {
-    {"ASD10", 6, true, ipmi_cmd_get_mac, nullptr, "get ipmi src data failed!", true, nullptr, nullptr,
-     ipmi_cmd_set_mac, {"1 Begin to set MAC."},
-     Texts{"M1 bmc_asd_ipmi_setter.cpp: Set MAC(4d:4e:4f:50:51:52) success."},
-     "get ipmi src data failed! Set MAC fail.", "Call dfl_get_object_handle failed! result: -3001. Set MAC fail.",
-     "Call asd_write_equip failed! result: 5. Set MAC fail."},
-    {"ASD11", 20, true, ipmi_cmd_get_sn, nullptr, "get ipmi src data failed!", true, nullptr, nullptr,
-     ipmi_cmd_set_sn, {"1 Begin to set SN."}, Texts{"1 Set SN success."},
-     "get ipmi src data failed! Set SN fail.", "Call dfl_get_object_handle failed! result: -3001. Set SN fail.",
-     "Call asd_write_equip failed! result: 5. Set SN fail."},
-    {"ASD14", 32, true, ipmi_cmd_get_brand, "Get brand: input parameter is null.", "get ipmi src data failed!", true,
-     "Leave user data is ASD14", nullptr,
-     ipmi_cmd_set_brand, {"1 Begin to set Brand."}, Texts{"1 Set Brand success."},
-     "get ipmi src data failed! Set Brand fail.", "Call dfl_get_object_handle failed! result: -3001. Set Brand fail.",
-     "Call asd_write_equip failed! result: 5. Set Brand fail."},
-    {"ASD15", 32, true, ipmi_cmd_get_vendor, "Get vendor: input parameter is null.", "get ipmi src data failed!", true,
-     "Leave user data is ASD15", nullptr,
-     ipmi_cmd_set_vendor, {"1 Begin to set Vendor."}, Texts{"1 Set Vendor success."},
-     "get ipmi src data failed! Set Vendor fail.", "Call dfl_get_object_handle failed! result: -3001. Set Vendor fail.",
-     "Call asd_write_equip failed! result: 5. Set Vendor fail."},
-    {"ASD13", 16, true, ipmi_cmd_get_model, nullptr, "get ipmi src data failed!", true,
-     "Leave user data is ASD13", nullptr,
-     ipmi_cmd_set_model, {"1 Begin to set Model."}, Texts{"1 Set Model success."},
-     "get ipmi src data failed! Set Model fail.", "Call dfl_get_object_handle failed! result: -3001. Set Model fail.",
-     "Call asd_write_equip failed! result: 5. Set Model fail."},
-    {"ASD20", 16, true, ipmi_cmd_get_oem_model, nullptr, "get ipmi src data failed!", true,
-     "Leave user data is ASD20", nullptr,
-     ipmi_cmd_set_oem_model, {"1 Begin to set OEM Model."}, Texts{"1 Set OEM Model success."},
-     "get ipmi src data failed! Set OEM Model fail.",
-     "Call dfl_get_object_handle failed! result: -3001. Set OEM Model fail.",
-     "Call asd_write_equip failed! result: 5. Set OEM Model fail."},
-    {"ASD_OVERSEAS", 16, true, ipmi_cmd_get_overseas, "Get overseas flag, input parameter pointer is null.",
-     "Get overseas flag, get ipmi src data failed!", false, "Get overseas flag is ASD_OVERSEAS", nullptr,
-     ipmi_cmd_set_overseas, {}, Texts{"1 Set overseas flag=MNOPQRSTUVWXYZ[\\ succeed"},
-     "Set overseas flag, get ipmi src data failed", "Set overseas flag get handle failed(ret=-3001)",
-     "Set overseas flag write eeprom failed(ret=5).", 0xFF},
-    {"ASD26", 16, false, ipmi_cmd_get_spec, nullptr, "get ipmi src data failed!", true,
-     "Leave user data is ASD26", "Error: init asd ipmi spec failed, result = 9.",
-     ipmi_cmd_set_spec, {"1 Begin to set spec."}, Texts{"1 Set spec success."},
-     "get ipmi src data failed!", "Call dfl_get_object_handle failed! result: -3001.",
-     "Call asd_write_equip failed! result: 5."},
-    {"ASD27", 32, false, ipmi_cmd_get_frameinfo, nullptr, "get ipmi src data failed!", true,
-     "Leave user data is ASD27", "Error: init asd ipmi frame failed, result = 9.",
-     ipmi_cmd_set_frameinfo, {"1 Begin to set FrameInfo."}, Texts{"1 Set FrameInfo success."},
-     "get ipmi src data failed!", "Call dfl_get_object_handle failed! result: -3001.",
-     "Call asd_write_equip failed! result: 5."},
-    {"ASD21", 8, false, ipmi_cmd_get_logo, nullptr, "get ipmi src data failed!", true,
-     nullptr, "Error: init asd ipmi logo failed, result = 9.",
-     ipmi_cmd_set_logo, {"1 Begin to set Logo."}, Texts{"1 Set Logo success."},
-     "get ipmi src data failed! Set Logo fail.", "Call dfl_get_object_handle failed! result: -3001. Set Logo fail.",
-     "Call asd_write_equip failed! result: 5. Set Logo fail."},
-    {"ASD_PowerConfig", 128, false, ipmi_cmd_get_powerconfig, nullptr, "data pointer is null!", true,
-     "Leave user data is ASD_PowerConfig", "Error: init asd ipmi config failed, result = 9.",
-     ipmi_cmd_set_powerconfig, {}, std::nullopt, // logs its payload: a test of its own
-     "data pointer is null!", "Call dfl_get_object_handle failed! result: -3001.",
-     "Call asd_write_equip failed! result: 5."},
-};
-// clang-format on
+// Most texts follow from the record's name.
+Record named(const char *name, const char *item, guint32 size, IPMI_CMD_FUNC get, bool leaves, IPMI_CMD_FUNC set,
+             const char *buffer = nullptr, bool suffixed = true) {
+    const std::string text = name;
+    return {.item = item,
+            .size = size,
+            .identity = buffer == nullptr,
+            .get = get,
+            .get_success = leaves ? "Leave user data is " + std::string(item) : "",
+            .buffer = buffer,
+            .set = set,
+            .begin = {"1 Begin to set " + text + "."},
+            .success = {"1 Set " + text + " success."},
+            .suffix = suffixed ? " Set " + text + " fail." : ""};
+}
+
+std::vector<Record> all_records() {
+    // clang-format off
+    std::vector<Record> records = {
+        named("MAC",       "ASD10", 6,  ipmi_cmd_get_mac,       false, ipmi_cmd_set_mac),
+        named("SN",        "ASD11", 20, ipmi_cmd_get_sn,        false, ipmi_cmd_set_sn),
+        named("Brand",     "ASD14", 32, ipmi_cmd_get_brand,     true,  ipmi_cmd_set_brand),
+        named("Vendor",    "ASD15", 32, ipmi_cmd_get_vendor,    true,  ipmi_cmd_set_vendor),
+        named("Model",     "ASD13", 16, ipmi_cmd_get_model,     true,  ipmi_cmd_set_model),
+        named("OEM Model", "ASD20", 16, ipmi_cmd_get_oem_model, true,  ipmi_cmd_set_oem_model),
+        {"ASD_OVERSEAS", 16, true, ipmi_cmd_get_overseas, "Get overseas flag is ASD_OVERSEAS", nullptr,
+         ipmi_cmd_set_overseas, {}, {"1 Set overseas flag=MNOPQRSTUVWXYZ[\\ succeed"}, "",
+         "Get overseas flag, get ipmi src data failed!", false, "Set overseas flag, get ipmi src data failed",
+         "Set overseas flag get handle failed(ret=-3001)", "Set overseas flag write eeprom failed(ret=5).", 0xFF},
+        {"ASD_PRODUCT_FRAMECFG", 16, true, Ipmi_cmdGetProductFrameCfg, "", nullptr, Ipmi_cmdSetProductFrameCfg, {},
+         {"1 Set product frame cfg succeed(0x4d4e4f505152535455565758595a5b5c)."}, "",
+         "Get product frame cfg failed(get ipmi src data failed)", false, "Set product frame cfg failed(get ipmi src data failed)",
+         "Set product frame cfg failed(get handle failed ret=-3001)", "Set product frame cfg failed(write failed ret=5)"},
+        {"ASD_IOCARD_PCIE4", 8, true, ASD_IPMI_GetIocardPCIE4, "", nullptr, nullptr, {}, {}, "",
+         "Get backboard iocard pcie4.0 data failed(get ipmi src data failed)", false},
+        named("spec",      "ASD26", 16, ipmi_cmd_get_spec,      true,  ipmi_cmd_set_spec,      "spec",  false),
+        named("FrameInfo", "ASD27", 32, ipmi_cmd_get_frameinfo, true,  ipmi_cmd_set_frameinfo, "frame", false),
+        named("Logo",      "ASD21", 8,  ipmi_cmd_get_logo,      false, ipmi_cmd_set_logo,      "logo"),
+        named("", "ASD24", 128, ipmi_cmd_get_baycfg, false, nullptr, "bayconfig"),
+        named("", "ASD_PowerConfig", 128, ipmi_cmd_get_powerconfig, true, ipmi_cmd_set_powerconfig, "config", false),
+    };
+    // clang-format on
+    records.front().success = {"M1 bmc_asd_ipmi_setter.cpp: Set MAC(4d:4e:4f:50:51:52) success."};
+    Record &power_config = records.back(); // logs its payload: a test of its own
+    power_config.begin = {};
+    power_config.success = {};
+    power_config.get_missing = power_config.set_missing = "data pointer is null!";
+    return records;
+}
+
+const std::vector<Record> kRecords = all_records();
 
 const Bytes kHeader = {0, 0, 0x80, 0, 0x10}; // a handler does not look at its selector
 
@@ -154,11 +143,7 @@ Texts read_logs(const Record &record, const Texts &rest) {
 }
 
 Texts success_log(const Record &record) {
-    return record.get_success != nullptr ? Texts{"2 " + std::string(record.get_success)} : Texts{};
-}
-
-std::function<void()> fault(const char *operation, const std::string &subject, gint32 status) {
-    return [=] { fake::inject({.operation = operation, .subject = subject, .status = status, .count = 0}); };
+    return record.get_success.empty() ? Texts{} : Texts{"2 " + record.get_success};
 }
 
 struct ReadCase {
@@ -195,7 +180,7 @@ TEST_F(RecordsIpmiTest, IdentityReads) {
         const Bytes mirror = pattern(record.size, 100);
         const Bytes stored = pattern(record.size, 10);
         const Bytes erased(record.size, 0xFF);
-        const bool tests_erased = item != "ASD_OVERSEAS";
+        const bool tests_erased = item.find('_') == std::string::npos;
         const auto slave = [] { g_masterMode = BOARD_SLAVE; };
         const std::string failed = "0 Call asd_get_value failed! result: ";
         const auto no_ready = [&item] {
@@ -205,8 +190,6 @@ TEST_F(RecordsIpmiTest, IdentityReads) {
         };
         const Texts success = read_logs(record, success_log(record));
         // clang-format off
-        // clang-format off
-        // clang-format off
         run_reads(record, {
             {"loaded", [] {}, true, 1, &mirror, &stored, joined({0}, mirror), success},
             {"loaded, on a slave", slave, true, 200, &mirror, &stored, joined({0}, mirror), success},
@@ -215,7 +198,7 @@ TEST_F(RecordsIpmiTest, IdentityReads) {
              tests_erased ? read_logs(record, {}) : success},
             {"not loaded, chip erased", [] {}, true, 0, &mirror, &erased, joined({0}, erased), success},
             {"no request data", [] {}, false, 1, &mirror, &stored, {0xCC}, read_logs(record, {"0 " +
-             std::string(record.get_missing)})},
+             record.get_missing})},
             {"unknown", fault("dfl_get_object_handle", item, 7), true, 1, &mirror, &stored, {0xCC}, read_logs(record,
              {"0 [" + item + "] get obj hanld failed!"})},
             {"Ready unreadable", no_ready, true, 1, &mirror, &stored, {0xCC}, read_logs(record, {"0 [" + item +
@@ -226,8 +209,6 @@ TEST_F(RecordsIpmiTest, IdentityReads) {
              {"0 " + item + " read eeprom failed(ret=5)", "0 " + item + " read eeprom count 1 failed, ret=5", failed +
              "5."})},
         });
-        // clang-format on
-        // clang-format on
         // clang-format on
     }
 }
@@ -250,8 +231,6 @@ TEST_F(RecordsIpmiTest, ConfigurationReads) {
         const Texts success = read_logs(record, success_log(record));
         const Texts slave = read_logs(record, {"1 This smm board is SLAVE."});
         // clang-format off
-        // clang-format off
-        // clang-format off
         run_reads(record, {
             {"master", [] {}, true, 1, &mirror, &stored, joined({0}, mirror), success},
             {"master, never loaded", [] {}, true, 0, &mirror, &stored, joined({0}, mirror), success},
@@ -260,14 +239,12 @@ TEST_F(RecordsIpmiTest, ConfigurationReads) {
             {"role unknown", role(BOARD_MOS_ERROR), true, 1, &mirror, &stored, joined({0}, zeros), slave},
             {"no such role", role(255), true, 1, &mirror, &stored, joined({0}, zeros), slave},
             {"slave, buffer not cleared", slave_without_memory, true, 1, &mirror, &stored, joined({0}, zeros),
-             read_logs(record, {"0 " + std::string(record.slave_fill), "1 This smm board is SLAVE."})},
+             read_logs(record, {"0 Error: init asd ipmi " + std::string(record.buffer) + " failed, result = 9.", "1 This smm board is SLAVE."})},
             {"no request data", [] {}, false, 1, &mirror, &stored, {0xCC}, read_logs(record, {"0 " +
-             std::string(record.get_missing)})},
+             record.get_missing})},
             {"unknown", fault("dfl_get_object_handle", item, 7), true, 1, &mirror, &stored, {0xCE}, read_logs(record,
              {"0 Call asd_get_value failed! result: -1017."})},
         });
-        // clang-format on
-        // clang-format on
         // clang-format on
     }
 }
@@ -283,19 +260,20 @@ TEST_F(RecordsIpmiTest, Writes) {
         bool begins = true;
     };
     for (const Record &record : kRecords) {
+        if (record.set == nullptr) {
+            continue;
+        }
         const Bytes data = pattern(record.size);
         const Bytes before = pattern(record.size, 10);
         const Bytes whole = joined(kHeader, data);
         const std::string item = record.item;
-        const auto error = [](const char *text) { return Texts{"0 " + std::string(text)}; };
-        const Texts failed = {"0 asd_write_equip: " + item + " Write eeprom failed[5]!",
-                              "0 " + std::string(record.set_failed)};
-        const bool named = record.success.has_value(); // the payload is in no text that matters here
+        const auto error = [](const std::string &text) { return Texts{"0 " + text}; };
+        const Texts failed = {"0 asd_write_equip: " + item + " Write eeprom failed[5]!", "0 " + record.set_failed};
         // clang-format off
         const std::vector<Case> cases = {
-            {"whole", [] {}, whole, 0x00, data, record.success.value_or(Texts{})},
-            {"on a slave", [] { g_masterMode = BOARD_SLAVE; }, whole, 0x00, data, record.success.value_or(Texts{})},
-            {"longer than the record", [] {}, joined(whole, {1, 2, 3}), 0x00, data, record.success.value_or(Texts{})},
+            {"whole", [] {}, whole, 0x00, data, record.success},
+            {"on a slave", [] { g_masterMode = BOARD_SLAVE; }, whole, 0x00, data, record.success},
+            {"longer than the record", [] {}, joined(whole, {1, 2, 3}), 0x00, data, record.success},
             {"no request data", [] {}, std::nullopt, 0xCC, {}, error(record.set_missing)},
             {"unknown", fault("dfl_get_object_handle", item, -3001), whole, 0xCE, {}, error(record.set_lookup)},
             {"chip dead", fault("dfl_block_write", "ASDDevX", 5), whole, record.failed_code, {}, failed},
@@ -315,7 +293,7 @@ TEST_F(RecordsIpmiTest, Writes) {
             EXPECT_EQ(fake::number(record.item, "Ready"), stored ? 1 : 0);
             Texts logs = fake::logs(1);
             std::erase_if(logs, [](const std::string &text) { return text.starts_with("1 Begin to set powerconfig"); });
-            Texts expected = named ? record.begin : Texts{};
+            Texts expected = record.begin;
             expected.insert(expected.end(), row.logs.begin(), row.logs.end());
             EXPECT_EQ(logs, expected);
             expect_contract_kept();
@@ -328,21 +306,6 @@ TEST_F(RecordsIpmiTest, Writes) {
     }
 }
 
-TEST_F(RecordsIpmiTest, NullMessagesAreNotAnswered) {
-    const auto expect_null = [](IPMI_CMD_FUNC handler, const char *text) {
-        fake::clear_journal();
-        EXPECT_EQ(handler(nullptr, "ASD14"), -1);
-        EXPECT_EQ(fake::logs(2), Texts{"0 " + std::string(text)});
-        EXPECT_EQ(fake::calls("ipmi_send_simple_response") + fake::calls("ipmi_send_response"), 0U);
-    };
-    for (const Record &record : kRecords) {
-        if (record.get_null != nullptr) {
-            expect_null(record.get, record.get_null);
-        }
-    }
-    expect_null(ipmi_cmd_set_overseas, "Set overseas flag, input parameter pointer is null.");
-}
-
 TEST_F(RecordsIpmiTest, HandlersReturnTheStatusOfTheResponseCall) {
     for (const Record &record : kRecords) {
         SCOPED_TRACE(record.item);
@@ -352,7 +315,9 @@ TEST_F(RecordsIpmiTest, HandlersReturnTheStatusOfTheResponseCall) {
         fake::inject({.operation = "ipmi_send_simple_response", .status = 44, .count = 0});
         EXPECT_EQ(fake::call(record.get, record.item, kHeader).status, 33);
         EXPECT_EQ(fake::call(record.get, record.item, {}).status, 44);
-        EXPECT_EQ(fake::call(record.set, record.item, kHeader).status, 44);
+        if (record.set != nullptr) {
+            EXPECT_EQ(fake::call(record.set, record.item, kHeader).status, 44);
+        }
     }
 }
 

@@ -1,0 +1,480 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+// The D-Bus service on its private socket: what handlers answer, many calls at once, and clients that misbehave.
+
+#include "dbus_service.h"
+#include "gio_holders.h"
+#include "scratch_folder.h"
+#include "status.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace asd_host {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kLimitMs = 20000;
+constexpr milliseconds kStopLimit{kLimitMs};
+constexpr const char *kItem = "org.asd.AtomStorageData1";
+
+// What the handlers do next; set before the calls that use it.
+std::atomic<gint32> next_status = 0;
+std::atomic<bool> gate_open = false;
+std::atomic<int> at_gate = 0;
+std::atomic<int> finished = 0;
+std::mutex order_mutex;
+std::vector<int> order; // first bytes of the gated writes, as they ran; under order_mutex
+
+std::vector<int> order_so_far() {
+    const std::lock_guard lock(order_mutex);
+    return order;
+}
+
+gint32 status_only(const OBJ_HANDLE /*object*/, GSList * /*caller*/, GSList * /*input*/, GSList ** /*output*/) {
+    return next_status;
+}
+
+gint32 count_bytes(const OBJ_HANDLE /*object*/, GSList * /*caller*/, GSList *input, GSList **output) {
+    auto *bytes = static_cast<GVariant *>(input->data);
+    *output = g_slist_append(*output, g_variant_new_int32(static_cast<gint32>(g_variant_n_children(bytes))));
+    return next_status;
+}
+
+gint32 wrong_type(const OBJ_HANDLE /*object*/, GSList * /*caller*/, GSList * /*input*/, GSList **output) {
+    *output = g_slist_append(*output, g_variant_new_string("no bytes"));
+    return 0;
+}
+
+gint32 gated_write(const OBJ_HANDLE /*object*/, GSList * /*caller*/, GSList *input, GSList **output) {
+    ++at_gate;
+    while (!gate_open) {
+        std::this_thread::yield();
+    }
+    guint8 first = 0;
+    g_variant_get_child(static_cast<GVariant *>(input->data), 0, "y", &first);
+    {
+        const std::lock_guard lock(order_mutex);
+        order.push_back(first);
+    }
+    *output = g_slist_append(*output, g_variant_new_int32(first));
+    ++finished;
+    return 0;
+}
+
+bool eventually(const std::function<bool()> &condition) {
+    const auto deadline = std::chrono::steady_clock::now() + milliseconds(kLimitMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+using ConnectionPtr = ObjectPtr<GDBusConnection>;
+
+// What a call came back with: "" and its first value, or the error's name.
+struct Reply {
+    std::string error;
+    VariantPtr value;
+    [[nodiscard]] int number() const {
+        gint32 number = -1;
+        if (value != nullptr && g_variant_is_of_type(value.get(), G_VARIANT_TYPE("(i)")) != 0) {
+            g_variant_get(value.get(), "(i)", &number);
+        }
+        return number;
+    }
+};
+
+Reply reply_of(GVariant *value, GError *error) {
+    Reply reply{.error = value != nullptr ? "" : "no reply", .value = VariantPtr(value)};
+    if (error != nullptr) {
+        const TextPtr name(g_dbus_error_get_remote_error(error));
+        reply.error = name != nullptr ? name.get() : error->message;
+        g_error_free(error);
+    }
+    return reply;
+}
+
+GVariant *bytes_argument(std::size_t count, int first = 0) {
+    std::vector<guint8> bytes(count, static_cast<guint8>(first));
+    return g_variant_new("(@ay)", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), count, 1));
+}
+
+// A client with a main context of its own.
+class Client {
+public:
+    explicit Client(const std::filesystem::path &socket) : address_("unix:path=" + socket.native()) {
+        g_main_context_push_thread_default(context_.get());
+        connection.reset(g_dbus_connection_new_for_address_sync(
+            address_.c_str(), G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT, nullptr, nullptr, nullptr));
+        g_main_context_pop_thread_default(context_.get());
+    }
+    ~Client() { close(); }
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
+
+    [[nodiscard]] Reply call(const std::string &object, const char *interface, const char *method,
+                             GVariant *arguments = nullptr, int limit_ms = kLimitMs) const {
+        GError *error = nullptr;
+        GVariant *value =
+            g_dbus_connection_call_sync(connection.get(), nullptr, ("/org/asd/Storage1/" + object).c_str(), interface,
+                                        method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, limit_ms, nullptr, &error);
+        return reply_of(value, error);
+    }
+    [[nodiscard]] Reply item(const char *method, GVariant *arguments = nullptr) const {
+        return call("AtomStorageData/ITEM0", kItem, method, arguments);
+    }
+
+    // Sends without waiting; replies come in by collect().
+    void send_write(const std::string &object, int first) {
+        g_main_context_push_thread_default(context_.get());
+        g_dbus_connection_call(connection.get(), nullptr, ("/org/asd/Storage1/AtomStorageData/" + object).c_str(),
+                               kItem, "WriteAtomStorageData", bytes_argument(1, first), nullptr, G_DBUS_CALL_FLAGS_NONE,
+                               kLimitMs, nullptr, on_reply, this);
+        g_main_context_pop_thread_default(context_.get());
+    }
+    [[nodiscard]] bool collect(std::size_t count) {
+        return eventually([this, count] {
+            (void)g_main_context_iteration(context_.get(), FALSE);
+            return replies.size() >= count;
+        });
+    }
+    void close() {
+        if (connection != nullptr) {
+            (void)g_dbus_connection_close_sync(connection.get(), nullptr, nullptr);
+            connection.reset();
+        }
+    }
+
+    ConnectionPtr connection;
+    std::vector<Reply> replies;
+
+private:
+    static void on_reply(GObject *source, GAsyncResult *result, gpointer self) {
+        GError *error = nullptr;
+        GVariant *value = g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error);
+        static_cast<Client *>(self)->replies.push_back(reply_of(value, error));
+    }
+
+    std::string address_;
+    ContextPtr context_{g_main_context_new()};
+};
+
+// A socket that speaks only as far as a test wants.
+Fd raw_client(const std::filesystem::path &path, bool handshake) {
+    Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, path.c_str()); // NOLINT(clang-analyzer-security.insecureAPI.strcpy): a short path
+    EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    if (handshake) {
+        std::string id;
+        for (const char digit : std::to_string(geteuid())) {
+            id += "3" + std::string(1, digit);
+        }
+        const std::string words = std::string(1, '\0') + "AUTH EXTERNAL " + id + "\r\nBEGIN\r\n";
+        EXPECT_EQ(send(fd.get(), words.data(), words.size(), MSG_NOSIGNAL), static_cast<ssize_t>(words.size()));
+    }
+    return fd;
+}
+
+// What a client says to a bus before anything else.
+void send_hello(const Fd &client) {
+    const ObjectPtr<GDBusMessage> hello(g_dbus_message_new_method_call("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                                       "org.freedesktop.DBus", "Hello"));
+    g_dbus_message_set_serial(hello.get(), 1);
+    gsize size = 0;
+    const std::unique_ptr<guchar, Releaser<g_free>> bytes(
+        g_dbus_message_to_blob(hello.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
+    EXPECT_EQ(send(client.get(), bytes.get(), size, MSG_NOSIGNAL), static_cast<ssize_t>(size));
+}
+
+// The type of the next message: 2 the answer to a call, 4 a signal; 0: none comes.
+int next_message_type(const Fd &client) {
+    pollfd readable{.fd = client.get(), .events = POLLIN, .revents = 0};
+    std::array<char, 2> head{};
+    return poll(&readable, 1, kLimitMs) == 1 && recv(client.get(), head.data(), 2, MSG_PEEK) == 2 ? head[1] : 0;
+}
+
+class DbusTest : public testing::Test {
+protected:
+    void SetUp() override {
+        next_status = 0;
+        gate_open = false;
+        at_gate = 0;
+        finished = 0;
+        {
+            const std::lock_guard lock(order_mutex);
+            order.clear();
+        }
+        host_.options.run_dir = folder_.path();
+        host_.options.state_dir = folder_.path();
+        std::filesystem::create_directory(host_.options.slot_run_dir());
+        for (int i = 0; i < 6; ++i) {
+            host_.objects.add("AtomStorageData", "ITEM" + std::to_string(i),
+                              {{.name = "Online", .value = std::uint8_t{1}, .writable = true},
+                               {.name = "Ready", .value = std::uint8_t{1}, .writable = true},
+                               {.name = "Value", .value = Bytes(), .writable = true}});
+        }
+        ASSERT_TRUE(module_.declare_class("AtomStorageData"));
+        declare("WriteAtomStorageData", gated_write);
+        declare("EqWriteAtomStorageData", count_bytes);
+        declare("ReadAsdMemData", status_only);
+        declare("ReadAtomStorageData", wrong_type);
+        declare("ClearMemData", status_only);
+        std::string mistake;
+        service_ = DbusService::open(host_, module_, &mistake);
+        ASSERT_NE(service_, nullptr) << mistake;
+    }
+    void TearDown() override {
+        gate_open = true;
+        EXPECT_TRUE(service_->stop(kStopLimit));
+        EXPECT_FALSE(std::filesystem::exists(socket_path()));
+    }
+    void declare(const char *method, DFL_METHOD_FUNC handler) {
+        ASSERT_TRUE(module_.declare_method("AtomStorageData", method, handler));
+    }
+    void set_item(const char *property, PropertyValue value) {
+        ASSERT_EQ(host_.objects.set(*host_.objects.find("ITEM0"), property, std::move(value)), 0);
+    }
+    [[nodiscard]] std::filesystem::path socket_path() const { return host_.options.slot_run_dir() / "bus"; }
+
+    asd_test::ScratchFolder folder_;
+    Host host_;
+    ModuleRegistry module_;
+    std::unique_ptr<DbusService> service_;
+};
+
+TEST_F(DbusTest, EachStatusHasItsErrorName) {
+    struct Row {
+        const char *name;
+        const char *method;
+        gint32 status;
+        std::uint8_t online;
+        std::uint8_t ready;
+        const char *error;
+    };
+    const std::array<Row, 12> rows{{
+        {"done", "ClearMemData", 0, 1, 1, ""},
+        {"failed", "ClearMemData", -1, 0, 0, "org.asd.Error.Failed"},
+        {"not online by status", "ClearMemData", -1007, 1, 1, "org.asd.Error.NotOnline"},
+        {"not online by property", "ReadAsdMemData", -1, 0, 0, "org.asd.Error.NotOnline"},
+        {"not ready", "ReadAsdMemData", -1, 1, 0, "org.asd.Error.NotReady"},
+        {"neither", "ReadAsdMemData", -1, 1, 1, "org.asd.Error.Failed"},
+        {"arguments", "ClearMemData", -1014, 1, 1, "org.asd.Error.InvalidArguments"},
+        {"unknown item", "ClearMemData", -1017, 1, 1, "org.asd.Error.NoSuchObject"},
+        {"no object", "ClearMemData", kNoObject, 1, 1, "org.asd.Error.NoSuchObject"},
+        {"checksum", "ClearMemData", -1019, 1, 1, "org.asd.Error.StorageFailed"},
+        {"transfer", "ClearMemData", kTransferFailed | EIO, 1, 1, "org.asd.Error.StorageFailed"},
+        {"unknown status", "ClearMemData", 77, 1, 1, "org.asd.Error.Failed"},
+    }};
+    const Client client(socket_path());
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        next_status = row.status;
+        set_item("Online", row.online);
+        set_item("Ready", row.ready);
+        EXPECT_EQ(client.item(row.method).error, row.error);
+    }
+}
+
+TEST_F(DbusTest, ArgumentsAndAnswersAreChecked) {
+    const Client client(socket_path());
+    next_status = -7; // a write that ran answers, whatever its status
+    EXPECT_EQ(client.item("EqWriteAtomStorageData", bytes_argument(8192)).number(), 8192);
+    EXPECT_EQ(client.item("EqWriteAtomStorageData", bytes_argument(0)).number(), 0);
+    EXPECT_EQ(client.item("EqWriteAtomStorageData", bytes_argument(8193)).error, "org.asd.Error.InvalidArguments");
+    EXPECT_EQ(client.item("EqWriteAtomStorageData").error, "org.asd.Error.InvalidArguments");
+    EXPECT_EQ(client.item("EqWriteAtomStorageData", g_variant_new("(i)", 1)).error, "org.asd.Error.InvalidArguments");
+    EXPECT_EQ(client.item("ReadAtomStorageData").error, "org.asd.Error.Failed");
+    EXPECT_EQ(client.item("UpdateMemProperty", bytes_argument(1)).error, "org.freedesktop.DBus.Error.UnknownMethod");
+    EXPECT_EQ(client.call("AtomStorageData/NONE", kItem, "ClearMemData").error, "org.asd.Error.NoSuchObject");
+    EXPECT_EQ(client
+                  .call("AtomStorageDataDev/ITEM0", "org.asd.AtomStorageDataDev1", "SetAsdDevErrCode",
+                        g_variant_new("(i)", 1))
+                  .error,
+              "org.asd.Error.NoSuchObject");
+}
+
+TEST_F(DbusTest, CallsBeyondTheQueueAreRefusedAndAnObjectsCallsKeepTheirOrder) {
+    Client client(socket_path());
+    for (int i = 0; i < 4; ++i) { // each thread gets one
+        client.send_write("ITEM" + std::to_string(i), 100);
+    }
+    ASSERT_TRUE(eventually([] { return at_gate == 4; }));
+    for (int i = 0; i < 65; ++i) {
+        client.send_write("ITEM4", i);
+    }
+    ASSERT_TRUE(client.collect(1));
+    EXPECT_EQ(client.replies[0].error, "org.freedesktop.DBus.Error.LimitsExceeded");
+    const Client other(socket_path());
+    EXPECT_EQ(
+        other.call("AtomStorageData/ITEM0", "org.freedesktop.DBus.Properties", "GetAll", g_variant_new("(s)", kItem))
+            .error,
+        ""); // properties need no thread
+    gate_open = true;
+    ASSERT_TRUE(client.collect(69));
+    std::vector<int> expected(4, 100);
+    for (int i = 0; i < 64; ++i) {
+        expected.push_back(i);
+    }
+    std::vector<int> ran = order_so_far();
+    std::ranges::stable_sort(ran, std::ranges::greater{}, [](int first) { return first == 100; });
+    EXPECT_EQ(ran, expected);
+}
+
+TEST_F(DbusTest, AClientThatLeavesInTheMiddleOfItsCallHarmsNobody) {
+    Client leaving(socket_path());
+    leaving.send_write("ITEM0", 1);
+    ASSERT_TRUE(eventually([] { return at_gate == 1; }));
+    leaving.close();
+    Client staying(socket_path());
+    staying.send_write("ITEM0", 2);
+    gate_open = true;
+    ASSERT_TRUE(staying.collect(1));
+    EXPECT_EQ(staying.replies[0].number(), 2);
+    EXPECT_EQ(order_so_far(), (std::vector<int>{1, 2})); // the call was carried out all the same
+}
+
+TEST_F(DbusTest, AnEndLetsTheRunningCallBeAnsweredAndRefusesTheWaitingOne) {
+    Client client(socket_path());
+    client.send_write("ITEM0", 1);
+    ASSERT_TRUE(eventually([] { return at_gate == 1; }));
+    client.send_write("ITEM0", 2);
+    (void)client.item("EqWriteAtomStorageData"); // answered in turn: the one before has arrived
+    auto stopped = std::async(std::launch::async, [this] { return service_->stop(kStopLimit); });
+    // Until calls are refused: then it waits for the one that runs. A call that it finds waiting has its answer later.
+    ASSERT_TRUE(eventually([&client] {
+        const Reply reply = client.call("AtomStorageData/ITEM1", kItem, "ClearMemData", nullptr, 100);
+        return reply.error == "org.asd.Error.Failed";
+    }));
+    gate_open = true;
+    EXPECT_TRUE(stopped.get());
+    ASSERT_TRUE(client.collect(2));
+    EXPECT_EQ(client.replies[0].number(), 1);
+    EXPECT_EQ(client.replies[1].error, "org.asd.Error.Failed");
+}
+
+TEST_F(DbusTest, AnEndDoesNotWaitForeverForACallThatHangs) {
+    Client client(socket_path());
+    client.send_write("ITEM0", 1);
+    ASSERT_TRUE(eventually([] { return at_gate == 1; }));
+    EXPECT_FALSE(service_->stop(milliseconds(1)));
+    gate_open = true;
+    EXPECT_TRUE(eventually([] { return finished == 1; }));
+}
+
+TEST_F(DbusTest, SilentClientsAreBoundedAndHinderNobody) {
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<Fd> silent(63);
+    std::ranges::generate(silent, [this] { return raw_client(socket_path(), false); });
+    const std::string half("\0AUTH EXTERNAL", 14);
+    EXPECT_EQ(send(silent[0].get(), half.data(), half.size(), MSG_NOSIGNAL), 14);
+    {
+        const Client client(socket_path());
+        EXPECT_EQ(client.item("ClearMemData").error, "");
+        const Fd refused = raw_client(socket_path(), false);
+        pollfd closed{.fd = refused.get(), .events = POLLIN, .revents = 0};
+        EXPECT_EQ(poll(&closed, 1, kLimitMs), 1);
+        char byte = 0;
+        EXPECT_EQ(recv(refused.get(), &byte, 1, 0), 0);
+    }
+    silent.clear();
+    EXPECT_TRUE(eventually([this] { // their places are free again
+        const Client later(socket_path());
+        return later.connection != nullptr && later.item("ClearMemData").error.empty();
+    }));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8)); // nobody waited for a limit
+}
+
+// Reads until the mark has come; the number of bytes, 0 when it does not come.
+std::size_t bytes_until(int fd, const std::string &mark) {
+    std::string seen;
+    std::size_t count = 0;
+    std::array<char, 65536> piece{};
+    for (;;) {
+        pollfd readable{.fd = fd, .events = POLLIN, .revents = 0};
+        const ssize_t got = poll(&readable, 1, kLimitMs) == 1 ? recv(fd, piece.data(), piece.size(), 0) : 0;
+        if (got <= 0) {
+            return 0;
+        }
+        count += static_cast<std::size_t>(got);
+        seen = seen.substr(seen.size() - std::min(seen.size(), mark.size())) +
+               std::string(piece.data(), static_cast<std::size_t>(got));
+        if (seen.find(mark) != std::string::npos) {
+            return count;
+        }
+    }
+}
+
+TEST_F(DbusTest, AClientGetsChangesAfterItsFirstCallAndNotEveryOneWhenItDoesNotRead) {
+    const Fd slow = raw_client(socket_path(), true);
+    std::array<char, 64> ok{};
+    ASSERT_GT(recv(slow.get(), ok.data(), ok.size(), 0), 3); // "OK guid"
+    const Client client(socket_path());
+    for (int i = 0; i < 20; ++i) {
+        set_item("Value", Bytes(1, static_cast<std::uint8_t>(i)));
+        EXPECT_EQ(client.item("ClearMemData").error, "");
+    }
+    send_hello(slow);
+    EXPECT_EQ(next_message_type(slow), 2); // nothing comes before the answer to Hello
+    constexpr int kWrites = 3000;
+    for (int i = 0; i < kWrites; ++i) {
+        Bytes value(8192, static_cast<std::uint8_t>(i));
+        value[0] = static_cast<std::uint8_t>(i / 256);
+        set_item("Value", std::move(value));
+        if (i % 10 == 0) {
+            EXPECT_EQ(client.item("ClearMemData").error, ""); // so that the bus thread has seen some of them
+        }
+    }
+    const std::string mark = "the last value of all";
+    set_item("Value", Bytes(mark.begin(), mark.end()));
+    const std::size_t count = bytes_until(slow.get(), mark);
+    EXPECT_GT(count, 0U);
+    EXPECT_LT(count, std::size_t{kWrites} / 10 * 8192 / 2);
+}
+
+TEST_F(DbusTest, ASecondServiceInTheSamePlaceTakesOver) {
+    // The instance lock keeps living services apart; a socket that is still there was a dead one's.
+    EXPECT_TRUE(service_->stop(kStopLimit));
+    Fd stale(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, socket_path().c_str()); // NOLINT(clang-analyzer-security.insecureAPI.strcpy)
+    ASSERT_EQ(bind(stale.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    std::string mistake;
+    service_ = DbusService::open(host_, module_, &mistake);
+    ASSERT_NE(service_, nullptr) << mistake;
+    EXPECT_EQ(std::filesystem::status(socket_path()).permissions(), std::filesystem::perms(0660));
+    EXPECT_EQ(Client(socket_path()).item("ClearMemData").error, "");
+
+    host_.options.run_dir /= "missing";
+    EXPECT_EQ(DbusService::open(host_, module_, &mistake), nullptr);
+    EXPECT_NE(mistake.find("missing/slot0/bus"), std::string::npos) << mistake;
+    host_.options.run_dir = folder_.path();
+}
+
+} // namespace
+} // namespace asd_host

@@ -1,0 +1,144 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The command table of docs/ipmi-commands.md against the rows that the module registers.
+
+#include "bmc_asd_ipmi_getter.h"
+#include "bmc_asd_ipmi_setter.h"
+#include "fake_platform.h"
+
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+int asd_module_main(int argc, char **argv); // the module's entry, renamed for this program
+
+namespace {
+
+using fake::Texts;
+
+#define HANDLER(name)                                                                                                  \
+    { #name, name }
+// clang-format off
+const std::map<std::string, IPMI_CMD_FUNC> kHandlers = {
+    HANDLER(ipmi_cmd_get_ekey), HANDLER(ipmi_cmd_get_ekey_ep), HANDLER(ipmi_cmd_set_ekey),
+    HANDLER(ipmi_cmd_set_power_ekey), HANDLER(ipmi_cmd_get_mac), HANDLER(ipmi_cmd_set_mac), HANDLER(ipmi_cmd_get_sn),
+    HANDLER(ipmi_cmd_set_sn), HANDLER(ipmi_cmd_get_logo), HANDLER(ipmi_cmd_set_logo), HANDLER(ipmi_cmd_get_brand),
+    HANDLER(ipmi_cmd_set_brand), HANDLER(ipmi_cmd_get_vendor), HANDLER(ipmi_cmd_set_vendor),
+    HANDLER(ipmi_cmd_get_model), HANDLER(ipmi_cmd_set_model), HANDLER(ipmi_cmd_get_oem_model),
+    HANDLER(ipmi_cmd_set_oem_model), HANDLER(ipmi_cmd_get_spec), HANDLER(ipmi_cmd_set_spec),
+    HANDLER(ipmi_cmd_get_frameinfo), HANDLER(ipmi_cmd_set_frameinfo), HANDLER(ipmi_cmd_get_ccdb),
+    HANDLER(ipmi_cmd_set_ccdb), HANDLER(ipmi_cmd_get_powerconfig), HANDLER(ipmi_cmd_set_powerconfig),
+    HANDLER(ipmi_cmd_get_baycfg), HANDLER(ipmi_cmd_set_baycfg), HANDLER(ASD_IpmiGetBayconfig),
+    HANDLER(ASD_IpmiSetBayconfig), HANDLER(ASD_IpmiGetBayconfigFileLen), HANDLER(ASD_IpmiClearBayconfig),
+    HANDLER(ipmi_cmd_get_e2pwp_test), HANDLER(ipmi_cmd_set_e2pwp_test), HANDLER(ASD_GetEEPromData),
+    HANDLER(ipmi_cmd_set_backboard_pcieorsas), HANDLER(ipmi_cmd_get_backboard_pcieorsas),
+    HANDLER(ASD_IPMI_SetIocardPCIE4), HANDLER(ASD_IPMI_GetIocardPCIE4), HANDLER(ipmi_cmd_set_overseas),
+    HANDLER(ipmi_cmd_get_overseas), HANDLER(IpmiCmdGetNodeView), HANDLER(IpmiCmdSetNodeView),
+    HANDLER(Ipmi_cmdGetProductFrameCfg), HANDLER(Ipmi_cmdSetProductFrameCfg), HANDLER(Ipmi_cmdGetProductCfgInfo),
+    HANDLER(Ipmi_cmdSetProductCfgInfo),
+};
+// clang-format on
+#undef HANDLER
+
+// The cells of a table's line, without blanks and back quotes around them.
+Texts cells(const std::string &line) {
+    Texts found;
+    std::istringstream stream(line.substr(1));
+    for (std::string cell; std::getline(stream, cell, '|');) {
+        const std::size_t first = cell.find_first_not_of(" `");
+        found.push_back(first == std::string::npos ? "" : cell.substr(first, cell.find_last_not_of(" `") - first + 1));
+    }
+    return found;
+}
+
+std::vector<Texts> documented_rows() {
+    std::vector<Texts> rows;
+    std::ifstream document(ASD_COMMANDS_DOC);
+    bool in_table = false;
+    for (std::string line; std::getline(document, line);) {
+        in_table = line.starts_with("| # |") || (in_table && line.starts_with("|"));
+        if (in_table && line.starts_with("| ") && !line.starts_with("| #")) {
+            rows.push_back(cells(line));
+        }
+    }
+    return rows;
+}
+
+// The filter for a head as the document shows it: "00 00 80 any 1b".
+std::string filter_of(const std::string &head) {
+    std::string filter;
+    std::istringstream bytes(head);
+    std::string byte;
+    for (int i = 0; bytes >> byte; ++i) {
+        if (byte != "any") {
+            filter += (filter.empty() ? "" : ",") + ("data[" + std::to_string(i) + "]=") + byte + "h";
+        }
+    }
+    return filter;
+}
+
+TEST(CommandsDoc, TheTableIsWhatTheModuleRegisters) {
+    fake::reset();
+    ASSERT_EQ(asd_module_main(0, nullptr), 0);
+    const std::vector<IPMI_CMD_S> rows = fake::registered().rows;
+    const std::vector<Texts> documented = documented_rows();
+    ASSERT_EQ(rows.size(), 54U);
+    ASSERT_EQ(documented.size(), rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        SCOPED_TRACE("row " + std::to_string(i + 1));
+        const Texts &doc = documented[i];
+        ASSERT_EQ(doc.size(), 11U);
+        EXPECT_EQ(doc[0], std::to_string(i + 1));
+        EXPECT_EQ(rows[i].netfn, 0x32);
+        EXPECT_EQ(rows[i].cmd, std::stoul(doc[1], nullptr, 16));
+        EXPECT_EQ(rows[i].filter, filter_of(doc[2]));
+        EXPECT_EQ(rows[i].privilege, std::stoul(doc[3]));
+        EXPECT_STREQ(rows[i].role_func, "");
+        EXPECT_EQ(rows[i].min_length, std::stoul(doc[4]));
+        EXPECT_EQ(rows[i].max_length, std::stoul(doc[5]));
+        ASSERT_TRUE(kHandlers.contains(doc[6])) << doc[6];
+        EXPECT_EQ(rows[i].ipmi_handler, kHandlers.at(doc[6]));
+        const auto *item = static_cast<const char *>(rows[i].user_data);
+        EXPECT_EQ(item != nullptr ? std::string(item) : "", doc[7]);
+        EXPECT_EQ(item == nullptr, doc[7].empty());
+    }
+}
+
+// A null message is never answered; what it logs, by handler.
+TEST(CommandsDoc, NullMessages) {
+    const std::string pointer = "0 Input parameter pointer is null!";
+    const std::string message = "0 MsgData is (nil).";
+    // clang-format off
+    const std::map<std::string, Texts> logged = {
+        {"ipmi_cmd_get_brand", {"0 Get brand: input parameter is null."}},
+        {"ipmi_cmd_get_vendor", {"0 Get vendor: input parameter is null."}},
+        {"ipmi_cmd_get_overseas", {"0 Get overseas flag, input parameter pointer is null."}},
+        {"ipmi_cmd_set_overseas", {"0 Set overseas flag, input parameter pointer is null."}},
+        {"ASD_IpmiGetBayconfig", {"1 enter get bayconfig.", message}},
+        {"ASD_IpmiGetBayconfigFileLen", {"1 enter get bayconfig len.", message}},
+        {"ASD_IpmiSetBayconfig", {"1 enter set bayconfig. 0", message}},
+        {"ASD_IpmiClearBayconfig", {"1 clear bayconfig.", message}},
+        {"ASD_GetEEPromData", {"0 Input Parameter is Null."}},
+        {"ipmi_cmd_get_ccdb", {"2 getting ccdb data starts", pointer}},
+        {"ipmi_cmd_set_ccdb", {"2 setting ccdb data starts.", pointer}},
+        {"IpmiCmdGetNodeView", {"0 Get nodeView: input parameter is null."}},
+        {"IpmiCmdSetNodeView", {"0 Set nodeView: input parameter is null."}},
+        {"ASD_IPMI_GetIocardPCIE4", {"0 Get backboard iocard pcie4.0 data failed, input parameter pointer is null."}},
+        {"Ipmi_cmdGetProductFrameCfg", {"0 Get product frame cfg failed(input parameter is null)"}},
+        {"Ipmi_cmdGetProductCfgInfo", {"0 Get product cfg info failed(input parameter is null)"}},
+        {"Ipmi_cmdSetProductFrameCfg", {"0 Set product frame cfg failed(input parameter is null)"}},
+        {"Ipmi_cmdSetProductCfgInfo", {"0 Set product cfg info failed(input parameter is null)"}},
+    };
+    // clang-format on
+    for (const auto &[name, handler] : kHandlers) {
+        SCOPED_TRACE(name);
+        fake::reset();
+        EXPECT_EQ(handler(nullptr, "ASD14"), -1);
+        EXPECT_EQ(fake::logs(2), logged.contains(name) ? logged.at(name) : Texts{});
+        EXPECT_EQ(fake::calls("ipmi_send_simple_response") + fake::calls("ipmi_send_response"), 0U);
+    }
+}
+
+} // namespace
