@@ -32,6 +32,7 @@ constexpr std::size_t kLargestFile = 1 << 20; // of the configuration; a full en
 
 constexpr NumberRange kByte = {.least = 0, .most = 255, .why = ""};
 constexpr std::array<std::string_view, 3> kRoles = {"auto", "master", "slave"};
+constexpr std::array<std::string_view, 2> kFirstValues = {"none", "erased"};
 constexpr std::array<std::string_view, 2> kPartKinds = {"image", "device"};
 constexpr std::array<std::string_view, 2> kChipKeys = {"AtomStorageDataDev0", "AtomStorageDataDev1"};
 // What the service itself keeps in the state folder and in a slot's.
@@ -195,6 +196,7 @@ ItemConfig read_item(const JsonNode &node, JsonMistakes &mistakes, std::vector<W
     item.length = to(section.number("Length", {.least = 1, .most = kLongestItem, .why = ""}, kRequired), item.length);
     item.online = section.flag("Online", true) ? 1 : 0;
     item.need_sync = section.flag("NeedSync", false);
+    item.erased_value = section.choice("Value", kFirstValues, 0) == 1;
     item.chips.push_back(section.text(kChipKeys[0], kRequired));
     if (std::string second = section.text(kChipKeys[1], kOptional); node.find(kChipKeys[1]) != nullptr) {
         item.chips.push_back(std::move(second));

@@ -69,6 +69,7 @@ struct ItemConfig {
     std::uint32_t length = 0; // data bytes, 1 to 8192; the record on each chip is 2 longer
     std::uint8_t online = 1;
     bool need_sync = false;
+    bool erased_value = false;      // Value before the first load: Length bytes 0xFF; else none
     std::vector<std::string> chips; // one, or two for a mirrored item
 };
 

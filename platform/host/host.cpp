@@ -174,7 +174,7 @@ private:
                 {.name = "Online", .value = std::uint8_t{item.online}},
                 {.name = "DevCount", .value = std::uint32_t{item.chips.size() == 1 ? 1U : 2U}},
                 {.name = "Length", .value = std::uint32_t{item.length}},
-                {.name = "Value", .value = Bytes(), .writable = true},
+                {.name = "Value", .value = Bytes(item.erased_value ? item.length : 0, 0xFF), .writable = true},
                 {.name = "Ready", .value = std::uint8_t{0}, .writable = true},
                 {.name = "Num", .value = std::uint8_t{item.num}},
                 {.name = "NeedSync", .value = static_cast<std::uint8_t>(item.need_sync ? 1 : 0)}};

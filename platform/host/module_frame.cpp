@@ -117,6 +117,21 @@ bool open_doors(Host &platform, Doors *doors, std::string *mistake) {
     return true;
 }
 
+// Where the service is on D-Bus, in words.
+std::string bus_of(const Host &platform, const std::filesystem::path &folder) {
+    switch (platform.options.bus) {
+    case Bus::kPrivate:
+        return "unix:path=" + (folder / "bus").native();
+    case Bus::kSession:
+        return "session bus";
+    case Bus::kSystem:
+        return "system bus";
+    case Bus::kNone:
+        break;
+    }
+    return "not served";
+}
+
 void greet(const Host &platform) {
     std::error_code unknown; // the path as given will do
     std::filesystem::path folder = std::filesystem::absolute(platform.options.slot_run_dir(), unknown);
@@ -127,6 +142,7 @@ void greet(const Host &platform) {
     (void)std::printf("asd serves slot %u of \"%s\": %s on %s.\n"
                       "\n"
                       "  IPMI socket  %s\n"
+                      "  D-Bus        %s\n"
                       "  state        %s\n"
                       "\n"
                       "In another terminal:\n"
@@ -137,12 +153,15 @@ void greet(const Host &platform) {
                       "  ipmitool -I dummy raw 0x32 0x17 0x00 0x00 0x80 0x00 0x14 \\\n"
                       "      $(printf '%%-32s' 'Example Brand' | od -An -v -tx1 | sed 's/ / 0x/g')\n"
                       "  ipmitool -I dummy raw 0x32 0x16 0x00 0x00 0x80 0x00 0x14\n"
+                      "  # the operator's view\n"
+                      "  asdctl --run-dir %s status\n"
                       "\n"
                       "Ctrl-C ends the service.\n",
                       unsigned{platform.options.slot}, platform.enclosure.name.c_str(),
                       count_of(platform.enclosure.items.size(), "item").c_str(),
                       count_of(platform.enclosure.chips.size(), "chip").c_str(), socket.c_str(),
-                      platform.options.state_dir.c_str(), socket.c_str());
+                      bus_of(platform, folder).c_str(), platform.options.state_dir.c_str(), socket.c_str(),
+                      folder.parent_path().c_str());
     (void)std::fflush(stdout);
 }
 

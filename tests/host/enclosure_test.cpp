@@ -36,7 +36,7 @@ const std::string kSound = R"({
   ],
   "Items": [
     { "Name": "One", "Num": 1, "Length": 32, "AtomStorageDataDev0": "Dev1a", "AtomStorageDataDev1": "Dev1b" },
-    { "Name": "Two", "Num": 2, "Length": 8, "AtomStorageDataDev0": "Dev2", "NeedSync": 1 }
+    { "Name": "Two", "Num": 2, "Length": 8, "AtomStorageDataDev0": "Dev2", "NeedSync": 1, "Value": "erased" }
   ]
 }
 )";
@@ -80,6 +80,7 @@ TEST(Enclosure, ReadsWhatTheFileSays) {
     EXPECT_EQ(enclosure.items[0].chips, (std::vector<std::string>{"Dev1a", "Dev1b"}));
     EXPECT_EQ(enclosure.items[1].length, 8U);
     EXPECT_TRUE(enclosure.items[1].need_sync);
+    EXPECT_TRUE(enclosure.items[1].erased_value);
     EXPECT_EQ(enclosure.items[1].online, 1);
 }
 

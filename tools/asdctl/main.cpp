@@ -96,7 +96,10 @@ int run(int argc, char **argv) {
     } catch (const CLI::Success &asked) {
         return app.exit(asked, std::cout, std::cerr); // prints the help or the version
     } catch (const CLI::ParseError &mistake) {
-        return report(WrongUsage(mistake.what(), "Try '" + help_of(app) + "'."),
+        const std::vector<std::string> left = app.remaining();
+        const bool unknown = app.get_subcommands().empty() && !left.empty();
+        return report(WrongUsage(unknown ? "there is no command '" + left.front() + "'" : mistake.what(),
+                                 "Try '" + help_of(app) + "'."),
                       screen_of(STDERR_FILENO, given.no_colour));
     }
     const Screen err = screen_of(STDERR_FILENO, given.no_colour);
