@@ -102,21 +102,16 @@ gint32 asd_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, 
 
 // ---- The image of an item ----
 
-namespace {
-
-struct Image {
-    WorkBuffer bytes;    // Length bytes; empty without memory or data
-    gint32 copy_ret = 0; // of filling and copying; the write goes on whatever it is
-};
-
-} // namespace
-
-// The caller's bytes, cut to length, behind them 0xFF.
-static Image image_build(const guint8 *data, guint32 len, guint32 length) {
-    Image image{.bytes = WorkBuffer::allocate(data != nullptr ? length : 0)};
-    if (image.bytes) {
-        image.copy_ret = memset_s(image.bytes.get(), length, kErased, length);
-        image.copy_ret |= memcpy_s(image.bytes.get(), length, data, std::min(len, length));
+// The caller's bytes, cut to length, behind them 0xFF; empty without memory or data. A failed fill or copy is only
+// logged, copied saying of what, and the write goes on.
+static WorkBuffer image_build(const guint8 *data, guint32 len, guint32 length, const gchar *copied) {
+    WorkBuffer image = WorkBuffer::allocate(data != nullptr ? length : 0);
+    if (image) {
+        gint32 ret = memset_s(image.get(), length, kErased, length);
+        ret |= memcpy_s(image.get(), length, data, std::min(len, length));
+        if (ret != 0) {
+            ASD_LOG_ERROR("Error: copy asd %s failed, result = %d.", copied, ret);
+        }
     }
     return image;
 }
@@ -127,6 +122,12 @@ static bool length_fits(const gchar *name, guint32 length) {
     }
     ASD_LOG_ERROR("%s length(%d) exceed asd eep max size(%d).", name, length, kItemMax);
     return false;
+}
+
+// The image of an item that is not too long.
+static WorkBuffer image_checked(const gchar *name, const guint8 *data, guint32 len, guint32 length,
+                                const gchar *copied) {
+    return length_fits(name, length) ? image_build(data, len, length, copied) : WorkBuffer::allocate(0);
 }
 
 // ---- One chip, or both as mirrors ----
@@ -146,21 +147,15 @@ gint32 asd_write_equip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
         ASD_LOG_ERROR("%s: %s asd get value len failed!", __func__, name);
         return ret;
     }
-    if (!length_fits(name, length)) {
+    const WorkBuffer image = image_checked(name, data, len, length, "data");
+    if (!image) {
         return kStatusFailed;
     }
-    const Image image = image_build(data, len, length);
-    if (!image.bytes) {
-        return kStatusFailed;
-    }
-    if (image.copy_ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd data failed, result = %d.", image.copy_ret);
-    }
-    if (const gint32 ret = asd_write_chip(obj_handle, image.bytes.get(), length); ret != 0) {
+    if (const gint32 ret = asd_write_chip(obj_handle, image.get(), length); ret != 0) {
         ASD_LOG_ERROR("%s: %s Write eeprom failed[%d]!", __func__, name, ret);
         return ret;
     }
-    return asd_update_property(obj_handle, image.bytes.get(), length);
+    return asd_update_property(obj_handle, image.get(), length);
 }
 
 // Both chips of a pair, the second also when the first failed: one good copy is better than none.
@@ -226,21 +221,15 @@ gint32 asd_write_equip_one(OBJ_HANDLE obj_handle, const guint8 *data, guint32 le
         ASD_LOG_ERROR("asd get value len failed!");
         return ret;
     }
-    if (!length_fits(logged_name(obj_handle), length)) {
+    const WorkBuffer image = image_checked(logged_name(obj_handle), data, len, length, "final data");
+    if (!image) {
         return kStatusFailed;
     }
-    const Image image = image_build(data, len, length);
-    if (!image.bytes) {
-        return kStatusFailed;
-    }
-    if (image.copy_ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd final data failed, result = %d.", image.copy_ret);
-    }
-    if (const gint32 ret = asd_write_chip_one(obj_handle, image.bytes.get(), length, DeviceId); ret != 0) {
+    if (const gint32 ret = asd_write_chip_one(obj_handle, image.get(), length, DeviceId); ret != 0) {
         ASD_LOG_ERROR("Write eeprom failed[%d]!", ret);
         return ret;
     }
-    return asd_update_property(obj_handle, image.bytes.get(), length);
+    return asd_update_property(obj_handle, image.get(), length);
 }
 
 gint32 asd_write_chip_one(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len, guint8 DeviceId) {
@@ -300,21 +289,15 @@ gint32 asd_write_method(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) 
         ASD_LOG_ERROR("%s: %s asd get value len failed[%d]!", __func__, name, ret);
         return ret;
     }
-    if (!length_fits(name, length)) {
+    const WorkBuffer image = image_checked(name, data, len, length, "final data");
+    if (!image) {
         return kStatusFailed;
     }
-    const Image image = image_build(data, len, length);
-    if (!image.bytes) {
-        return kStatusFailed;
-    }
-    if (image.copy_ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd final data failed, result = %d.", image.copy_ret);
-    }
-    if (const gint32 ret = asd_write_check(obj_handle, image.bytes.get(), length); ret != 0) {
+    if (const gint32 ret = asd_write_check(obj_handle, image.get(), length); ret != 0) {
         ASD_LOG_INFO("%s: Write eeprom failed! result: %d.", __func__, ret);
         return ret;
     }
-    return asd_update_property(obj_handle, image.bytes.get(), length);
+    return asd_update_property(obj_handle, image.get(), length);
 }
 
 gint32 asd_write_check(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
@@ -358,15 +341,12 @@ gint32 Asd_WriteMemProperty(OBJ_HANDLE obj_handle, const guint8 *data, guint32 l
     if (!length_fits(name, length)) {
         return kStatusFailed;
     }
-    const Image image = image_build(data, len, length);
-    if (!image.bytes) {
+    const WorkBuffer image = image_build(data, len, length, "final data");
+    if (!image) {
         ASD_LOG_ERROR("%s: asd(%s) malloc failed!", __func__, name);
         return kStatusFailed;
     }
-    if (image.copy_ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd final data failed, result = %d.", image.copy_ret);
-    }
-    return asd_update_property(obj_handle, image.bytes.get(), length);
+    return asd_update_property(obj_handle, image.get(), length);
 }
 
 // ---- Pairs with a check flag ----
@@ -468,19 +448,16 @@ gint32 asd_power_write(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
         ASD_LOG_ERROR("%s length(%d) exceed asd ekey max len(%d).", name, length, kPowerItemMax);
         return kStatusFailed;
     }
-    const Image image = image_build(data, len, length);
-    if (!image.bytes) {
+    const WorkBuffer image = image_build(data, len, length, "final data");
+    if (!image) {
         ASD_LOG_ERROR("malloc fail");
         return kStatusFailed;
     }
-    if (image.copy_ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd final data failed, result = %d.", image.copy_ret);
-    }
-    if (const gint32 ret = asd_power_write_chip(obj_handle, image.bytes.get(), length); ret != 0) {
+    if (const gint32 ret = asd_power_write_chip(obj_handle, image.get(), length); ret != 0) {
         ASD_LOG_ERROR("%s write power eeprom failed[%d]!", name, ret);
         return ret;
     }
-    return asd_update_property(obj_handle, image.bytes.get(), length);
+    return asd_update_property(obj_handle, image.get(), length);
 }
 
 gint32 asd_power_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
