@@ -62,8 +62,16 @@ inline constexpr guint32 kSyncDataMax = 128;    // an item's value in a sync mes
 inline constexpr guint32 kSyncHeadSize = 6;     // bytes of a sync message before the value
 inline constexpr guint32 kChecksumSize = 2;     // behind every record on a chip, low byte first
 
-// The checksum a caller of a chip write asks for. Kept: every record gets the 16-bit one, whatever is asked, because
-// every record in the field has it.
+inline constexpr guint8 kErased = 0xFF;     // every byte of an erased chip
+inline constexpr guint32 kRetryDefault = 5; // failed transfers tolerated on a chip that does not say
+inline constexpr guint32 kEkeyFrames = 5;   // frames of an electronic key, both ways
+
+// While this CPLD bit reads 1 the board idles: the tasks rest and failures are not counted.
+inline constexpr UINT32 kCpldIdleRegister = 0x1F8;
+inline constexpr UINT32 kCpldIdleBit = 1;
+
+// The checksum a caller of a chip write asks for. Kept: every record gets the 16-bit one, whatever is asked, so that
+// one read rule fits every record.
 enum tag_asd_checksum_crc {
     ASD_CHECKSUM_CRC16 = 2,
     ASD_CHECKSUM_CRC32 = 4,

@@ -396,7 +396,7 @@ gint32 Asd_GetAsdMemData(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSL
     return kStatusOk;
 }
 
-// Kept: only the first chip is cleared, also of a mirrored item; the modules that clear an item look at that chip.
+// Kept: only the first chip is cleared, also of a mirrored item.
 static gint32 first_chip_clear(OBJ_HANDLE item, const gchar *method, const gchar *name) {
     OBJ_HANDLE chip = 0;
     if (const gint32 ret = dfl_get_referenced_object(item, kPropDev0, &chip); ret != 0) {
@@ -425,8 +425,8 @@ gint32 asd_clear_memdata(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSL
         ASD_LOG_ERROR("get length fail: %d", ret);
         return kStatusFailed;
     }
-    // Kept: a longer item is left with 1024 zero bytes, though reads go up to 8192; only keys and shorter records are
-    // cleared.
+    // Kept: a longer item is left with 1024 zero bytes, though reads go up to
+    // 8192.
     length = std::min(length, kClearMax);
     const WorkBuffer zeros = WorkBuffer::allocate(length);
     if (!zeros) {
@@ -500,8 +500,8 @@ gint32 process_each_asd_object(OBJ_HANDLE object_handle, gpointer callback_data)
         if (BSP_IsManuVersion() == 0) {
             return kStatusOk;
         }
-        // Kept: a manufacturing build publishes what the buffer holds, so that a board whose chips are not yet written
-        // can be set up.
+        // Kept: a manufacturing build publishes what the buffer holds, zeros where nothing was
+        // read.
     } else {
         ASD_LOG_DEBUG("%s: Read eeprom OK!", name);
     }

@@ -24,8 +24,6 @@
 
 std::atomic<guint32> g_masterMode{BOARD_MOS_ERROR};
 
-static constexpr UINT32 kCpldIdleRegister = 0x1F8;
-static constexpr UINT32 kCpldIdleBit = 1;
 static constexpr guint32 kLongSleepMs = 120000; // long waits are made of these
 static constexpr guint32 kUpgradeSettleMs = 10000;
 
@@ -172,7 +170,7 @@ void asd_master_check_task(void * /*data*/) {
 
 // ---- Check and routine reload ----
 
-// Kept: the last one is listed but not checked; its pair is written daily and has a flag of its own.
+// Kept: the last one is listed but not checked.
 static constexpr std::array<const gchar *, 4> kCheckNames = {"ASD10", "ASD11", "ASD13", "ASD_CCDB"};
 static constexpr std::size_t kCheckedNames = 3;
 static constexpr std::string_view kItemNotOn2U = "ASD13";
@@ -182,7 +180,7 @@ static bool check_one(const gchar *objname) {
     if (BSP_Is2UExpBoard() != 0 && objname == kItemNotOn2U) {
         return false;
     }
-    // Kept: the error role checks; a board whose role cannot be told may be the only one.
+    // Kept: a board in the error role checks too.
     if (g_masterMode == BOARD_SLAVE) {
         return false;
     }
@@ -360,7 +358,7 @@ void ASD_ROUTINE_SYS_CCDB_Task(void * /*data*/) {
             cpldRamRegPre = cpldRamRegCurrent;
             vos_task_delay(kUpgradeSettleMs);
         }
-        if (g_masterMode == BOARD_MASTER) {
+        if (is_master()) {
             ccdb_write_waiting();
         }
     }
@@ -594,7 +592,7 @@ void ASD_SyncASD10(const guint8 *data, guint32 len) {
 void ASD_SyncASD13(const guint8 *data, guint32 len) {
     const auto model = first_bytes<16>(data, len);
     (void)BSP_SetFrameModelToCpldRam(data, len); // the next push tries again
-    // Kept: the line ends with -1 whatever happened; tools that read it expect the field.
+    // Kept: the line ends with -1 whatever happened; its text is interface.
     ASD_LOG_DEBUG(
         "Proc master sync product model=0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,"
         "0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x, ret=%d",
@@ -732,7 +730,8 @@ void ASD_SetCtrlIocardPcie2Cpldram(void) {
         return;
     }
     (void)BSP_SetCpldRam(kCpldController,
-                         flash_read && flash == kIocardOn ? kIocardOn : kIocardOff); // the next pass tries again
+                         flash_read && flash == kIocardOn ? kIocardOn
+                                                          : kIocardOff); // the next start or push tries again
 }
 
 // The setting for a record that holds none: from flash, and on the master the record is completed.

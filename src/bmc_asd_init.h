@@ -12,6 +12,11 @@
 // because the role monitor alone writes it and everybody reads it without a lock.
 extern std::atomic<guint32> g_masterMode;
 
+// The error role is no master.
+[[nodiscard]] inline bool is_master() {
+    return g_masterMode == BOARD_MASTER;
+}
+
 // One entry of the routine that reloads items while the board is master.
 struct ASD_MASTER_ROUTINEINFO {
     const gchar *asdName;

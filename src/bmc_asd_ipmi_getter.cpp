@@ -17,8 +17,6 @@
 
 #include <algorithm>
 
-static constexpr guint8 kErased = 0xFF;
-
 // ---- Shared checks ----
 
 gboolean ASD_CheckIpmiMsgData(const IPMI_MSG_S *req_msg) {
@@ -65,10 +63,6 @@ void Asd_PrintData(const guint8 *String, guint8 Len) {
     for (std::size_t i = 0; i < kTraced; ++i) {
         ASD_LOG_DEBUG("[0x%02x]. ", text[i]);
     }
-}
-
-static bool is_master() {
-    return g_masterMode == BOARD_MASTER; // the error role behaves as a slave
 }
 
 // ---- Identity records ----
@@ -243,8 +237,7 @@ static gint32 config_read(const IPMI_MSG_S *req_msg, gconstpointer user_data, co
         }
         return ipmi_send_response(req_msg, 1 + record.size, response.bytes.data());
     }
-    // Kept: a slave answers success with an empty record; management software asks every controller and takes the one
-    // that has data.
+    // Kept: a slave answers success with an empty record, not a failure.
     if (const gint32 ret = memset_s(response.bytes.data(), response.bytes.size(), 0, response.bytes.size()); ret != 0) {
         ASD_LOG_ERROR("Error: init asd ipmi %s failed, result = %d.", record.buffer, ret);
     }
@@ -331,7 +324,6 @@ gint32 ipmi_cmd_get_e2pwp_test(const IPMI_MSG_S *req_msg, gconstpointer user_dat
 
 // ---- Electronic keys ----
 
-static constexpr guint32 kEkeyFrames = 5;
 static constexpr guint32 kEkeyLastReadFrame = kEkeySize - ((kEkeyFrames - 1) * kReadFrameSize);
 static_assert(kEkeyLastReadFrame == 112);
 
@@ -625,7 +617,7 @@ gint32 ipmi_cmd_get_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer
         return answer_code(req_msg, code);
     }
     if (const guint8 crc = BSP_CalCrc8(0, record.data(), kModelCrcOffset); crc != record[kModelCrcOffset]) {
-        // Kept: the byte printed as the real CRC is the one before it; tools that read this line expect it.
+        // Kept: the byte printed as the real CRC is the one before it; the line is interface.
         ASD_LOG_ERROR("Get backboard model failed(realcrc8=0x%x, calcrc8=0x%x)", record[2], crc);
         return answer_code(req_msg, kModelCrcBad);
     }

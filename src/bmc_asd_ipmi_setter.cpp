@@ -18,12 +18,6 @@
 #include <algorithm>
 #include <cstring>
 
-static constexpr guint8 kErased = 0xFF;
-
-static bool is_master() {
-    return g_masterMode == BOARD_MASTER; // the error role behaves as a slave
-}
-
 // ---- Locks ----
 
 gulong g_ekey_buffer_lock;
@@ -174,7 +168,8 @@ static guint8 model_to_cpld(const guint8 *payload) {
     if (const gint32 ret = memcpy_s(model.data(), model.size(), payload, model.size()); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ipmi model failed, result = %d.", ret);
     }
-    (void)BSP_SetFrameModelToCpldRam(model.data(), static_cast<UINT32>(model.size())); // the next start copies it again
+    (void)BSP_SetFrameModelToCpldRam(
+        model.data(), static_cast<UINT32>(model.size())); // Kept: unlike the MAC, whose failure is answered
     return kCompleted;
 }
 
@@ -308,8 +303,7 @@ gint32 ipmi_cmd_set_baycfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
         ASD_LOG_ERROR("Call asd_write_equip failed! result: %d. Set Baycfg fail.", ret);
         return answer_code(req_msg, kCannotReturnBytes);
     }
-    ASD_LOG_ERROR(
-        "Set Baycfg success."); // Kept: at the error level, so that a changed bay layout is never filtered out
+    ASD_LOG_ERROR("Set Baycfg success."); // Kept: at the error level
     return answer_code(req_msg, kCompleted);
 }
 
@@ -317,7 +311,6 @@ gint32 ipmi_cmd_set_baycfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
 
 SharedBytes<kEkeySize> g_ekey_buffer;
 
-static constexpr guint32 kEkeyFrames = 5;
 static constexpr guint32 kEkeyLastWriteFrame = kEkeySize - ((kEkeyFrames - 1) * kWriteFrameSize);
 static_assert(kEkeyLastWriteFrame == 144);
 
@@ -646,7 +639,7 @@ gint32 ipmi_cmd_set_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer
         return answer_code(req_msg, kNoResponse);
     }
     ASD_LOG_INFO("Set backboard model 0x%x succeed.", code);
-    (void)BSP_SetPcieSasModelToCpldRam(code); // the record is stored; the next start brings the CPLD up to it
+    (void)BSP_SetPcieSasModelToCpldRam(code); // the record is stored; peers get it with the next push
     return answer_code(req_msg, kCompleted);
 }
 

@@ -53,10 +53,9 @@ static constexpr std::string_view kChipSilentOnChecksum = "ASDDev25a"; // the ba
 
 static constexpr guint32 kReadRounds = 3;
 static constexpr guint32 kReadPauseMs = 100;
-static constexpr guint32 kRetryDefault = 5;
-static constexpr guint8 kErased = 0xFF;
 
-// Log-once flags of the power threshold's chip and item, whose board may be absent; a race only repeats a message.
+// Log-once flags of the power threshold's chip and item, so that a missing EEPROM does not flood the log; a race only
+// repeats a message.
 static std::atomic<bool> power_threshold_chip_failed{false};
 static std::atomic<bool> power_threshold_item_failed{false};
 
@@ -188,8 +187,7 @@ gint32 asd_eeprom_readblk(OBJ_HANDLE dev_handle, guint8 *data, guint32 len, guin
     if (name_in(name, kStrictChips) && !read.matches()) {
         return read.ret | 1;
     }
-    // Kept: elsewhere a bad checksum is no failure; records written before checksums came into use are still in the
-    // field.
+    // Kept: elsewhere a bad checksum is no failure; the bytes are delivered as they were read.
     return read.ret;
 }
 
@@ -567,8 +565,7 @@ gint32 asd_read_chip_dev1check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len,
     return ret;
 }
 
-// Kept: with both chips expected good, a failing chip 0 is not replaced by chip 1; the caller shall see that the pair
-// is hurt.
+// Kept: with both chips expected good, a failing chip 0 is not replaced by chip 1: the read fails.
 gint32 asd_read_chip_check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     guint8 check_flag = kFlagUnread;
     if (const gint32 ret = asd_choose_object_read(obj_handle, &check_flag); ret != 0) {
@@ -614,7 +611,7 @@ gint32 asd_eeprom_check(const gchar *obj_name) {
     guint32 length = 0;
     if (const gint32 length_ret = asd_get_length(item, &length); length_ret != 0) {
         ASD_LOG_ERROR("%s get length failed! result: %d.", obj_name, length_ret);
-        return ret; // Kept: the lookup's 0; the hourly check has already said what failed
+        return ret; // Kept: the lookup's 0; the log has said what failed
     }
     if (length > kItemMax) {
         ASD_LOG_ERROR("%s length(%d) exceed asd eep max size(%d).", obj_name, length, kItemMax);

@@ -13,14 +13,10 @@
 #include <array>
 #include <string_view>
 
-// Kept: failures of these chips mark them unhealthy only with status bit 0x20000. They sit on boards that may be
-// unplugged, and a missing board is no failing chip.
+// Kept: failures of these chips mark them unhealthy only with status bit 0x20000.
 static constexpr std::array<std::string_view, 5> kSparedChips = {"ASDDev5a", "ASDDev5b", "ASDDev7", "ASDDev11a",
                                                                  "ASDDev11b"};
 static constexpr guint32 kSparedFailureBit = 0x20000;
-
-static constexpr UINT32 kCpldIdleRegister = 0x1F8;
-static constexpr UINT32 kCpldIdleBit = 1;
 
 // ---- Value and Ready ----
 

@@ -18,11 +18,9 @@
 #include <array>
 #include <string_view>
 
-static constexpr guint32 kRetryDefault = 5;
 static constexpr guint32 kWritePauseMs = 50;
-static constexpr guint32 kSpecialPauseMs = 200; // power supplies, fans and buckle cards answer more slowly
+static constexpr guint32 kSpecialPauseMs = 200; // of power supplies, fans and buckle cards
 static constexpr guint32 kProtectSettleMs = 10; // after StgWp is lifted
-static constexpr guint8 kErased = 0xFF;
 static constexpr guint8 kProtectOff = 0;
 static constexpr guint8 kProtectOn = 1;
 static constexpr guint32 kBucklecardTypeSize = 4;
@@ -434,7 +432,7 @@ gint32 asd_write_check_flag(OBJ_HANDLE chk_obj_handle, guint8 check_flag) {
 // ---- Power supplies ----
 
 gint32 asd_power_write(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
-    // Kept: no online check; a supply's key can be written while the supply is not yet taken into service.
+    // Kept: no online check on this path, unlike all others.
     const gchar *name = dfl_get_object_name(obj_handle);
     if (name == nullptr) {
         ASD_LOG_ERROR("Get objname failed.");
@@ -621,7 +619,7 @@ gint32 asd_bucklecard_eeprom_write(OBJ_HANDLE obj_handle, const guint8 *data, gu
     }
     vos_task_delay(kProtectSettleMs);
     (void)asd_bucklecard_eeprom_writedata(chip, data, len, ASD_CHECKSUM_CRC16); // shows in Health and ErrorCode
-    // Kept: the result is that of protecting the card again; an unprotected card is what callers must act on.
+    // Kept: the result is that of protecting the card again; a failed write shows in Health and ErrorCode.
     return asd_bucklecard_eeprom_wp(chip, kProtectOn);
 }
 

@@ -13,7 +13,7 @@ import tempfile
 from harness import DEADLINE_S, wait_for
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-CHECKOUT = "/home/you/asd"  # the checkout in the README
+CHECKOUT = "/opt/asd"  # the checkout in the README
 END = "@@ end of output @@"
 
 
