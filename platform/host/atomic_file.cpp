@@ -12,6 +12,7 @@
 
 // With 32-bit offsets fstat fails on file systems whose inode numbers are longer.
 static_assert(sizeof(off_t) >= 8, "build with _FILE_OFFSET_BITS=64");
+static_assert(sizeof(time_t) >= 8, "build with _TIME_BITS=64");
 
 namespace asd_host {
 
