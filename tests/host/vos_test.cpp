@@ -209,7 +209,7 @@ void end_with_a_busy_task() {
 }
 
 TEST(TaskDeathTest, TasksStopAtTheEndOfTheService) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    GTEST_FLAG_SET(death_test_style, ASD_DEATH_TEST_STYLE);
     EXPECT_EXIT(end_with_tasks(), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(end_with_a_busy_task(), testing::ExitedWithCode(0), "");
 }

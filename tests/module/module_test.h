@@ -217,7 +217,7 @@ protected:
 
 // Runs the body in a process of its own, where the module's statics have their first values.
 #define IN_FRESH_PROCESS(body)                                                                                         \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");                                                                    \
+    GTEST_FLAG_SET(death_test_style, ASD_DEATH_TEST_STYLE);                                                            \
     EXPECT_EXIT(                                                                                                       \
         {                                                                                                              \
             body();                                                                                                    \

@@ -313,9 +313,13 @@ TEST_F(RecordTest, Write) {
 void write_failures_over_time() {
     const OBJ_HANDLE chip = fake::add_chip("ASDDev99", {.retry = 1});
     fake::inject({.operation = "dfl_block_write", .status = 5, .count = 0});
-    const std::vector<std::pair<guint64, bool>> failures = {{0, false},       {299'900, false}, {300'001, true},
-                                                            {300'101, true},  {300'201, true},  {300'301, false},
-                                                            {600'200, false}, {600'302, true},  {600'303, true}};
+    // clang-format off
+    const std::vector<std::pair<guint64, bool>> failures = {
+        {0, false}, {299'900, false}, {300'001, true}, {300'101, true}, {300'201, true}, {300'301, false},
+        {600'200, false}, {600'302, true}, {600'303, true},
+        // where 32 bits wrap
+        {4'294'967'290, true}, {4'294'967'300, true}, {4'294'967'301, true}, {4'295'267'601, false}, {4'295'267'602, true}};
+    // clang-format on
     for (const auto &[tick, logged] : failures) {
         fake::clear_journal();
         fake::set_ticks(tick);
