@@ -8,6 +8,7 @@
 #include "host.h"
 #include "ipmi_registry.h"
 #include "log.h"
+#include "manager_notice.h"
 #include "module_registry.h"
 #include "peer_link.h"
 #include "status.h"
@@ -289,7 +290,9 @@ gint32 static_start_rpc_service(void) {
         asd_host::refuse(mistakes, "the service has not been started");
     }
     asd_host::greet(*platform);
+    asd_host::manager_notify("READY=1");
     asd_host::await_end_signal();
+    asd_host::manager_notify("STOPPING=1");
     const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);
     const bool link_closed = doors.link->stop(asd_host::kDoorLimit);
     const bool bus_closed = doors.bus->stop(asd_host::kDoorLimit);

@@ -3,10 +3,13 @@
 
 """The service from outside: the real process, the stock client, the chips' images, kills and restarts."""
 
+import os
 import random
 import signal
+import socket
 import subprocess
 import unittest
+from unittest import mock
 
 from harness import BINARY, DEADLINE_S, Background, Service, Wire, crc16, wait_for
 
@@ -303,6 +306,19 @@ class Life(unittest.TestCase):
                 self.assertEqual(service.stop(how), 0)
                 self.assertNotIn("Sanitizer", service.log())
                 self.assertEqual(service.start().stop(how), 0)  # and it starts again
+
+    def test_the_service_manager_is_told(self):
+        for prefix in ("", "\0"):  # a path, an abstract name
+            with self.subTest(prefix=prefix), Service() as service, \
+                    socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+                manager.settimeout(DEADLINE_S)
+                address = prefix + str(service.folder / "notify")
+                manager.bind(address)
+                with mock.patch.dict(os.environ, NOTIFY_SOCKET=address.replace("\0", "@")):
+                    service.start()
+                self.assertEqual(manager.recv(64), b"READY=1")
+                self.assertEqual(service.stop(), 0)
+                self.assertEqual(manager.recv(64), b"STOPPING=1")
 
     def test_a_second_instance_is_refused(self):
         with Service(*FAST) as service, Service(*FAST, folder=service.folder) as second:
