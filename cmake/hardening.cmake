@@ -1,0 +1,9 @@
+# SPDX-FileCopyrightText: 2026 The asd authors
+# SPDX-License-Identifier: Apache-2.0
+
+# What a program that reads others' bytes is shipped with: checked copies, guarded stacks, tables that are read-only
+# after the start. Sanitizers bring their own checks, and checked copies need an optimised build.
+if(NOT ASD_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+  add_link_options(-Wl,-z,relro -Wl,-z,now)
+endif()
