@@ -4,6 +4,7 @@
 """A real asd in a folder of its own, and the clients that talk to it."""
 
 import contextlib
+import fcntl
 import json
 import os
 import pathlib
@@ -18,6 +19,7 @@ import threading
 import time
 
 BINARY = pathlib.Path(os.environ["ASD_BINARY"])
+ASDCTL = os.environ.get("ASDCTL_BINARY")
 CONFIG = pathlib.Path(os.environ["ASD_CONFIG"])
 DEADLINE_S = 30  # for anything that must come; generous, because sanitizers and busy machines are slow
 
@@ -30,6 +32,14 @@ def wait_for(condition, what, deadline_s=DEADLINE_S):
             raise AssertionError(f"{what}: not within {deadline_s} s")
         time.sleep(0.01)
     return value
+
+
+def stays(condition, what, seconds=0.5):
+    """Polls that the condition holds for as long: for what must not come. On a busy machine it can miss, not fail."""
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        assert condition(), f"{what}: not for {seconds} s"
+        time.sleep(0.01)
 
 
 def crc16(data):
@@ -55,7 +65,9 @@ class Chip:
         self.image = state_dir / ("" if part.get("Shared") else f"slot{slot}") / part["File"]
 
     def read(self, length):
+        """The bytes as a controller reads them: never those of a write under way."""
         with open(self.image, "rb") as image:
+            fcntl.fcntl(image, fcntl.F_OFD_SETLKW, struct.pack("hhqqi", fcntl.F_RDLCK, os.SEEK_SET, 0, 0, 0))
             image.seek(self.offset)
             return image.read(length)
 
@@ -111,10 +123,21 @@ class Service:
 
     def start_as_master(self):
         """Starts and returns when the items are loaded."""
-        before = self.log().count("asd enter master mode!")
+        return self._start_as("master")
+
+    def start_as_slave(self):
+        """Starts and returns when it has found that another controller is master."""
+        return self._start_as("slave")
+
+    def _start_as(self, role):
+        before = self.entered(role)
         self.start()
-        wait_for(lambda: self.log().count("asd enter master mode!") > before, "the master role")
+        wait_for(lambda: self.entered(role) > before, f"the {role} role")
         return self
+
+    def entered(self, role):
+        """How often the log says that it took that role."""
+        return self.log().count(f"asd enter {role} mode!")
 
     def stop(self, how=signal.SIGTERM):
         """Asks the service to end and returns its status."""
@@ -151,15 +174,46 @@ class Service:
         return subprocess.run(["ipmitool", "-I", "dummy", *words], env=environment,
                               stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=DEADLINE_S, check=False)
 
-    def raw(self, *request):
-        """One request through ipmitool, network function first: (completion code, data)."""
+    def ask(self, *request):
+        """One request through ipmitool, network function first: (completion code, data); code None: no answer."""
         done = self.ipmitool("raw", *(f"{byte:#04x}" for byte in request))
         if done.returncode == 0:
             return 0, bytes.fromhex(done.stdout)
         code = re.search(r"rsp=(0x[0-9a-f]+)", done.stderr)
-        if not code:
-            raise AssertionError(f"ipmitool: {done.returncode} {done.stdout} {done.stderr}\n{self.log()}")
-        return int(code[1], 16), b""
+        return (int(code[1], 16) if code else None), b""
+
+    def raw(self, *request):
+        """The same, where an answer must come."""
+        code, data = self.ask(*request)
+        if code is None:
+            raise AssertionError(f"ipmitool raw {bytes(request).hex()}: no answer\n{self.log()}")
+        return code, data
+
+    def direct(self, netfn, cmd, *data):
+        """The same without the time that ipmitool takes to start."""
+        with self.connect() as connection:
+            connection.sendall(Wire.request(netfn, cmd, bytes(data)))
+            answer = Wire.response(connection)
+        if answer is None:
+            raise AssertionError(f"{bytes((netfn, cmd, *data)).hex()}: no answer\n{self.log()}")
+        return answer[2:]
+
+    def ctl(self, *words):
+        """What asdctl prints as JSON; None: it was refused."""
+        done = subprocess.run([ASDCTL, "--json", "--run-dir", self.run_dir, "--slot", str(self.slot), *map(str, words)],
+                              stdin=subprocess.DEVNULL, capture_output=True, timeout=DEADLINE_S, check=False)
+        return json.loads(done.stdout) if done.returncode == 0 else None
+
+    def state_file(self, name):
+        """The values of one of the board's state files: {key: bytes}."""
+        content = (self.state_dir / f"slot{self.slot}" / name).read_bytes()
+        values, at = {}, 16
+        for _ in range(struct.unpack_from("<I", content, 12)[0]):
+            key, length = struct.unpack_from("<II", content, at)
+            values[key] = content[at + 8:at + 8 + length]
+            at += 8 + length
+        assert content[:8] == b"ASDSTATE" and at + 4 == len(content), content
+        return values
 
 
 class Wire:
@@ -219,3 +273,57 @@ class Background:
         self._thread.join()
         if self._failure:
             raise self._failure
+
+
+NETFN = 0x32
+# Waits of the service ten times shorter, so that the load comes 50 ms after the start.
+FAST = ("--time-scale", "10")
+
+# record, item, read command, write command, selector, bytes; the two chips of the test record are written one by one
+# fmt: off
+RECORDS = [
+    ("MAC",          "ASD10",           0x16, 0x17, 0x10,   6),
+    ("serial",       "ASD11",           0x16, 0x17, 0x11,  20),
+    ("vendor",       "ASD15",           0x16, 0x17, 0x13,  32),
+    ("brand",        "ASD14",           0x16, 0x17, 0x14,  32),
+    ("logo",         "ASD21",           0x16, 0x17, 0x15,   8),
+    ("model",        "ASD13",           0x16, 0x17, 0x19,  16),
+    ("OEM model",    "ASD20",           0x16, 0x17, 0x1A,  16),
+    ("spec",         "ASD26",           0x16, 0x17, 0x1E,  16),
+    ("frame info",   "ASD27",           0x16, 0x17, 0x1F,  32),
+    ("power config", "ASD_PowerConfig", 0xB4, 0xB5, 0x56, 128),
+    ("test pattern", "ASD_E2PWP",       0xB4, 0xB5, 0x62,  32),
+    ("bay record",   "ASD24",           0x92, 0x93, 0x00, 128),
+    ("overseas",     "ASD_OVERSEAS",    0xBB, 0xBC, 0x36,  16),
+]
+# fmt: on
+PER_CHIP = "ASD_E2PWP"
+BY_NAME = {row[0]: row for row in RECORDS}
+
+
+def head(selector, chip=0):
+    return 0x00, 0x00, 0x80, chip, selector
+
+
+def get(service, record, chip=0):
+    _, _, command, _, selector, _ = BY_NAME[record]
+    return service.raw(NETFN, command, *head(selector, chip))
+
+
+def put(service, record, data, chip=0):
+    _, _, _, command, selector, _ = BY_NAME[record]
+    return service.raw(NETFN, command, *head(selector, chip), *data)[0]
+
+
+def pattern(size, seed):
+    return bytes((seed * 41 + i + 77) & 0xFF for i in range(size))
+
+
+def chips_of(service, item):
+    row = next(i for i in service.enclosure["Items"] if i["Name"] == item)
+    return [service.chip(row[key]) for key in ("AtomStorageDataDev0", "AtomStorageDataDev1") if key in row]
+
+
+def on_chip(data):
+    checksum = crc16(data)
+    return data + bytes([checksum & 0xFF, checksum >> 8])

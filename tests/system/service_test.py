@@ -11,59 +11,8 @@ import subprocess
 import unittest
 from unittest import mock
 
-from harness import BINARY, DEADLINE_S, Background, Service, Wire, crc16, wait_for
-
-NETFN = 0x32
-# Waits of the service ten times shorter, so that the load comes 50 ms after the start.
-FAST = ("--time-scale", "10")
-
-# record, item, read command, write command, selector, bytes; the two chips of the test record are written one by one
-# fmt: off
-RECORDS = [
-    ("MAC",          "ASD10",           0x16, 0x17, 0x10,   6),
-    ("serial",       "ASD11",           0x16, 0x17, 0x11,  20),
-    ("vendor",       "ASD15",           0x16, 0x17, 0x13,  32),
-    ("brand",        "ASD14",           0x16, 0x17, 0x14,  32),
-    ("logo",         "ASD21",           0x16, 0x17, 0x15,   8),
-    ("model",        "ASD13",           0x16, 0x17, 0x19,  16),
-    ("OEM model",    "ASD20",           0x16, 0x17, 0x1A,  16),
-    ("spec",         "ASD26",           0x16, 0x17, 0x1E,  16),
-    ("frame info",   "ASD27",           0x16, 0x17, 0x1F,  32),
-    ("power config", "ASD_PowerConfig", 0xB4, 0xB5, 0x56, 128),
-    ("test pattern", "ASD_E2PWP",       0xB4, 0xB5, 0x62,  32),
-    ("overseas",     "ASD_OVERSEAS",    0xBB, 0xBC, 0x36,  16),
-]
-# fmt: on
-PER_CHIP = "ASD_E2PWP"
-BY_NAME = {row[0]: row for row in RECORDS}
-
-
-def head(selector, chip=0):
-    return 0x00, 0x00, 0x80, chip, selector
-
-
-def get(service, record, chip=0):
-    _, _, command, _, selector, _ = BY_NAME[record]
-    return service.raw(NETFN, command, *head(selector, chip))
-
-
-def put(service, record, data, chip=0):
-    _, _, _, command, selector, _ = BY_NAME[record]
-    return service.raw(NETFN, command, *head(selector, chip), *data)[0]
-
-
-def pattern(size, seed):
-    return bytes((seed * 41 + i + 77) & 0xFF for i in range(size))
-
-
-def chips_of(service, item):
-    row = next(i for i in service.enclosure["Items"] if i["Name"] == item)
-    return [service.chip(row[key]) for key in ("AtomStorageDataDev0", "AtomStorageDataDev1") if key in row]
-
-
-def on_chip(data):
-    checksum = crc16(data)
-    return data + bytes([checksum & 0xFF, checksum >> 8])
+from harness import (BINARY, BY_NAME, DEADLINE_S, FAST, NETFN, PER_CHIP, RECORDS, Background, Service, Wire, chips_of, crc16,
+                     get, head, on_chip, pattern, put, wait_for)
 
 
 class Records(unittest.TestCase):
