@@ -59,6 +59,11 @@ def value(service, item):
     return shown and bytes.fromhex(shown["value"])
 
 
+def mac_of(service):
+    """The MAC in memory, whoever brought it there."""
+    return service.direct(NETFN, 0x16, *head(0x10))[1]
+
+
 class Push(unittest.TestCase):
     @staticmethod
     def _with_long_items(enclosure):
@@ -191,12 +196,11 @@ class Failover(unittest.TestCase):
                         print(f"{cycle} takeovers in {time.monotonic() - began:.0f} s, the longest {max(times):.2f} s, mean "
                               f"{sum(times) / cycle:.2f} s; {numbers.requests} writes, {numbers.refused} not acknowledged, "
                               f"the slowest {numbers.slowest_s:.2f} s", flush=True)  # fmt: skip
-            wait_for(lambda: slave.entered("slave") and "asd enter slave mode!" in slave.log()[-2000:], "the last slave")
             numbers.round()
             self._check_identity(master, numbers, numbers.acknowledged)
-            state = master.state_dir
-        # Everything has ended cleanly: pair() has seen to it.
-        self.assertFalse(state.exists())
+            self.assertEqual([slave.stop(), master.stop()], [0, 0])
+            left = [path for path in master.state_dir.rglob("*") if path.parent.name == "intents" or path.suffix == ".tmp"]
+            self.assertEqual(left, [])
 
 
 class Repair(unittest.TestCase):
@@ -337,41 +341,28 @@ class Deferred(unittest.TestCase):
                     upgraded.ctl("board", "set", "cpld-upgrading", 0)
 
 
-class LostLock:
-    """The role reads as error while the master lock's place is taken by a folder."""
-
-    def __init__(self, service):
-        self._lock = service.run_dir / "master.lock"
-
-    def set(self):
-        self._lock.unlink()
-        self._lock.mkdir()
-
-    def clear(self):
-        self._lock.rmdir()
-
-
-class BoardSwitch:
-    def __init__(self, service, *words, on=1):
-        self._service, self._words, self._on = service, words, on
-
-    def set(self):
-        assert self._service.ctl("board", "set", *self._words, self._on)
-
-    def clear(self):
-        assert self._service.ctl("board", "set", *self._words, 0)
+def switch(service, state, on):
+    """Sets a board state. The role reads as error while the master lock's place is taken by a folder."""
+    lock = service.run_dir / "master.lock"
+    if state:
+        assert service.ctl("board", "set", *state, on)
+    elif on:
+        lock.unlink()
+        lock.mkdir()
+    else:
+        lock.rmdir()
 
 
 class Stops(unittest.TestCase):
     SETTLE_S = 10 / 10  # after an upgrade, at FAST
     # fmt: off
-    STATES = [  # state, how it is set, pushes go on, the master's records: on a master, on one that takes over; takes over
-        ("equipment mode", lambda s: BoardSwitch(s, "equipment-mode"),                                False, True,  True,  False),
-        ("CPLD bit",       lambda s: BoardSwitch(s, "cpld-bit", 0x1F8, 1),                            True,  True,  False, False),
-        ("another bit",    lambda s: BoardSwitch(s, "cpld-bit", 0x1F8, 2),                            True,  True,  True,  True),
-        ("CPLD upgrade",   lambda s: BoardSwitch(s, "cpld-upgrading"),                                False, True,  True,  True),
-        ("role unreadable", lambda s: BoardSwitch(s, "fault", "BSP_GetBoardMasterOrSlaveState", on=5), False, True, False, False),
-        ("role error",     LostLock,                                                                  False, False, False, False),
+    STATES = [  # state, pushes go on, who answers with the master's records: the master, who takes over; takes over
+        (("equipment-mode",),                           False, True,  True,  False),
+        (("cpld-bit", 0x1F8, 1),                        True,  True,  False, False),
+        (("cpld-bit", 0x1F8, 2),                        True,  True,  True,  True),
+        (("cpld-upgrading",),                           False, True,  True,  True),
+        (("fault", "BSP_GetBoardMasterOrSlaveState"),   False, True,  False, False),
+        ((),                                            False, False, False, False),  # the role is error
     ]
     # fmt: on
 
@@ -379,23 +370,23 @@ class Stops(unittest.TestCase):
         with pair(*FAST, *DEBUG, slave_arguments=("--role", "slave")) as (master, slave):
             self.assertEqual([put(master, "MAC", pattern(6, 1)), put(master, "spec", pattern(16, 1))], [0, 0])
             after_pushes(slave)
-            for seed, (name, switch, pushes, serves, _, _) in enumerate(self.STATES, start=2):
-                with self.subTest(name):
-                    switch(master).set()
+            for seed, (state, pushes, serves, _, _) in enumerate(self.STATES, start=2):
+                with self.subTest(state=state):
+                    switch(master, state, 1)
                     if not pushes:
                         wait_for(lambda: self._quiet(slave), "the pushes to stop")
                     mac = pattern(6, seed)
                     self.assertEqual(put(master, "MAC", mac), 0)
                     if pushes:
                         after_pushes(slave)
-                        self.assertEqual(value(slave, "ASD10"), mac)
+                        self.assertEqual(mac_of(slave), mac)
                     else:
-                        stays(lambda: value(slave, "ASD10") != mac, "the old value")
+                        stays(lambda: mac_of(slave) != mac, "the old value")
                     self.assertEqual(get(master, "spec"), (0, pattern(16, 1) if serves else bytes(16)))
                     cleared = time.monotonic()
-                    switch(master).clear()
-                    wait_for(lambda: value(slave, "ASD10") == mac, "the push")
-                    if name == "CPLD upgrade":
+                    switch(master, state, 0)
+                    wait_for(lambda: mac_of(slave) == mac, "the push")
+                    if state == ("cpld-upgrading",):
                         self.assertGreater(time.monotonic() - cleared, self.SETTLE_S)
             self.assertEqual(master.entered("master"), 1)  # also the error that passed has made it load nothing again
 
@@ -408,10 +399,10 @@ class Stops(unittest.TestCase):
         return False
 
     def test_each_state_stops_the_takeover_it_should(self):
-        for name, switch, _, _, serves, takes_over in self.STATES:
-            with self.subTest(name), pair(*FAST) as (master, slave):
+        for state, _, _, serves, takes_over in self.STATES:
+            with self.subTest(state=state), pair(*FAST) as (master, slave):
                 self.assertEqual(put(master, "spec", pattern(16, 1)), 0)
-                switch(slave).set()
+                switch(slave, state, 1)
                 master.kill()
                 # Equipment mode: it answers as the master it is, but has loaded nothing.
                 answer = (0, pattern(16, 1)) if takes_over else (0xCE, b"") if serves else (0, bytes(16))
@@ -419,7 +410,7 @@ class Stops(unittest.TestCase):
                 if not takes_over:
                     stays(lambda: not slave.entered("master"), "the slave", 0.3)
                     self.assertEqual(get(slave, "spec"), answer)
-                    switch(slave).clear()
+                    switch(slave, state, 0)
                 wait_for(lambda: slave.entered("master"), "the takeover")
                 wait_for(lambda: get(slave, "spec") == (0, pattern(16, 1)), "the record")
 
@@ -433,7 +424,7 @@ class FakePeer:
         self._path = folder / "link.sock"
         self._answer = answer
         self.items = []  # the item number of each push it got
-        self._open = []
+        self._unanswered = []  # kept open: who hangs does not hang up
         self._listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self._listener.bind(str(self._path))
         self._listener.listen(64)
@@ -443,14 +434,15 @@ class FakePeer:
         with contextlib.suppress(OSError):  # the listener has been shut down
             while True:
                 connection = self._listener.accept()[0]
-                self._open = [*self._open[-20:], connection]  # kept open: who hangs does not hang up
                 request = connection.recv(1024)
                 if request:  # else somebody asked whether it is online
                     self.items.append(request[8 + 3 + 5])
+                    if (answer := self._answer(request)) is None:
+                        self._unanswered.append(connection)
+                        continue
                     with contextlib.suppress(OSError):  # the master may have given up
-                        if (answer := self._answer(request)) is not None:
-                            connection.sendall(answer)
-                            connection.shutdown(socket.SHUT_RDWR)
+                        connection.sendall(answer)
+                connection.close()
 
     def __enter__(self):
         self._thread.start()
@@ -460,7 +452,7 @@ class FakePeer:
         self._listener.shutdown(socket.SHUT_RDWR)
         self._thread.join()
         self._listener.close()
-        for connection in self._open:
+        for connection in self._unanswered:
             connection.close()
         self._path.unlink()
 
@@ -490,7 +482,7 @@ class Peers(unittest.TestCase):
                     self.assertEqual(put(master, "MAC", mac), 0)
                     self.assertEqual(get(master, "MAC"), (0, mac))
                     after_pushes(slave)
-                    self.assertEqual(value(slave, "ASD10"), mac)
+                    self.assertEqual(mac_of(slave), mac)
                     wait_for(lambda: len(good.items) >= 6, "pushes to the last slot")
                     wait_for(lambda: len(bad.items) >= 6, "pushes to the bad peer")
                     for peer in (bad, good):  # each item once in a pass: a failure is not tried again within it
@@ -513,11 +505,11 @@ class Peers(unittest.TestCase):
                     wait_for(lambda: len(other.items) > seen + 1, "pushes to the other")
             finally:
                 slave.process.send_signal(signal.SIGCONT)
-            wait_for(lambda: value(slave, "ASD10") == pattern(6, 4), "the push to arrive")
+            wait_for(lambda: mac_of(slave) == pattern(6, 4), "the push to arrive")
 
 
 class Load(unittest.TestCase):
-    # At this scale the limit of the EEPROM's lock is 2 ms, so that a write may be refused as CE.
+    # At this scale the limit of the EEPROM's lock is 2 ms, so that a write may be refused: CE, or CA.
     SCALE = ("--time-scale", "1000")
 
     def test_everything_at_once(self):
@@ -541,7 +533,7 @@ class Load(unittest.TestCase):
             wait_for(lambda: all(worker.rounds for worker in workers.values()), "an answer to everyone")
         print(f"{sum(worker.rounds for worker in workers.values())} requests in {LOAD_S} s: "
               + ", ".join(f"{name} {worker.rounds}" for name, worker in workers.items()) + f"; answers {dict(codes)}")
-        self.assertLessEqual({code for code in codes if isinstance(code, int)}, {0x00, 0xCE})
+        self.assertLessEqual({code for code in codes if isinstance(code, int)}, {0x00, 0xCA, 0xCE})
         self.assertGreater(codes[0x00], codes[0xCE])
 
     @staticmethod
