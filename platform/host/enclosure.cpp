@@ -27,6 +27,7 @@ constexpr std::int64_t kLongestItem = 8192;     // data bytes
 constexpr std::int64_t kLargestPart = 16 << 20; // bytes; serial EEPROMs end far below
 constexpr std::int64_t kLargestPage = 4096;
 constexpr std::int64_t kHighestLine = 1023;
+constexpr std::int64_t kHighestOffset = 65534; // the kernel counts a chip's lines in 16 bits
 constexpr std::size_t kLongestName = 63;
 constexpr std::size_t kLargestFile = 1 << 20; // of the configuration; a full enclosure has some 20 KiB
 
@@ -48,8 +49,9 @@ using Number = std::optional<std::int64_t>;
 struct Written {
     struct Entry {
         const JsonNode *node;
-        Number number; // a part's size, a chip's offset, an item's number
+        Number number; // a line's, a part's size, a chip's offset, an item's number
     };
+    std::vector<Entry> gpio_lines;
     std::vector<Entry> parts;
     std::vector<Entry> chips;
     std::vector<Entry> items;
@@ -121,6 +123,35 @@ DeviceIdentity read_device(const JsonNode *node, JsonMistakes &mistakes) {
     device.product_id = to(number("ProductId", 0xFFFF), device.product_id);
     section.finish();
     return device;
+}
+
+// Exactly one of Offset and Name says which of the chip's lines it is.
+GpioLineConfig read_gpio_line(const JsonNode &node, JsonMistakes &mistakes, std::vector<Written::Entry> &written) {
+    JsonSection section(&node, &mistakes);
+    GpioLineConfig line;
+    const Number number = section.number("Line", {.least = 0, .most = kHighestLine, .why = ""}, kRequired);
+    line.line = to(number, line.line);
+    line.chip = section.text("Chip", kRequired);
+    const JsonNode *name = node.find("Name");
+    const Number offset = section.number("Offset", {.least = 0, .most = kHighestOffset, .why = ""},
+                                         name == nullptr ? kRequired : kOptional);
+    if (offset) {
+        line.offset = static_cast<std::uint32_t>(*offset);
+    }
+    line.name = section.text("Name", kOptional);
+    if (name != nullptr && node.find("Offset") != nullptr) {
+        mistakes.add(*name, "stands beside \"Offset\"; keep the one by which the line is to be found");
+    }
+    line.active_low = section.flag("ActiveLow", false);
+    for (const char *key : {"Chip", "Name"}) {
+        const JsonNode *text = node.find(key);
+        if (text != nullptr && text->kind == JsonNode::Kind::kText && text->text.empty()) {
+            mistakes.add(*text, "is empty; gpioinfo lists the chips and their lines");
+        }
+    }
+    section.finish();
+    written.push_back({.node = &node, .number = number});
+    return line;
 }
 
 void check_part_file(const PartConfig &part, const JsonNode &written, JsonMistakes &mistakes) {
@@ -256,6 +287,24 @@ void check_names(const Enclosure &enclosure, const Written &written, JsonMistake
     report_duplicates(slot_files, "File", "each part needs a file of its own", mistakes);
     report_duplicates(objects, "Name", "an item or chip needs a name that no other item or chip has", mistakes);
     report_duplicates(nums, "Num", "each item needs a number of its own", mistakes);
+}
+
+void check_gpio_lines(const Enclosure &enclosure, const Written &written, JsonMistakes &mistakes) {
+    std::vector<Keyed> numbers;
+    std::vector<Keyed> offsets;
+    std::vector<Keyed> names;
+    for (std::size_t i = 0; i < enclosure.gpio_lines.size(); ++i) {
+        const GpioLineConfig &line = enclosure.gpio_lines[i];
+        const Written::Entry &entry = written.gpio_lines[i];
+        numbers.push_back({entry.number ? std::to_string(*entry.number) : "", entry.node});
+        // A chip is known by its path and by its name.
+        const std::string chip = " of " + in_quotes(line.chip.substr(line.chip.starts_with("/dev/") ? 5 : 0));
+        offsets.push_back({line.offset ? std::to_string(*line.offset) + chip : "", entry.node});
+        names.push_back({line.name.empty() ? "" : in_quotes(line.name) + chip, entry.node});
+    }
+    report_duplicates(numbers, "Line", "each line is at one place", mistakes);
+    report_duplicates(offsets, "Offset", "each line needs a place of its own", mistakes);
+    report_duplicates(names, "Name", "each line needs a place of its own", mistakes);
 }
 
 // The index of the entry of that name.
@@ -409,6 +458,9 @@ Enclosure read_enclosure(const JsonNode &root, JsonMistakes &mistakes) {
         to(section.number("IpmiPrivilege", {.least = 1, .most = 4, .why = ""}, kOptional), enclosure.ipmi_privilege);
     enclosure.board = read_board(section.any("Board"), mistakes);
     enclosure.device = read_device(section.any("Device"), mistakes);
+    for (const JsonNode &node : section.array("GpioLines", kOptional)) {
+        enclosure.gpio_lines.push_back(read_gpio_line(node, mistakes, written.gpio_lines));
+    }
     for (const JsonNode &node : section.array("Parts", kRequired)) {
         enclosure.parts.push_back(read_part(node, mistakes, written.parts));
     }
@@ -419,6 +471,7 @@ Enclosure read_enclosure(const JsonNode &root, JsonMistakes &mistakes) {
         enclosure.items.push_back(read_item(node, mistakes, written.items));
     }
     section.finish();
+    check_gpio_lines(enclosure, written, mistakes);
     check_names(enclosure, written, mistakes);
     References(enclosure, written, mistakes).check();
     return enclosure;

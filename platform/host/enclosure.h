@@ -54,6 +54,15 @@ struct PartConfig {
     std::optional<std::uint32_t> write_protect_line = {};
 };
 
+// A write-protect line that is a line of a GPIO chip.
+struct GpioLineConfig {
+    std::uint32_t line = 0;                   // the number that the module and the parts know it by
+    std::string chip;                         // path, name or label
+    std::optional<std::uint32_t> offset = {}; // on the chip; none: the chip's line of this name
+    std::string name = {};
+    bool active_low = false; // level 1 is the lower voltage
+};
+
 struct ChipConfig {
     std::string name;
     std::string part;
@@ -78,7 +87,8 @@ struct Enclosure {
     Role role = Role::kAuto;
     BoardFacts board;
     DeviceIdentity device;
-    std::uint8_t ipmi_privilege = 4; // of the local IPMI socket: 1 callback to 4 administrator
+    std::uint8_t ipmi_privilege = 4;        // of the local IPMI socket: 1 callback to 4 administrator
+    std::vector<GpioLineConfig> gpio_lines; // lines that are not among them are emulated
     std::vector<PartConfig> parts;
     std::vector<ChipConfig> chips;
     std::vector<ItemConfig> items;

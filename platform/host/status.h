@@ -16,6 +16,7 @@ inline constexpr gint32 kReadOnly = -2005;      // the property is configuration
 inline constexpr gint32 kTimedOut = -2006;      // the time limit passed
 inline constexpr gint32 kStorageFailed = -2007; // a state file could not be read or written
 inline constexpr gint32 kUnsupported = -2008;   // not available on this platform
+inline constexpr gint32 kLineFailed = -2009;    // a write-protect line could not be driven
 
 // Statuses of chip transfers are positive: a class bit and an errno value. The module counts failures with the second
 // bit against chips that it otherwise spares.

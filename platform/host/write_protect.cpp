@@ -12,6 +12,7 @@
 #include <charconv>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <glib.h>
@@ -64,6 +65,24 @@ bool WriteProtectLines::open(const std::filesystem::path &folder, std::string *m
     return true;
 }
 
+bool WriteProtectLines::attach(const GpioLineConfig &config, std::string *mistake) {
+    auto taken = GpioLine::request(config, mistake);
+    if (taken == nullptr) {
+        return false;
+    }
+    const std::lock_guard lock(mutex_);
+    attached_[config.line].line = std::move(taken);
+    levels_[config.line] = 0;
+    if (const int error = show(config.line, 0); error != 0) {
+        *mistake = (folder_ / std::to_string(config.line)).string() + ": cannot be written: " + g_strerror(error);
+        return false;
+    }
+    const std::string place = config.offset ? std::to_string(*config.offset) : config.name;
+    HOST_LOG(kLogInformation, "Write-protect line %u is line %s of the GPIO chip %s%s.", config.line, place.c_str(),
+             config.chip.c_str(), config.active_low ? ", active low" : "");
+    return true;
+}
+
 gint32 WriteProtectLines::init(std::uint32_t line, std::uint32_t mode) {
     (void)line; // any number is a line
     return mode == kOutput ? 0 : kBadArgument;
@@ -74,6 +93,9 @@ gint32 WriteProtectLines::write(std::uint32_t line, std::uint32_t level) {
         return kBadArgument;
     }
     const std::lock_guard lock(mutex_);
+    if (const gint32 ret = drive(line, level); ret != 0) {
+        return ret;
+    }
     levels_[line] = level;
     const int error = show(line, level);
     if (error != 0 && !show_failed_) {
@@ -81,6 +103,20 @@ gint32 WriteProtectLines::write(std::uint32_t line, std::uint32_t level) {
     }
     show_failed_ = error != 0;
     return 0;
+}
+
+gint32 WriteProtectLines::drive(std::uint32_t line, std::uint32_t level) {
+    const auto found = attached_.find(line);
+    if (found == attached_.end()) {
+        return 0;
+    }
+    Attached &attached = found->second;
+    const int error = attached.line->set(level);
+    if (error != 0 && !attached.set_failed) {
+        HOST_LOG(kLogError, "Write-protect line %u cannot be set to %u: %s.", line, level, g_strerror(error));
+    }
+    attached.set_failed = error != 0;
+    return error == 0 ? 0 : kLineFailed;
 }
 
 std::uint32_t WriteProtectLines::level(std::uint32_t line) const {
