@@ -117,15 +117,15 @@ private:
             mistakes_.push_back(mistake);
             return;
         }
-        for (const GpioLineConfig &line : host_->enclosure.gpio_lines) {
-            if (!host_->lines.attach(line, &mistake)) {
-                mistakes_.push_back(mistake);
-            }
-        }
         for (const PartConfig &part : host_->enclosure.parts) {
             if (part.write_protect_line && host_->lines.write(*part.write_protect_line, kProtected) != 0) {
                 mistakes_.push_back("cannot drive the write-protect line " + std::to_string(*part.write_protect_line) +
                                     " of part " + part.name);
+            }
+        }
+        for (const GpioLineConfig &line : host_->enclosure.gpio_lines) {
+            if (!host_->lines.attach(line, &mistake)) {
+                mistakes_.push_back(mistake);
             }
         }
     }

@@ -61,6 +61,7 @@ std::string with(const std::string &from, const std::string &to) {
 
 TEST(Enclosure, ReadsWhatTheFileSays) {
     const auto loaded = load(with(R"("Name": "test",)", R"("Name": "test", "Role": "slave", "$schema": "x",
+        "GpioLines": [ { "Line": 55, "Chip": "c", "Offset": "0x11" }, { "Line": 7, "Chip": "c", "Name": "W", "ActiveLow": 1 } ],
         "Board": { "EquipmentFrame": true, "PcieSasModels": ["0x44"] }, "Device": { "FirmwareMinor": 12 },)"));
     ASSERT_EQ(loaded.mistakes, std::vector<std::string>());
     const asd_host::Enclosure &enclosure = *loaded.enclosure;
@@ -68,6 +69,13 @@ TEST(Enclosure, ReadsWhatTheFileSays) {
     EXPECT_TRUE(enclosure.board.equipment_frame);
     EXPECT_EQ(enclosure.board.pcie_sas_models, std::vector<std::uint8_t>{0x44});
     EXPECT_EQ(enclosure.device.firmware_minor, 0x12);
+    ASSERT_EQ(enclosure.gpio_lines.size(), 2U);
+    EXPECT_EQ(enclosure.gpio_lines[0].line, 55U);
+    EXPECT_EQ(enclosure.gpio_lines[0].offset, 17U);
+    EXPECT_FALSE(enclosure.gpio_lines[0].active_low);
+    EXPECT_FALSE(enclosure.gpio_lines[1].offset.has_value());
+    EXPECT_EQ(enclosure.gpio_lines[1].chip + enclosure.gpio_lines[1].name, "cW");
+    EXPECT_TRUE(enclosure.gpio_lines[1].active_low);
     ASSERT_EQ(enclosure.parts.size(), 2U);
     EXPECT_FALSE(enclosure.parts[0].shared);
     EXPECT_TRUE(enclosure.parts[1].shared);
@@ -165,6 +173,25 @@ TEST(Enclosure, EachMistakeIsOneLineThatNamesPlaceAndRemedy) {
         {R"("Name": "test")",
          R"("Name": "test", "Role": "both")",
          {R"(e.json:2: /Role: is "both"; must be "auto", "master" or "slave")"}},
+        {R"("Name": "test",)",
+         R"("Name": "test", "GpioLines": [
+           { "Line": 55, "Chip": "gpiochip0", "Offset": 12 }, { "Line": 56, "Chip": "gpiochip0", "Name": "WP" },
+           { "Line": 55, "Chip": "/dev/gpiochip0", "Offset": "0xC" },
+           { "Line": 57, "Chip": "gpiochip1", "Offset": 12, "ActivLow": 0 },
+           { "Line": 58, "Chip": "gpiochip0", "Name": "WP", "Offset": 1 },
+           { "Line": 1024, "Chip": "", "Ofset": 1 }, { "Chip": "gpiochip0", "Name": "WP2" } ],)",
+         {R"(e.json:4: /GpioLines/2/Line: is 55, as in line 3; each line is at one place)",
+          R"(e.json:4: /GpioLines/2/Offset: is 12 of "gpiochip0", as in line 3; each line needs a place of its own)",
+          R"(e.json:5: /GpioLines/3/ActivLow: unknown key; did you mean "ActiveLow"?)",
+          R"(e.json:6: /GpioLines/4/Name: stands beside "Offset"; keep the one by which the line is to be found)",
+          R"(e.json:6: /GpioLines/4/Name: is "WP" of "gpiochip0", as in line 3; each line needs a place of its own)",
+          R"(e.json:7: /GpioLines/5/Line: is 1024; must be a whole number from 0 to 1023)",
+          R"(e.json:7: /GpioLines/5/Chip: is empty; gpioinfo lists the chips and their lines)",
+          R"(e.json:7: /GpioLines/5/Ofset: unknown key; did you mean "Offset"?)",
+          R"(e.json:7: /GpioLines/6: "Line" is missing; add it)"}},
+        {R"("Name": "test",)",
+         R"("Name": "test", "GpioLines": [ { "Line": 55, "Chip": "gpiochip0" } ],)",
+         {R"(e.json:2: /GpioLines/0: "Offset" is missing; add it)"}},
         {R"("Parts": [)",
          "\"Parts\": [ // two",
          {"e.json:3: /Parts: not JSON: syntax error while parsing value - invalid literal; last read: '\"Parts\": [ "
@@ -249,6 +276,8 @@ TEST(Enclosure, TheLoaderKnowsEveryKeyOfTheSchema) {
          R"("Board": { )" + keys_of({"properties", "Board", "properties"}) + R"("TwoUExpansion": 0 })"},
         {R"("Name": "test")",
          R"("Device": { )" + keys_of({"properties", "Device", "properties"}) + R"("DeviceId": 0 })"},
+        {R"("Name": "test")",
+         R"("GpioLines": [ { )" + keys_of({"definitions", "gpioLine", "properties"}) + R"("Line": 0 } ])"},
         {R"("Name": "left")", keys_of({"definitions", "part", "properties"}) + R"("Name": "left")"},
         {R"("Name": "Dev1a")", keys_of({"definitions", "chip", "properties"}) + R"("Name": "Dev1a")"},
         {R"("Name": "One")", keys_of({"definitions", "item", "properties"}) + R"("Name": "One")"},
