@@ -56,7 +56,7 @@ void run_calls(const std::shared_ptr<CallPoolShared> &shared) {
 
 } // namespace
 
-CallPool::CallPool() : shared_(std::make_shared<CallPoolShared>()) {}
+CallPool::CallPool(std::size_t threads) : thread_count_(threads), shared_(std::make_shared<CallPoolShared>()) {}
 
 CallPool::~CallPool() {
     (void)stop(std::chrono::seconds(1)); // a call that is still running keeps what it uses
@@ -64,7 +64,7 @@ CallPool::~CallPool() {
 
 bool CallPool::start(std::string *mistake) {
     try {
-        while (threads_.size() < kThreads) {
+        while (threads_.size() < thread_count_) {
             threads_.emplace_back(run_calls, shared_);
         }
     } catch (const std::system_error &failure) {

@@ -20,11 +20,11 @@ struct CallPoolShared;
 
 class CallPool {
 public:
-    static constexpr std::size_t kThreads = 4;
+    static constexpr std::size_t kThreads = 4; // unless the constructor is told otherwise
     static constexpr std::size_t kWaiting = 64;
     using Work = std::function<void()>;
 
-    CallPool();
+    explicit CallPool(std::size_t threads = kThreads);
     ~CallPool();
     CallPool(const CallPool &) = delete;
     CallPool &operator=(const CallPool &) = delete;
@@ -36,7 +36,8 @@ public:
         kFull,   // kWaiting calls are waiting already
         kEnding, // stop has been called
     };
-    // Runs work on one of the threads. Calls of one object run one after the other, in the order they came.
+    // Runs work on one of the threads. Calls of one object (any number that stands for what is worked on) run one after
+    // the other, in the order they came.
     [[nodiscard]] Taken run(OBJ_HANDLE object, Work work);
 
     // Drops what is waiting and waits for what is running. False: something still runs after the limit, and keeps what
@@ -44,6 +45,7 @@ public:
     [[nodiscard]] bool stop(std::chrono::milliseconds limit);
 
 private:
+    std::size_t thread_count_;
     std::shared_ptr<CallPoolShared> shared_;
     std::vector<std::thread> threads_;
 };

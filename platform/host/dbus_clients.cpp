@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dbus_clients.h"
 
+#include "dbus_member.h"
 #include "log.h"
 
 #include <cstring>
@@ -30,14 +31,6 @@ GDBusMessage *name_refusals(GDBusConnection * /*connection*/, GDBusMessage *mess
     g_dbus_message_set_error_name(renamed, kErrorArguments);
     g_object_unref(message);
     return renamed;
-}
-
-// Nothing that waits to be sent or received waits any longer; the connection then reports its end.
-void cut(GDBusConnection *connection) {
-    GIOStream *stream = g_dbus_connection_get_stream(connection);
-    if (G_IS_SOCKET_CONNECTION(stream)) {
-        (void)g_socket_shutdown(g_socket_connection_get_socket(G_SOCKET_CONNECTION(stream)), TRUE, TRUE, nullptr);
-    }
 }
 
 // GDBus passes the folder's path or that of an object in it.
@@ -108,12 +101,7 @@ bool BusClients::register_folder(GDBusConnection *connection, std::string_view c
                                               error) != 0;
 }
 
-void BusClients::close_all(std::function<void()> done) {
-    if (clients_.empty()) {
-        done();
-        return;
-    }
-    all_closed_ = std::move(done);
+void BusClients::close_all() {
     for (const auto &[connection, client] : clients_) {
         g_dbus_connection_flush(connection, nullptr, on_last_sent, this);
     }
@@ -131,20 +119,8 @@ void BusClients::on_last_sent(GObject *connection, GAsyncResult *result, gpointe
     g_dbus_connection_close(closing, nullptr, nullptr, nullptr);
 }
 
-void BusClients::on_closed(GDBusConnection *connection, gboolean /*vanished*/, GError *error, gpointer self) {
-    auto *clients = static_cast<BusClients *>(self);
-    const auto found = clients->clients_.find(connection);
-    if (found == clients->clients_.end()) {
-        return;
-    }
-    if (found->second.kind == Kind::kBus && !clients->all_closed_) {
-        HOST_LOG(kLogError, "the bus has closed the connection (%s): no methods and properties until a restart",
-                 error != nullptr ? error->message : "no reason given");
-    }
-    clients->clients_.erase(found);
-    if (clients->clients_.empty() && clients->all_closed_) {
-        clients->all_closed_();
-    }
+void BusClients::on_closed(GDBusConnection *connection, gboolean /*vanished*/, GError * /*error*/, gpointer self) {
+    static_cast<BusClients *>(self)->clients_.erase(connection);
 }
 
 // ---- Folders of objects ----

@@ -10,7 +10,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -18,7 +17,6 @@
 
 namespace asd_host {
 
-using ConnectionPtr = ObjectPtr<GDBusConnection>;
 using PropertyNames = std::set<std::string, std::less<>>;
 
 class BusClients {
@@ -41,8 +39,8 @@ public:
     // client does not read is put together: nobody's memory fills up, and the client sees the last values.
     void changed(OBJ_HANDLE object, const PropertyNames &properties);
 
-    // Sends what is on its way and closes; done is called when no connection is left.
-    void close_all(std::function<void()> done);
+    // Sends what is on its way and closes, which count() tells.
+    void close_all();
     // Ends connections whose clients do not take what is on its way.
     void cut_all();
 
@@ -89,7 +87,6 @@ private:
     BusCalls &calls_;
     std::map<GDBusConnection *, Client> clients_;
     std::uint64_t last_name_ = 0;
-    std::function<void()> all_closed_; // set from close_all on
 };
 
 } // namespace asd_host

@@ -5,10 +5,12 @@
 #include "dbus_calls.h"
 #include "dbus_clients.h"
 #include "dbus_door.h"
+#include "dbus_member.h"
 #include "dbus_objects.h"
-#include "log.h"
 #include "loop_queue.h"
+#include "openbmc_door.h"
 
+#include <algorithm>
 #include <future>
 #include <map>
 #include <mutex>
@@ -21,9 +23,12 @@ namespace asd_host {
 
 // Kept by the service, by its threads and by the object store's observer: none of them can outlive it.
 struct BusShared {
-    BusShared(Host &host, const ModuleRegistry &module)
+    BusShared(Host &host, const ModuleRegistry &module, const IpmiRegistry &commands)
         : platform(host), objects(host), calls(objects, module, queue), clients(objects, calls) {
         calls.faults_changed = [this] { clients.changed(kBoardObject, {"Faults"}); };
+        if (host.options.ipmi_host != Bus::kNone) {
+            ipmi = std::make_unique<OpenbmcDoor>(host.options.ipmi_host, commands, queue);
+        }
     }
 
     Host &platform;
@@ -36,6 +41,7 @@ struct BusShared {
     BusObjects objects;
     BusCalls calls;
     BusClients clients;
+    std::unique_ptr<OpenbmcDoor> ipmi; // null: not asked for; its stop is any thread's
     LoopPtr loop;
 
     void note_change(OBJ_HANDLE object, const std::string &property);
@@ -45,88 +51,96 @@ struct BusShared {
 namespace {
 
 constexpr guint kCloseLimitMs = 1000; // for clients that do not take their last answers
-constexpr guint32 kDoNotQueue = 4;    // flag of RequestName
-constexpr guint32 kNowOwner = 1;      // its answer
 
 // ---- The bus thread ----
 
-bool own_name(GDBusConnection *connection, const std::string &name, const std::string &bus, std::string *mistake) {
-    ErrorSlot error;
-    const VariantPtr reply(
-        g_dbus_connection_call_sync(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                    "RequestName", g_variant_new("(su)", name.c_str(), kDoNotQueue),
-                                    G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, error.out()));
-    if (reply == nullptr) {
-        *mistake = "the name " + name + " cannot be had on the " + bus + " bus: " + error.text();
-        return false;
+// What is there while the bus thread serves.
+struct Doors {
+    explicit Doors(BusShared &owner) : shared(owner), socket(owner.clients), member(plan(owner)) {}
+
+    BusShared &shared;
+    BusDoor socket;
+    BusMember member;
+
+    [[nodiscard]] BusMember::Plan plan(BusShared &owner) {
+        const Options &options = owner.platform.options;
+        // The name comes last: who finds it finds the objects too.
+        const auto put_objects = [this, &owner](const ConnectionPtr &connection, std::string *mistake) {
+            ConnectionPtr held(G_DBUS_CONNECTION(g_object_ref(connection.get())));
+            if (!owner.clients.add(std::move(held), BusClients::Kind::kBus, mistake)) {
+                return false;
+            }
+            member.ask_for_name();
+            return true;
+        };
+        return {.bus = options.bus,
+                .name = bus_name(options.slot),
+                .duty = "methods and properties",
+                .prepare = put_objects,
+                .needed_at_start = true};
     }
-    guint32 answer = 0;
-    g_variant_get(reply.get(), "(u)", &answer);
-    if (answer != kNowOwner) {
-        *mistake = "the name " + name + " is taken on the " + bus +
-                   " bus; stop the service that has it, or choose another --slot or --bus";
-        return false;
+    [[nodiscard]] bool gone() const {
+        return shared.clients.count() == 0 && member.gone() && (shared.ipmi == nullptr || shared.ipmi->gone());
     }
-    return true;
+};
+
+bool join_bus(BusMember &member, std::string *mistake) {
+    member.start();
+    while (!member.settled()) {
+        (void)g_main_context_iteration(g_main_context_get_thread_default(), TRUE);
+    }
+    *mistake = member.mistake();
+    return mistake->empty();
 }
 
-bool join_bus(BusShared &shared, Bus bus, std::string *mistake) {
-    const std::string bus_word = bus == Bus::kSession ? "session" : "system";
-    ErrorSlot error;
-    const TextPtr address(g_dbus_address_get_for_bus_sync(bus == Bus::kSession ? G_BUS_TYPE_SESSION : G_BUS_TYPE_SYSTEM,
-                                                          nullptr, error.out()));
-    constexpr auto kFlags =
-        static_cast<GDBusConnectionFlags>(static_cast<unsigned>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT) |
-                                          static_cast<unsigned>(G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION));
-    ConnectionPtr connection;
-    if (address != nullptr) {
-        connection.reset(g_dbus_connection_new_for_address_sync(address.get(), kFlags, nullptr, nullptr, error.out()));
+bool open_doors(Doors &doors, std::string *mistake) {
+    const Options &options = doors.shared.platform.options;
+    if (options.bus != Bus::kNone) {
+        const bool open = options.bus == Bus::kPrivate ? doors.socket.open(options.slot_run_dir() / "bus", mistake)
+                                                       : join_bus(doors.member, mistake);
+        if (!open || !doors.shared.calls.start(mistake)) {
+            return false;
+        }
     }
-    if (connection == nullptr) {
-        *mistake = "cannot reach the " + bus_word + " bus: " + error.text();
-        return false;
-    }
-    GDBusConnection *raw = connection.get();
-    // The name comes last: who finds it finds the objects too.
-    return shared.clients.add(std::move(connection), BusClients::Kind::kBus, mistake) &&
-           own_name(raw, bus_name(shared.platform.options.slot), bus_word, mistake);
+    return doors.shared.ipmi == nullptr || doors.shared.ipmi->start(mistake);
 }
 
-gboolean cut_clients(gpointer shared) {
-    static_cast<BusShared *>(shared)->clients.cut_all();
+gboolean cut_off(gpointer doors) {
+    auto *open = static_cast<Doors *>(doors);
+    open->shared.clients.cut_all();
+    open->member.cut_off();
+    if (open->shared.ipmi != nullptr) {
+        open->shared.ipmi->cut_off();
+    }
     return G_SOURCE_CONTINUE;
 }
 
 // Cut connections report their end, as closed ones do.
-void close_clients(BusShared &shared) {
-    const SourcePtr limit = attached(g_timeout_source_new(kCloseLimitMs), cut_clients, &shared);
-    bool closed = false;
-    shared.clients.close_all([&closed, &shared] {
-        closed = true;
-        g_main_loop_quit(shared.loop.get());
-    });
-    if (!closed) {
-        g_main_loop_run(shared.loop.get());
+void close_doors(Doors &doors) {
+    doors.socket.close();
+    doors.shared.calls.refuse_rest();
+    doors.member.leave();
+    doors.shared.clients.close_all();
+    if (doors.shared.ipmi != nullptr) {
+        doors.shared.ipmi->leave();
+    }
+    const SourcePtr limit = attached(g_timeout_source_new(kCloseLimitMs), cut_off, &doors);
+    while (!doors.gone()) {
+        (void)g_main_context_iteration(g_main_context_get_thread_default(), TRUE);
     }
 }
 
 // Serves until it is told to end. What keeps it from that, or nothing, goes to started.
 void serve(const std::shared_ptr<BusShared> &shared, std::promise<std::string> &started) {
-    BusDoor door(shared->clients);
-    const Options &options = shared->platform.options;
+    Doors doors(*shared);
     std::string mistake;
-    const bool open = options.bus == Bus::kPrivate ? door.open(options.slot_run_dir() / "bus", &mistake)
-                                                   : join_bus(*shared, options.bus, &mistake);
-    if (!open || !shared->calls.start(&mistake)) {
-        started.set_value(mistake);
-        return;
-    }
+    const bool open = open_doors(doors, &mistake);
     shared->queue->attach();
-    started.set_value({});
-    g_main_loop_run(shared->loop.get());
-    door.close();
-    shared->calls.refuse_rest();
-    close_clients(*shared);
+    started.set_value(mistake);
+    if (open) {
+        g_main_loop_run(shared->loop.get());
+    }
+    close_doors(doors);
     shared->queue->detach();
 }
 
@@ -167,12 +181,13 @@ void BusShared::announce_changes() {
     }
 }
 
-std::unique_ptr<DbusService> DbusService::open(Host &platform, const ModuleRegistry &module, std::string *mistake) {
+std::unique_ptr<DbusService> DbusService::open(Host &platform, const ModuleRegistry &module,
+                                               const IpmiRegistry &commands, std::string *mistake) {
     std::unique_ptr<DbusService> service(new DbusService);
-    if (platform.options.bus == Bus::kNone) {
+    if (platform.options.bus == Bus::kNone && platform.options.ipmi_host == Bus::kNone) {
         return service;
     }
-    auto shared = std::make_shared<BusShared>(platform, module);
+    auto shared = std::make_shared<BusShared>(platform, module, commands);
     if (!shared->queue->open()) {
         *mistake = "no descriptor is left for the D-Bus service";
         return nullptr;
@@ -209,7 +224,12 @@ bool DbusService::stop(std::chrono::milliseconds limit) {
         return true;
     }
     platform_->objects.set_observer({});
-    const bool idle = shared_->calls.stop(limit);
+    const auto end = std::chrono::steady_clock::now() + limit;
+    bool idle = shared_->calls.stop(limit);
+    if (shared_->ipmi != nullptr) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        idle = shared_->ipmi->stop(std::max(left, std::chrono::milliseconds(0))) && idle;
+    }
     shared_->queue->post([shared = shared_.get()] { g_main_loop_quit(shared->loop.get()); });
     thread_.join();
     // What still runs answers into the queue, which nobody empties any more.

@@ -5,6 +5,7 @@
 // Methods and properties on D-Bus: the remote-call service of this platform. What it offers is in docs/dbus.md.
 
 #include "host.h"
+#include "ipmi_registry.h"
 #include "module_registry.h"
 
 #include <chrono>
@@ -18,10 +19,11 @@ struct BusShared; // what the service's threads share
 
 class DbusService {
 public:
-    // Serves the platform's objects and the module's methods where options.bus says. The registry outlives the process'
-    // calls. Null: *mistake says why, in a sentence; for Bus::kNone a service that does nothing.
+    // Serves the platform's objects and the module's methods where options.bus says, and the IPMI commands to OpenBMC's
+    // bridges where options.ipmi_host says. The registries outlive the process' calls. Null: *mistake says why, in a
+    // sentence; with Bus::kNone for both a service that does nothing.
     [[nodiscard]] static std::unique_ptr<DbusService> open(Host &platform, const ModuleRegistry &module,
-                                                           std::string *mistake);
+                                                           const IpmiRegistry &commands, std::string *mistake);
     ~DbusService();
     DbusService(const DbusService &) = delete;
     DbusService &operator=(const DbusService &) = delete;

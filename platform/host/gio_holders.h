@@ -20,6 +20,7 @@ struct Releaser {
 
 template <typename T>
 using ObjectPtr = std::unique_ptr<T, Releaser<g_object_unref>>;
+using ConnectionPtr = ObjectPtr<GDBusConnection>;
 using VariantPtr = std::unique_ptr<GVariant, Releaser<g_variant_unref>>;
 using TextPtr = std::unique_ptr<gchar, Releaser<g_free>>;
 using ContextPtr = std::unique_ptr<GMainContext, Releaser<g_main_context_unref>>;

@@ -116,9 +116,10 @@ bool IpmiRegistry::add(std::span<const IPMI_CMD_S> rows) {
                      row.netfn, row.cmd, fault);
             return false;
         }
-        commands.push_back({.row = &row, .terms = std::move(*terms)});
+        commands.push_back({.row = &row, .number = 0, .terms = std::move(*terms)});
     }
     for (Command &command : commands) {
+        command.number = ++last_number_;
         commands_[key_of(command.row->netfn, command.row->cmd)].push_back(std::move(command));
     }
     return true;
@@ -146,7 +147,7 @@ IpmiRegistry::Choice IpmiRegistry::choose(const IpmiRequest &request) const {
         }
         permitted = true;
         if (request.data.size() >= command.row->min_length && request.data.size() <= command.row->max_length) {
-            return {.row = command.row, .code = kCompleted};
+            return {.row = command.row, .number = command.number, .code = kCompleted};
         }
     }
     if (!matched) {
@@ -161,6 +162,14 @@ IpmiResponse IpmiRegistry::serve(const IpmiRequest &request) const {
     }
     const Choice choice = choose(request);
     return choice.row != nullptr ? run_handler(*choice.row, request) : IpmiResponse{choice.code};
+}
+
+gint32 IpmiRegistry::row_number(const IpmiRequest &request) const {
+    return choose(request).number;
+}
+
+bool IpmiRegistry::has_command(std::uint8_t netfn, std::uint8_t cmd) const {
+    return commands_.contains(key_of(netfn, cmd));
 }
 
 IpmiRegistry &ipmi_registry() {

@@ -24,8 +24,10 @@ enum CompletionCode : std::uint8_t {
     kCompleted = 0x00,
     kNodeBusy = 0xC0,
     kInvalidCommand = 0xC1,
+    kTimeout = 0xC3,
     kRequestLengthInvalid = 0xC7,
     kRequestLengthExceeded = 0xC8,
+    kInvalidField = 0xCC,
     kInsufficientPrivilege = 0xD4,
     kUnspecifiedError = 0xFF,
 };
@@ -61,17 +63,25 @@ public:
     // nothing 0xFF. Any thread.
     [[nodiscard]] IpmiResponse serve(const IpmiRequest &request) const;
 
+    // The number of the row that would serve the request, from 1 on; 0: none would.
+    [[nodiscard]] gint32 row_number(const IpmiRequest &request) const;
+    // A row has this command, whatever its filter says.
+    [[nodiscard]] bool has_command(std::uint8_t netfn, std::uint8_t cmd) const;
+
 private:
     struct Command {
         const IPMI_CMD_S *row;
+        gint32 number;
         std::vector<FilterTerm> terms;
     };
     struct Choice { // the row that serves a request, or the code to answer with
         const IPMI_CMD_S *row = nullptr;
+        gint32 number = 0;
         CompletionCode code = kInvalidCommand;
     };
     [[nodiscard]] Choice choose(const IpmiRequest &request) const;
 
+    gint32 last_number_ = 0;
     std::unordered_map<std::uint32_t, std::vector<Command>>
         commands_; // by netfn << 8 | cmd; rows in order of registration
 };

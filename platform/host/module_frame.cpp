@@ -102,7 +102,7 @@ struct Doors {
 bool open_doors(Host &platform, Doors *doors, std::string *mistake) {
     const std::filesystem::path folder = platform.options.slot_run_dir();
     Doors opened;
-    opened.bus = DbusService::open(platform, module_registry(), mistake);
+    opened.bus = DbusService::open(platform, module_registry(), ipmi_registry(), mistake);
     if (opened.bus == nullptr) {
         return false;
     }

@@ -90,6 +90,7 @@ struct Given {
     std::int64_t time_scale = 1;
     std::string role; // empty: not given
     std::string bus = "private";
+    std::string ipmi_host = "none";
     bool check_config = false;
 };
 
@@ -116,6 +117,9 @@ void add_options(CLI::App &app, Given &given) {
     add("--bus", given.bus, "BUS",
         "Where D-Bus clients find the service: private (RUN_DIR/slotN/bus), session, system or none (private)",
         CLI::IsMember({"private", "session", "system", "none"}));
+    add("--ipmi-host", given.ipmi_host, "BUS",
+        "Serve OpenBMC's IPMI bridges as xyz.openbmc_project.Ipmi.Host on a bus: session, system or none (none)",
+        CLI::IsMember({"session", "system", "none"}));
     app.add_flag("--check-config", given.check_config, "Check the enclosure file and end");
     app.set_version_flag("--version", "asd " ASD_VERSION, "Print the version and end");
     app.set_help_flag("--help,-h", "Print this help and end");
@@ -155,6 +159,7 @@ ParsedOptions parse_options(const std::vector<std::string> &arguments) {
     options.time_scale = static_cast<std::uint32_t>(given.time_scale);
     options.role = named(kRoles, given.role);
     options.bus = named(kBuses, given.bus).value_or(options.bus);
+    options.ipmi_host = named(kBuses, given.ipmi_host).value_or(options.ipmi_host);
     options.check_config = given.check_config;
     if (const std::string mistake = mistake_in(options); !mistake.empty()) {
         return refuse(mistake);

@@ -35,7 +35,8 @@ struct Options {
     std::uint32_t time_scale = 1;    // waits are this many times shorter, ticks this many times faster; 1 to 100000
     std::optional<Role> role;        // overrides the enclosure file
     Bus bus = Bus::kPrivate;
-    bool check_config = false; // check the enclosure file and end
+    Bus ipmi_host = Bus::kNone; // the bus whose IPMI bridges are served: none, session or system
+    bool check_config = false;  // check the enclosure file and end
 
     // What only this controller uses: its sockets and its private chips, CPLD and flash.
     [[nodiscard]] std::filesystem::path slot_run_dir() const { return run_dir / ("slot" + std::to_string(slot)); }

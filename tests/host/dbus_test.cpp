@@ -245,7 +245,7 @@ protected:
         declare("ReadAtomStorageData", wrong_type);
         declare("ClearMemData", status_only);
         std::string mistake;
-        service_ = DbusService::open(host_, module_, &mistake);
+        service_ = DbusService::open(host_, module_, commands_, &mistake);
         ASSERT_NE(service_, nullptr) << mistake;
     }
     void TearDown() override {
@@ -264,6 +264,7 @@ protected:
     asd_test::ScratchFolder folder_;
     Host host_;
     ModuleRegistry module_;
+    IpmiRegistry commands_;
     std::unique_ptr<DbusService> service_;
 };
 
@@ -465,13 +466,13 @@ TEST_F(DbusTest, ASecondServiceInTheSamePlaceTakesOver) {
     std::strcpy(address.sun_path, socket_path().c_str()); // NOLINT(clang-analyzer-security.insecureAPI.strcpy)
     ASSERT_EQ(bind(stale.get(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
     std::string mistake;
-    service_ = DbusService::open(host_, module_, &mistake);
+    service_ = DbusService::open(host_, module_, commands_, &mistake);
     ASSERT_NE(service_, nullptr) << mistake;
     EXPECT_EQ(std::filesystem::status(socket_path()).permissions(), std::filesystem::perms(0660));
     EXPECT_EQ(Client(socket_path()).item("ClearMemData").error, "");
 
     host_.options.run_dir /= "missing";
-    EXPECT_EQ(DbusService::open(host_, module_, &mistake), nullptr);
+    EXPECT_EQ(DbusService::open(host_, module_, commands_, &mistake), nullptr);
     EXPECT_NE(mistake.find("missing/slot0/bus"), std::string::npos) << mistake;
     host_.options.run_dir = folder_.path();
 }

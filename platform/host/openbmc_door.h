@@ -1,0 +1,90 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// The IPMI door for OpenBMC's bridges (KCS, SSIF, IPMB, LAN): xyz.openbmc_project.Ipmi.Host on a shared bus.
+//
+// Bridges handle a D-Bus error badly or not at all, so every request is answered with a completion code, and within
+// kAnswerMs.
+
+#include "call_pool.h"
+#include "dbus_calls.h"
+#include "dbus_member.h"
+#include "ipmi_registry.h"
+#include "loop_queue.h"
+#include "openbmc_rules.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace asd_host {
+
+// On the bus thread, except stop.
+class OpenbmcDoor {
+public:
+    static constexpr unsigned kAnswerMs = 4000; // some bridges and host drivers give up after five seconds
+    static constexpr std::size_t kThreads = 8;  // requests that run at once; as many as CallPool allows wait
+
+    // The registry outlives the requests; the queue brings answers back.
+    OpenbmcDoor(Bus bus, const IpmiRegistry &registry, std::shared_ptr<LoopQueue> queue);
+
+    // Begins to look for the bus; without it the door stays closed until there is one. False: no thread is left;
+    // *mistake says so.
+    [[nodiscard]] bool start(std::string *mistake);
+
+    // Any thread: waits for requests that run; those that wait stay unanswered. False: one still runs after the limit.
+    [[nodiscard]] bool stop(std::chrono::milliseconds limit);
+    // After stop: answers what it has left, and closes.
+    void leave();
+    void cut_off() { member_.cut_off(); }
+    [[nodiscard]] bool gone() const { return member_.gone(); }
+
+private:
+    // Whether a request has begun: a worker that takes it and the answer that it came too late exclude each other.
+    enum class Stage { kWaiting, kRunning, kGivenUp };
+    using SharedStage = std::shared_ptr<std::atomic<Stage>>;
+
+    // A request without its answer.
+    struct Pending {
+        OpenbmcDoor *door = nullptr;
+        std::uint64_t number = 0;
+        InvocationPtr invocation;
+        Channel channel = Channel::kSystem;
+        bool command_exists = false;
+        SharedStage stage;
+        SourcePtr limit;
+    };
+
+    [[nodiscard]] bool prepare(const ConnectionPtr &connection, std::string *mistake);
+    void learn_channels(GVariant *names);
+    void note_channel(const std::string &name, const char *owner);
+    [[nodiscard]] Channel channel_of_sender(std::string_view sender) const;
+
+    void execute(const char *sender, InvocationPtr invocation);
+    void hand_over(const IpmiRequest &request, Pending pending);
+    void finish(std::uint64_t number, const IpmiResponse &response);
+
+    static void answer_request(Pending pending, const IpmiResponse &response);
+
+    static void on_call(GDBusConnection *connection, const gchar *sender, const gchar *path, const gchar *interface,
+                        const gchar *method, GVariant *parameters, GDBusMethodInvocation *invocation, gpointer self);
+    static void on_owner_changed(GDBusConnection *connection, const gchar *sender, const gchar *path,
+                                 const gchar *interface, const gchar *signal, GVariant *parameters, gpointer self);
+    static gboolean on_late(gpointer pending);
+
+    const IpmiRegistry &registry_;
+    std::shared_ptr<LoopQueue> queue_;
+    CallPool pool_{kThreads};
+    NodeInfoPtr description_;
+    BusMember member_;
+    std::map<std::string, std::string, std::less<>> channels_; // bus name of a bridge, its unique name
+    std::uint64_t last_number_ = 0;
+    std::map<std::uint64_t, Pending> pending_;
+};
+
+} // namespace asd_host
