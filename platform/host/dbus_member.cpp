@@ -79,7 +79,8 @@ void BusMember::on_connected(GObject * /*source*/, GAsyncResult *result, gpointe
         return;
     }
     if (connection == nullptr) {
-        member->fail(Trouble::kNoBus, std::string("cannot reach the ") + member->bus_word() + " bus: " + error.text());
+        const char *reason = error.is_io(G_IO_ERROR_CANCELLED) ? "it does not answer" : error.text();
+        member->fail(Trouble::kNoBus, std::string("cannot reach the ") + member->bus_word() + " bus: " + reason);
         return;
     }
     g_signal_connect(connection.get(), "closed", G_CALLBACK(on_closed), self);

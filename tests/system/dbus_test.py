@@ -3,15 +3,13 @@
 
 """The D-Bus service of the real asd, with the stock clients gdbus and busctl."""
 
-import contextlib
 import os
-import pathlib
 import re
 import subprocess
 import tempfile
 import unittest
 
-from harness import DEADLINE_S, Background, Service, crc16, wait_for
+from harness import Background, BusDaemon, Service, crc16, run, wait_for
 
 FAST = ("--time-scale", "10")
 ROOT = "/org/asd/Storage1"
@@ -25,11 +23,6 @@ def item(name):
 
 def chip(name):
     return f"{ROOT}/AtomStorageDataDev/{name}"
-
-
-def run(*words, **more):
-    return subprocess.run(words, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=DEADLINE_S,
-                          check=False, **more)
 
 
 class Bus:
@@ -235,37 +228,34 @@ class Changes(unittest.TestCase):
 
 
 class SharedBus(unittest.TestCase):
-    @contextlib.contextmanager
-    def _daemon(self):
-        with tempfile.TemporaryDirectory(prefix="asd-bus-", dir="/tmp") as folder:
-            socket = pathlib.Path(folder) / "bus"
-            daemon = subprocess.Popen(["dbus-daemon", "--session", "--nofork", f"--address=unix:path={socket}"],
-                                      stderr=subprocess.DEVNULL)
-            try:
-                wait_for(socket.exists, "the bus")
-                os.environ["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={socket}"
-                yield daemon
-            finally:
-                del os.environ["DBUS_SESSION_BUS_ADDRESS"]
-                daemon.kill()
-                daemon.wait()
+    def test_a_shared_bus_that_goes_and_comes_back_and_a_name_that_is_taken(self):
+        for kind in ("session", "system"):
+            with self.subTest(kind), BusDaemon(kind) as daemon, Service(*FAST, "--bus", kind) as service:
+                service.start_as_master()
+                flag = "--user" if kind == "session" else "--system"
 
-    def test_the_session_bus_and_a_name_that_is_taken(self):
-        with self._daemon() as daemon, Service(*FAST, "--bus", "session") as service:
-            service.start_as_master()
-            done = run("gdbus", "call", "--session", "--dest", "org.asd.Storage1.Slot0", "--object-path", item("ASD26"),
-                       "--method", f"{ITEM}.EqWriteAtomStorageData", array(b"shared"))
-            self.assertEqual(done.stdout.strip(), "(0,)", done.stderr)
-            self.assertFalse((service.run_dir / "slot0" / "bus").exists())
-            with tempfile.TemporaryDirectory(prefix="asd-other-", dir="/tmp") as folder:
-                other = run(os.environ["ASD_BINARY"], "--config", service.config, "--run-dir", f"{folder}/run",
-                            "--state-dir", f"{folder}/state", "--bus", "session")
-                self.assertEqual(other.returncode, 1)
-                self.assertIn("error: the name org.asd.Storage1.Slot0 is taken on the session bus", other.stderr)
-            daemon.kill()
-            service.wait_for_log("the bus has closed the connection")
-            self.assertEqual(service.ipmitool("mc", "info").returncode, 0)  # the rest goes on
-            self.assertEqual(service.stop(), 0)
+                def write(text):
+                    return run("gdbus", "call", f"--{kind}", "--dest", "org.asd.Storage1.Slot0", "--object-path",
+                               item("ASD26"), "--method", f"{ITEM}.EqWriteAtomStorageData", array(text)).stdout.strip()
+
+                self.assertEqual(write(b"shared"), "(0,)")
+                self.assertFalse((service.run_dir / "slot0" / "bus").exists())
+                with tempfile.TemporaryDirectory(prefix="asd-other-", dir="/tmp") as folder:
+                    other = run(os.environ["ASD_BINARY"], "--config", service.config, "--run-dir", f"{folder}/run",
+                                "--state-dir", f"{folder}/state", "--bus", kind)
+                    self.assertEqual(other.returncode, 1)
+                    self.assertIn(f"error: the name org.asd.Storage1.Slot0 is taken on the {kind} bus", other.stderr)
+                    daemon.stop()
+                    service.wait_for_log(f"the {kind} bus has closed the connection")
+                    other = run(*other.args)
+                    self.assertEqual(other.returncode, 1)
+                    self.assertIn(f"error: cannot reach the {kind} bus", other.stderr)
+                self.assertEqual(service.ipmitool("mc", "info").returncode, 0)  # the rest goes on
+                daemon.start()
+                wait_for(lambda: write(b"again") == "(0,)", "the bus to be joined again")
+                value = run("busctl", flag, "get-property", "org.asd.Storage1.Slot0", item("ASD26"), ITEM, "Value")
+                self.assertIn("97 103 97 105 110 255", value.stdout)
+                self.assertEqual(service.stop(), 0)
 
     def test_no_bus(self):
         with Service(*FAST, "--bus", "none") as service:

@@ -42,6 +42,51 @@ def stays(condition, what, seconds=0.5):
         time.sleep(0.01)
 
 
+def run(*words, **more):
+    return subprocess.run(words, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=DEADLINE_S,
+                          check=False, **more)
+
+
+class BusDaemon:
+    """A "session" or "system" bus of the test's own: what this process starts takes it for the real one."""
+
+    CONFIG = """<busconfig><type>{kind}</type><listen>{address}</listen><policy context="default">
+        <allow user="*"/><allow own="*"/><allow send_destination="*"/><allow receive_type="method_call"/>
+        <allow receive_type="method_return"/><allow receive_type="error"/><allow receive_type="signal"/>
+        </policy></busconfig>"""
+
+    def __init__(self, kind, running=True):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="asd-bus-", dir="/tmp"))
+        self._socket = self.folder / "bus"
+        self.address, self._variable = f"unix:path={self._socket}", f"DBUS_{kind.upper()}_BUS_ADDRESS"
+        (self.folder / "config").write_text(self.CONFIG.format(kind=kind, address=self.address))
+        self._before, self._running, self._daemon = os.environ.get(self._variable), running, None
+
+    def __enter__(self):
+        os.environ[self._variable] = self.address
+        if self._running:
+            self.start()
+        return self
+
+    def start(self):
+        self._daemon = subprocess.Popen(["dbus-daemon", f"--config-file={self.folder}/config", "--nofork"],
+                                        stderr=subprocess.DEVNULL)
+        wait_for(self._socket.exists, "the bus")
+
+    def stop(self):
+        self._daemon.kill()
+        self._daemon.wait(DEADLINE_S)
+        self._socket.unlink(missing_ok=True)
+
+    def __exit__(self, *_):
+        if self._daemon:
+            self.stop()
+        os.environ.pop(self._variable)
+        if self._before is not None:
+            os.environ[self._variable] = self._before
+        shutil.rmtree(self.folder)
+
+
 def crc16(data):
     """The record checksum, bit by bit: polynomial 0x1021, start 0, not reflected, inverted."""
     register = 0
