@@ -4,7 +4,6 @@
 #include "fake_state.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 
 namespace fake {
@@ -93,7 +92,7 @@ std::string text_of(const gchar *text) {
 // ---- Faults --------------------------------------------------------------------------------------------------------
 
 void Call::enter(const std::string &operation, const std::string &subject, std::string line) {
-    world().journal.emplace_back(operation, std::move(line));
+    world().events.push_back({.tick = world().ticks, .operation = operation, .line = std::move(line)});
     for (PendingFault &pending : world().faults) {
         const Fault &fault = pending.fault;
         if ((!fault.operation.empty() && fault.operation != operation) ||
@@ -124,15 +123,27 @@ void lift_faults() {
 
 // ---- Journal -------------------------------------------------------------------------------------------------------
 
-Texts journal(std::initializer_list<std::string_view> operations) {
+template <typename Wanted>
+static Texts lines(const Wanted &wanted) {
     const std::lock_guard lock(world_mutex());
-    Texts lines;
-    for (const auto &[operation, line] : world().journal) {
-        if (operations.size() == 0 || std::ranges::find(operations, operation) != operations.end()) {
-            lines.push_back(line);
+    Texts texts;
+    for (const Event &event : world().events) {
+        if (wanted(event)) {
+            texts.push_back(event.line);
         }
     }
-    return lines;
+    return texts;
+}
+
+static bool is_log(const Event &event, gint32 max_level) {
+    return event.operation.empty() && event.level <= max_level;
+}
+
+Texts journal(std::initializer_list<std::string_view> operations) {
+    return lines([&](const Event &event) {
+        return operations.size() == 0 ? !event.operation.empty()
+                                      : std::ranges::find(operations, event.operation) != operations.end();
+    });
 }
 
 std::size_t calls(std::string_view operation) {
@@ -141,41 +152,40 @@ std::size_t calls(std::string_view operation) {
 
 void clear_journal() {
     const std::lock_guard lock(world_mutex());
-    world().journal.clear();
-    world().logs.clear();
+    world().events.clear();
 }
 
-// "file(line)(tick): text" without what a test cannot know.
-static std::string maintenance_text(const std::string &text) {
-    int file_end = 0;
-    int start = 0;
-    long line = 0;
-    unsigned long tick = 0;
-    if (std::sscanf(text.c_str(), "%*[^(/ ]%n(%ld)(%lu): %n", &file_end, &line, &tick, &start) != 2 || start == 0) {
-        return "MALFORMED " + text;
+Texts timeline(const Texts &prefixes, gint32 max_level) {
+    const std::lock_guard lock(world_mutex());
+    Texts told;
+    std::string delay; // the one told last
+    guint32 times = 0; // that it followed itself
+    for (const Event &event : world().events) {
+        const auto starts = [&event](const std::string &prefix) { return event.line.starts_with(prefix); };
+        if (event.operation.empty() ? event.level > max_level : std::ranges::none_of(prefixes, starts)) {
+            continue;
+        }
+        if (event.line == delay) {
+            told.back() = told.back().substr(0, told.back().find(" x")) + " x" + std::to_string(++times);
+            continue;
+        }
+        told.push_back(std::to_string(event.tick) + " " + event.line);
+        delay = event.operation == "vos_task_delay" ? event.line : "";
+        times = 1;
     }
-    return text.substr(0, static_cast<std::size_t>(file_end)) + ": " + text.substr(static_cast<std::size_t>(start));
+    return told;
 }
 
 Texts logs(gint32 max_level) {
-    const std::lock_guard lock(world_mutex());
-    Texts lines;
-    for (const Log &log : world().logs) {
-        if (log.level <= max_level) {
-            lines.push_back((log.maintenance ? "M" : "") + std::to_string(log.level) + " " +
-                            (log.maintenance ? maintenance_text(log.text) : log.text));
-        }
-    }
-    return lines;
+    return lines([=](const Event &event) { return is_log(event, max_level); });
 }
 
 Texts log_texts(gint32 level) {
-    const std::lock_guard lock(world_mutex());
-    Texts texts;
-    for (const Log &log : world().logs) {
-        if (log.level == level && !log.maintenance) {
-            texts.push_back(log.text);
-        }
+    Texts texts = lines([=](const Event &event) {
+        return event.operation.empty() && event.level == level && !event.line.starts_with('M');
+    });
+    for (std::string &text : texts) {
+        text.erase(0, text.find(' ') + 1);
     }
     return texts;
 }
@@ -202,7 +212,7 @@ void change_board(const std::function<void(Board &)> &change) {
     change(world().board);
 }
 
-void set_peer(guint8 slot, const std::function<Bytes(const SentRequest &)> &answer) {
+void set_peer(guint8 slot, const Peer &answer) {
     const std::lock_guard lock(world_mutex());
     world().peers[slot] = answer;
 }

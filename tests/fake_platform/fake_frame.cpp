@@ -122,6 +122,7 @@ gint32 ipmi_send_request(const IPMI_REQ_MSG_HEAD_S *head, const void *data, gint
     const auto *bytes = static_cast<const guint8 *>(data);
     SentRequest sent{.target_type = head->target_type,
                      .slot = head->target_instance,
+                     .lun = head->lun,
                      .netfn = head->netfn,
                      .cmd = head->cmd,
                      .data = Bytes(bytes, bytes + head->src_len)};
@@ -138,12 +139,15 @@ gint32 ipmi_send_request(const IPMI_REQ_MSG_HEAD_S *head, const void *data, gint
     }
     const auto answer = peer->second;
     call.lock().unlock();
-    const Bytes answered = answer(sent);
-    auto *block = static_cast<IPMI_RESP_MSG_S *>(g_malloc0(sizeof(IPMI_RESP_MSG_S) + answered.size()));
-    block->data_len = static_cast<guint32>(answered.size());
-    if (!answered.empty()) {
+    const std::optional<Bytes> answered = answer(sent);
+    if (!answered.has_value()) {
+        return 0;
+    }
+    auto *block = static_cast<IPMI_RESP_MSG_S *>(g_malloc0(sizeof(IPMI_RESP_MSG_S) + answered->size()));
+    block->data_len = static_cast<guint32>(answered->size());
+    if (!answered->empty()) {
         block->data = reinterpret_cast<guint8 *>(block + 1);
-        std::ranges::copy(answered, block->data);
+        std::ranges::copy(*answered, block->data);
     }
     *response = block;
     return 0;

@@ -123,6 +123,10 @@ void clear_journal(); // calls and logs
 [[nodiscard]] Texts log_texts(gint32 level); // of the debug log, texts alone
 [[nodiscard]] bool logged(gint32 level, std::string_view text);
 
+// Calls whose line starts with one of the prefixes, and the log up to a level, in order, as "tick line"; a delay that
+// follows itself is told once, at its first tick, with " x" and how often.
+[[nodiscard]] Texts timeline(const Texts &prefixes, gint32 max_level = 1);
+
 // ---- Time, tasks, semaphores ---------------------------------------------------------------------------------------
 
 [[nodiscard]] guint64 ticks();
@@ -192,13 +196,15 @@ Reply request(guint8 netfn, guint8 cmd, const Bytes &data, guint8 privilege = 4)
 struct SentRequest {
     guint8 target_type;
     guint8 slot;
+    guint8 lun;
     guint8 netfn;
     guint8 cmd;
     Bytes data;
 };
 [[nodiscard]] std::vector<SentRequest> sent_requests();
-// How a peer answers; without one a request fails with kTimedOut.
-void set_peer(guint8 slot, const std::function<Bytes(const SentRequest &)> &answer);
+// How a peer answers (nothing: success without a response block); without one a request fails with kTimedOut.
+using Peer = std::function<std::optional<Bytes>(const SentRequest &)>;
+void set_peer(guint8 slot, const Peer &answer);
 
 struct MethodReply {
     gint32 status = 0;

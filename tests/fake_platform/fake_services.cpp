@@ -14,6 +14,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 
 #include <pthread.h>
@@ -61,7 +62,9 @@ void vos_task_delay(guint32 milliseconds) {
     std::function<void(guint32)> hook;
     {
         const std::lock_guard lock(world_mutex());
-        world().journal.emplace_back("vos_task_delay", "vos_task_delay " + std::to_string(milliseconds));
+        world().events.push_back({.tick = world().ticks,
+                                  .operation = "vos_task_delay",
+                                  .line = "vos_task_delay " + std::to_string(milliseconds)});
         world().ticks += milliseconds;
         hook = world().on_delay;
     }
@@ -419,6 +422,18 @@ int memset_s(void *dest, size_t dest_max, int c, size_t count) {
 
 // ---- Logs ----------------------------------------------------------------------------------------------------------
 
+// "file(line)(tick): text" without what a test cannot know.
+static std::string maintenance_text(const std::string &text) {
+    int file_end = 0;
+    int start = 0;
+    long line = 0;
+    unsigned long tick = 0;
+    if (std::sscanf(text.c_str(), "%*[^(/ ]%n(%ld)(%lu): %n", &file_end, &line, &tick, &start) != 2 || start == 0) {
+        return "MALFORMED " + text;
+    }
+    return text.substr(0, static_cast<std::size_t>(file_end)) + ": " + text.substr(static_cast<std::size_t>(start));
+}
+
 static G_GNUC_PRINTF(3, 0) void keep_log(gint32 level, bool maintenance, const gchar *format, va_list arguments) {
     std::array<char, 4096> text{};
     (void)std::vsnprintf(text.data(), text.size(), format, arguments); // longer lines are cut
@@ -426,7 +441,11 @@ static G_GNUC_PRINTF(3, 0) void keep_log(gint32 level, bool maintenance, const g
     if (level < 0 || level > 2) {
         violate("log level " + std::to_string(level));
     }
-    world().logs.push_back({.level = level, .maintenance = maintenance, .text = text.data()});
+    world().events.push_back({.tick = world().ticks,
+                              .operation = {},
+                              .line = (maintenance ? "M" : "") + std::to_string(level) + " " +
+                                      (maintenance ? maintenance_text(text.data()) : text.data()),
+                              .level = level});
 }
 
 void debug_log_func(gint32 level, const gchar *file, gint32 line, const gchar *format, ...) {

@@ -42,10 +42,12 @@ struct Semaphore {
     std::thread::id holder = {};
 };
 
-struct Log {
-    gint32 level;
-    bool maintenance;
-    std::string text;
+// A call or a log line.
+struct Event {
+    guint64 tick;
+    std::string operation; // empty: a log line
+    std::string line;      // a log line: "0 text" or "M1 file: text"
+    gint32 level = -1;     // of a log line
 };
 
 struct PendingFault {
@@ -61,8 +63,7 @@ struct World {
     std::map<std::pair<std::string, guint32>, OBJ_HANDLE> aliases;
     std::vector<PendingFault> faults;
     guint32 fired = 0;
-    std::vector<std::pair<std::string, std::string>> journal; // operation, the whole line
-    std::vector<Log> logs;
+    std::vector<Event> events;
     Texts violations;
     guint64 ticks = 0;
     std::function<void(guint32)> on_delay;
@@ -70,7 +71,7 @@ struct World {
     std::map<gulong, Semaphore> semaphores;
     Board board;
     std::vector<SentRequest> sent;
-    std::map<guint8, std::function<Bytes(const SentRequest &)>> peers;
+    std::map<guint8, Peer> peers;
     Registered registered;
     std::set<std::string> classes;
 };

@@ -10,28 +10,14 @@ namespace {
 
 using CcdbTest = ModuleTest;
 
-const Bytes kPending = pattern(128, 30);
 const Bytes kNew = pattern(128, 60);
 const Bytes kGet = {0, 0, 0x80, 0, 0x21};
 const std::string kBlocks = "write ASD_CCDBa 64 130, write ASD_CCDBb 64 130";
 const std::string kWritten = kBlocks + ", write ASD_CCDB_VALIDa 64 3, write ASD_CCDB_VALIDb 64 3";
-const std::string kSuccess = "M1 bmc_asd_init.cpp: Set ccdb success.";
 const std::string kFailure = "M0 bmc_asd_init.cpp: Set ccdb unsucessful.";
 
 Bytes set_request(guint8 type, const Bytes &block = kNew) {
     return joined({0, 0, 0x80, 0, type}, block);
-}
-
-void build() {
-    for (const char *chip : {"ASD_CCDBa", "ASD_CCDBb", "ASD_CCDB_VALIDa", "ASD_CCDB_VALIDb"}) {
-        fake::add_chip(chip, {.retry = 1});
-    }
-    fake::add_item("ASD_CCDB",
-                   {.length = 128, .chips = {"ASD_CCDBa", "ASD_CCDBb"}, .ready = 1, .value = pattern(128, 5)});
-    fake::add_item("ASD_CCDB_VALID", {.length = 1, .chips = {"ASD_CCDB_VALIDa", "ASD_CCDB_VALIDb"}});
-    AsdSetGCcdbSetData(kPending.data());
-    AsdSetGCcdbSetEn(0);
-    fake::clear_journal();
 }
 
 Bytes pending() {
@@ -43,7 +29,7 @@ TEST_F(CcdbTest, Gets) {
     const Arrange blank = value_set("ASD_CCDB", Bytes(128, 0xFF));
     const Bytes erased = joined({0}, Bytes(128, 0xFF));
     // clang-format off
-    run_cases(ipmi_cmd_get_ccdb, "ASD_CCDB", build, {
+    run_cases(ipmi_cmd_get_ccdb, "ASD_CCDB", build_ccdb, {
         {"read", kAsBuilt, kGet, joined({0}, pattern(128, 5)), {begin}},
         {"blank", blank, kGet, Bytes(129, 0), {begin}},
         {"blank but for the last byte", value_set("ASD_CCDB", joined(Bytes(127, 0xFF), {0xFE})), kGet, joined({0}, joined(Bytes(127, 0xFF), {0xFE})), {begin}},
@@ -68,12 +54,12 @@ TEST_F(CcdbTest, Sets) {
     const auto left = [] { return Bytes{pending()[0], fake::value("ASD_CCDB")[0], AsdGetGCcdbSetEn()}; };
     const Bytes unchanged = {30, 5, 0};
     // clang-format off
-    run_cases(ipmi_cmd_set_ccdb, "ASD_CCDB", build, {
+    run_cases(ipmi_cmd_set_ccdb, "ASD_CCDB", build_ccdb, {
         {"at once", kAsBuilt, set_request(0x2C), {0x00}, {begin, now}, lock, {60, 60, 1}},
         {"within a day, on a slave", on_slave, set_request(0x32), {0x00}, {begin, later}, lock, {60, 60, 0}},
         {"any other type", kAsBuilt, set_request(0), {0x00}, {begin, later}, lock, {60, 60, 0}},
-        {"the same, at once", kAsBuilt, set_request(0x2C, kPending), {0x00}, {begin}, lock, unchanged},
-        {"the last byte differs", kAsBuilt, set_request(0x32, joined(part_of(kPending, 0, 127), {0})), {0x00}, {begin, later}, lock, {30, 30, 0}},
+        {"the same, at once", kAsBuilt, set_request(0x2C, kPendingBlock), {0x00}, {begin}, lock, unchanged},
+        {"the last byte differs", kAsBuilt, set_request(0x32, joined(part_of(kPendingBlock, 0, 127), {0})), {0x00}, {begin, later}, lock, {30, 30, 0}},
         {"no request data", kAsBuilt, {}, {0xCC}, {begin, "0 get ipmi src data failed!"}, "", unchanged},
         {"locked", locked("CcdbSetEn"), set_request(0x2C), {0xCE}, {begin, "0 Set ccdb get lock failed(ret=-3006)"}, lock, unchanged},
         {"not copied", fault("memcpy_s", "", 9, 1), set_request(0x2C), {0x00}, {begin, "1 Error: copy ccdb data failed.", now}, lock, {0, 0, 1}},
@@ -88,13 +74,13 @@ TEST_F(CcdbTest, Sets) {
 
 TEST_F(CcdbTest, PendingBlock) {
     // clang-format off
-    run_operation(AsdReadCcdbDataFromRam, build, {"dfl_block_read", "dfl_block_write"}, {
+    run_operation(AsdReadCcdbDataFromRam, build_ccdb, {"dfl_block_read", "dfl_block_write"}, {
         {"from Value", kAsBuilt, 0, "", {}, pattern(128, 5)},
         {"short Value", value_set("ASD_CCDB", pattern(3)), 0, "", {}, joined(pattern(3), Bytes(125, 0))},
-        {"unknown", fault("dfl_get_object_handle"), -1, "", {"0 Get ASD_CCDB handle for set failed"}, kPending},
-        {"Ready unreadable", unreadable("ASD_CCDB.Ready"), -1, "", {"0 Get CCDB data ready signal failed"}, kPending},
-        {"not ready", byte_set("ASD_CCDB", "Ready", 0), -1, "", {"1 CCDB data is not ready"}, kPending},
-        {"Value unreadable", unreadable("ASD_CCDB.Value"), -1, "", {"0 Get ASD_CCDB value failed! ret: 7.", "0 Get CCDB data failed"}, kPending},
+        {"unknown", fault("dfl_get_object_handle"), -1, "", {"0 Get ASD_CCDB handle for set failed"}, kPendingBlock},
+        {"Ready unreadable", unreadable("ASD_CCDB.Ready"), -1, "", {"0 Get CCDB data ready signal failed"}, kPendingBlock},
+        {"not ready", byte_set("ASD_CCDB", "Ready", 0), -1, "", {"1 CCDB data is not ready"}, kPendingBlock},
+        {"Value unreadable", unreadable("ASD_CCDB.Value"), -1, "", {"0 Get ASD_CCDB value failed! ret: 7.", "0 Get CCDB data failed"}, kPendingBlock},
         {"not copied", fault("memcpy_s", "", 9, 2), 0, "", {"0 Error: copy asd ccdb data failed, result = 9."}, Bytes(128, 0)},
     }, pending);
     // clang-format on
@@ -116,8 +102,8 @@ TEST_F(CcdbTest, WritesOfThePendingBlock) {
     const Bytes value = pattern(128, 5); // as published by the set
     const Bytes before = joined(Bytes(130, 0xFF), value);
     // clang-format off
-    run_operation(write, build, {"dfl_block_write", "vos_thread_sem4_p"}, {
-        {"written", kAsBuilt, 0, kWritten, {kSuccess}, joined(fake::record(kPending), value)},
+    run_operation(write, build_ccdb, {"dfl_block_write", "vos_thread_sem4_p"}, {
+        {"written", kAsBuilt, 0, kWritten, {kCcdbWritten}, joined(fake::record(kPendingBlock), value)},
         {"chips dead", fault("dfl_block_write", "", 5), 0, kBlocks, kBothDead, before},
         {"unknown, tried all the same", fault("dfl_get_object_handle"), 0, "", {"0 Get ASD_CCDB handle failed(7).",
          "0 Get PROPERTY_ASD_DEVCOUNT property failed! result: -3001.", "0 asd_write_check: (null) Get eeprom count failed! ret: -1.",
@@ -143,17 +129,17 @@ void master_checks() {
         return gint32{AsdGetGCcdbSetEn()};
     };
     // clang-format off
-    run_operation(check, build, {"dfl_block_write", "vos_thread_sem4_p"}, {
+    run_operation(check, build_ccdb, {"dfl_block_write", "vos_thread_sem4_p"}, {
         {"in standby from the start", at(0, 1), 0, lock},
-        {"requested", at(1, 1), 0, now, {kSuccess}},
+        {"requested", at(1, 1), 0, now, {kCcdbWritten}},
         {"requested, chips dead: not tried again", at(1, 1, fault("dfl_block_write", "", 5)), 0, lock + ", " + kBlocks, kBothDead},
         {"running", at(0, 0), 0, lock},
         {"standby not read", at(0, 1, fault("BSP_GetPowerStandByStatus")), 0, lock},
-        {"into standby", at(0, 1), 0, lock + edge, {standby, kSuccess}},
+        {"into standby", at(0, 1), 0, lock + edge, {standby, kCcdbWritten}},
         {"still in standby", at(0, 1), 0, lock},
-        {"requested while running", at(1, 0), 0, now, {kSuccess}},
+        {"requested while running", at(1, 0), 0, now, {kCcdbWritten}},
         {"locked: standby is not looked at", at(1, 1, locked("CcdbSetEn")), 1, lock},
-        {"requested and into standby", at(1, 1), 0, now + edge, {kSuccess, standby, kSuccess}},
+        {"requested and into standby", at(1, 1), 0, now + edge, {kCcdbWritten, standby, kCcdbWritten}},
         {"another state", at(0, 2), 0, lock},
         {"from the other state", at(0, 1), 0, lock},
     });

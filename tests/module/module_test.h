@@ -9,7 +9,9 @@
 #include "bmc_asd_ipmi_setter.h"
 #include "fake_platform.h"
 
+#include <cstdlib>
 #include <functional>
+#include <iostream>
 #include <numeric>
 #include <optional>
 #include <string>
@@ -31,7 +33,8 @@ inline Bytes joined(Bytes head, const Bytes &tail) {
     return head;
 }
 
-inline Bytes part_of(const Bytes &bytes, std::size_t from, std::size_t count) {
+template <typename Sequence>
+Sequence part_of(const Sequence &bytes, std::size_t from, std::size_t count) {
     const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(from);
     return {first, first + static_cast<std::ptrdiff_t>(count)};
 }
@@ -116,6 +119,23 @@ inline Arrange value_set(const std::string &item, const Bytes &bytes) {
                            g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1));
     };
 }
+
+// The customer block on a pair of chips, with its check flag.
+inline const Bytes kPendingBlock = pattern(128, 30);
+
+inline void build_ccdb() {
+    for (const char *chip : {"ASD_CCDBa", "ASD_CCDBb", "ASD_CCDB_VALIDa", "ASD_CCDB_VALIDb"}) {
+        fake::add_chip(chip, {.retry = 1});
+    }
+    fake::add_item("ASD_CCDB",
+                   {.length = 128, .chips = {"ASD_CCDBa", "ASD_CCDBb"}, .ready = 1, .value = pattern(128, 5)});
+    fake::add_item("ASD_CCDB_VALID", {.length = 1, .chips = {"ASD_CCDB_VALIDa", "ASD_CCDB_VALIDb"}});
+    AsdSetGCcdbSetData(kPendingBlock.data());
+    AsdSetGCcdbSetEn(0);
+    fake::clear_journal();
+}
+
+inline const std::string kCcdbWritten = "M1 bmc_asd_init.cpp: Set ccdb success.";
 
 // ---- What came of it ----
 
@@ -215,13 +235,21 @@ protected:
     void TearDown() override { expect_contract_kept(); }
 };
 
+[[noreturn]] inline void end_of_process() {
+    expect_contract_kept();
+    const testing::TestResult &result = *testing::UnitTest::GetInstance()->current_test_info()->result();
+    for (int i = 0; i < result.total_part_count(); ++i) {
+        std::cerr << result.GetTestPartResult(i).message() << '\n'; // such a process prints no results by itself
+    }
+    std::exit(result.Failed() ? 1 : 0);
+}
+
 // Runs the body in a process of its own, where the module's statics have their first values.
 #define IN_FRESH_PROCESS(body)                                                                                         \
     GTEST_FLAG_SET(death_test_style, ASD_DEATH_TEST_STYLE);                                                            \
     EXPECT_EXIT(                                                                                                       \
         {                                                                                                              \
             body();                                                                                                    \
-            expect_contract_kept();                                                                                    \
-            std::exit(testing::Test::HasFailure() ? 1 : 0);                                                            \
+            end_of_process();                                                                                          \
         },                                                                                                             \
         testing::ExitedWithCode(0), "")

@@ -111,32 +111,6 @@ TEST_F(SyncReceiveTest, Receivers) {
     IN_FRESH_PROCESS(receivers);
 }
 
-void failures_over_time() {
-    fault("BSP_SetWwn2CpldRam")();
-    const Bytes mac = {1, 2, 3, 4, 5, 6};
-    const std::string failed = "1 Proc master sync framemac(0x010x020x030x040x050x06) failed(ret=7)";
-    const std::vector<std::pair<guint64, bool>> macs = {{0, false},       {300'000, false}, {300'001, true},
-                                                        {300'002, true},  {300'003, true},  {300'004, false},
-                                                        {600'003, false}, {600'004, true}};
-    for (const auto &[tick, printed] : macs) {
-        fake::clear_journal();
-        fake::set_ticks(tick);
-        ASD_SyncASD10(mac.data(), 6);
-        EXPECT_EQ(fake::logs(1), printed ? Texts{failed} : Texts{}) << tick;
-        EXPECT_EQ(fake::log_texts(2).size(), 1U);
-    }
-    fake::clear_journal();
-    for (guint64 tick = 3'599'999; tick < 3'600'015; ++tick) {
-        fake::set_ticks(tick);
-        ASD_SyncIocardPcie4(mac.data(), 6);
-    }
-    EXPECT_EQ(fake::logs(2), Texts(10, "0 The len(6) of sync pcie speed limit data is invalid."));
-}
-
-TEST_F(SyncReceiveTest, FailuresAreRationed) {
-    IN_FRESH_PROCESS(failures_over_time);
-}
-
 TEST_F(SyncReceiveTest, TraceOfBytes) {
     const auto six = [](const std::string &first, const Texts &bytes) {
         Texts logs = {"2 " + first};

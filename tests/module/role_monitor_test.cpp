@@ -1,0 +1,261 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The start of the tasks, the role monitor with its routine reload, and what each board state stops in every task.
+
+#include "bmc_asd_ipmi_getter.h"
+#include "task_test.h"
+
+namespace {
+
+using TaskStartTest = ModuleTest;
+using RoleMonitorTest = ModuleTest;
+
+TEST_F(TaskStartTest, CreatesFourTasksInOrderUntilOneFails) {
+    struct Row {
+        const char *name;
+        Arrange arrange;
+        gint32 status;
+        std::size_t created;
+        Texts logs;
+    };
+    const auto failing = [](const char *task) { return fault("vos_task_create", task, 9); };
+    const std::vector<std::pair<std::string, VOS_TASK_ENTRY>> all = {{"asd_master_check", asd_master_check_task},
+                                                                     {"asd_eeprom_check", asd_eeprom_check_task},
+                                                                     {"ccdb_set_eeprom", ASD_ROUTINE_SYS_CCDB_Task},
+                                                                     {"asd_eeprom_sync", ASD_EEprom_Sync_Task}};
+    // clang-format off
+    const std::vector<Row> rows = {
+        {"all", kAsBuilt, 0, 4, {"1 asd start ok."}},
+        {"management module", board_set([](fake::Board &board) { board.smm = 1; }), 0, 0, {}},
+        {"first", failing("asd_master_check"), 9, 0, {"0 Create asd_master_check task failed! result: 9."}},
+        {"second", failing("asd_eeprom_check"), 9, 1, {"0 Create asd_eeprom_check task failed! result: 9."}},
+        {"third", failing("ccdb_set_eeprom"), 9, 2, {"0 Create ccdb_set_eeprom task failed! result: 9."}},
+        {"fourth", failing("asd_eeprom_sync"), 9, 3, {"0 Create asd_eeprom_sync task failed! result: 9."}},
+    };
+    // clang-format on
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.name);
+        fresh_world();
+        row.arrange();
+        EXPECT_EQ(asd_start(), row.status);
+        const std::vector<fake::Task> tasks = fake::tasks();
+        ASSERT_EQ(tasks.size(), row.created);
+        for (std::size_t i = 0; i < tasks.size(); ++i) {
+            EXPECT_EQ(std::make_pair(tasks[i].name, tasks[i].entry), all[i]);
+            EXPECT_EQ(tasks[i].argument, nullptr);
+            EXPECT_EQ(tasks[i].priority, 1U);
+        }
+        EXPECT_EQ(fake::logs(2), row.logs);
+    }
+}
+
+// ---- Role monitor ----
+
+// Items enough for a master that is content: nothing but its own steps is logged.
+void build() {
+    build_ccdb();
+    fake::put_record("ASD_CCDBa", kPendingBlock);
+    fake::put_record("ASD_CCDBb", kPendingBlock);
+    fake::put_record("ASD_CCDB_VALIDa", {1});
+    fake::put_record("ASD_CCDB_VALIDb", {1});
+    fake::add_chip("Card", {.retry = 1});
+    fake::put_record("Card", {0xAA, 1, 2, 3, 4, 5, 6, 7});
+    fake::add_item("ASD_IOCARD_PCIE4", {.length = 8, .chips = {"Card"}});
+    fake::change_board([](fake::Board &board) { board.flash = {{0x13, {0xAA}}, {0x14, {0xAA}}}; });
+    g_masterMode = BOARD_MOS_ERROR;
+}
+
+const Texts kWatched = {"dfl_foreach_object", "BSP_SetCpldRam 53186", "vos_thread_sem4_p CcdbSetEn",
+                        "vos_thread_sem4_v CcdbSetEn", "dfl_get_object_handle ASD25"};
+const std::string kWalk = "dfl_foreach_object AtomStorageData 0";
+const Texts kPrepare = {"1 Get iocard pcie4 data(0xaa 0x1 0x2 0x3 0x4 0x5 0x6 0x7) from e2prom succeed.",
+                        "BSP_SetCpldRam 53186 170", "vos_thread_sem4_p CcdbSetEn 0", "vos_thread_sem4_v CcdbSetEn"};
+const Texts kNotReady = {"0 Get ASD_CCDB handle for set failed", "1 Init cccb value is not ready!"};
+
+Texts slave(guint64 tick) {
+    return at(tick, {"1 asd enter slave mode!"});
+}
+Texts master(guint64 tick) {
+    return at(tick, with({kWalk, "1 asd enter master mode!"}, kPrepare));
+}
+Texts reload_failed(guint64 tick) {
+    return at(tick, with({kWalk}, kPrepare));
+}
+Texts not_ready(guint64 tick) { // with the lock, and without it
+    return at(tick, with(with({kWalk, "1 asd enter master mode!"}, part_of(kPrepare, 0, 3)),
+                         with(kNotReady, {"vos_thread_sem4_v CcdbSetEn"})));
+}
+
+TEST_F(RoleMonitorTest, Roles) {
+    const Change starts_slave = {0, role_set(BOARD_SLAVE)};
+    const Change starts_error = {0, role_set(BOARD_MOS_ERROR)};
+    const auto lift = [](guint64 tick) { return Change{tick, fake::lift_faults}; };
+    // clang-format off
+    run_scenes(asd_master_check_task, build, kWatched, {
+        {"starts as master", {}, 5000, master(500)},
+        {"starts as slave", {starts_slave}, 5000, slave(500)},
+        {"starts in the error role", {starts_error, {1000, role_set(BOARD_SLAVE)}}, 5000, slave(1000)},
+        {"master, slave, master", {{1000, role_set(BOARD_SLAVE)}, {2000, role_set(BOARD_MASTER)}}, 5000, with(with(master(500), slave(1000)), master(2000))},
+        {"master, error, master", {{1000, role_set(BOARD_MOS_ERROR)}, {2000, role_set(BOARD_MASTER)}}, 5000, master(500)},
+        {"master, error, slave", {{1000, role_set(BOARD_MOS_ERROR)}, {2000, role_set(BOARD_SLAVE)}}, 5000, with(master(500), slave(2000))},
+        {"a role beyond the three", {{0, role_set(static_cast<BOARD_MOS_E>(3))}}, 5000, {}},
+        {"reload fails twice", {{0, fault("dfl_foreach_object", "AtomStorageData")}, lift(1500)}, 5000,
+         with(with(reload_failed(500), reload_failed(1000)), master(1500))},
+        {"slave while the reload fails", {{0, fault("dfl_foreach_object", "AtomStorageData")}, {1000, role_set(BOARD_SLAVE)}}, 5000, with(reload_failed(500), slave(1000))},
+        {"idle from the start", {{0, idle_bit_set(1)}, {2000, idle_bit_set(0)}}, 5000, master(2000)},
+        {"idle: any other value is not", {{0, idle_bit_set(2)}}, 5000, master(500)},
+        {"idle bit unreadable", {{0, fault("BSP_ReadCpldBit")}, lift(2000)}, 5000, master(2000)},
+        {"role unreadable", {{0, fault("BSP_GetBoardMasterOrSlaveState")}, lift(2000)}, 5000, master(2000)},
+        {"equipment mode", {{0, equip_mode_set(1)}, {2000, equip_mode_set(0)}}, 5000, master(2000)},
+        {"equipment mode: any other value is not", {{0, equip_mode_set(2)}}, 5000, master(500)},
+        {"equipment mode unreadable", {{0, fault("BSP_GetEquipMode")}, lift(2000)}, 5000, master(2000)},
+        {"slave, equipment mode", {starts_slave, {0, equip_mode_set(1)}, {2000, equip_mode_set(0)}}, 5000, slave(2000)},
+        {"no customer block", {{0, fault("dfl_get_object_handle", "ASD_CCDB")}}, 1000, not_ready(500)},
+        {"lock fails, copied all the same and not given back", {{0, fault("vos_thread_sem4_p", "CcdbSetEn")}}, 1000, part_of(master(500), 0, 5)},
+    });
+    // clang-format on
+}
+
+TEST_F(RoleMonitorTest, PublishesTheRoleAndFillsThePendingBlock) {
+    const auto body = [] {
+        const auto published = [](const std::vector<Change> &script) {
+            play(asd_master_check_task, script, fake::ticks() + 1000);
+            return guint32{g_masterMode};
+        };
+        fresh_world();
+        build();
+        fake::change_board([](fake::Board &board) { board.four_u = 1; });
+        AsdSetGCcdbSetData(pattern(128, 99).data());
+        EXPECT_EQ(published({{0, idle_bit_set(1)}}), BOARD_MOS_ERROR); // not even read
+        EXPECT_EQ(published({{0, both(idle_bit_set(0), equip_mode_set(1))}}), BOARD_MASTER);
+        EXPECT_EQ(Bytes(AsdGetGCcdbSetData(), AsdGetGCcdbSetData() + 128), pattern(128, 99));
+        EXPECT_EQ(published({{0, equip_mode_set(0)}}), BOARD_MASTER);
+        EXPECT_EQ(Bytes(AsdGetGCcdbSetData(), AsdGetGCcdbSetData() + 128), pattern(128, 5)); // as its Value
+        const Texts order = fake::timeline({"dfl_get_object_handle ASD_", "vos_thread_sem4_p CcdbSetEn"}, -1);
+        const std::string model = "dfl_get_object_handle ASD_PCIEORSAS";
+        EXPECT_EQ(order,
+                  at(2500, {"dfl_get_object_handle ASD_IOCARD_PCIE4", model, model, "vos_thread_sem4_p CcdbSetEn 0",
+                            "dfl_get_object_handle ASD_CCDB", "dfl_get_object_handle ASD_CCDB"}));
+        EXPECT_EQ(published({{0, fault("BSP_GetBoardMasterOrSlaveState")}, {0, role_set(BOARD_SLAVE)}}), BOARD_MASTER);
+        EXPECT_EQ(published({{0, fake::lift_faults}}), BOARD_SLAVE);
+    };
+    IN_FRESH_PROCESS(body);
+}
+
+TEST_F(RoleMonitorTest, ASlaveForgetsTheNodeViewItWrote) {
+    const auto body = [] {
+        fresh_world();
+        for (const char *chip : {"View", "Flag"}) {
+            fake::add_chip(chip, {.retry = 1});
+        }
+        fake::add_item("ASD_NODE_VIEW", {.length = 64, .chips = {"View"}});
+        fake::add_item("ASD_NODE_VIEW_VALID", {.length = 1, .chips = {"Flag", "Flag"}});
+        const auto writes_after = [](BOARD_MOS_E role) {
+            play(asd_master_check_task, {{0, role_set(role)}}, fake::ticks() + 1000);
+            const std::size_t before = fake::calls("dfl_block_write");
+            const Bytes request = joined({0, 0, 0x80, 0, 0x43}, pattern(64));
+            EXPECT_EQ(fake::call(IpmiCmdSetNodeView, "ASD_NODE_VIEW", request).response, Bytes{0});
+            return fake::calls("dfl_block_write") != before;
+        };
+        EXPECT_TRUE(writes_after(BOARD_MASTER));
+        EXPECT_FALSE(writes_after(BOARD_MASTER));
+        EXPECT_FALSE(writes_after(BOARD_MOS_ERROR));
+        EXPECT_TRUE(writes_after(BOARD_SLAVE));
+        EXPECT_FALSE(writes_after(BOARD_SLAVE));
+        EXPECT_FALSE(writes_after(BOARD_MASTER));
+    };
+    IN_FRESH_PROCESS(body);
+}
+
+// ---- Routine reload ----
+
+TEST_F(RoleMonitorTest, RoutineReload) {
+    const auto build_routine = [] {
+        fake::add_chip("Routine", {.retry = 1});
+        fake::put_record("Routine", pattern(16));
+        fake::add_item("ASD25", {.length = 16, .chips = {"Routine"}});
+        fake::inject({.operation = "dfl_foreach_object", .count = 0}); // reloads by the routine alone
+    };
+    const auto reloads = [](const std::vector<guint64> &ticks) {
+        Texts lines;
+        for (const guint64 tick : ticks) {
+            lines = with(lines, at(tick, {"dfl_get_object_handle ASD25", "dfl_block_read Routine 64 18"}));
+        }
+        return lines;
+    };
+    const auto from = [](guint64 tick) { return Change{0, [=] { fake::set_ticks(tick); }}; };
+    const Change slave_until_200000 = {200000, role_set(BOARD_MASTER)};
+    constexpr guint64 kWrap = guint64{1} << 32U;
+    const Texts looked_up = at(180000, {"dfl_get_object_handle ASD25"});
+    // clang-format off
+    run_scenes(asd_master_check_task, build_routine, {"dfl_get_object_handle ASD25", "dfl_block_read Routine"}, {
+        {"every 180 s", {}, 600000, reloads({180000, 360000, 540000})},
+        {"as slave first", {{0, role_set(BOARD_SLAVE)}, slave_until_200000}, 600000, reloads({200000, 380000, 560000})},
+        {"in equipment mode first", {{0, equip_mode_set(1)}, {200000, equip_mode_set(0)}}, 400000, reloads({200000, 380000})},
+        {"a dead chip waits a period", {{0, fault("dfl_block_read", "Routine", 5)}}, 400000, reloads({180000, 360100})},
+        {"an unknown item waits a period", {{0, fault("dfl_get_object_handle", "ASD25", 5, 1)}}, 400000, with(looked_up, reloads({360000}))},
+        {"across the wrap", {from(kWrap - 1000)}, kWrap + 200000, reloads({kWrap - 500, kWrap + 179500})},
+        {"after the wrap", {from(kWrap)}, kWrap + 200000, reloads({kWrap + 180000})},
+    }, -1);
+    // clang-format on
+}
+
+// ---- Board states ----
+
+// What is left of each task's work in a state that lasts: the monitor's transition and routine, the items checked in an
+// hour, the daily writes in two days, and the pushes and checks of the customer block in ten seconds.
+std::string work_left(const Arrange &state) {
+    build();
+    g_masterMode = BOARD_MASTER;
+    state();
+    std::string text;
+    const auto run = [&](VOS_TASK_ENTRY task, guint64 ms, const std::vector<std::pair<std::string, Texts>> &kinds) {
+        fake::clear_journal();
+        play(task, {}, fake::ticks() + ms);
+        for (const auto &[kind, lines] : kinds) {
+            const std::size_t times = fake::timeline(lines, -1).size();
+            text += times == 0 ? "" : (text.empty() ? "" : ", ") + std::to_string(times) + " " + kind;
+        }
+        if (fake::logged(1, "asd enter slave mode!")) {
+            text += "slave";
+        }
+    };
+    run(asd_master_check_task, 181000,
+        {{"walk", {"dfl_foreach_object"}}, {"routine", {"dfl_get_object_handle ASD25"}}});
+    run(asd_eeprom_check_task, 3700000, {{"check", {"dfl_get_object_handle ASD1"}}});
+    run(ASD_ROUTINE_SYS_CCDB_Task, 172900000, {{"daily", {"vos_thread_sem4_p CcdbSetEn 0"}}});
+    run(ASD_EEprom_Sync_Task, 12000,
+        {{"push", {"dfl_foreach_object"}}, {"block", {"vos_thread_sem4_p CcdbSetEn 2000"}}});
+    return text;
+}
+
+TEST_F(RoleMonitorTest, WhatEachBoardStateStops) {
+    const struct {
+        const char *name;
+        Arrange state;
+        const char *left;
+    } rows[] = {
+        {"none", kAsBuilt, "1 walk, 1 routine, 3 check, 2 daily, 11 push, 11 block"},
+        {"slave", role_set(BOARD_SLAVE), "slave"},
+        {"error role", role_set(BOARD_MOS_ERROR), "3 check"},
+        {"equipment mode", equip_mode_set(1), "2 daily"},
+        {"idle bit", idle_bit_set(1), "2 daily, 11 push, 11 block"},
+        {"CPLD upgrade", upgrading_set(1), "1 walk, 1 routine, 3 check"},
+        {"role unreadable", fault("BSP_GetBoardMasterOrSlaveState"), "3 check, 2 daily"},
+        {"equipment mode unreadable", fault("BSP_GetEquipMode"), "3 check, 2 daily, 11 push, 11 block"},
+        {"idle bit unreadable", fault("BSP_ReadCpldBit"), "3 check, 2 daily, 11 push, 11 block"},
+        {"CPLD upgrade unreadable", fault("BSP_IsCpldUpgrading"),
+         "1 walk, 1 routine, 3 check, 2 daily, 1 push, 1 block"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto body = [&] {
+            fresh_world();
+            EXPECT_EQ(work_left(row.state), row.left);
+        };
+        IN_FRESH_PROCESS(body);
+    }
+}
+
+} // namespace

@@ -1,0 +1,247 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+
+// The master's push: the task, which items go, the message, its answers, and the rationed failures.
+
+#include "bmc_asd_ipmi_getter.h"
+#include "task_test.h"
+
+namespace {
+
+using SyncSendTest = ModuleTest;
+
+// ---- Task ----
+
+TEST_F(SyncSendTest, Task) {
+    const auto pass = [](const std::vector<guint64> &ticks) {
+        Texts lines;
+        for (const guint64 tick : ticks) {
+            lines = with(lines, at(tick, {"dfl_foreach_object AtomStorageData 0", "vos_thread_sem4_p CcdbSetEn 2000"}));
+        }
+        return lines;
+    };
+    const auto unknown = [](guint64 tick) { return at(tick, {"0 Get Master Slave failed(7)"}); };
+    const auto deaf = [](guint64 tick, const char *operation) { return Change{tick, fault(operation)}; };
+    const auto request = [] { // within the task's thread, as good as between its passes
+        EXPECT_EQ(fake::call(ipmi_cmd_set_ccdb, "ASD_CCDB", joined({0, 0, 0x80, 0, 0x2C}, pattern(128))).response,
+                  Bytes{0});
+    };
+    const Texts requested =
+        with(at(1000, {"vos_thread_sem4_p CcdbSetEn 4000", "1 set ccdb data immediately"}), pass({1000}));
+    // clang-format off
+    run_scenes(ASD_EEprom_Sync_Task, build_ccdb, {"dfl_foreach_object", "vos_thread_sem4_p CcdbSetEn"}, {
+        {"each second", {}, 4000, pass({1000, 2000, 3000})},
+        {"upgrade at the start", {{0, upgrading_set(1)}, {2500, upgrading_set(0)}}, 15000, pass({13000, 14000})},
+        {"upgrade later", {{1001, upgrading_set(1)}, {2500, upgrading_set(0)}}, 15000, pass({1000, 13000, 14000})},
+        {"upgrade while settling", {{0, upgrading_set(1)}, {2000, upgrading_set(0)}, {2001, upgrading_set(1)}, {13500, upgrading_set(0)}}, 25500, pass({12000, 24000, 25000})},
+        {"upgrade state unreadable", {deaf(0, "BSP_IsCpldUpgrading")}, 13000, pass({11000, 12000})},
+        {"upgrade state unreadable at the start alone", {{0, fault("BSP_IsCpldUpgrading", "", 7, 1)}}, 13000, pass({11000, 12000})},
+        {"upgrade state unreadable later: as it was", {{1500, upgrading_set(1)}, deaf(2500, "BSP_IsCpldUpgrading"), {2500, upgrading_set(0)}}, 15000, pass({1000})},
+        {"another upgrade state", {{0, upgrading_set(2)}}, 2500, pass({1000, 2000})},
+        {"equipment mode", {{1500, equip_mode_set(1)}, {3500, equip_mode_set(0)}}, 5500, pass({1000, 4000, 5000})},
+        {"equipment mode unreadable from the start", {{0, equip_mode_set(1)}, deaf(0, "BSP_GetEquipMode")}, 2500, pass({1000, 2000})},
+        {"equipment mode unreadable later: as it was", {{0, equip_mode_set(1)}, deaf(1500, "BSP_GetEquipMode"), {1500, equip_mode_set(0)}}, 5500, {}},
+        {"role unreadable", {deaf(1500, "BSP_GetBoardMasterOrSlaveState")}, 3500, with(pass({1000}), with(unknown(2000), unknown(3000)))},
+        {"slave for a time", {{0, role_set(BOARD_SLAVE)}, {1500, role_set(BOARD_MASTER)}}, 2500, pass({2000})},
+        {"error role", {{0, role_set(BOARD_MOS_ERROR)}}, 2500, {}},
+        {"the monitor's role does not count", {{0, published_role(BOARD_SLAVE)}, {1500, published_role(BOARD_MASTER)}, {1500, role_set(BOARD_SLAVE)}}, 3500, pass({1000})},
+        {"requested block", {{1000, request}}, 2500, with(with(requested, at(1000, {kCcdbWritten})), pass({2000}))},
+        {"requested block waits for the master", {{0, role_set(BOARD_SLAVE)}, {1000, request}, {2500, role_set(BOARD_MASTER)}}, 3500,
+         with(with(part_of(requested, 0, 2), pass({3000})), at(3000, {kCcdbWritten}))},
+        {"into standby", {{1500, board_set([](fake::Board &board) { board.standby = 1; })}}, 3500,
+         with(with(pass({1000, 2000}), at(2000, {"1 Set CCDB data to e2prom when os enter standby!", "vos_thread_sem4_p CcdbSetEn 0", kCcdbWritten})), pass({3000}))},
+    });
+    // clang-format on
+    fake::change_board([](fake::Board &board) { board.smm = 1; });
+    EXPECT_TRUE(fake::run_task(ASD_EEprom_Sync_Task, nullptr, [](guint32) { return true; }));
+    EXPECT_EQ(fake::journal(), Texts{"BSP_IsSmmBoard"});
+}
+
+// ---- Items and message ----
+
+OBJ_HANDLE build_item(const fake::ItemConfig &config) {
+    fake::change_board([](fake::Board &board) {
+        board.slot = 1;
+        board.online = {0, 1, 2, 3};
+    });
+    for (const guint8 slot : Bytes{0, 2, 3}) {
+        fake::set_peer(slot, [](const fake::SentRequest &) { return Bytes{0}; });
+    }
+    return fake::add_item("ASD10", config);
+}
+
+TEST_F(SyncSendTest, ItemsAndMessage) {
+    const auto sent = [](const Bytes &slots, const Bytes &data) {
+        Bytes all;
+        for (const guint8 slot : slots) {
+            all = joined(all, joined({2, slot, 0, 0x32, 0xF9}, data)); // target, slot, unit, function, command
+        }
+        return all;
+    };
+    const auto message = [](const Bytes &value) { return joined({0xFF, 2, 0, 0, 0x2A, 42}, value); };
+    const auto online = [](const std::set<guint8> &slots) {
+        return board_set([=](fake::Board &board) { board.online = slots; });
+    };
+    const auto to = [](const Bytes &slots) {
+        Texts logs;
+        for (const guint8 slot : slots) {
+            logs.push_back("2 ASD sync data to board(" + std::to_string(slot) + ")");
+        }
+        return logs;
+    };
+    const Bytes all = {0, 2, 3};
+    const Bytes six = message(pattern(6));
+    const fake::ItemConfig marked = {.length = 6, .num = 42, .ready = 1, .need_sync = 1, .value = pattern(6)};
+    const auto length = [marked](guint32 bytes) {
+        fake::ItemConfig item = marked;
+        item.length = bytes;
+        item.value = pattern(bytes);
+        return item;
+    };
+    const auto flags = [marked](guint8 need_sync, guint8 ready) {
+        fake::ItemConfig item = marked;
+        item.need_sync = need_sync;
+        item.ready = ready;
+        return item;
+    };
+    const struct {
+        const char *name;
+        fake::ItemConfig item;
+        Arrange arrange;
+        Bytes sent;
+        Texts logs;
+    } rows[] = {
+        // clang-format off
+        {"to every other slot", marked, kAsBuilt, sent(all, six), to(all)},
+        {"any mark, any readiness", flags(255, 2), kAsBuilt, sent(all, six), to(all)},
+        {"not marked", flags(0, 1), kAsBuilt, {}, {}},
+        {"not ready", flags(1, 0), kAsBuilt, {}, {}},
+        {"128 bytes", length(128), online({3}), sent({3}, message(pattern(128))), to({3})},
+        {"129 bytes", length(129), kAsBuilt, {}, {}},
+        {"a value shorter than its Length", marked, value_set("ASD10", pattern(2)), sent(all, message(joined(pattern(2), Bytes(4, 0)))), to(all)},
+        {"item not online: zeros", marked, both(online({2}), byte_set("ASD10", "Online", 0)), sent({2}, message(Bytes(6, 0))), with({"M1 bmc_asd_update_property.cpp: ASD10 not online!"}, to({2}))},
+        {"two slots", marked, online({0, 3}), sent({0, 3}, six), to({0, 3})},
+        {"alone", marked, online({1}), {}, {}},
+        {"own slot 3", marked, board_set([](fake::Board &board) { board.slot = 3; board.online = {2, 3}; }), sent({2}, six), to({2})},
+        {"own slot unknown", marked, both(online({0}), board_set([](fake::Board &board) { board.slot = 0; })), {}, {}},
+        {"own slot unreadable", marked, both(online({0}), both(board_set([](fake::Board &board) { board.slot = 0; }), fault("BSP_GetBoardSlot"))), sent({0}, six), to({0})},
+        {"NeedSync unreadable", marked, unreadable("ASD10.NeedSync"), {}, {}},
+        {"Ready unreadable", marked, unreadable("ASD10.Ready"), {}, {}},
+        {"Num unreadable", marked, unreadable("ASD10.Num"), {}, {}},
+        {"Length unreadable", marked, unreadable("ASD10.Length"), {}, {}},
+        {"Value unreadable", marked, unreadable("ASD10.Value"), {}, {"0 Get ASD10 value failed! ret: 7."}},
+        {"not cleared", marked, both(online({2}), fault("memset_s", "", 9, 1)), sent({2}, six), with({"0 Error: init asd data failed, result = 9."}, to({2}))},
+        {"not copied: sent all the same", marked, both(online({2}), fault("memcpy_s", "", 9, 2)), sent({2}, message(Bytes(6, 0))),
+         with(to({2}), {"0 Error: copy asd sync data failed, result = 9."})},
+        // clang-format on
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        fresh_world();
+        const OBJ_HANDLE item = build_item(row.item);
+        row.arrange();
+        EXPECT_EQ(ASD_SyncEEpromToSlaveForeach(item, nullptr), 0);
+        Bytes all_sent;
+        for (const fake::SentRequest &request : fake::sent_requests()) {
+            all_sent =
+                joined(all_sent, joined({request.target_type, request.slot, request.lun, request.netfn, request.cmd},
+                                        request.data));
+        }
+        EXPECT_EQ(all_sent, row.sent);
+        EXPECT_EQ(fake::logs(2), row.logs);
+    }
+}
+
+TEST_F(SyncSendTest, Answers) {
+    const auto answers = [](std::optional<Bytes> answer) {
+        return [=] { fake::set_peer(2, [=](const fake::SentRequest &) { return answer; }); };
+    };
+    const auto failed = [](const char *ret) {
+        return Texts{std::string("1 Sync asd(id=42) data to slot2 failed(ret=") + ret + ")"};
+    };
+    const struct {
+        const char *name;
+        Arrange arrange;
+        Texts logs;
+    } rows[] = {
+        {"done", answers(Bytes{0x00}), {}},
+        {"done, with more data", answers(Bytes{0x00, 0xC9}), {}},
+        {"refused", answers(Bytes{0xC9}), failed("201")},
+        {"no data", answers(Bytes{}), failed("-1")},
+        {"no response block", answers({}), failed("-1")},
+        {"not sent", fault("ipmi_send_request", "2"), failed("7")},
+    };
+    const auto body = [&] {
+        for (guint64 tick = 0; const auto &row : rows) {
+            SCOPED_TRACE(row.name);
+            fresh_world();
+            (void)build_item({});
+            fake::set_ticks(tick += 1000000); // so that every failure is printed
+            row.arrange();
+            ASD_EEprom_Sync(pattern(6).data(), 42, 6);
+            EXPECT_EQ(fake::logs(1), row.logs);
+            EXPECT_EQ(fake::journal({"ipmi_send_request"}),
+                      (Texts{"ipmi_send_request 0 50 249 12 1 1", "ipmi_send_request 2 50 249 12 1 1",
+                             "ipmi_send_request 3 50 249 12 1 1"}));
+        }
+    };
+    IN_FRESH_PROCESS(body);
+}
+
+// ---- Rationed failures ----
+
+TEST_F(SyncSendTest, FailuresOfADayAreRationed) {
+    const Bytes data = pattern(6);
+    const struct {
+        const char *name;
+        std::function<void()> fail;
+        std::string log;
+        guint64 quiet_ms;
+        std::vector<guint64>
+            runs;          // the ticks of the day at which a run of lines ten seconds apart begins: first, second, last
+        std::size_t run;   // lines in a run
+        std::size_t lines; // in the day
+    } rows[] = {
+        // clang-format off
+        {"sender", [&] { ASD_EEprom_Sync(data.data(), 42, 6); }, "1 Sync asd(id=42) data to slot2 failed(ret=201)", 600000, {600001, 1220001, 86160001}, 2, 278},
+        {"MAC", [&] { ASD_SyncASD10(data.data(), 6); }, "1 Proc master sync framemac(0x4d0x4e0x4f0x500x510x52) failed(ret=7)", 300000, {300001, 630001, 86100001}, 3, 783},
+        {"card", [&] { ASD_SyncIocardPcie4(data.data(), 6); }, "0 The len(6) of sync pcie speed limit data is invalid.", 3600000, {3600001, 7300001, 85000001}, 10, 230},
+        // clang-format on
+    };
+    const auto body = [&] {
+        fresh_world();
+        (void)build_item({});
+        fake::set_peer(2, [](const fake::SentRequest &) { return Bytes{0xC9}; });
+        fault("BSP_SetWwn2CpldRam")();
+        for (const auto &row : rows) {
+            SCOPED_TRACE(row.name);
+            std::vector<guint64> printed;
+            const auto fail_at = [&](guint64 tick) {
+                fake::clear_journal();
+                fake::set_ticks(tick);
+                row.fail();
+                const Texts logs = fake::logs(1);
+                if (!logs.empty()) {
+                    EXPECT_EQ(logs, Texts{row.log});
+                    printed.push_back(tick);
+                }
+            };
+            for (guint64 tick = 1; tick < 86400000; tick += 10000) {
+                fail_at(tick);
+            }
+            ASSERT_EQ(printed.size(), row.lines);
+            for (std::size_t i = 0; i < row.run; ++i) {
+                EXPECT_EQ(printed[i], row.runs[0] + i * 10000);
+                EXPECT_EQ(printed[row.run + i], row.runs[1] + i * 10000);
+                EXPECT_EQ(printed[row.lines - row.run + i], row.runs[2] + i * 10000);
+            }
+            const guint64 quiet_again = printed.back() + row.quiet_ms + (guint64{1} << 32U); // after the counter's wrap
+            fail_at(quiet_again);
+            fail_at(quiet_again + 1);
+            EXPECT_EQ(printed.size(), row.lines + 1);
+        }
+    };
+    IN_FRESH_PROCESS(body);
+}
+
+} // namespace
