@@ -216,8 +216,25 @@ class Service:
     def ipmitool(self, *words):
         """Runs the stock client; its CompletedProcess."""
         environment = {**os.environ, "IPMI_DUMMY_SOCK": str(self.socket)}
-        return subprocess.run(["ipmitool", "-I", "dummy", *words], env=environment,
-                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=DEADLINE_S, check=False)
+        asked, end = self.process, time.monotonic() + DEADLINE_S
+        client = subprocess.Popen(["ipmitool", "-I", "dummy", *words], env=environment, stdin=subprocess.DEVNULL,
+                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        while True:
+            dead = asked.poll() is not None
+            try:
+                return subprocess.CompletedProcess(words, *self._communicated(client))
+            except subprocess.TimeoutExpired:
+                # A client whose service dies before the answer goes on reading at the end of the stream for ever.
+                if dead or time.monotonic() > end:
+                    client.kill()
+                    client.communicate()
+                    assert dead, f"ipmitool {words}: not answered within {DEADLINE_S} s\n{self.log()}"
+                    return subprocess.CompletedProcess(words, -signal.SIGKILL, "", "the service died")
+
+    @staticmethod
+    def _communicated(client):
+        out, errors = client.communicate(timeout=0.1)
+        return client.returncode, out, errors
 
     def ask(self, *request):
         """One request through ipmitool, network function first: (completion code, data); code None: no answer."""
