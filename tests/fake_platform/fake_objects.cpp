@@ -6,6 +6,7 @@
 #include "object_frame.h"
 
 #include <algorithm>
+#include <span>
 
 namespace fake {
 
@@ -123,13 +124,13 @@ Bytes value(const std::string &item) {
 
 Bytes chip_bytes(const std::string &chip, guint32 offset, guint32 length) {
     const std::lock_guard lock(world_mutex());
-    const Bytes &bytes = object_named(chip).part->bytes;
-    return {bytes.begin() + offset, bytes.begin() + offset + length};
+    const auto bytes = std::span(object_named(chip).part->bytes).subspan(offset, length);
+    return {bytes.begin(), bytes.end()};
 }
 
 void set_chip_bytes(const std::string &chip, guint32 offset, const Bytes &bytes) {
     const std::lock_guard lock(world_mutex());
-    std::ranges::copy(bytes, object_named(chip).part->bytes.begin() + offset);
+    std::ranges::copy(bytes, std::span(object_named(chip).part->bytes).subspan(offset).begin());
 }
 
 Bytes record(const Bytes &data) {
@@ -405,7 +406,8 @@ gint32 dfl_block_read(OBJ_HANDLE object_handle, const gchar *property_name, guin
     if (const gint32 ret = transfer_refused(chip, property_name, offset, length, buffer); ret != 0 || call.fails()) {
         return call.fails() ? call.status() : ret;
     }
-    Bytes bytes(chip->part->bytes.begin() + offset, chip->part->bytes.begin() + offset + length);
+    const auto stored = std::span(chip->part->bytes).subspan(offset, length);
+    Bytes bytes(stored.begin(), stored.end());
     spoil(call.fault(), bytes);
     std::ranges::copy(bytes, buffer);
     return 0;
