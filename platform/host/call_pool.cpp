@@ -18,6 +18,7 @@ namespace asd_host {
 struct CallPoolShared {
     struct Call {
         OBJ_HANDLE object = 0;
+        std::uint64_t number = 0;
         CallPool::Work work;
     };
     std::mutex mutex; // guards the fields below
@@ -74,7 +75,7 @@ bool CallPool::start(std::string *mistake) {
     return true;
 }
 
-CallPool::Taken CallPool::run(OBJ_HANDLE object, Work work) {
+CallPool::Taken CallPool::run(OBJ_HANDLE object, Work work, std::uint64_t number) {
     const std::lock_guard lock(shared_->mutex);
     if (shared_->ending) {
         return Taken::kEnding;
@@ -82,9 +83,14 @@ CallPool::Taken CallPool::run(OBJ_HANDLE object, Work work) {
     if (shared_->waiting.size() >= kWaiting) {
         return Taken::kFull;
     }
-    shared_->waiting.push_back({.object = object, .work = std::move(work)});
+    shared_->waiting.push_back({.object = object, .number = number, .work = std::move(work)});
     shared_->changed.notify_one();
     return Taken::kYes;
+}
+
+bool CallPool::withdraw(std::uint64_t number) {
+    const std::lock_guard lock(shared_->mutex);
+    return std::erase_if(shared_->waiting, [number](const auto &call) { return call.number == number; }) > 0;
 }
 
 bool CallPool::stop(std::chrono::milliseconds limit) {
@@ -95,7 +101,6 @@ bool CallPool::stop(std::chrono::milliseconds limit) {
     {
         std::unique_lock lock(shared_->mutex);
         shared_->ending = true;
-        shared_->waiting.clear();
         shared_->changed.notify_all();
         idle = shared_->changed.wait_for(lock, limit, [this] { return shared_->busy.empty(); });
     }

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -37,10 +38,13 @@ public:
         kEnding, // stop has been called
     };
     // Runs work on one of the threads. Calls of one object (any number that stands for what is worked on) run one after
-    // the other, in the order they came.
-    [[nodiscard]] Taken run(OBJ_HANDLE object, Work work);
+    // the other, in the order they came. The number, the caller's own, is for withdraw.
+    [[nodiscard]] Taken run(OBJ_HANDLE object, Work work, std::uint64_t number = 0);
 
-    // Drops what is waiting and waits for what is running. False: something still runs after the limit, and keeps what
+    // Takes a waiting call out. False: it has begun.
+    [[nodiscard]] bool withdraw(std::uint64_t number);
+
+    // Begins nothing any more and waits for what is running. False: something still runs after the limit, and keeps what
     // it uses.
     [[nodiscard]] bool stop(std::chrono::milliseconds limit);
 

@@ -55,8 +55,7 @@ bool OpenbmcDoor::stop(std::chrono::milliseconds limit) {
 
 void OpenbmcDoor::leave() {
     for (auto &[number, pending] : std::exchange(pending_, {})) {
-        const bool begun = pending.stage->load() == Stage::kRunning;
-        answer_request(std::move(pending), {begun ? kTimeout : kNodeBusy});
+        give_up(std::move(pending));
     }
     member_.leave();
 }
@@ -165,7 +164,6 @@ void OpenbmcDoor::execute(const char *sender, InvocationPtr invocation) {
     pending.number = ++last_number_;
     pending.channel = channel_of_sender(sender);
     pending.command_exists = registry_.has_command(request.netfn, request.cmd);
-    pending.stage = std::make_shared<std::atomic<Stage>>(Stage::kWaiting);
     pending.invocation = std::move(invocation);
     const std::optional<std::uint8_t> privilege = requester_privilege(pending.channel, options.get());
     if (!privilege) {
@@ -183,16 +181,12 @@ void OpenbmcDoor::execute(const char *sender, InvocationPtr invocation) {
 // Requests that reach the same row keep their order: repetitions of one that hangs on a chip take no further worker,
 // and frames of one record do not overtake each other.
 void OpenbmcDoor::hand_over(const IpmiRequest &request, Pending pending) {
-    const auto work = [this, number = pending.number, stage = pending.stage, queue = queue_, held = request,
+    const auto work = [this, number = pending.number, queue = queue_, held = request,
                        data = std::vector<std::uint8_t>(request.data.begin(), request.data.end())]() mutable {
-        Stage waiting = Stage::kWaiting;
-        if (!stage->compare_exchange_strong(waiting, Stage::kRunning)) {
-            return; // answered already
-        }
         held.data = data;
         queue->post([this, number, response = registry_.serve(held)] { finish(number, response); });
     };
-    if (pool_.run(registry_.row_number(request), work) != CallPool::Taken::kYes) {
+    if (pool_.run(registry_.row_number(request), work, pending.number) != CallPool::Taken::kYes) {
         answer_request(std::move(pending), {kNodeBusy}); // too many wait, or the service is ending
         return;
     }
@@ -208,13 +202,16 @@ void OpenbmcDoor::finish(std::uint64_t number, const IpmiResponse &response) {
 
 gboolean OpenbmcDoor::on_late(gpointer pending) {
     auto *late = static_cast<Pending *>(pending);
-    OpenbmcDoor *door = late->door;
-    Stage waiting = Stage::kWaiting;
-    const bool never_begins = late->stage->compare_exchange_strong(waiting, Stage::kGivenUp);
-    HOST_LOG(kLogInformation, "an IPMI request of an OpenBMC bridge has taken %u ms: %s", kAnswerMs,
-             never_begins ? "answered C0, it is not carried out" : "answered C3, it is still being carried out");
-    door->finish(late->number, {never_begins ? kNodeBusy : kTimeout});
+    late->door->give_up(std::move(late->door->pending_.extract(late->number).mapped()));
     return G_SOURCE_REMOVE;
+}
+
+// Busy: it is not carried out. Timeout: it has begun and goes on, only its answer has nowhere to go.
+void OpenbmcDoor::give_up(Pending pending) {
+    const bool waiting = pool_.withdraw(pending.number);
+    HOST_LOG(waiting ? kLogDebug : kLogInformation, "a request of an OpenBMC bridge is answered before it is done: %s",
+             waiting ? "C0, it is not carried out" : "C3, it goes on");
+    answer_request(std::move(pending), {waiting ? kNodeBusy : kTimeout});
 }
 
 void OpenbmcDoor::answer_request(Pending pending, const IpmiResponse &response) {

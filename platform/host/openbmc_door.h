@@ -14,7 +14,6 @@
 #include "loop_queue.h"
 #include "openbmc_rules.h"
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -45,10 +44,6 @@ public:
     [[nodiscard]] bool gone() const { return member_.gone(); }
 
 private:
-    // Whether a request has begun: a worker that takes it and the answer that it came too late exclude each other.
-    enum class Stage { kWaiting, kRunning, kGivenUp };
-    using SharedStage = std::shared_ptr<std::atomic<Stage>>;
-
     // A request without its answer.
     struct Pending {
         OpenbmcDoor *door = nullptr;
@@ -56,7 +51,6 @@ private:
         InvocationPtr invocation;
         Channel channel = Channel::kSystem;
         bool command_exists = false;
-        SharedStage stage;
         SourcePtr limit;
     };
 
@@ -68,6 +62,7 @@ private:
     void execute(const char *sender, InvocationPtr invocation);
     void hand_over(const IpmiRequest &request, Pending pending);
     void finish(std::uint64_t number, const IpmiResponse &response);
+    void give_up(Pending pending);
 
     static void answer_request(Pending pending, const IpmiResponse &response);
 
