@@ -44,8 +44,8 @@ public:
     // Takes a waiting call out. False: it has begun.
     [[nodiscard]] bool withdraw(std::uint64_t number);
 
-    // Begins nothing any more and waits for what is running. False: something still runs after the limit, and keeps what
-    // it uses.
+    // Begins nothing any more and waits for what is running. False: something still runs after the limit, and keeps
+    // what it uses.
     [[nodiscard]] bool stop(std::chrono::milliseconds limit);
 
 private:
