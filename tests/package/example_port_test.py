@@ -7,6 +7,7 @@
 import binascii
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 import tempfile
@@ -61,6 +62,14 @@ class ExamplePort(unittest.TestCase):
                 source = self.folder / "header.c"
                 source.write_text(f"#include <{header}>\nint main(void) {{ return 0; }}\n", encoding="ascii")
                 run(os.environ["CC"], "-std=c11", *WARNINGS, *cflags, "-fsyntax-only", source)
+
+    def test_every_operation_is_documented(self):
+        document = (ROOT / "docs/porting.md").read_text(encoding="utf-8")
+        declared = {name for path in (ROOT / "platform/include").glob("*.h")
+                    for name in re.findall(r"^\w[\w *]*?\b(\w+)\(", path.read_text(encoding="ascii"), re.MULTILINE)
+                    if name != "typedef"}
+        self.assertGreater(len(declared), 60)
+        self.assertEqual({name for name in declared if not re.search(rf"\b{name}\b", document)}, set())
 
     def test_cmake(self):
         build = self.folder / "cmake"
