@@ -64,6 +64,18 @@ def mac_of(service):
     return service.direct(NETFN, 0x16, *head(0x10))[1]
 
 
+def switch(service, state, on):
+    """Sets a board state. The role reads as error while the master lock's place is taken by a folder."""
+    lock = service.run_dir / "master.lock"
+    if state:
+        assert service.ctl("board", "set", *state, on)
+    elif on:
+        lock.unlink()
+        lock.mkdir()
+    else:
+        lock.rmdir()
+
+
 class Push(unittest.TestCase):
     @staticmethod
     def _with_long_items(enclosure):
@@ -274,11 +286,14 @@ class Repair(unittest.TestCase):
             service.start_as_master()
             for state in rows:
                 with self.subTest(state=state):
-                    service.ctl("board", "set", *state, 1)
+                    switch(service, state, 1)
                     bad = self._flip(service, "ASD11", 0, 3)
                     stays(lambda: self._on_chips(service, "ASD11")[0] == bad, "the damage", 1.5 * self.HOUR_S)
-                    service.ctl("board", "set", *state, 0)
+                    switch(service, state, 0)
                     self._mended(service, "ASD11")
+            switch(service, (), 1)
+            self._flip(service, "ASD11", 0, 3)
+            self._mended(service, "ASD11")  # also while the role is error
         with self._running("--role", "slave") as service:
             service.start_as_slave()
             bad = self._flip(service, "ASD11", 0, 3)
@@ -335,27 +350,16 @@ class Deferred(unittest.TestCase):
                 service.start_as_master()
                 self._set(service, self.WITHIN_A_DAY, data)
             upgraded.ctl("board", "set", "cpld-upgrading", 1)
+            blank, took = 2 * [b"\xff" * 130], {}
             for service, days in ((plain, 1), (upgraded, 2)):
-                blank = 2 * [b"\xff" * 130]
                 wait_for(lambda: self._on_chips(service) != blank, "the daily write")
-                self.assertEqual(int((time.monotonic() - began[service]) / day_s), days)
+                took[service] = time.monotonic() - began[service]
+                self.assertGreater(took[service], days * day_s)
                 wait_for(lambda: self._on_chips(service) == 2 * [on_chip(data)], "the second copy")
-                if service is plain:
-                    wait_for(lambda: time.monotonic() - began[upgraded] > 1.4 * day_s, "the upgrade to end")
+                if service is plain:  # how long a day is on this machine now: its waits are as long as asked or longer
+                    wait_for(lambda: time.monotonic() - began[upgraded] > 1.4 * took[plain], "the upgrade to end")
                     self.assertEqual(self._on_chips(upgraded), blank)
                     upgraded.ctl("board", "set", "cpld-upgrading", 0)
-
-
-def switch(service, state, on):
-    """Sets a board state. The role reads as error while the master lock's place is taken by a folder."""
-    lock = service.run_dir / "master.lock"
-    if state:
-        assert service.ctl("board", "set", *state, on)
-    elif on:
-        lock.unlink()
-        lock.mkdir()
-    else:
-        lock.rmdir()
 
 
 class Stops(unittest.TestCase):
