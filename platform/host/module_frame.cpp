@@ -29,6 +29,7 @@
 #include <vector>
 
 #include <pthread.h>
+#include <unistd.h>
 
 namespace asd_host {
 namespace {
@@ -141,28 +142,29 @@ void greet(const Host &platform) {
     }
     const std::string socket = (folder / "ipmi.sock").native();
     (void)std::printf("asd serves slot %u of \"%s\": %s on %s.\n"
-                      "\n"
                       "  IPMI socket  %s\n"
                       "  D-Bus        %s\n"
-                      "  state        %s\n"
-                      "\n"
-                      "In another terminal:\n"
-                      "\n"
-                      "  export IPMI_DUMMY_SOCK=%s\n"
-                      "  ipmitool -I dummy mc info\n"
-                      "  # store a brand, 32 bytes, and read it back\n"
-                      "  ipmitool -I dummy raw 0x32 0x17 0x00 0x00 0x80 0x00 0x14 \\\n"
-                      "      $(printf '%%-32s' 'Example Brand' | od -An -v -tx1 | sed 's/ / 0x/g')\n"
-                      "  ipmitool -I dummy raw 0x32 0x16 0x00 0x00 0x80 0x00 0x14\n"
-                      "  # the operator's view\n"
-                      "  asdctl --run-dir %s status\n"
-                      "\n"
-                      "Ctrl-C ends the service.\n",
+                      "  state        %s\n",
                       unsigned{platform.options.slot}, platform.enclosure.name.c_str(),
                       count_of(platform.enclosure.items.size(), "item").c_str(),
                       count_of(platform.enclosure.chips.size(), "chip").c_str(), socket.c_str(),
-                      bus_of(platform, folder).c_str(), platform.options.state_dir.c_str(), socket.c_str(),
-                      folder.parent_path().c_str());
+                      bus_of(platform, folder).c_str(), platform.options.state_dir.c_str());
+    if (isatty(STDOUT_FILENO) == 1) { // a log needs no lesson
+        (void)std::printf("\n"
+                          "In another terminal:\n"
+                          "\n"
+                          "  export IPMI_DUMMY_SOCK=%s\n"
+                          "  ipmitool -I dummy mc info\n"
+                          "  # store a brand, 32 bytes, and read it back\n"
+                          "  ipmitool -I dummy raw 0x32 0x17 0x00 0x00 0x80 0x00 0x14 \\\n"
+                          "      $(printf '%%-32s' 'Example Brand' | od -An -v -tx1 | sed 's/ / 0x/g')\n"
+                          "  ipmitool -I dummy raw 0x32 0x16 0x00 0x00 0x80 0x00 0x14\n"
+                          "  # the operator's view\n"
+                          "  asdctl --run-dir %s --slot %u status\n"
+                          "\n"
+                          "Ctrl-C ends the service.\n",
+                          socket.c_str(), folder.parent_path().c_str(), unsigned{platform.options.slot});
+    }
     (void)std::fflush(stdout);
 }
 
