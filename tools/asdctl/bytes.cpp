@@ -40,10 +40,13 @@ constexpr unsigned kOwnerOnly = 0600; // keys are among what is saved
     return true;
 }
 
-void print_bytes(const void *data, std::size_t size) {
-    if (!write_all(STDOUT_FILENO, data, size) && errno != EPIPE) {
+// False: the reader has left.
+bool print_bytes(const void *data, std::size_t size) {
+    const bool written = write_all(STDOUT_FILENO, data, size);
+    if (!written && errno != EPIPE) {
         throw file_failure("standard output", "cannot be written", errno);
     }
+    return written;
 }
 
 [[nodiscard]] Bytes read_all(int fd, const std::string &name, std::size_t limit) {
@@ -164,7 +167,7 @@ Bytes read_file(const std::string &path, std::size_t limit) {
 
 void write_file(const std::string &path, BytesView bytes) {
     if (path == "-") {
-        print_bytes(bytes.data(), bytes.size());
+        (void)print_bytes(bytes.data(), bytes.size());
         return;
     }
     Fd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kOwnerOnly));
@@ -177,7 +180,11 @@ void write_file(const std::string &path, BytesView bytes) {
 }
 
 void print(std::string_view text) {
-    print_bytes(text.data(), text.size());
+    (void)print_bytes(text.data(), text.size());
+}
+
+bool print_to_reader(std::string_view text) {
+    return print_bytes(text.data(), text.size());
 }
 
 } // namespace asdctl

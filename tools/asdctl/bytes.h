@@ -35,4 +35,7 @@ void write_file(const std::string &path, BytesView bytes);
 // Writes to standard output. A reader that has left is no failure; anything else throws Failure.
 void print(std::string_view text);
 
+// The same; false when nobody reads any more.
+[[nodiscard]] bool print_to_reader(std::string_view text);
+
 } // namespace asdctl

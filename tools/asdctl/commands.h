@@ -15,9 +15,24 @@ namespace asdctl {
 // Runs and returns the exit status; throws Failure.
 using Command = std::function<int(const Context &)>;
 
+// A command whose help ends with an example, without its "asdctl ".
+inline CLI::App *add_command(CLI::App &app, const std::string &name, const std::string &what,
+                             const std::string &example) {
+    CLI::App *const command = app.add_subcommand(name, what);
+    command->footer("Example:\n  asdctl " + example);
+    return command;
+}
+
+struct Snapshot;
+
+// What status shows.
+[[nodiscard]] std::string service_text(const Screen &screen, const Snapshot &snapshot);
+
 void add_look_commands(CLI::App &app, Command &chosen);  // status, list, show
 void add_item_commands(CLI::App &app, Command &chosen);  // get, read, set, clear, errcode
 void add_ipmi_commands(CLI::App &app, Command &chosen);  // ipmi, ekey, baycfg
 void add_board_commands(CLI::App &app, Command &chosen); // board
+void add_watch_command(CLI::App &app, Command &chosen);  // watch
+void add_chip_commands(CLI::App &app, Command &chosen);  // chip
 
 } // namespace asdctl

@@ -110,7 +110,7 @@ constexpr std::array kStates = {
 };
 
 void add_state(CLI::App &set, Command &chosen, const State &state) {
-    CLI::App *const command = set.add_subcommand(state.name, state.what);
+    CLI::App *const command = add_command(set, state.name, state.what, std::string("board set ") + state.name + " 1");
     const auto value = std::make_shared<int>(0);
     command->add_option("VALUE", *value, "0 to " + std::to_string(state.max))
         ->required()
@@ -131,7 +131,8 @@ void add_cpld_bit(CLI::App &set, Command &chosen) {
         std::uint32_t bit = 0;
         int value = 0;
     };
-    CLI::App *const command = set.add_subcommand("cpld-bit", "One bit of a CPLD register");
+    CLI::App *const command =
+        add_command(set, "cpld-bit", "One bit of a CPLD register", "board set cpld-bit 0x1F8 3 1");
     const auto options = std::make_shared<Options>();
     command->add_option("REGISTER", options->reg, "Such as 0x1F8")->required();
     command->add_option("BIT", options->bit, "0 to 31")
@@ -153,7 +154,8 @@ void add_fault(CLI::App &set, Command &chosen) {
         std::string operation;
         std::int32_t status = 0;
     };
-    CLI::App *const command = set.add_subcommand("fault", "Let an operation of the board fail; 0 ends it");
+    CLI::App *const command = add_command(set, "fault", "Let an operation of the board fail; 0 ends it",
+                                          "board set fault BSP_GetEquipMode -5");
     const auto options = std::make_shared<Options>();
     command->add_option("OPERATION", options->operation, "Such as BSP_GetBoardMasterOrSlaveState")->required();
     command->add_option("STATUS", options->status, "The status it fails with; 0: none")->required();
@@ -171,10 +173,10 @@ void add_fault(CLI::App &set, Command &chosen) {
 } // namespace
 
 void add_board_commands(CLI::App &app, Command &chosen) {
-    CLI::App *const board = app.add_subcommand("board", "The board's states");
+    CLI::App *const board = add_command(app, "board", "The board's states", "board show");
     board->require_subcommand(1);
-    board->add_subcommand("show", "Show them")->callback([&chosen] { chosen = run_show; });
-    CLI::App *const set = board->add_subcommand("set", "Change one while the service runs");
+    add_command(*board, "show", "Show them", "board show")->callback([&chosen] { chosen = run_show; });
+    CLI::App *const set = add_command(*board, "set", "Change one while the service runs", "board set equipment-mode 1");
     set->require_subcommand(1);
     for (const State &state : kStates) {
         add_state(*set, chosen, state);

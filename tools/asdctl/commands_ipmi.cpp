@@ -147,12 +147,15 @@ int run_ekey_put(const Context &context, const EkeyOptions &options) {
 }
 
 void add_ekey_command(CLI::App &app, Command &chosen) {
-    CLI::App *const ekey = app.add_subcommand("ekey", "The electronic keys: 1024 bytes each");
+    CLI::App *const ekey =
+        add_command(app, "ekey", "The electronic keys: 1024 bytes each", "ekey get frameboard key.bin");
     ekey->require_subcommand(1);
     const auto options = std::make_shared<EkeyOptions>();
     CLI::App *const get =
-        ekey->add_subcommand("get", "Save a key; from memory where it is kept there, else from the chip");
-    CLI::App *const put = ekey->add_subcommand("put", "Write a key and read it back from the chip");
+        add_command(*ekey, "get", "Save a key; from memory where it is kept there, else from the chip",
+                    "ekey get frameboard key.bin");
+    CLI::App *const put =
+        add_command(*ekey, "put", "Write a key and read it back from the chip", "ekey put frameboard key.bin");
     get->add_flag("--chip", options->chip, "Read the chip, not the copy in memory");
     for (CLI::App *const command : {get, put}) {
         command->add_option("PLACE", options->place, "frameboard, leftear, power0 or power1")
@@ -243,31 +246,34 @@ int run_bay_length(const Context &context) {
 }
 
 void add_bay_command(CLI::App &app, Command &chosen) {
-    CLI::App *const bay = app.add_subcommand("baycfg", "The bay configuration file, up to 2048 bytes; the master's");
+    CLI::App *const bay =
+        add_command(app, "baycfg", "The bay configuration file, up to 2048 bytes; the master's", "baycfg get bay.bin");
     bay->require_subcommand(1);
     const auto options = std::make_shared<BayOptions>();
-    const auto add = [bay, &chosen, options](const char *name, const char *what, auto run) {
-        CLI::App *const command = bay->add_subcommand(name, what);
+    const auto add = [bay, &chosen, options](const char *name, const char *what, const char *example, auto run) {
+        CLI::App *const command = add_command(*bay, name, what, example);
         command->callback([&chosen, options, run] {
             chosen = [options, run](const Context &context) { return run(context, *options); };
         });
         return command;
     };
-    CLI::App *const get = add("get", "Save the file", run_bay_get);
+    CLI::App *const get = add("get", "Save the file", "baycfg get bay.bin", run_bay_get);
     get->add_option("FILE", options->file, "Where to; standard output unless given");
     get->add_flag("--whole", options->whole, "All 2048 bytes, whatever the stored length says");
-    CLI::App *const put = add("put", "Write a file with its length in front, and read it back", run_bay_put);
+    CLI::App *const put =
+        add("put", "Write a file with its length in front, and read it back", "baycfg put bay.bin", run_bay_put);
     put->add_option("FILE", options->file, "The file; - for standard input")->required();
-    (void)add("erase", "Erase the file",
+    (void)add("erase", "Erase the file", "baycfg erase",
               [](const Context &context, const BayOptions &) { return run_bay_erase(context); });
-    (void)add("length", "The stored length",
+    (void)add("length", "The stored length", "baycfg length",
               [](const Context &context, const BayOptions &) { return run_bay_length(context); });
 }
 
 } // namespace
 
 void add_ipmi_commands(CLI::App &app, Command &chosen) {
-    CLI::App *const ipmi = app.add_subcommand("ipmi", "Send one IPMI request; all numbers in hexadecimal");
+    CLI::App *const ipmi =
+        add_command(app, "ipmi", "Send one IPMI request; all numbers in hexadecimal", "ipmi 32 16 00 00 80 00 14");
     const auto options = std::make_shared<RequestOptions>();
     ipmi->add_option("NETFN", options->netfn, "Network function, such as 32")->required();
     ipmi->add_option("CMD", options->cmd, "Command, such as 16")->required();

@@ -96,7 +96,7 @@ int run_read(const Context &context, const ReadOptions &options) {
 }
 
 void add_read_command(CLI::App &app, Command &chosen, const char *name, const char *what, bool from_chips) {
-    CLI::App *const command = app.add_subcommand(name, what);
+    CLI::App *const command = add_command(app, name, what, std::string(name) + " ASD26 --text");
     const auto options = std::make_shared<ReadOptions>();
     options->from_chips = from_chips;
     command->add_option("ITEM", options->item, "The item's name")->required();
@@ -231,7 +231,7 @@ int run_set(const Context &context, const SetOptions &options) {
 }
 
 void add_set_command(CLI::App &app, Command &chosen) {
-    CLI::App *const set = app.add_subcommand("set", "Write an item to its chips");
+    CLI::App *const set = add_command(app, "set", "Write an item to its chips", "set ASD14 --text ACME");
     const auto options = std::make_shared<SetOptions>();
     set->add_option("ITEM", options->item, "The item's name")->required();
     auto *const what = set->add_option_group("Value", "What to write; the rest of the item is filled up with 0xFF");
@@ -285,12 +285,13 @@ void add_item_commands(CLI::App &app, Command &chosen) {
     add_read_command(app, chosen, "read", "An item's value on its chips", true);
     add_set_command(app, chosen);
 
-    CLI::App *const clear = app.add_subcommand("clear", "Zero an item's value in memory; the chips keep theirs");
+    CLI::App *const clear =
+        add_command(app, "clear", "Zero an item's value in memory; the chips keep theirs", "clear ASD14");
     const auto item = std::make_shared<std::string>();
     clear->add_option("ITEM", *item, "The item's name")->required();
     clear->callback([&chosen, item] { chosen = [item](const Context &context) { return run_clear(context, *item); }; });
 
-    CLI::App *const errcode = app.add_subcommand("errcode", "Set a chip's error code");
+    CLI::App *const errcode = add_command(app, "errcode", "Set a chip's error code", "errcode ASDDev14a 0");
     const auto chip = std::make_shared<std::string>();
     const auto code = std::make_shared<std::int32_t>(0);
     errcode->add_option("CHIP", *chip, "The chip's name")->required();

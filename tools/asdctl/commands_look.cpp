@@ -197,13 +197,9 @@ std::string concerns_text(const Screen &screen, const std::vector<Concern> &conc
     return text;
 }
 
-int run_status(const Context &context) {
-    const Snapshot snapshot = Service(context).snapshot();
-    if (context.json) {
-        print(status_json(snapshot));
-        return kDone;
-    }
-    const Screen &screen = context.out;
+} // namespace
+
+std::string service_text(const Screen &screen, const Snapshot &snapshot) {
     const Counts counts = counts_of(snapshot);
     const std::string scale =
         snapshot.time_scale == 1 ? "" : ", time runs " + std::to_string(snapshot.time_scale) + " times as fast";
@@ -229,7 +225,18 @@ int run_status(const Context &context) {
         text.resize(text.rfind(title));
         text += title + lines.substr(std::string_view("Tasks").size());
     }
-    print(std::string_view(text + "\n" + concerns_text(screen, concerns_of(snapshot))));
+    return text + "\n" + concerns_text(screen, concerns_of(snapshot));
+}
+
+namespace {
+
+int run_status(const Context &context) {
+    const Snapshot snapshot = Service(context).snapshot();
+    if (context.json) {
+        print(status_json(snapshot));
+    } else {
+        print(std::string_view(service_text(context.out, snapshot)));
+    }
     return kDone;
 }
 
@@ -379,18 +386,18 @@ int run_show(const Context &context, const std::string &name) {
 } // namespace
 
 void add_look_commands(CLI::App &app, Command &chosen) {
-    app.add_subcommand("status", "How the controller is, and what needs attention")->callback([&chosen] {
+    add_command(app, "status", "How the controller is, and what needs attention", "status")->callback([&chosen] {
         chosen = run_status;
     });
 
-    CLI::App *const list = app.add_subcommand("list", "The items with their state and chips");
+    CLI::App *const list = add_command(app, "list", "The items with their state and chips", "list --not-ready");
     const auto options = std::make_shared<ListOptions>();
     list->add_flag("--not-ready", options->not_ready, "Only items that are online and not ready");
     list->add_flag("--unhealthy", options->unhealthy, "Only items with a chip whose last access failed");
     list->callback(
         [&chosen, options] { chosen = [options](const Context &context) { return run_list(context, *options); }; });
 
-    CLI::App *const show = app.add_subcommand("show", "All about an item, its chips and its value");
+    CLI::App *const show = add_command(app, "show", "All about an item, its chips and its value", "show ASD14");
     const auto name = std::make_shared<std::string>();
     show->add_option("ITEM", *name, "The item's name")->required();
     show->callback([&chosen, name] { chosen = [name](const Context &context) { return run_show(context, *name); }; });

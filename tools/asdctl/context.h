@@ -16,6 +16,7 @@ enum class Bus { kPrivate, kSession, kSystem };
 struct Context {
     std::filesystem::path run_dir;
     unsigned slot = 0;
+    bool slot_given = false;
     Bus bus = Bus::kPrivate;
     bool json = false;
     Screen out; // standard output

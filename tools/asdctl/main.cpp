@@ -21,6 +21,8 @@ constexpr const char *kExamples = R"(Examples:
   asdctl get ASD14 --text
   asdctl ipmi 32 16 00 00 80 00 14
   asdctl ekey put frameboard key.bin
+  asdctl watch --for 60
+  asdctl chip inspect --state-dir /var/lib/asd --config enclosure.json
 
 Options may stand before or behind the command. Exit status: 0 done, 1 refused or failed, 2 wrong usage.)";
 
@@ -50,6 +52,7 @@ void add_options(CLI::App &app, Given &given) {
 Context context_of(const CLI::App &app, const Given &given) {
     Context context;
     context.run_dir = std::filesystem::absolute(given.run_dir).lexically_normal();
+    context.slot_given = app.count("--slot") > 0;
     context.slot = app.count("--slot") > 0 ? given.slot : default_slot(context.run_dir);
     context.bus = given.bus == "session" ? Bus::kSession : given.bus == "system" ? Bus::kSystem : Bus::kPrivate;
     context.json = given.json;
@@ -90,7 +93,9 @@ int run(int argc, char **argv) {
     add_item_commands(app, chosen);
     add_ipmi_commands(app, chosen);
     add_board_commands(app, chosen);
-    app.footer(kExamples); // now, so that the commands do not repeat them
+    add_watch_command(app, chosen);
+    add_chip_commands(app, chosen);
+    app.footer(kExamples);
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success &asked) {

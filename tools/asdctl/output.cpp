@@ -79,6 +79,7 @@ Screen screen_of(int fd, bool no_colour) {
     winsize size{};
     const bool known = ::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
     screen.width = known ? size.ws_col : kUsualWidth;
+    screen.height = known && size.ws_row > 0 ? size.ws_row : screen.height;
     screen.colour = !no_colour && environment("NO_COLOR").empty() && environment("TERM") != "dumb";
     return screen;
 }
@@ -164,7 +165,7 @@ std::string wrapped(const Screen &screen, const std::vector<std::string> &words,
     return result + "\n";
 }
 
-std::string hex_dump(const Screen &screen, BytesView bytes, std::size_t indent) {
+std::string hex_dump(const Screen &screen, BytesView bytes, std::size_t indent, std::size_t first) {
     const std::string margin(indent, ' ');
     std::string result;
     bool skipping = false;
@@ -177,7 +178,7 @@ std::string hex_dump(const Screen &screen, BytesView bytes, std::size_t indent) 
             continue;
         }
         skipping = false;
-        result += margin + dump_line(screen, offset, line) + "\n";
+        result += margin + dump_line(screen, first + offset, line) + "\n";
     }
     return result;
 }

@@ -23,6 +23,7 @@ using Json = nlohmann::ordered_json;
 struct Screen {
     bool colour = false;
     std::optional<std::size_t> width; // columns of the terminal; none: it is not a terminal
+    std::size_t height = 24;          // its lines
 };
 
 // How standard output or standard error is to be written to. Colour is a terminal's that knows it, unless it is refused
@@ -69,8 +70,10 @@ private:
 // Words in lines that fit the screen, each line indented.
 [[nodiscard]] std::string wrapped(const Screen &screen, const std::vector<std::string> &words, std::size_t indent);
 
-// Offset, sixteen bytes and their letters a line; "*" stands for lines equal to the one before.
-[[nodiscard]] std::string hex_dump(const Screen &screen, BytesView bytes, std::size_t indent = 0);
+// Offset, sixteen bytes and their letters a line; "*" stands for lines equal to the one before. The first byte's offset
+// is first.
+[[nodiscard]] std::string hex_dump(const Screen &screen, BytesView bytes, std::size_t indent = 0,
+                                   std::size_t first = 0);
 
 // A bar on standard error while a transfer of several steps runs; nothing where that is not a terminal. It is gone when
 // the transfer ends.

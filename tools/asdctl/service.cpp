@@ -299,6 +299,47 @@ void complete(Snapshot *snapshot) {
     }
 }
 
+// What a client sees of a property's value.
+Json json_of(GVariant *value) {
+    switch (g_variant_classify(value)) {
+    case G_VARIANT_CLASS_BYTE:
+        return g_variant_get_byte(value);
+    case G_VARIANT_CLASS_INT32:
+        return g_variant_get_int32(value);
+    case G_VARIANT_CLASS_UINT32:
+        return g_variant_get_uint32(value);
+    case G_VARIANT_CLASS_UINT64:
+        return g_variant_get_uint64(value);
+    case G_VARIANT_CLASS_STRING:
+        return g_variant_get_string(value, nullptr);
+    default:
+        break;
+    }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE_BYTESTRING) != 0) {
+        return to_hex(from_variant<Bytes>(value));
+    }
+    const std::unique_ptr<gchar, decltype(&g_free)> text(g_variant_print(value, FALSE), g_free);
+    return text.get();
+}
+
+// A PropertiesChanged signal.
+void take_signal(GDBusConnection * /*connection*/, const gchar * /*sender*/, const gchar *path,
+                 const gchar * /*interface*/, const gchar * /*signal*/, GVariant *parameters, gpointer changes) {
+    if (g_variant_is_of_type(parameters, G_VARIANT_TYPE("(sa{sv}as)")) == 0) {
+        return;
+    }
+    const std::string_view whole = path;
+    const std::string object(whole.substr(whole.rfind('/') + 1));
+    GVariantIter *all = nullptr;
+    g_variant_get(parameters, "(sa{sv}as)", nullptr, &all, nullptr);
+    const gchar *name = nullptr;
+    for (GVariant *value = nullptr; g_variant_iter_loop(all, "{&sv}", &name, &value) != 0;) {
+        static_cast<std::vector<Change> *>(changes)->push_back(
+            {.object = object, .property = name, .value = json_of(value)});
+    }
+    g_variant_iter_free(all);
+}
+
 std::string object_path(const char *class_name, const std::string &object) {
     return std::string(kRoot) + "/" + class_name + "/" + object;
 }
@@ -405,6 +446,22 @@ Snapshot Service::snapshot() {
                              g_variant_new("(s)", "org.asd.Storage1"), "(a{sv})");
     take_service(&snapshot, Properties(Variant(g_variant_get_child_value(own.get(), 0)).get()));
     return snapshot;
+}
+
+void Service::subscribe(std::vector<Change> *changes) {
+    // Until the connection ends, which is when the command does.
+    (void)g_dbus_connection_signal_subscribe(connection_.get(), destination_.empty() ? nullptr : destination_.c_str(),
+                                             "org.freedesktop.DBus.Properties", "PropertiesChanged", nullptr, nullptr,
+                                             G_DBUS_SIGNAL_FLAGS_NONE, take_signal, changes, nullptr);
+}
+
+std::string Service::role() {
+    const Variant reply = call("asking for the role", kBoardPath, "org.freedesktop.DBus.Properties", "Get",
+                               g_variant_new("(ss)", kBoardInterface, "Role"), "(v)");
+    const Variant boxed(g_variant_get_child_value(reply.get(), 0));
+    const Variant role(g_variant_get_variant(boxed.get()));
+    return g_variant_is_of_type(role.get(), G_VARIANT_TYPE_STRING) != 0 ? g_variant_get_string(role.get(), nullptr)
+                                                                        : "unknown";
 }
 
 std::int32_t Service::write_item(const std::string &item, const char *method, BytesView data) {

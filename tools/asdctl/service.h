@@ -6,6 +6,7 @@
 
 #include "bytes.h"
 #include "context.h"
+#include "output.h"
 
 #include <cstdint>
 #include <map>
@@ -68,12 +69,23 @@ struct Snapshot {
     [[nodiscard]] const Chip &chip(const std::string &name) const; // throws Failure when there is none
 };
 
+// A property that has another value now.
+struct Change {
+    std::string object; // the item, the chip, "Board", or "Storage1" for the service itself
+    std::string property;
+    Json value; // bytes as hexadecimal
+};
+
 // Every operation throws Failure when the service refuses it or does not answer within 30 seconds.
 class Service {
 public:
     explicit Service(const Context &context);
 
     [[nodiscard]] Snapshot snapshot();
+
+    // From the next operation on every change is put behind *changes, while the main context runs.
+    void subscribe(std::vector<Change> *changes);
+    [[nodiscard]] std::string role();
 
     [[nodiscard]] std::int32_t write_item(const std::string &item, const char *method, BytesView data); // its status
     [[nodiscard]] Bytes read_item(const std::string &item, const char *method);

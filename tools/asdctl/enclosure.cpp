@@ -1,0 +1,147 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "enclosure.h"
+
+#include "bytes.h"
+#include "failure.h"
+#include "output.h"
+
+#include <algorithm>
+#include <charconv>
+#include <limits>
+
+namespace asdctl {
+
+namespace {
+
+constexpr std::size_t kEnclosureMax = 16U << 20U; // bytes that are taken for an enclosure file
+
+// Where something is in the document, as a JSON pointer.
+struct Place {
+    const std::string &file;
+    std::string pointer;
+
+    [[nodiscard]] Place of(const std::string &key) const { return {file, pointer + "/" + key}; }
+    [[nodiscard]] Failure wrong(const std::string &what) const {
+        return Failure(file + ": " + pointer + ": " + what, "'asd --config " + file + " --check-config' says more.");
+    }
+};
+
+const Json &member(const Place &place, const Json &object, const char *key) {
+    const auto found = object.find(key);
+    if (found == object.end()) {
+        throw place.of(key).wrong("is missing");
+    }
+    return *found;
+}
+
+std::string text_of(const Place &place, const Json &object, const char *key) {
+    const Json &value = member(place, object, key);
+    if (!value.is_string()) {
+        throw place.of(key).wrong("is no text");
+    }
+    return value.get<std::string>();
+}
+
+// An integer, or a text such as "0x50".
+std::uint32_t number_of(const Place &place, const Json &object, const char *key) {
+    const Json &value = member(place, object, key);
+    std::uint64_t number = std::numeric_limits<std::uint64_t>::max();
+    if (value.is_number_unsigned()) {
+        number = value.get<std::uint64_t>();
+    } else if (value.is_string()) {
+        const std::string text = value.get<std::string>();
+        const char *const end = text.data() + text.size();
+        if (text.starts_with("0x") || text.starts_with("0X")) {
+            const auto [stopped, error] = std::from_chars(text.data() + 2, end, number, 16);
+            number = error == std::errc() && stopped == end ? number : std::numeric_limits<std::uint64_t>::max();
+        }
+    }
+    if (number > kPartMax) {
+        throw place.of(key).wrong("is no number of bytes");
+    }
+    return static_cast<std::uint32_t>(number);
+}
+
+bool flag_of(const Json &object, const char *key) {
+    const auto found = object.find(key);
+    return found != object.end() && (*found == true || *found == 1);
+}
+
+// Calls each(place, object) for the objects in a list of the document.
+template <typename Each>
+void for_each_in(const std::string &file, const Json &document, const char *list, const Each &each) {
+    const Place place{file, std::string("/") + list};
+    const auto found = document.find(list);
+    if (found == document.end() || !found->is_array()) {
+        throw place.wrong("is no list");
+    }
+    for (std::size_t i = 0; i < found->size(); ++i) {
+        const Place here = place.of(std::to_string(i));
+        if (!(*found)[i].is_object()) {
+            throw here.wrong("is no object");
+        }
+        each(here, (*found)[i]);
+    }
+}
+
+struct ChipPlan {
+    std::string name;
+    std::string part;
+    std::uint32_t offset;
+};
+
+// What the item's chips add to their parts.
+void add_records(const Place &place, const Json &item, const std::vector<ChipPlan> &chips,
+                 std::vector<PartPlan> *parts) {
+    const std::string name = text_of(place, item, "Name");
+    const std::uint32_t length = number_of(place, item, "Length");
+    const bool mirrored = item.contains("AtomStorageDataDev1");
+    for (const char *key : {"AtomStorageDataDev0", "AtomStorageDataDev1"}) {
+        if (!item.contains(key)) {
+            continue;
+        }
+        const auto chip = std::ranges::find(chips, text_of(place, item, key), &ChipPlan::name);
+        const auto part = chip == chips.end() ? parts->end() : std::ranges::find(*parts, chip->part, &PartPlan::name);
+        if (part == parts->end()) {
+            throw place.of(key).wrong("names no chip on a known part");
+        }
+        part->records.push_back(
+            {.item = name, .chip = chip->name, .offset = chip->offset, .length = length, .mirrored = mirrored});
+        if (part->records.back().end() > part->size) {
+            throw place.of(key).wrong("the record ends behind the part's last byte");
+        }
+    }
+}
+
+} // namespace
+
+std::vector<PartPlan> read_enclosure(const std::string &path) {
+    const Bytes bytes = read_file(path, kEnclosureMax);
+    const Json document = Json::parse(bytes, nullptr, false);
+    if (!document.is_object()) {
+        throw Failure(path + ": is no JSON object", "'asd --config " + path + " --check-config' says more.");
+    }
+    std::vector<PartPlan> parts;
+    for_each_in(path, document, "Parts", [&](const Place &place, const Json &part) {
+        parts.push_back({.name = text_of(place, part, "Name"),
+                         .file = text_of(place, part, "File"),
+                         .shared = flag_of(part, "Shared"),
+                         .size = number_of(place, part, "Size"),
+                         .records = {}});
+    });
+    std::vector<ChipPlan> chips;
+    for_each_in(path, document, "Chips", [&](const Place &place, const Json &chip) {
+        chips.push_back({.name = text_of(place, chip, "Name"),
+                         .part = text_of(place, chip, "Part"),
+                         .offset = number_of(place, chip, "Offset")});
+    });
+    for_each_in(path, document, "Items",
+                [&](const Place &place, const Json &item) { add_records(place, item, chips, &parts); });
+    for (PartPlan &part : parts) {
+        std::ranges::sort(part.records, {}, &RecordPlace::offset);
+    }
+    return parts;
+}
+
+} // namespace asdctl

@@ -1,0 +1,39 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// An enclosure file as far as it says where the records are, for what looks at parts without a service.
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace asdctl {
+
+// One copy of an item: length data bytes at offset, behind them two of checksum.
+struct RecordPlace {
+    std::string item;
+    std::string chip;
+    std::uint32_t offset = 0;
+    std::uint32_t length = 0;
+    bool mirrored = false; // the item has a second chip
+
+    [[nodiscard]] std::size_t end() const { return std::size_t{offset} + length + 2; }
+};
+
+struct PartPlan {
+    std::string name;
+    std::filesystem::path file; // as the enclosure names it: absolute, or below a state folder
+    bool shared = false;
+    std::uint32_t size = 0;
+    std::vector<RecordPlace> records; // by offset
+};
+
+inline constexpr std::uint32_t kPartMax = 16U << 20U; // bytes of the largest part
+
+// Throws Failure when the file cannot be read or is no enclosure. The service checks more, see asd --check-config.
+[[nodiscard]] std::vector<PartPlan> read_enclosure(const std::string &path);
+
+} // namespace asdctl
