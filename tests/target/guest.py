@@ -18,15 +18,13 @@ PROMPT = b"bmc# "
 
 
 class Guest:
-    """Boots on entry; on exit it is gone, whatever happened. The console log stays in its file."""
+    """Booted when it is made, and gone when that fails. kill() ends it in any case; the console's log stays."""
 
     def __init__(self, folder, drives, log):
-        self.folder, self.drives, self.log = folder, drives, log
+        self.log = log
         self._console, self._arrived, self._number = b"", threading.Condition(), 0
-
-    def __enter__(self):
-        machine.make_drives(self.drives)
-        words = machine.command(self.folder, self.drives, "-display", "none", "-monitor", "none", "-serial", "stdio",
+        machine.make_drives(drives)
+        words = machine.command(folder, drives, "-display", "none", "-monitor", "none", "-serial", "stdio",
                                 "-no-reboot")
         began = time.monotonic()
         self._qemu = subprocess.Popen(words, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
@@ -37,16 +35,12 @@ class Guest:
             self.boot_s = time.monotonic() - began
             # From here on a loop reads the commands: no prompt, no echo, no line editor. The editor reads ahead, so the
             # next line waits for the loop's own word, which the editor's echo does not contain.
-            self._send("stty -echo -onlcr; echo com''mands; while IFS= read -r line; do eval \"$line\"; done")
+            self._send("stty -echo -onlcr; export NO_COLOR=1; echo com''mands; while IFS= read -r line; do eval \"$line\"; done")
             self._wait(lambda: b"commands" in self._console, "a plain shell", COMMAND_DEADLINE_S)
             self.run("true")
         except BaseException:
             self.kill()
             raise
-        return self
-
-    def __exit__(self, *_):
-        self.kill()
 
     def _read(self):
         with open(self.log, "ab") as log:

@@ -4,8 +4,8 @@
 """The emulated BMC: its root file system, its device tree and its drives, made from config/bmc.json and from the
 packages that scripts/bmc unpacked; and the QEMU command that runs it.
 
-    machine.py image PACKAGES BUILD FOLDER   makes FOLDER/vmlinuz, initramfs.cpio and bmc.dtb
-    machine.py boot FOLDER                   runs QEMU on this terminal; drives are kept in FOLDER/drives
+    machine.py image PACKAGES FOLDER   makes FOLDER/vmlinuz, initramfs.cpio and bmc.dtb
+    machine.py boot FOLDER             runs QEMU on this terminal; drives are kept in FOLDER/drives
 """
 
 import dataclasses
@@ -19,6 +19,7 @@ import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
 CONFIG = HERE.parent.parent / "config" / "bmc.json"
+BUILT_IN = HERE.parent.parent / "build" / "armhf"
 
 ABSENT = "power_supply_1"  # in the device tree, but nothing answers at its address
 SILENT = "power_supply_0"  # its write-protect pin is tied: acknowledges writes and stores nothing
@@ -105,7 +106,7 @@ def add_modules(packages, version, root):
     (root / "etc" / "modules").write_text("\n".join(names) + "\n", encoding="utf-8")
 
 
-def root_file_system(packages, version, build, root):
+def root_file_system(packages, version, root):
     shutil.rmtree(root, ignore_errors=True)
     shutil.copytree(HERE / "rootfs", root)
     for folder in [*FOLDERS, "lib/modules", "etc/asd"]:
@@ -115,23 +116,26 @@ def root_file_system(packages, version, build, root):
     for link in ["init", "bin/sh"]:
         (root / link).symlink_to("/bin/busybox")
     for program in BUILT:
-        run("arm-linux-gnueabihf-strip", "-o", root / "usr/bin" / pathlib.Path(program).name, build / program)
+        run("arm-linux-gnueabihf-strip", "-o", root / "usr/bin" / pathlib.Path(program).name, BUILT_IN / program)
     shutil.copy(CONFIG, root / "etc/asd/enclosure.json")
+    names = root / "usr/share/misc/enterprise-numbers.txt"  # ipmitool complains without it; the list itself is large
+    names.parent.mkdir(parents=True)
+    names.touch()
     add_libraries(packages, root)
     add_modules(packages, version, root)
     present = [eeprom.file for eeprom in Eeprom.all() if eeprom.name != ABSENT]
     (root / "etc" / "eeproms").write_text("\n".join(present) + "\n", encoding="utf-8")
 
 
-def image(packages, build, folder):
-    packages, build, folder = map(pathlib.Path, (packages, build, folder))
+def image(packages, folder):
+    packages, folder = pathlib.Path(packages), pathlib.Path(folder)
     folder.mkdir(parents=True, exist_ok=True)
     kernel = next((packages / "boot").glob("vmlinuz-*"))
     version = kernel.name.removeprefix("vmlinuz-")
     shutil.copyfile(kernel, folder / "vmlinuz")
     device_tree(packages / f"usr/lib/linux-image-{version}/aspeed-ast2600-evb.dtb", folder / "bmc.dtb")
     root = folder / "root"
-    root_file_system(packages, version, build, root)
+    root_file_system(packages, version, root)
     names = "\n".join(sorted(str(file.relative_to(root)) for file in root.rglob("*")))
     with open(folder / "initramfs.cpio", "wb") as archive:
         run("cpio", "--create", "--format=newc", "--owner=+0:+0", "--quiet", cwd=root, input=names.encode(),

@@ -1,0 +1,239 @@
+#!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The asd authors
+# SPDX-License-Identifier: Apache-2.0
+
+"""Acceptance on the emulated BMC that scripts/bmc made: the kernel's drivers below asd, stock clients beside it."""
+
+import json
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+import guest
+import machine
+
+WORK = machine.CONFIG.parent.parent / "build" / "bmc"
+LOG = WORK / "console.log"
+ENCLOSURE = json.loads(machine.CONFIG.read_text(encoding="utf-8"))
+PARTS = {part["Name"]: part for part in ENCLOSURE["Parts"]}
+LINES = {line["Line"]: line["Offset"] for line in ENCLOSURE["GpioLines"]}
+
+SERIAL = b"EMULATED-BMC-SN-0001"
+BRAND, MC_INFO = "0x32 {} 0 0 0x80 0 0x14", "0x06 0x01"
+GET, SET = "0x16", "0x17"
+FAILED, ABSENT = 0x10000, 0x20000  # classes of a chip's error code, above an errno value
+EIO, EACCES = 5, 13
+CUTS = 2
+CUT_ITEM, CUT_CHIP = "ASD25", "ASDDev25a"  # the longest record: 33 pages
+
+
+def crc16(data):
+    """The record checksum, bit by bit: polynomial 0x1021, start 0, not reflected, inverted."""
+    register = 0
+    for byte in data:
+        for bit in range(7, -1, -1):
+            carry = (register >> 15) ^ ((byte >> bit) & 1)
+            register = ((register << 1) & 0xFFFF) ^ (0x1021 if carry else 0)
+    return register ^ 0xFFFF
+
+
+def record(data):
+    return data + crc16(data).to_bytes(2, "little")
+
+
+def on_drive(drives, chip_name, length):
+    """What the emulated EEPROM holds at a record's place, checksum included."""
+    chip = next(chip for chip in ENCLOSURE["Chips"] if chip["Name"] == chip_name)
+    at = int(str(chip["Offset"]), 0)
+    return (drives / f"{chip['Part']}.bin").read_bytes()[at:at + length + 2]
+
+
+def wait_until_loaded(bmc):
+    bmc.must("until grep -q 'asd enter master mode!' /var/log/asd.log; do usleep 100000; done")
+
+
+def hex_words(data):
+    return " ".join(f"{byte:#04x}" for byte in data)
+
+
+class Case(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.drives = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory(prefix="asd-bmc-")))
+
+    @classmethod
+    def boot(cls):
+        bmc = guest.Guest(WORK, cls.drives, LOG)
+        cls.addClassCleanup(bmc.kill)
+        print(f"  booted, asd up and a prompt after {bmc.boot_s:.1f} s", file=sys.stderr)
+        wait_until_loaded(bmc)
+        return bmc
+
+    def ipmitool(self, request, code=0):
+        """The data of an answer with that completion code."""
+        status, output = self.bmc.run(f"ipmitool -I dummy raw {request}")
+        found = re.search(r"rsp=(0x[0-9a-f]+)", output)
+        self.assertEqual(int(found[1], 16) if found else status, code, output)
+        return b"" if code else bytes.fromhex(output)
+
+    def chips(self, item):
+        return json.loads(self.bmc.must(f"asdctl --json show {item}"))["chips"]
+
+
+class Life(Case):
+    """A serial number is set, the BMC goes down and comes up again; then what can go wrong with lines and chips."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        bmc = cls.boot()
+        bmc.must(f"ipmitool -I dummy raw 0x32 0x17 0 0 0x80 0 0x11 {hex_words(SERIAL)}")
+        bmc.shut_down()
+        cls.held_after = {name: on_drive(cls.drives, name, len(SERIAL)) for name in ("ASDDev11a", "ASDDev11b")}
+        cls.bmc = cls.boot()
+
+    def test_serial_number_is_on_both_chips_and_comes_back(self):
+        for name, held in self.held_after.items():
+            self.assertEqual(held, record(SERIAL), name)
+        self.assertEqual(self.ipmitool("0x32 0x16 0 0 0x80 0 0x11"), SERIAL)
+
+    def trace(self, request):
+        """What the kernel did for a request: ("line", offset, level) and ("write", part, address, bytes), in order."""
+        tracing = "/sys/kernel/tracing"
+        base = int(self.bmc.must("cd /sys/class/gpio; grep -l '^1e780000.gpio' */label | sed 's,label,base,' | xargs cat"))
+        self.bmc.must(f"cd {tracing}; echo 1 >events/gpio/gpio_value/enable; echo 1 >events/i2c/i2c_write/enable; echo >trace")
+        self.ipmitool(request)
+        text = self.bmc.must(f"cd {tracing}; echo 0 >events/enable; cat trace")
+        parts = {(eeprom.bus, eeprom.address): eeprom.name for eeprom in machine.Eeprom.all()}
+        events = []
+        for line in text.splitlines():
+            if found := re.search(r"gpio_value: (\d+) set ([01])", line):
+                events.append(("line", int(found[1]) - base, int(found[2])))
+            elif found := re.search(r"i2c_write: i2c-(\d+) #0 a=([0-9a-f]{3}) .*\[([0-9a-f-]+)\]", line):
+                sent = bytes.fromhex(found[3].replace("-", ""))
+                events.append(("write", parts[int(found[1]), int(found[2], 16)], int.from_bytes(sent[:2], "big"), sent[2:]))
+        return events
+
+    def test_lines_are_open_around_the_pages_and_only_then(self):
+        events = self.trace(BRAND.format(SET) + " " + hex_words(b"traced".ljust(32)))
+        said = "\n".join(map(str, events))
+        level, written = {offset: 0 for offset in LINES.values()}, {}
+        for event in events:
+            if event[0] == "line":
+                level[event[1]] = event[2]
+                continue
+            _, part, address, data = event
+            if not data:
+                continue  # sets the address of a read
+            written[part] = written.get(part, b"") + data
+            size = PARTS[part]["PageSize"]
+            self.assertEqual(level[LINES[PARTS[part]["WriteProtectLine"]]], 1, f"{event} while protected:\n{said}")
+            self.assertLessEqual(address % size + len(data), size, f"{event} goes past its page:\n{said}")
+        # Unchanged pages are skipped, so what was written is an end of the record.
+        self.assertEqual(sorted(written), ["backplane_a", "backplane_b"], said)
+        for part, data in written.items():
+            self.assertTrue(data and record(b"traced".ljust(32)).endswith(data), f"{part}: {data.hex()}\n{said}")
+        self.assertEqual(set(level.values()), {0}, f"left open:\n{said}")
+
+    def test_parts_that_cannot_be_written_say_so(self):
+        for item, why, code, health in (("ASD1001", "absent", ABSENT, 1),
+                                        ("ASD1000", "acknowledges and stores nothing", FAILED | EIO, 1),
+                                        ("ASD7", "read-only for the kernel", FAILED | EACCES, 0)):
+            with self.subTest(why):
+                status, output = self.bmc.run(f"asdctl set {item} --text abc")
+                self.assertEqual(status, 1, output)
+                chip = self.chips(item)[0]
+                self.assertEqual(chip["error_code"] & ~(0xFFFF if code == ABSENT else 0), code, chip)
+                self.assertEqual(chip["health"], health, chip)
+
+    def test_driver_comes_and_goes(self):
+        unbound = "echo {} >/sys/bus/i2c/drivers/at24/{}"
+        new = [hex_words(f"brand {i}".encode().ljust(32)) for i in range(3)]
+        self.bmc.must(unbound.format("3-0051", "unbind"))
+        self.ipmitool(BRAND.format(SET) + " " + new[0])  # one copy of a pair is enough
+        first, second = self.chips("ASD14")
+        self.assertEqual((first["error_code"], second["error_code"] & ABSENT), (0, ABSENT), (first, second))
+        self.bmc.must(unbound.format("3-0050", "unbind"))
+        self.ipmitool(BRAND.format(SET) + " " + new[1], code=0xCE)
+        self.assertTrue(self.ipmitool(MC_INFO))
+        for device in ("3-0050", "3-0051"):
+            self.bmc.must(unbound.format(device, "bind"))
+        self.ipmitool(BRAND.format(SET) + " " + new[2])
+        self.assertEqual(self.ipmitool(BRAND.format(GET)), b"brand 2".ljust(32))
+        self.assertEqual([chip["error_code"] for chip in self.chips("ASD14")], [0, 0])
+
+    def test_lines_that_cannot_be_had_keep_it_from_starting(self):
+        end = "while pidof {0} >/dev/null; do killall {0}; usleep 100000; done"
+        self.bmc.must(end.format("asd"))
+        self.bmc.must("sed s,/dev/gpiochip0,/dev/gpiochip7, /etc/asd/enclosure.json >/tmp/no-chip.json")
+        self.bmc.must("gpioset --mode=signal --background gpiochip0 56=0")
+        self.bmc.must("until gpioinfo gpiochip0 | grep -q gpioset; do usleep 100000; done")
+        for options, sentence in (("", 'write-protect line 56: line 56 of the GPIO chip "/dev/gpiochip0" is held by "gpioset"'),
+                                  ("--config /tmp/no-chip.json", 'write-protect line 55: the GPIO chip "/dev/gpiochip7" '
+                                   "cannot be opened: No such file or directory")):
+            with self.subTest(sentence):
+                status, output = self.bmc.run(f"/etc/asd.start {options}")
+                self.assertEqual(status, 1, output)
+                self.assertIn(sentence, output)
+        self.bmc.must(end.format("gpioset"))
+        self.bmc.must("rm /var/log/asd.log; /etc/asd.start")
+        wait_until_loaded(self.bmc)
+
+    def test_size(self):
+        """Prints what asd takes; a controller has few MiB to give."""
+        sizes = subprocess.run(["arm-linux-gnueabihf-size", machine.BUILT_IN / "platform/host/asd"], check=True,
+                               capture_output=True, text=True).stdout.splitlines()[1].split()
+        file = int(self.bmc.must("stat -c %s /usr/bin/asd"))
+        status = self.bmc.must("cat /proc/$(pidof asd)/status")
+        memory = {name: int(re.search(rf"{name}:\s+(\d+) kB", status)[1]) for name in ("VmRSS", "RssAnon")}
+        print(f"  asd: file {file} bytes, text {sizes[0]}, data {sizes[1]}, bss {sizes[2]}; "
+              f"VmRSS {memory['VmRSS']} KiB, RssAnon {memory['RssAnon']} KiB", file=sys.stderr)
+        self.assertLess(file, 1_000_000)
+        self.assertLess(memory["VmRSS"], 16_384)
+
+
+class PowerCut(Case):
+    """QEMU is killed within a write; the next boot finds the old value or the new one."""
+
+    LENGTH = next(item["Length"] for item in ENCLOSURE["Items"] if item["Name"] == CUT_ITEM)
+
+    def value(self, number):
+        return (f"value {number} ".encode() * self.LENGTH)[:self.LENGTH]
+
+    def write(self, number):
+        return (f"yes 'value {number} ' | tr -d '\\n' | head -c {self.LENGTH} >/tmp/value; "
+                f"asdctl set {CUT_ITEM} --file /tmp/value")
+
+    def cut_within_write(self, new):
+        """Kills the guest when the chip holds the new record's start and not yet its end; what it then held."""
+        end = time.monotonic() + guest.COMMAND_DEADLINE_S
+        while on_drive(self.drives, CUT_CHIP, self.LENGTH)[:64] != new[:64]:
+            self.assertLess(time.monotonic(), end, "the write did not begin")
+        self.bmc.kill()
+        return on_drive(self.drives, CUT_CHIP, self.LENGTH)
+
+    def test_old_or_new(self):
+        values, mixtures = [self.value(0)], 0
+        self.bmc = self.boot()
+        self.bmc.must(self.write(0))
+        for number in range(1, CUTS + 1):
+            old, new = values[-1], self.value(number)
+            self.bmc.start(f"({self.write(number)})")
+            mixtures += self.cut_within_write(record(new)) not in (record(old), record(new))
+            self.bmc = self.boot()
+            got = bytes.fromhex(self.bmc.must(f"asdctl read {CUT_ITEM} --hex"))
+            self.assertIn(got, (old, new), "neither the old value nor the new one")
+            self.assertEqual(on_drive(self.drives, CUT_CHIP, self.LENGTH), record(got))
+            print(f"  cut {number}: {'old' if got == old else 'new'} value", file=sys.stderr)
+            values.append(got)
+        self.assertGreater(mixtures, 0, "no cut was within a write, so this has shown nothing")
+
+
+if __name__ == "__main__":
+    LOG.unlink(missing_ok=True)
+    print(f"The console's log is {LOG}.", file=sys.stderr)
+    unittest.main(verbosity=2)
