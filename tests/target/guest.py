@@ -35,8 +35,9 @@ class Guest:
             self.boot_s = time.monotonic() - began
             # From here on a loop reads the commands: no prompt, no echo, no line editor. The editor reads ahead, so the
             # next line waits for the loop's own word, which the editor's echo does not contain.
-            self._send("stty -echo -onlcr; export NO_COLOR=1; echo com''mands; while IFS= read -r line; do eval \"$line\"; done")
-            self._wait(lambda: b"commands" in self._console, "a plain shell", COMMAND_DEADLINE_S)
+            self._send("export NO_COLOR=1; stty -echo -onlcr; echo @re''ady; "
+                       "while IFS= read -r line; do eval \"$line\"; done")
+            self._wait(lambda: b"@ready" in self._console, "a plain shell", COMMAND_DEADLINE_S)
             self.run("true")
         except BaseException:
             self.kill()

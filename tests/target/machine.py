@@ -159,10 +159,10 @@ def make_drives(drives):
         run("mke2fs", "-q", "-t", "ext4", "-F", state, env={**os.environ, "PATH": os.environ["PATH"] + ":/usr/sbin"})
 
 
-def command(folder, drives, *options, arguments=""):
-    """QEMU's command line. options: more of QEMU's; arguments: more of the kernel's."""
+def command(folder, drives, *options):
+    """QEMU's command line; options: more of QEMU's."""
     words = ["qemu-system-arm", "-M", "ast2600-evb", "-kernel", folder / "vmlinuz", "-dtb", folder / "bmc.dtb",
-             "-initrd", folder / "initramfs.cpio", "-append", f"console=ttyS4,115200n8 quiet {arguments}".strip(),
+             "-initrd", folder / "initramfs.cpio", "-append", "console=ttyS4,115200n8 quiet",
              "-nic", "none", "-drive", f"if=sd,index=2,format=raw,file={drives / 'state.ext4'}", *options]
     for eeprom in Eeprom.all():
         if eeprom.name == ABSENT:
