@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import pty
+import re
 import signal
 import socket
 import struct
@@ -16,9 +17,10 @@ import subprocess
 import tempfile
 import termios
 import threading
+import time
 import unittest
 
-from harness import DEADLINE_S, Service, Wire, crc16
+from harness import DEADLINE_S, Background, Service, Wire, crc16
 
 ASDCTL = pathlib.Path(os.environ["ASDCTL_BINARY"])
 FAST = ("--time-scale", "10")
@@ -261,6 +263,201 @@ class Transfers(Case):
         self.assertEqual(self.ctl("baycfg", "get"), pattern(2048, 2048))
         self.ctl("baycfg", "erase")
         self.assertEqual(chip.read(2054), record(b"\xff" * 2052))
+
+
+class Watching(Case):
+    def watching(self, *words):
+        """A watch on a pipe that has begun."""
+        process = self.enterContext(subprocess.Popen([ASDCTL, "--run-dir", self.service.run_dir, "watch", *words],
+                                                     stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True))
+        self.addCleanup(process.kill)
+        self.assertIn("master", process.stdout.readline())  # the role comes first
+        return process
+
+    def test_changes_come_as_lines(self):
+        changed = json.loads("[" + ",".join(self.watched_while_changing("--json", "--count", "3")) + "]")
+        self.assertTrue(all(re.fullmatch(r"\d{4}-\d\d-\d\dT[\d:.]{12}Z", change.pop("time")) for change in changed))
+        expected = [("ASD26", "Value", b"seen".ljust(16, b"\xff").hex()),
+                    ("ASDDev26a", "ErrorCode", 7), ("Board", "EquipmentMode", 1)]
+        for (item, name, value), change in zip(expected, changed, strict=True):
+            self.assertEqual(change, {"object": item, "property": name, "value": value})
+        text = "".join(self.watched_while_changing("--count", "3"))
+        for words in ("ASD26  Value  16 bytes: seen\n", "ASDDev26a  ErrorCode  7\n", "Board  EquipmentMode  1\n"):
+            self.assertIn(words, text)
+
+    def watched_while_changing(self, *words):
+        """What a watch prints that ends by itself, line by line."""
+        self.ctl("set", "ASD26", "--memory", "--text", "before")
+        self.ctl("errcode", "ASDDev26a", "0")
+        self.ctl("board", "set", "equipment-mode", "0")
+        watch = self.watching(*words, "--for", str(DEADLINE_S))
+        self.ctl("set", "ASD26", "--memory", "--text", "seen")
+        self.ctl("errcode", "ASDDev26a", "7")
+        self.ctl("board", "set", "equipment-mode", "1")
+        lines = watch.stdout.readlines()
+        self.assertEqual(watch.wait(DEADLINE_S), DONE, lines)
+        return lines
+
+    def test_it_ends_when_it_should(self):
+        for words, how, status in ((("--for", "0.2"), None, DONE), (("--for", "0.2", "--count", "1"), None, FAILED),
+                                   ((), signal.SIGINT, DONE), ((), signal.SIGTERM, DONE)):
+            with self.subTest(words=words, how=how):
+                watch = self.watching(*words)
+                if how:
+                    watch.send_signal(how)
+                self.assertEqual(watch.wait(DEADLINE_S), status)
+        watch = self.watching()
+        watch.stdout.close()  # the reader leaves; the next change finds out
+        self.ctl("board", "set", "cpld-upgrading", "1")
+        self.assertEqual(watch.wait(DEADLINE_S), DONE)
+        with Service(*FAST) as other:
+            other.start_as_master()
+            watch = subprocess.Popen([ASDCTL, "--run-dir", other.run_dir, "watch"], stdin=subprocess.DEVNULL,
+                                     stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            watch.stdout.readline()
+            other.kill()
+            self.assertIn(b"asdctl: ", watch.communicate(timeout=DEADLINE_S)[1])
+            self.assertEqual(watch.returncode, FAILED)
+
+    def test_a_terminal_shows_the_status_with_the_changes_below(self):
+        with Background(lambda: self.ctl("set", "ASD27", "--memory", "--text", str(time.monotonic()))):
+            status, text = on_terminal(self.service.run_dir, "watch", "--for", "2")
+        self.assertEqual(status, DONE)
+        last = text.split("\033[H")[-1]
+        self.assertLess(last.index("4U enclosure"), last.index("ASD27  Value"))
+        self.assertLessEqual(last.count("\n"), 24)
+        self.assertTrue(text.startswith("\033[?1049h") and text.endswith("\033[?1049l"), text)
+
+
+class Chips(unittest.TestCase):
+    """Parts without a service: an enclosure of three items on three parts."""
+
+    def setUp(self):
+        self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(dir="/tmp")))
+        parts = [{"Name": name, "File": f"{name}.bin", "Size": "0x100", "PageSize": 32, "Shared": name != "own"}
+                 for name in ("one", "two", "own")]
+        chips = [("ASDDev52a", "one", "0x10"), ("ASDDev52b", "two", 0), ("ASDDev16", "one", 0x80), ("ASDDev26a", "own", 4)]
+        items = [("ASD52", 16, "ASDDev52a", "ASDDev52b"), ("ASD16", 4, "ASDDev16"), ("ASD26", 300 - 200, "ASDDev26a")]
+        self.enclosure = {"Name": "small", "Parts": parts,
+                          "Chips": [dict(zip(("Name", "Part", "Offset"), chip, strict=True)) for chip in chips],
+                          "Items": [{"Name": item, "Num": i, "Length": length, **{f"AtomStorageDataDev{k}": chip
+                                     for k, chip in enumerate(names)}} for i, (item, length, *names) in enumerate(items)]}
+        self.write_enclosure()
+        self.images = {}
+        good = {"one": {0x10: record(b"a" * 16), 0x80: record(b"four")}, "two": {0: record(b"a" * 16)}, "own": {}}
+        for name, records in good.items():
+            self.images[name] = self.folder / ("slot1" if name == "own" else "") / f"{name}.bin"
+            self.images[name].parent.mkdir(exist_ok=True)
+            self.images[name].write_bytes(b"\xff" * 256)
+            for offset, data in records.items():
+                self.put(name, offset, data)
+
+    def write_enclosure(self):
+        (self.folder / "enclosure.json").write_text(json.dumps(self.enclosure), encoding="utf-8")
+
+    def put(self, name, offset, data):
+        with self.images[name].open("r+b") as image:
+            image.seek(offset)
+            image.write(data)
+
+    def chip(self, *words, status=DONE):
+        code, out, errors = run(self.folder, "chip", *words)
+        self.assertEqual(code, status, f"{words}: {out} {errors}")
+        return out.decode() if status == DONE or out else errors
+
+    def inspect(self, *words, status=DONE):
+        found = json.loads(self.chip("inspect", "--json", "--config", self.folder / "enclosure.json", *words, status=status))
+        return found, {entry["chip"]: entry for entry in found["records"]}
+
+    def test_records_are_judged(self):
+        whole = ("--state-dir", self.folder)
+        found, records = self.inspect(*whole)
+        self.assertEqual((found["good"], found["blank"], found["bad"], found["differing"]), (3, 1, 0, []))
+        self.assertEqual(records["ASDDev16"], {"item": "ASD16", "chip": "ASDDev16", "part": "one", "slot": None, "offset": 128,
+                                               "length": 4, "stored": crc16(b"four"), "computed": crc16(b"four"),
+                                               "state": "good", "strict": False, "differs_from": None})
+        self.assertEqual((records["ASDDev26a"]["slot"], records["ASDDev26a"]["state"]), (1, "blank"))
+        rows = [  # where a byte changes, the state of what record, the numbers of bad and unnoticed ones, pairs that differ
+            ("one", 0x10, b"b", "ASDDev52a", (1, 0), ["ASD52"]),  # data of a strict chip
+            ("two", 16, b"\0", "ASDDev52b", (1, 0), []),  # its checksum alone
+            ("one", 0x83, b"R", "ASDDev16", (1, 1), []),  # not strict
+            ("own", 4 + 101, b"\0", "ASDDev26a", (1, 0), []),  # nearly blank
+        ]
+        for name, offset, data, chip, counts, differing in rows:
+            with self.subTest(chip=chip):
+                before = self.images[name].read_bytes()
+                self.put(name, offset, data)
+                found, records = self.inspect(*whole, status=FAILED)
+                self.assertEqual([c for c, entry in records.items() if entry["state"] == "bad"], [chip])
+                self.assertEqual(((found["bad"], found["bad_unnoticed"]), found["differing"]), (counts, differing))
+                said = self.chip("inspect", "--config", self.folder / "enclosure.json", *whole, status=FAILED)
+                self.assertEqual("not strict" in said, counts[1] > 0)
+                self.images[name].write_bytes(before)
+        self.put("two", 0, record(b"b" * 16))  # two good copies that differ
+        found, records = self.inspect(self.images["one"], self.images["two"], status=FAILED)
+        self.assertEqual((found["bad"], found["differing"], records["ASDDev52b"]["differs_from"]), (0, ["ASD52"], "ASDDev52a"))
+        self.inspect(self.images["two"])  # alone it is sound
+        self.assertEqual(list(self.inspect(*whole, "--item", "ASD16")[1]), ["ASDDev16"])
+        self.assertEqual(list(self.inspect(*whole, "--part", "one")[1]), ["ASDDev52a", "ASDDev16"])
+        sysfs = self.images["own"].rename(self.folder / "eeprom")
+        self.assertEqual(list(self.inspect(sysfs, "--part", "own")[1]), ["ASDDev26a"])
+
+    def test_strict_chips_are_those_of_the_record_format(self):
+        text = (pathlib.Path(__file__).parents[2] / "docs/record-format.md").read_text(encoding="utf-8")
+        lists = [re.findall(r"`(\w+)`", text.split(f"**{kind}** (")[1].split("\n\n")[0]) for kind in ("Strict", "Blank-tolerant")]
+        self.assertEqual(list(map(len, lists)), [18, 12])
+        names = lists[0] + lists[1]
+        self.enclosure["Chips"] = [{"Name": name, "Part": "one", "Offset": 5 * i} for i, name in enumerate(names)]
+        self.enclosure["Items"] = [{"Name": f"I{i}", "Num": i, "Length": 3, "AtomStorageDataDev0": name}
+                                   for i, name in enumerate(names)]
+        self.write_enclosure()
+        records = self.inspect(self.images["one"], status=FAILED)[1]
+        self.assertEqual([name for name in names if records[name]["strict"]], lists[0])
+
+    def test_a_dump_names_what_it_shows(self):
+        config = ("--config", self.folder / "enclosure.json")
+        text = self.chip("dump", self.images["one"], *config, "--offset", "0x7e", "--length", "8")
+        self.assertEqual(text, "-- free\n007e  ff ff" + " " * 45 + "..\n-- ASD16 (ASDDev16), 4 bytes and the checksum: good\n"
+                         "0080  66 6f 75 72 " + record(b"four")[4:].hex(" ") + " " * 33 + "four" +
+                         "".join(chr(byte) if 32 <= byte < 127 else "." for byte in record(b"four")[4:]) + "\n")
+        said = json.loads(self.chip("dump", "--json", self.images["one"], "--offset", "0x80", "--length", "6"))
+        self.assertEqual((said["bytes"], said["records"]), (record(b"four").hex(), []))
+        self.assertEqual(self.chip("dump", self.images["two"]).splitlines()[-2:], ["*", "00f0  " + "ff ff ff ff ff ff ff ff  " * 2 + "." * 16])
+
+    def test_what_cannot_be_looked_at_is_said(self):
+        config = ("--config", self.folder / "enclosure.json")
+        self.images["two"].write_bytes(bytes(255))
+        rows = [
+            (FAILED, ("inspect", self.images["two"], *config), "255 bytes"),
+            (FAILED, ("inspect", self.folder / "none.bin", *config, "--part", "one"), "No such file"),
+            (FAILED, ("inspect", self.images["one"], *config, "--item", "ASD99"), "no record"),
+            (FAILED, ("inspect", self.images["one"], "--config", self.images["one"]), "no JSON object"),
+            (FAILED, ("dump", self.images["one"], "--offset", "256"), "none at 0x0100"),
+            (WRONG_USAGE, ("inspect", self.folder / "other", *config), "which part"),
+            (WRONG_USAGE, ("inspect", self.images["one"], *config, "--part", "three"), "one, two, own"),
+            (WRONG_USAGE, ("inspect", *config), "--state-dir"),
+            (WRONG_USAGE, ("dump", self.images["one"], "--part", "one"), "--config"),
+        ]
+        for mistake, place in (({"Length": 250}, "/Items/1/AtomStorageDataDev0"), ({"Length": "x"}, "/Items/1/Length"),
+                               ({"AtomStorageDataDev0": "no"}, "/Items/1/AtomStorageDataDev0")):
+            wrong = self.folder / f"wrong{len(rows)}.json"
+            items = self.enclosure["Items"]
+            wrong.write_text(json.dumps({**self.enclosure, "Items": [items[0], {**items[1], **mistake}]}), encoding="utf-8")
+            rows.append((FAILED, ("inspect", self.images["one"], "--config", wrong), place))
+        for status, words, text in rows:
+            with self.subTest(words=words):
+                self.assertIn(text, self.chip(*words, status=status))
+
+    def test_every_help_has_an_example(self):
+        def commands_below(*words):
+            status, out, _ = run(self.folder, *words, "--help")
+            self.assertEqual(status, DONE)
+            self.assertRegex(out.decode(), r"Examples?:\n  asdctl " + " ".join(words), words)
+            below = out.decode().partition("Subcommands:\n")[2].partition("\n\n")[0]
+            names = re.findall(r"^  (\S+)", below, re.MULTILINE)
+            return 1 + sum(commands_below(*words, name) for name in names)
+
+        self.assertGreater(commands_below(), 25)
 
 
 class Slave(unittest.TestCase):
