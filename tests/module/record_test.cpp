@@ -318,7 +318,7 @@ void write_failures_over_time() {
         {0, false}, {299'900, false}, {300'001, true}, {300'101, true}, {300'201, true}, {300'301, false},
         {600'200, false}, {600'302, true}, {600'303, true},
         // where 32 bits wrap
-        {4'294'967'290, true}, {4'294'967'300, true}, {4'294'967'301, true}, {4'295'267'601, false}, {4'295'267'602, true}};
+        {4'294'967'290, true}, {4'294'967'300, true}, {4'294'967'301, true}, {4'295'267'301, false}, {4'295'267'302, true}};
     // clang-format on
     for (const auto &[tick, logged] : failures) {
         fake::clear_journal();
