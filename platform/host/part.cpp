@@ -30,21 +30,6 @@ constexpr unsigned kImageMode = 0600; // keys are among the records
 constexpr std::uint8_t kErased = 0xFF;
 constexpr std::chrono::milliseconds kLockPoll{1};
 
-// --- statuses ---
-
-gint32 open_status(int error) {
-    const bool vanished = error == ENOENT || error == ENXIO || error == ENODEV || error == EIO;
-    return (vanished ? kPartAbsent : kTransferFailed) | error;
-}
-
-// On an open file EIO is a transfer that went wrong; the other two say that the driver let go of the part.
-gint32 transfer_status(int error) {
-    if (error == 0) {
-        return 0;
-    }
-    return (error == ENXIO || error == ENODEV ? kPartAbsent : kTransferFailed) | error;
-}
-
 // --- locks ---
 
 // Asks until it gets a 0, another error than "held by somebody", or the limit has passed (ETIMEDOUT).
@@ -85,6 +70,9 @@ std::string size_mistake(const PartConfig &config, const std::filesystem::path &
     if (!*fd || ::fstat(fd->get(), &facts) != 0) {
         return errno;
     }
+    if (S_ISDIR(facts.st_mode)) {
+        return EISDIR; // a device's folder in sysfs, say, in place of the file in it
+    }
     *held = S_ISREG(facts.st_mode) ? static_cast<std::uint64_t>(facts.st_size) : 0;
     return 0;
 }
@@ -120,7 +108,7 @@ public:
         : config_(config), fd_(fd), protected_(std::move(protects)), page_cycles_(page_cycles) {}
 
     [[nodiscard]] gint32 read(std::uint32_t offset, std::span<std::uint8_t> out) override {
-        return transfer_status(pread_all(fd_.get(), out, offset));
+        return part_status(PartStep::kRead, pread_all(fd_.get(), out, offset));
     }
 
     [[nodiscard]] gint32 write_page(std::uint32_t offset, std::span<const std::uint8_t> bytes) override {
@@ -129,7 +117,7 @@ public:
             return 0; // such a part acknowledges, and no write cycle occurs
         }
         if (const int error = pwrite_all(fd_.get(), bytes, offset); error != 0) {
-            return transfer_status(error);
+            return part_status(PartStep::kWrite, error);
         }
         ++*page_cycles_;
         if (image) {
@@ -154,14 +142,25 @@ private:
 
 } // namespace
 
+gint32 part_status(PartStep step, int error) {
+    if (error == 0) {
+        return 0;
+    }
+    const bool driver_gone = error == ENXIO || error == ENODEV;
+    const bool no_file = step == PartStep::kOpen && (error == ENOENT || error == EIO);
+    const bool no_answer = step == PartStep::kRead && (error == ETIMEDOUT || error == EREMOTEIO);
+    return (driver_gone || no_file || no_answer ? kPartAbsent : kTransferFailed) | error;
+}
+
 struct Part::Impl {
     PartConfig config;
     PartPaths paths;
     Protected protected_by_line;
     IntentFile intents;
     RecordWriter writer;        // with the file's lock held
-    std::mutex mutex;           // one transfer at a time; guards writer, intents and unrecoverable
+    std::mutex mutex;           // one transfer at a time; guards writer, intents and the next two
     bool unrecoverable = false; // the pending intent could not be settled: reads don't try again, writes do
+    bool replaced = false;      // a file of another size has taken the place of the part's: said in the log
     std::atomic<std::uint64_t> page_cycles = 0;
 
     Impl(const PartConfig &part, const PartPaths &where, Protected protects)
@@ -175,18 +174,22 @@ struct Part::Impl {
     }
 
     // The file opened and locked for one transfer: shared to read, alone to write. The descriptor frees the lock.
-    [[nodiscard]] gint32 begin(int access, Fd *fd) const;
+    [[nodiscard]] gint32 begin(int access, Fd *fd);
     // Finishes what a crash left, with the file opened for it.
     void recover();
     [[nodiscard]] gint32 begin_read(std::uint32_t offset, std::size_t length, Fd *fd);
 };
 
-gint32 Part::Impl::begin(int access, Fd *fd) const {
+gint32 Part::Impl::begin(int access, Fd *fd) {
     std::uint64_t held = 0;
     if (const int error = open_file(paths.file, access, fd, &held); error != 0) {
-        return open_status(error);
+        return part_status(PartStep::kOpen, error);
     }
-    if (held != config.size) {
+    const bool was_replaced = std::exchange(replaced, held != config.size);
+    if (replaced && !was_replaced) {
+        HOST_LOG(kLogError, "%s.", size_mistake(config, paths.file, held).c_str());
+    }
+    if (replaced) {
         return kTransferFailed | EINVAL; // another file has taken its place
     }
     const int error = lock_file(*fd, access == O_RDONLY ? F_RDLCK : F_WRLCK, paths.lock_limit);
@@ -248,13 +251,17 @@ bool Part::Impl::check_file(std::string *mistake) const {
     std::uint64_t held = 0;
     const int error = open_file(paths.file, O_RDONLY, &fd, &held);
     if (error == 0 && held == config.size) {
+        if (const int denied = open_file(paths.file, O_RDWR, &fd, &held); denied != 0) {
+            HOST_LOG(kLogError, "Part %s can only be read: %s: %s.", config.name.c_str(), paths.file.c_str(),
+                     g_strerror(denied));
+        }
         return true;
     }
     if (error == 0) {
         *mistake = size_mistake(config, paths.file, held);
         return false;
     }
-    if (config.kind == PartKind::kDevice && (open_status(error) & kPartAbsent) != 0) {
+    if (config.kind == PartKind::kDevice && (part_status(PartStep::kOpen, error) & kPartAbsent) != 0) {
         HOST_LOG(kLogError, "Part %s is absent: %s: %s.", config.name.c_str(), paths.file.c_str(), g_strerror(error));
         return true;
     }
@@ -284,7 +291,7 @@ gint32 Part::read(std::uint32_t offset, std::span<std::uint8_t> out) {
     if (const gint32 ret = impl_->begin_read(offset, out.size(), &fd); ret != 0) {
         return ret;
     }
-    return transfer_status(pread_all(fd.get(), out, offset));
+    return part_status(PartStep::kRead, pread_all(fd.get(), out, offset));
 }
 
 gint32 Part::write(std::uint32_t offset, std::span<const std::uint8_t> data, bool chip_protected) {

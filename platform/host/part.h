@@ -19,6 +19,12 @@
 
 namespace asd_host {
 
+// The status of a system call on a part's file that failed with that errno value; 0 for 0. The EEPROM driver says
+// ETIMEDOUT whatever went wrong on the bus. For a read that is a part that does not answer; a write has read before,
+// and its part may be one that refuses bytes while its pin protects it.
+enum class PartStep { kOpen, kRead, kWrite };
+[[nodiscard]] gint32 part_status(PartStep step, int error);
+
 struct PartPaths {
     std::filesystem::path file; // the image or device file
     // Where the intent records are kept. Controllers that share a part and this folder finish each other's cut writes

@@ -466,7 +466,56 @@ TEST_F(PartFile, DeviceThatIsAbsentAnswersWhenItAppears) {
     EXPECT_EQ(part->read(0, read), 0);
     EXPECT_EQ(read, Bytes(4, 9));
     ASSERT_EQ(::truncate(image_.c_str(), kSize - 1), 0);
+    testing::internal::CaptureStderr();
     EXPECT_EQ(part->read(0, read), kTransferFailed | EINVAL);
+    EXPECT_EQ(part->write(0, read, false), kTransferFailed | EINVAL);
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("holds 511 bytes"), std::string::npos) << log;
+    EXPECT_EQ(log.find("holds 511 bytes"), log.rfind("holds 511 bytes")) << log;
+    std::filesystem::remove(image_);
+    std::filesystem::create_directory(image_);
+    EXPECT_EQ(part->read(0, read), kTransferFailed | EISDIR);
+    EXPECT_FALSE(open());
+    EXPECT_EQ(mistake_, image_.string() + ": part \"bp/0\" cannot be opened: Is a directory");
+}
+
+TEST(PartStatus, TellsAnAbsentPartFromAFailedTransfer) {
+    struct Row {
+        PartStep step;
+        std::vector<int> absent;
+        std::vector<int> failed;
+    };
+    const std::vector<Row> rows = {{PartStep::kOpen, {ENOENT, ENXIO, ENODEV, EIO}, {EACCES, EROFS, EISDIR, EMFILE}},
+                                   {PartStep::kRead, {ETIMEDOUT, EREMOTEIO, ENXIO, ENODEV}, {EIO, EINVAL}},
+                                   {PartStep::kWrite, {ENXIO, ENODEV}, {ETIMEDOUT, EREMOTEIO, EIO, EPERM, ENOSPC}}};
+    for (const Row &row : rows) {
+        EXPECT_EQ(part_status(row.step, 0), 0);
+        for (const int error : row.absent) {
+            EXPECT_EQ(part_status(row.step, error), kPartAbsent | error);
+        }
+        for (const int error : row.failed) {
+            EXPECT_EQ(part_status(row.step, error), kTransferFailed | error);
+        }
+    }
+}
+
+// A file of the kernel's, as the EEPROM driver's are, that not even root may open to write.
+TEST_F(PartFile, DeviceThatIsReadOnlyIsSaidAtStartAndRead) {
+    config_.kind = PartKind::kDevice;
+    image_ = "/sys/kernel/notes";
+    std::error_code failed;
+    config_.size = static_cast<std::uint32_t>(std::filesystem::file_size(image_, failed));
+    ASSERT_FALSE(failed) << failed.message();
+    testing::internal::CaptureStderr();
+    const auto part = open();
+    const std::string log = testing::internal::GetCapturedStderr();
+    ASSERT_TRUE(part) << mistake_;
+    EXPECT_NE(log.find("Part bp/0 can only be read: /sys/kernel/notes: "), std::string::npos) << log;
+    Bytes read(config_.size);
+    EXPECT_EQ(part->read(0, read), 0);
+    EXPECT_NE(read, Bytes(config_.size));
+    const gint32 status = part->write(0, Bytes(4, 1), false);
+    EXPECT_TRUE(status == (kTransferFailed | EACCES) || status == (kTransferFailed | EROFS)) << status;
 }
 
 TEST_F(PartFile, CutWriteIsFinishedAtStartAndBeforeAnyoneReads) {
