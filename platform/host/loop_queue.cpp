@@ -22,7 +22,8 @@ void LoopQueue::post(Task task) {
         tasks_.push_back(std::move(task));
     }
     const std::uint64_t one = 1;
-    (void)write(event_.get(), &one, sizeof one); // fails only when it is readable already
+    // Fails only when it is readable already.
+    [[maybe_unused]] const ssize_t written = write(event_.get(), &one, sizeof one);
 }
 
 void LoopQueue::attach() {
@@ -35,7 +36,7 @@ void LoopQueue::detach() {
 
 gboolean LoopQueue::on_readable(gint fd, GIOCondition /*condition*/, gpointer queue) {
     std::uint64_t count = 0;
-    (void)read(fd, &count, sizeof count); // empties it
+    [[maybe_unused]] const ssize_t taken = read(fd, &count, sizeof count); // empties it
     static_cast<LoopQueue *>(queue)->run_tasks();
     return G_SOURCE_CONTINUE;
 }

@@ -286,7 +286,8 @@ bool StreamServer::stop(milliseconds limit) {
         shared_->client_gone.notify_all();
     }
     const std::uint64_t one = 1;
-    (void)write(shared_->stop_event.get(), &one, sizeof one); // fails only when it is readable already
+    // Fails only when it is readable already.
+    [[maybe_unused]] const ssize_t written = write(shared_->stop_event.get(), &one, sizeof one);
     if (acceptor_.joinable()) {
         acceptor_.join();
         shared_->listener.reset();

@@ -101,7 +101,9 @@ private:
 class Live {
 public:
     explicit Live(const Screen &screen) : screen_(screen) { print(std::string_view("\033[?1049h\033[?25l")); }
-    ~Live() { (void)::write(STDOUT_FILENO, kLeave.data(), kLeave.size()); } // a terminal that is gone needs nothing
+    ~Live() { // a terminal that is gone needs nothing
+        [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, kLeave.data(), kLeave.size());
+    }
     Live(const Live &) = delete;
     Live &operator=(const Live &) = delete;
 
