@@ -34,9 +34,9 @@ _asdctl() {
         :) options+=" $commands" ;;
         list:) options+=' --not-ready --unhealthy' ;;
         watch:) options+=' --for --count' ;;
-        show: | clear:) options+=" $(_asdctl_items)" ;;
-        get:* | read:*) options+=" --raw --hex --text --output${sub:- $(_asdctl_items)}" ;;
-        set:*) options+=" --text --hex --file --equip --memory --truncate${sub:- $(_asdctl_items)}" ;;
+        get:* | read:*) options+=' --raw --hex --text --output' ;;&
+        set:*) options+=' --text --hex --file --equip --memory --truncate' ;;&
+        show: | clear: | get: | read: | set:) options+=" $(_asdctl_items)" ;;
         ekey:) options+=' get put' ;;
         ekey:get | ekey:put) options+=' --chip frameboard leftear power0 power1'; _filedir ;;
         baycfg:) options+=' get put erase length' ;;
