@@ -180,7 +180,7 @@ struct OperationCase {
     const char *name;
     Arrange arrange;
     gint32 status;
-    std::string steps; // of the operations that the run watches
+    std::string steps; // of the operations that the run watches; not looked at when it watches none
     Texts logs = {};
     Bytes left = {};
 };
@@ -194,7 +194,7 @@ inline void run_operation(const std::function<gint32()> &operation, const Arrang
         build();
         row.arrange();
         EXPECT_EQ(operation(), row.status);
-        EXPECT_EQ(steps(watched), row.steps);
+        EXPECT_EQ(watched.size() == 0 ? "" : steps(watched), row.steps);
         EXPECT_EQ(logs_of_interest(max_level), row.logs);
         EXPECT_EQ(left(), row.left);
         for (const char *semaphore : {"ekey", "bayconfig", "eeprom", "CcdbSetEn", "SetNodeview"}) {
