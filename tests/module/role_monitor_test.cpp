@@ -6,48 +6,40 @@
 #include "bmc_asd_ipmi_getter.h"
 #include "task_test.h"
 
+#include <algorithm>
+
 namespace {
 
 using TaskStartTest = ModuleTest;
 using RoleMonitorTest = ModuleTest;
 
 TEST_F(TaskStartTest, CreatesFourTasksInOrderUntilOneFails) {
-    struct Row {
-        const char *name;
-        Arrange arrange;
-        gint32 status;
-        std::size_t created;
-        Texts logs;
+    const std::vector<VOS_TASK_ENTRY> entries = {asd_master_check_task, asd_eeprom_check_task,
+                                                 ASD_ROUTINE_SYS_CCDB_Task, ASD_EEprom_Sync_Task};
+    const auto left = [&entries] { // the place of each task that exists, by its entry
+        Bytes places;
+        for (const fake::Task &task : fake::tasks()) {
+            EXPECT_EQ(task.argument, nullptr);
+            places.push_back(static_cast<guint8>(std::ranges::find(entries, task.entry) - entries.begin()));
+        }
+        return places;
     };
     const auto failing = [](const char *task) { return fault("vos_task_create", task, 9); };
-    const std::vector<std::pair<std::string, VOS_TASK_ENTRY>> all = {{"asd_master_check", asd_master_check_task},
-                                                                     {"asd_eeprom_check", asd_eeprom_check_task},
-                                                                     {"ccdb_set_eeprom", ASD_ROUTINE_SYS_CCDB_Task},
-                                                                     {"asd_eeprom_sync", ASD_EEprom_Sync_Task}};
+    const auto failed = [](const std::string &task) { return Texts{"0 Create " + task + " task failed! result: 9."}; };
+    const std::string one = "create asd_master_check 1";
+    const std::string two = one + ", create asd_eeprom_check 1";
+    const std::string three = two + ", create ccdb_set_eeprom 1";
+    const std::string four = three + ", create asd_eeprom_sync 1";
     // clang-format off
-    const std::vector<Row> rows = {
-        {"all", kAsBuilt, 0, 4, {"1 asd start ok."}},
-        {"management module", board_set([](fake::Board &board) { board.smm = 1; }), 0, 0, {}},
-        {"first", failing("asd_master_check"), 9, 0, {"0 Create asd_master_check task failed! result: 9."}},
-        {"second", failing("asd_eeprom_check"), 9, 1, {"0 Create asd_eeprom_check task failed! result: 9."}},
-        {"third", failing("ccdb_set_eeprom"), 9, 2, {"0 Create ccdb_set_eeprom task failed! result: 9."}},
-        {"fourth", failing("asd_eeprom_sync"), 9, 3, {"0 Create asd_eeprom_sync task failed! result: 9."}},
-    };
+    run_operation(asd_start, kAsBuilt, {"vos_task_create"}, {
+        {"all", kAsBuilt, 0, four, {"1 asd start ok."}, {0, 1, 2, 3}},
+        {"management module", board_set([](fake::Board &board) { board.smm = 1; }), 0, ""},
+        {"first", failing("asd_master_check"), 9, one, failed("asd_master_check")},
+        {"second", failing("asd_eeprom_check"), 9, two, failed("asd_eeprom_check"), {0}},
+        {"third", failing("ccdb_set_eeprom"), 9, three, failed("ccdb_set_eeprom"), {0, 1}},
+        {"fourth", failing("asd_eeprom_sync"), 9, four, failed("asd_eeprom_sync"), {0, 1, 2}},
+    }, left);
     // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        row.arrange();
-        EXPECT_EQ(asd_start(), row.status);
-        const std::vector<fake::Task> tasks = fake::tasks();
-        ASSERT_EQ(tasks.size(), row.created);
-        for (std::size_t i = 0; i < tasks.size(); ++i) {
-            EXPECT_EQ(std::make_pair(tasks[i].name, tasks[i].entry), all[i]);
-            EXPECT_EQ(tasks[i].argument, nullptr);
-            EXPECT_EQ(tasks[i].priority, 1U);
-        }
-        EXPECT_EQ(fake::logs(2), row.logs);
-    }
 }
 
 // ---- Role monitor ----

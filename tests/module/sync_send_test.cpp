@@ -59,7 +59,8 @@ TEST_F(SyncSendTest, Task) {
 
 // ---- Items and message ----
 
-OBJ_HANDLE build_item(const fake::ItemConfig &config) {
+// "ASD10", marked and ready, on a board in slot 1; the peers in the other slots accept everything.
+OBJ_HANDLE build_item() {
     fake::change_board([](fake::Board &board) {
         board.slot = 1;
         board.online = {0, 1, 2, 3};
@@ -67,123 +68,89 @@ OBJ_HANDLE build_item(const fake::ItemConfig &config) {
     for (const guint8 slot : Bytes{0, 2, 3}) {
         fake::set_peer(slot, [](const fake::SentRequest &) { return Bytes{0}; });
     }
-    return fake::add_item("ASD10", config);
+    return fake::add_item("ASD10", {.length = 6, .num = 42, .ready = 1, .need_sync = 1, .value = pattern(6)});
+}
+
+Bytes sent() {
+    Bytes all;
+    for (const fake::SentRequest &sent : fake::sent_requests()) {
+        all = joined(all, joined({sent.target_type, sent.slot, sent.lun, sent.netfn, sent.cmd}, sent.data));
+    }
+    return all;
 }
 
 TEST_F(SyncSendTest, ItemsAndMessage) {
-    const auto sent = [](const Bytes &slots, const Bytes &data) {
+    OBJ_HANDLE item = 0;
+    const auto push = [&item] { return ASD_SyncEEpromToSlaveForeach(item, nullptr); };
+    const auto to = [](const Bytes &slots, const Bytes &value = pattern(6)) {
         Bytes all;
         for (const guint8 slot : slots) {
-            all = joined(all, joined({2, slot, 0, 0x32, 0xF9}, data)); // target, slot, unit, function, command
+            all = joined(all, joined({2, slot, 0, 0x32, 0xF9, 0xFF, 2, 0, 0, 0x2A, 42}, value));
         }
         return all;
     };
-    const auto message = [](const Bytes &value) { return joined({0xFF, 2, 0, 0, 0x2A, 42}, value); };
-    const auto online = [](const std::set<guint8> &slots) {
-        return board_set([=](fake::Board &board) { board.online = slots; });
+    const auto on = [](guint8 slot, const std::set<guint8> &online, const Arrange &more = kAsBuilt) {
+        return both(more, board_set([=](fake::Board &board) {
+                        board.slot = slot;
+                        board.online = online;
+                    }));
     };
-    const auto to = [](const Bytes &slots) {
-        Texts logs;
-        for (const guint8 slot : slots) {
-            logs.push_back("2 ASD sync data to board(" + std::to_string(slot) + ")");
-        }
-        return logs;
+    const auto of_length = [](guint32 bytes) {
+        return both(number_set("ASD10", "Length", bytes), value_set("ASD10", pattern(bytes)));
     };
-    const Bytes all = {0, 2, 3};
-    const Bytes six = message(pattern(6));
-    const fake::ItemConfig marked = {.length = 6, .num = 42, .ready = 1, .need_sync = 1, .value = pattern(6)};
-    const auto length = [marked](guint32 bytes) {
-        fake::ItemConfig item = marked;
-        item.length = bytes;
-        item.value = pattern(bytes);
-        return item;
-    };
-    const auto flags = [marked](guint8 need_sync, guint8 ready) {
-        fake::ItemConfig item = marked;
-        item.need_sync = need_sync;
-        item.ready = ready;
-        return item;
-    };
-    const struct {
-        const char *name;
-        fake::ItemConfig item;
-        Arrange arrange;
-        Bytes sent;
-        Texts logs;
-    } rows[] = {
-        // clang-format off
-        {"to every other slot", marked, kAsBuilt, sent(all, six), to(all)},
-        {"any mark, any readiness", flags(255, 2), kAsBuilt, sent(all, six), to(all)},
-        {"not marked", flags(0, 1), kAsBuilt, {}, {}},
-        {"not ready", flags(1, 0), kAsBuilt, {}, {}},
-        {"128 bytes", length(128), online({3}), sent({3}, message(pattern(128))), to({3})},
-        {"129 bytes", length(129), kAsBuilt, {}, {}},
-        {"a value shorter than its Length", marked, value_set("ASD10", pattern(2)), sent(all, message(joined(pattern(2), Bytes(4, 0)))), to(all)},
-        {"item not online: zeros", marked, both(online({2}), byte_set("ASD10", "Online", 0)), sent({2}, message(Bytes(6, 0))), with({"M1 bmc_asd_update_property.cpp: ASD10 not online!"}, to({2}))},
-        {"two slots", marked, online({0, 3}), sent({0, 3}, six), to({0, 3})},
-        {"alone", marked, online({1}), {}, {}},
-        {"own slot 3", marked, board_set([](fake::Board &board) { board.slot = 3; board.online = {2, 3}; }), sent({2}, six), to({2})},
-        {"own slot unknown", marked, both(online({0}), board_set([](fake::Board &board) { board.slot = 0; })), {}, {}},
-        {"own slot unreadable", marked, both(online({0}), both(board_set([](fake::Board &board) { board.slot = 0; }), fault("BSP_GetBoardSlot"))), sent({0}, six), to({0})},
-        {"NeedSync unreadable", marked, unreadable("ASD10.NeedSync"), {}, {}},
-        {"Ready unreadable", marked, unreadable("ASD10.Ready"), {}, {}},
-        {"Num unreadable", marked, unreadable("ASD10.Num"), {}, {}},
-        {"Length unreadable", marked, unreadable("ASD10.Length"), {}, {}},
-        {"Value unreadable", marked, unreadable("ASD10.Value"), {}, {"0 Get ASD10 value failed! ret: 7."}},
-        {"not cleared", marked, both(online({2}), fault("memset_s", "", 9, 1)), sent({2}, six), with({"0 Error: init asd data failed, result = 9."}, to({2}))},
-        {"not copied: sent all the same", marked, both(online({2}), fault("memcpy_s", "", 9, 2)), sent({2}, message(Bytes(6, 0))),
-         with(to({2}), {"0 Error: copy asd sync data failed, result = 9."})},
-        // clang-format on
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        const OBJ_HANDLE item = build_item(row.item);
-        row.arrange();
-        EXPECT_EQ(ASD_SyncEEpromToSlaveForeach(item, nullptr), 0);
-        Bytes all_sent;
-        for (const fake::SentRequest &request : fake::sent_requests()) {
-            all_sent =
-                joined(all_sent, joined({request.target_type, request.slot, request.lun, request.netfn, request.cmd},
-                                        request.data));
-        }
-        EXPECT_EQ(all_sent, row.sent);
-        EXPECT_EQ(fake::logs(2), row.logs);
-    }
+    const auto told = [](const char *slot) { return std::string("2 ASD sync data to board(") + slot + ")"; };
+    const Texts all = {told("0"), told("2"), told("3")};
+    // clang-format off
+    run_operation(push, [&item] { item = build_item(); }, {}, {
+        {"to every other slot", kAsBuilt, 0, "", all, to({0, 2, 3})},
+        {"any mark, any readiness", both(byte_set("ASD10", "NeedSync", 255), byte_set("ASD10", "Ready", 2)), 0, "", all, to({0, 2, 3})},
+        {"not marked", byte_set("ASD10", "NeedSync", 0), 0, ""},
+        {"not ready", byte_set("ASD10", "Ready", 0), 0, ""},
+        {"128 bytes", on(1, {3}, of_length(128)), 0, "", {told("3")}, to({3}, pattern(128))},
+        {"129 bytes", of_length(129), 0, ""},
+        {"a value shorter than its Length", value_set("ASD10", pattern(2)), 0, "", all, to({0, 2, 3}, joined(pattern(2), Bytes(4, 0)))},
+        {"item not online: zeros", on(1, {2}, byte_set("ASD10", "Online", 0)), 0, "", {"M1 bmc_asd_update_property.cpp: ASD10 not online!", told("2")}, to({2}, Bytes(6, 0))},
+        {"two slots", on(1, {0, 3}), 0, "", {told("0"), told("3")}, to({0, 3})},
+        {"alone", on(0, {0}), 0, ""},
+        {"own slot 3", on(3, {2, 3}), 0, "", {told("2")}, to({2})},
+        {"own slot unreadable", on(0, {0}, fault("BSP_GetBoardSlot")), 0, "", {told("0")}, to({0})},
+        {"NeedSync unreadable", unreadable("ASD10.NeedSync"), 0, ""},
+        {"Ready unreadable", unreadable("ASD10.Ready"), 0, ""},
+        {"Num unreadable", unreadable("ASD10.Num"), 0, ""},
+        {"Length unreadable", unreadable("ASD10.Length"), 0, ""},
+        {"Value unreadable", unreadable("ASD10.Value"), 0, "", {"0 Get ASD10 value failed! ret: 7."}},
+        {"not cleared", on(1, {2}, fault("memset_s", "", 9, 1)), 0, "", {"0 Error: init asd data failed, result = 9.", told("2")}, to({2})},
+        {"not copied: sent all the same", on(1, {2}, fault("memcpy_s", "", 9, 2)), 0, "", {told("2"), "0 Error: copy asd sync data failed, result = 9."}, to({2}, Bytes(6, 0))},
+    }, sent);
+    // clang-format on
 }
 
 TEST_F(SyncSendTest, Answers) {
+    guint64 tick = 0;
+    const auto push = [&tick] {
+        fake::set_ticks(tick += 1000000); // so that every failure is printed
+        ASD_EEprom_Sync(pattern(6).data(), 42, 6);
+        return 0;
+    };
     const auto answers = [](std::optional<Bytes> answer) {
         return [=] { fake::set_peer(2, [=](const fake::SentRequest &) { return answer; }); };
     };
     const auto failed = [](const char *ret) {
         return Texts{std::string("1 Sync asd(id=42) data to slot2 failed(ret=") + ret + ")"};
     };
-    const struct {
-        const char *name;
-        Arrange arrange;
-        Texts logs;
-    } rows[] = {
-        {"done", answers(Bytes{0x00}), {}},
-        {"done, with more data", answers(Bytes{0x00, 0xC9}), {}},
-        {"refused", answers(Bytes{0xC9}), failed("201")},
-        {"no data", answers(Bytes{}), failed("-1")},
-        {"no response block", answers({}), failed("-1")},
-        {"not sent", fault("ipmi_send_request", "2"), failed("7")},
-    };
+    const std::string three =
+        "ipmi_send_request 0 50 249 12 1 1, ipmi_send_request 2 50 249 12 1 1, ipmi_send_request 3 50 249 12 1 1";
     const auto body = [&] {
-        for (guint64 tick = 0; const auto &row : rows) {
-            SCOPED_TRACE(row.name);
-            fresh_world();
-            (void)build_item({});
-            fake::set_ticks(tick += 1000000); // so that every failure is printed
-            row.arrange();
-            ASD_EEprom_Sync(pattern(6).data(), 42, 6);
-            EXPECT_EQ(fake::logs(1), row.logs);
-            EXPECT_EQ(fake::journal({"ipmi_send_request"}),
-                      (Texts{"ipmi_send_request 0 50 249 12 1 1", "ipmi_send_request 2 50 249 12 1 1",
-                             "ipmi_send_request 3 50 249 12 1 1"}));
-        }
+        // clang-format off
+        run_operation(push, [] { (void)build_item(); }, {"ipmi_send_request"}, {
+            {"done", answers(Bytes{0x00}), 0, three},
+            {"done, with more data", answers(Bytes{0x00, 0xC9}), 0, three},
+            {"refused", answers(Bytes{0xC9}), 0, three, failed("201")},
+            {"no data", answers(Bytes{}), 0, three, failed("-1")},
+            {"no response block", answers({}), 0, three, failed("-1")},
+            {"not sent", fault("ipmi_send_request", "2"), 0, three, failed("7")},
+        }, kNothingLeft, 1);
+        // clang-format on
     };
     IN_FRESH_PROCESS(body);
 }
@@ -197,10 +164,9 @@ TEST_F(SyncSendTest, FailuresOfADayAreRationed) {
         std::function<void()> fail;
         std::string log;
         guint64 quiet_ms;
-        std::vector<guint64>
-            runs;          // the ticks of the day at which a run of lines ten seconds apart begins: first, second, last
-        std::size_t run;   // lines in a run
-        std::size_t lines; // in the day
+        std::vector<guint64> runs; // first ticks of the first, the second and the last run of lines
+        std::size_t run;           // lines in a run, ten seconds apart
+        std::size_t lines;         // in the day
     } rows[] = {
         // clang-format off
         {"sender", [&] { ASD_EEprom_Sync(data.data(), 42, 6); }, "1 Sync asd(id=42) data to slot2 failed(ret=201)", 600000, {600001, 1220001, 86160001}, 2, 278},
@@ -210,7 +176,7 @@ TEST_F(SyncSendTest, FailuresOfADayAreRationed) {
     };
     const auto body = [&] {
         fresh_world();
-        (void)build_item({});
+        (void)build_item();
         fake::set_peer(2, [](const fake::SentRequest &) { return Bytes{0xC9}; });
         fault("BSP_SetWwn2CpldRam")();
         for (const auto &row : rows) {
