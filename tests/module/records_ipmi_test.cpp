@@ -69,6 +69,7 @@ struct Record {
     std::string set_lookup = "Call dfl_get_object_handle failed! result: -3001." + suffix;
     std::string set_failed = "Call asd_write_equip failed! result: 5." + suffix;
     guint8 failed_code = 0xCE;
+    bool begins_late = false; // logs nothing before it has the data
 };
 
 // Most texts follow from the record's name.
@@ -114,8 +115,10 @@ std::vector<Record> all_records() {
     };
     // clang-format on
     records.front().success = {"M1 bmc_asd_ipmi_setter.cpp: Set MAC(4d:4e:4f:50:51:52) success."};
-    Record &power_config = records.back(); // logs its payload: a test of its own
-    power_config.begin = {};
+    Record &power_config = records.back(); // logs its data as text
+    const Bytes data = pattern(128);
+    power_config.begin = {"1 Begin to set powerconfig, config is " + std::string(data.begin(), data.end()) + "."};
+    power_config.begins_late = true;
     power_config.success = {};
     power_config.get_missing = power_config.set_missing = "data pointer is null!";
     return records;
@@ -132,175 +135,90 @@ void build_record(const Record &record, guint8 ready, const Bytes &mirror, const
     fake::add_item(record.item, {.length = record.size, .chips = {"ASDDevX"}, .ready = ready, .value = mirror});
 }
 
-// The log of a read: what every read starts with, then the rest.
-Texts read_logs(const Record &record, const Texts &rest) {
-    Texts logs;
-    if (record.names_user_data) {
-        logs.push_back("2 user data is " + std::string(record.item));
-    }
-    logs.insert(logs.end(), rest.begin(), rest.end());
-    return logs;
-}
-
-Texts success_log(const Record &record) {
-    return record.get_success.empty() ? Texts{} : Texts{"2 " + record.get_success};
-}
-
-struct ReadCase {
-    const char *name;
-    std::function<void()> arrange;
-    bool has_data;
-    guint8 ready;
-    const Bytes *mirror;
-    const Bytes *stored;
-    Bytes response;
-    Texts logs;
-};
-
-void run_reads(const Record &record, const std::vector<ReadCase> &cases) {
-    for (const ReadCase &row : cases) {
-        SCOPED_TRACE(std::string(record.item) + ": " + row.name);
-        fresh_world();
-        build_record(record, row.ready, *row.mirror, *row.stored);
-        row.arrange();
-        const Reply reply = fake::call(record.get, record.item, row.has_data ? std::optional(kHeader) : std::nullopt);
-        EXPECT_EQ(reply.status, 0);
-        EXPECT_EQ(reply.response, row.response);
-        EXPECT_EQ(fake::logs(2), row.logs);
-        expect_contract_kept();
-    }
-}
-
-TEST_F(RecordsIpmiTest, IdentityReads) {
+TEST_F(RecordsIpmiTest, Reads) {
     for (const Record &record : kRecords) {
-        if (!record.identity) {
-            continue;
-        }
+        SCOPED_TRACE(record.item);
         const std::string item = record.item;
         const Bytes mirror = pattern(record.size, 100);
         const Bytes stored = pattern(record.size, 10);
         const Bytes erased(record.size, 0xFF);
+        const Bytes zeros = joined({0}, Bytes(record.size, 0));
         const bool tests_erased = item.find('_') == std::string::npos;
-        const auto slave = [] { g_masterMode = BOARD_SLAVE; };
+        const auto logs = [&](const Texts &rest) {
+            return with(record.names_user_data ? Texts{"2 user data is " + item} : Texts{}, rest);
+        };
+        const Texts success = logs(record.get_success.empty() ? Texts{} : Texts{"2 " + record.get_success});
+        const Texts slave = logs({"1 This smm board is SLAVE."});
+        const std::string read = "read ASDDevX 64 " + std::to_string(record.size + 2);
         const std::string failed = "0 Call asd_get_value failed! result: ";
-        const auto no_ready = [&item] {
-            for (const char *operation : {"dfl_get_property_value", "dfl_get_property_ubyte"}) {
-                fault(operation, item + ".Ready", 7)();
-            }
-        };
-        const Texts success = read_logs(record, success_log(record));
-        // clang-format off
-        run_reads(record, {
-            {"loaded", [] {}, true, 1, &mirror, &stored, joined({0}, mirror), success},
-            {"loaded, on a slave", slave, true, 200, &mirror, &stored, joined({0}, mirror), success},
-            {"not loaded", [] {}, true, 0, &mirror, &stored, joined({0}, stored), success},
-            {"loaded and erased", [] {}, true, 1, &erased, &stored, tests_erased ? Bytes{0xCE} : joined({0}, erased),
-             tests_erased ? read_logs(record, {}) : success},
-            {"not loaded, chip erased", [] {}, true, 0, &mirror, &erased, joined({0}, erased), success},
-            {"no request data", [] {}, false, 1, &mirror, &stored, {0xCC}, read_logs(record, {"0 " +
-             record.get_missing})},
-            {"unknown", fault("dfl_get_object_handle", item, 7), true, 1, &mirror, &stored, {0xCC}, read_logs(record,
-             {"0 [" + item + "] get obj hanld failed!"})},
-            {"Ready unreadable", no_ready, true, 1, &mirror, &stored, {0xCC}, read_logs(record, {"0 [" + item +
-             "] get property failed![7]"})},
-            {"Value unreadable", fault("dfl_get_property_value", item + ".Value", 7), true, 1, &mirror, &stored, {0xCE},
-             read_logs(record, {"0 Get " + item + " value failed! ret: 7.", failed + "7."})},
-            {"chip dead", fault("dfl_block_read", "ASDDevX", 5), true, 0, &mirror, &stored, {0xCE}, read_logs(record,
-             {"0 " + item + " read eeprom failed(ret=5)", "0 " + item + " read eeprom count 1 failed, ret=5", failed +
-             "5."})},
-        });
-        // clang-format on
-    }
-}
-
-TEST_F(RecordsIpmiTest, ConfigurationReads) {
-    for (const Record &record : kRecords) {
-        if (record.identity) {
-            continue;
-        }
-        const std::string item = record.item;
-        const Bytes mirror = pattern(record.size, 100);
-        const Bytes stored = pattern(record.size, 10);
-        const Bytes erased(record.size, 0xFF);
-        const Bytes zeros(record.size, 0);
+        const Arrange not_loaded = byte_set(item, "Ready", 0);
+        const Arrange unknown = fault("dfl_get_object_handle", item);
         const auto role = [](guint32 value) { return [=] { g_masterMode = value; }; };
-        const auto slave_without_memory = [] {
-            g_masterMode = BOARD_SLAVE;
-            fake::inject({.operation = "memset_s", .status = 9});
-        };
-        const Texts success = read_logs(record, success_log(record));
-        const Texts slave = read_logs(record, {"1 This smm board is SLAVE."});
+        const auto build = [&] { build_record(record, 1, mirror, stored); };
         // clang-format off
-        run_reads(record, {
-            {"master", [] {}, true, 1, &mirror, &stored, joined({0}, mirror), success},
-            {"master, never loaded", [] {}, true, 0, &mirror, &stored, joined({0}, mirror), success},
-            {"master, erased", [] {}, true, 1, &erased, &stored, joined({0}, erased), success},
-            {"slave", role(BOARD_SLAVE), true, 1, &mirror, &stored, joined({0}, zeros), slave},
-            {"role unknown", role(BOARD_MOS_ERROR), true, 1, &mirror, &stored, joined({0}, zeros), slave},
-            {"no such role", role(255), true, 1, &mirror, &stored, joined({0}, zeros), slave},
-            {"slave, buffer not cleared", slave_without_memory, true, 1, &mirror, &stored, joined({0}, zeros),
-             read_logs(record, {"0 Error: init asd ipmi " + std::string(record.buffer) + " failed, result = 9.", "1 This smm board is SLAVE."})},
-            {"no request data", [] {}, false, 1, &mirror, &stored, {0xCC}, read_logs(record, {"0 " +
-             record.get_missing})},
-            {"unknown", fault("dfl_get_object_handle", item, 7), true, 1, &mirror, &stored, {0xCE}, read_logs(record,
-             {"0 Call asd_get_value failed! result: -1017."})},
-        });
+        const std::vector<HandlerCase> identity = {
+            {"loaded", kAsBuilt, kHeader, joined({0}, mirror), success},
+            {"loaded, on a slave", both(on_slave, byte_set(item, "Ready", 200)), kHeader, joined({0}, mirror), success},
+            {"not loaded", not_loaded, kHeader, joined({0}, stored), success, read},
+            {"loaded and erased", value_set(item, erased), kHeader, tests_erased ? Bytes{0xCE} : joined({0}, erased), tests_erased ? logs({}) : success},
+            {"not loaded, chip erased", both(not_loaded, [&] { fake::put_record("ASDDevX", erased); }), kHeader, joined({0}, erased), success, read},
+            {"unknown", unknown, kHeader, {0xCC}, logs({"0 [" + item + "] get obj hanld failed!"})},
+            {"Ready unreadable", unreadable(item + ".Ready"), kHeader, {0xCC}, logs({"0 [" + item + "] get property failed![7]"})},
+            {"Value unreadable", unreadable(item + ".Value"), kHeader, {0xCE}, logs({"0 Get " + item + " value failed! ret: 7.", failed + "7."})},
+            {"chip dead", both(not_loaded, fault("dfl_block_read", "ASDDevX", 5)), kHeader, {0xCE},
+             logs({"0 " + item + " read eeprom failed(ret=5)", "0 " + item + " read eeprom count 1 failed, ret=5", failed + "5."}), read},
+            {"no request data", kAsBuilt, {}, {0xCC}, logs({"0 " + record.get_missing})},
+        };
+        const std::vector<HandlerCase> configuration = {
+            {"master", kAsBuilt, kHeader, joined({0}, mirror), success},
+            {"master, never loaded", not_loaded, kHeader, joined({0}, mirror), success},
+            {"master, erased", value_set(item, erased), kHeader, joined({0}, erased), success},
+            {"slave", on_slave, kHeader, zeros, slave},
+            {"role unknown", role(BOARD_MOS_ERROR), kHeader, zeros, slave},
+            {"no such role", role(255), kHeader, zeros, slave},
+            {"slave, buffer not cleared", both(on_slave, fault("memset_s", "", 9, 1)), kHeader, zeros,
+             logs({"0 Error: init asd ipmi " + std::string(record.identity ? "" : record.buffer) + " failed, result = 9.", "1 This smm board is SLAVE."})},
+            {"unknown", unknown, kHeader, {0xCE}, logs({failed + "-1017."})},
+            {"no request data", kAsBuilt, {}, {0xCC}, logs({"0 " + record.get_missing})},
+        };
         // clang-format on
+        run_cases(record.get, record.item, build, record.identity ? identity : configuration);
     }
 }
 
 TEST_F(RecordsIpmiTest, Writes) {
-    struct Case {
-        const char *name;
-        std::function<void()> arrange;
-        std::optional<Bytes> request;
-        guint8 code;
-        Bytes stored; // empty: as before
-        Texts logs;   // after the begin text
-        bool begins = true;
-    };
     for (const Record &record : kRecords) {
         if (record.set == nullptr) {
             continue;
         }
-        const Bytes data = pattern(record.size);
-        const Bytes before = pattern(record.size, 10);
-        const Bytes whole = joined(kHeader, data);
+        SCOPED_TRACE(record.item);
         const std::string item = record.item;
-        const auto error = [](const std::string &text) { return Texts{"0 " + text}; };
-        const Texts failed = {"0 asd_write_equip: " + item + " Write eeprom failed[5]!", "0 " + record.set_failed};
-        // clang-format off
-        const std::vector<Case> cases = {
-            {"whole", [] {}, whole, 0x00, data, record.success},
-            {"on a slave", [] { g_masterMode = BOARD_SLAVE; }, whole, 0x00, data, record.success},
-            {"longer than the record", [] {}, joined(whole, {1, 2, 3}), 0x00, data, record.success},
-            {"no request data", [] {}, std::nullopt, 0xCC, {}, error(record.set_missing)},
-            {"unknown", fault("dfl_get_object_handle", item, -3001), whole, 0xCE, {}, error(record.set_lookup)},
-            {"chip dead", fault("dfl_block_write", "ASDDevX", 5), whole, record.failed_code, {}, failed},
+        const Bytes before = pattern(record.size, 10);
+        const Bytes whole = joined(kHeader, pattern(record.size));
+        const auto build = [&] { build_record(record, 0, {}, before); };
+        const auto left = [&] { // the chip's record, then Value and Ready
+            return joined(fake::chip_bytes("ASDDevX", 64, record.size + 2),
+                          joined(fake::value(item), {static_cast<guint8>(fake::number(item, "Ready"))}));
         };
+        const Bytes stored = joined(fake::record(pattern(record.size)), joined(pattern(record.size), {1}));
+        const Bytes as_before = joined(fake::record(before), {0});
+        const auto failed = [&record](const std::string &text) { return with(record.begin, {"0 " + text}); };
+        const Texts done = with(record.begin, record.success);
+        const Texts missing = record.begins_late ? Texts{"0 " + record.set_missing} : failed(record.set_missing);
+        const std::string write = "write ASDDevX 64 " + std::to_string(record.size + 2);
+        // clang-format off
+        run_cases(record.set, record.item, build, {
+            {"whole", kAsBuilt, whole, {0x00}, done, write, stored},
+            {"on a slave", on_slave, whole, {0x00}, done, write, stored},
+            {"longer than the record", kAsBuilt, joined(whole, {0, 2, 3}), {0x00}, done, write, stored},
+            {"no request data", kAsBuilt, {}, {0xCC}, missing, "", as_before},
+            {"unknown", fault("dfl_get_object_handle", item, -3001), whole, {0xCE}, failed(record.set_lookup), "", as_before},
+            {"chip dead", fault("dfl_block_write", "ASDDevX", 5), whole, {record.failed_code},
+             with(record.begin, {"0 asd_write_equip: " + item + " Write eeprom failed[5]!", "0 " + record.set_failed}), write, as_before},
+        }, 1, left);
         // clang-format on
-        for (const Case &row : cases) {
-            SCOPED_TRACE(item + ": " + row.name);
-            fresh_world();
-            build_record(record, 0, {}, before);
-            row.arrange();
-            const Reply reply = fake::call(record.set, record.item, row.request);
-            EXPECT_EQ(reply.status, 0);
-            EXPECT_EQ(reply.response, Bytes{row.code});
-            const bool stored = !row.stored.empty();
-            EXPECT_EQ(fake::chip_bytes("ASDDevX", 64, record.size + 2), fake::record(stored ? row.stored : before));
-            EXPECT_EQ(fake::value(record.item), row.stored);
-            EXPECT_EQ(fake::number(record.item, "Ready"), stored ? 1 : 0);
-            Texts logs = fake::logs(1);
-            std::erase_if(logs, [](const std::string &text) { return text.starts_with("1 Begin to set powerconfig"); });
-            Texts expected = record.begin;
-            expected.insert(expected.end(), row.logs.begin(), row.logs.end());
-            EXPECT_EQ(logs, expected);
-            expect_contract_kept();
-        }
-        SCOPED_TRACE(item + ": header alone stores the zeros behind it");
-        fresh_world();
-        build_record(record, 0, {}, before);
+        fresh_world(); // a header alone stores the zeros behind it
+        build();
         EXPECT_EQ(fake::call(record.set, record.item, kHeader).response, Bytes{0x00});
         EXPECT_EQ(fake::value(record.item), Bytes(record.size, 0));
     }
@@ -327,27 +245,23 @@ TEST_F(RecordsIpmiTest, MacAndModelGoToTheCpldAsWell) {
     for (const bool mac : {true, false}) {
         const Record &record = kRecords[mac ? 0 : 4];
         const char *operation = mac ? "BSP_SetWwn2CpldRam" : "BSP_SetFrameModelToCpldRam";
-        for (const gint32 status : {0, 7}) {
-            SCOPED_TRACE(std::string(operation) + " " + std::to_string(status));
-            fresh_world();
-            build_record(record, 0, {}, pattern(record.size, 10));
-            if (status != 0) {
-                fault(operation, "", status)();
-            }
-            const Reply reply = fake::call(record.set, record.item, joined(kHeader, pattern(record.size)));
-            EXPECT_EQ(reply.response, Bytes{static_cast<guint8>(mac && status != 0 ? 0xFF : 0x00)});
-            EXPECT_EQ(fake::value(record.item), pattern(record.size)); // stored whatever the CPLD says
-            const Bytes handed = mac ? fake::board().wwn : fake::board().frame_model;
-            EXPECT_EQ(handed, status != 0 ? Bytes{} : pattern(record.size));
-            if (mac && status != 0) {
-                EXPECT_EQ(fake::logs(1).back(), "0 Set mac failed(set mac to cpldram failed,ret=7)");
-            }
-        }
-        fresh_world(); // nothing reaches the CPLD when the chip failed
-        build_record(record, 0, {}, pattern(record.size, 10));
-        fault("dfl_block_write", "ASDDevX", 5)();
-        fake::call(record.set, record.item, joined(kHeader, pattern(record.size)));
-        EXPECT_EQ(fake::calls(operation), 0U);
+        const Bytes data = pattern(record.size);
+        const auto set = [&] {
+            return gint32{fake::call(record.set, record.item, joined(kHeader, data)).response.at(0)};
+        };
+        const auto left = [&] {
+            return joined(fake::value(record.item), mac ? fake::board().wwn : fake::board().frame_model);
+        };
+        const std::string handed = std::string(operation).substr(7) + " " + std::to_string(record.size);
+        const Texts failed = mac ? Texts{"0 Set mac failed(set mac to cpldram failed,ret=7)"} : Texts{};
+        // clang-format off
+        run_operation(set, [&] { build_record(record, 0, {}, pattern(record.size, 10)); }, {operation}, {
+            {"handed on", kAsBuilt, 0x00, handed, {}, joined(data, data)},
+            {"refused: stored all the same", fault(operation), mac ? 0xFF : 0x00, handed, failed, data},
+            {"chip dead: not handed on", fault("dfl_block_write", "ASDDevX", 5), 0xCE, "",
+             {"0 asd_write_equip: " + std::string(record.item) + " Write eeprom failed[5]!", "0 " + record.set_failed}},
+        }, left, 0);
+        // clang-format on
     }
 }
 
@@ -376,112 +290,66 @@ TEST_F(RecordsIpmiTest, FailedLocalCopiesDoNotStopAWrite) {
     }
 }
 
-TEST_F(RecordsIpmiTest, PowerConfigurationIsLoggedAsText) {
-    const Record &record = kRecords.back();
-    build_record(record, 0, {}, pattern(128));
-    const Bytes request = joined(kHeader, {'o', 'n', ' ', '2'});
-    EXPECT_EQ(fake::call(ipmi_cmd_set_powerconfig, record.item, request).response, Bytes{0x00});
-    EXPECT_EQ(fake::logs(1), Texts{"1 Begin to set powerconfig, config is on 2."});
-    EXPECT_EQ(fake::value(record.item), joined({'o', 'n', ' ', '2'}, Bytes(124, 0)));
-}
-
 // ---- Write-protect test --------------------------------------------------------------------------------------------
 
 constexpr const char *kWpItem = "ASD_E2PWP";
 
-void build_wp_item(guint32 length = 32) {
+void build_wp() {
     for (const char *chip : {"ASD_E2PWPa", "ASD_E2PWPb"}) {
         fake::add_chip(chip, {.retry = 1});
     }
-    fake::add_item(kWpItem, {.length = length, .chips = {"ASD_E2PWPa", "ASD_E2PWPb"}});
-    fake::put_record("ASD_E2PWPa", pattern(length, 10));
-    fake::put_record("ASD_E2PWPb", pattern(length, 50));
+    fake::add_item(kWpItem, {.length = 32, .chips = {"ASD_E2PWPa", "ASD_E2PWPb"}});
+    fake::put_record("ASD_E2PWPa", pattern(32, 10));
+    fake::put_record("ASD_E2PWPb", pattern(32, 50));
 }
 
 Bytes wp_request(guint8 device, const Bytes &payload = {}) {
     return joined({0, 0, 0x80, device, 0x62}, payload);
 }
 
-TEST_F(RecordsIpmiTest, WriteProtectTestRead) {
-    struct Row {
-        const char *name;
-        guint32 length;
-        guint8 device;
-        std::function<void()> arrange;
-        Bytes response;
-        Texts errors;
+TEST_F(RecordsIpmiTest, WriteProtectTest) {
+    const auto read_failed = [](const char *first, const std::string &status) {
+        return Texts{first, "0 asd_read_equip_one: Read eeprom failed[" + status + "]!",
+                     "0 Call asd_read_equip failed, result: " + status + "."};
     };
-    const auto read_failure = [](const Texts &first, const char *status) {
-        Texts texts = first;
-        texts.push_back(std::string("asd_read_equip_one: Read eeprom failed[") + status + "]!");
-        texts.push_back(std::string("Call asd_read_equip failed, result: ") + status + ".");
-        return texts;
+    const auto short_item = [] {
+        number_set(kWpItem, "Length", 8)();
+        fake::put_record("ASD_E2PWPb", pattern(8, 50));
     };
+    const Arrange unknown = fault("dfl_get_object_handle", kWpItem);
+    const std::string read_b = "read ASD_E2PWPb 64 34";
     // clang-format off
-    const std::vector<Row> rows = {
-        {"chip 0", 32, 0, [] {}, joined({0}, pattern(32, 10)), {}},
-        {"chip 1", 32, 1, [] {}, joined({0}, pattern(32, 50)), {}},
-        {"short item", 8, 1, [] {}, joined({0}, joined(pattern(8, 50), Bytes(24, 0))), {}},
-        {"too long", 33, 0, [] {}, {0xCE}, {"len(33) exceed eep max size(32)"}},
-        {"no chip 2", 32, 2, [] {}, {0xCE}, read_failure({"device id(2) is wrong!"}, "-1")},
-        {"chip dead", 32, 1, fault("dfl_block_read", "ASD_E2PWPb", 5), {0xCE},
-         read_failure({"Read 2nd EEPROM failed! ret: 5."}, "5")},
-        {"unknown", 32, 0, fault("dfl_get_object_handle", kWpItem, 7), {0xCE}, {"get objet handle fail, result(7)."}},
-        {"Length unreadable", 32, 0, fault("dfl_get_property_value", "ASD_E2PWP.Length", 7), {0xCE},
-         {"Get PROPERTY_ASD_LENGTH failed! result: 7.", "get len value fail."}},
-        {"locked", 32, 0, [] { fake::hold_semaphore("eeprom"); }, {0xCE}, {"[Get_e2pwp] Lock g_eeprom_lock failed."}},
-    };
+    run_cases(ipmi_cmd_get_e2pwp_test, kWpItem, build_wp, {
+        {"chip 0", kAsBuilt, wp_request(0), joined({0}, pattern(32, 10)), {}, "read ASD_E2PWPa 64 34"},
+        {"chip 1", kAsBuilt, wp_request(1), joined({0}, pattern(32, 50)), {}, read_b},
+        {"short item", short_item, wp_request(1), joined({0}, joined(pattern(8, 50), Bytes(24, 0))), {}, "read ASD_E2PWPb 64 10"},
+        {"too long", number_set(kWpItem, "Length", 33), wp_request(0), {0xCE}, {"0 len(33) exceed eep max size(32)"}},
+        {"no chip 2", kAsBuilt, wp_request(2), {0xCE}, read_failed("0 device id(2) is wrong!", "-1")},
+        {"chip dead", fault("dfl_block_read", "ASD_E2PWPb", 5), wp_request(1), {0xCE}, read_failed("0 Read 2nd EEPROM failed! ret: 5.", "5"), read_b},
+        {"unknown", unknown, wp_request(0), {0xCE}, {"0 get objet handle fail, result(7)."}},
+        {"Length unreadable", unreadable("ASD_E2PWP.Length"), wp_request(0), {0xCE}, {"0 Get PROPERTY_ASD_LENGTH failed! result: 7.", "0 get len value fail."}},
+        {"locked", locked("eeprom"), wp_request(0), {0xCE}, {"0 [Get_e2pwp] Lock g_eeprom_lock failed."}},
+        {"no request data", kAsBuilt, {}, {0xCC}, {"0 data pointer is null."}},
+        {"slave", on_slave, wp_request(0), Bytes(33, 0), {"1 This smm board is SLAVE."}},
+    }, 1);
+    const Bytes text = joined({'T', 'E', 'S', 'T'}, Bytes(28, 0));
+    const Texts begun = {"1 Begin to set E2pwp, E2pwp is TEST."};
+    const auto left = [] { return joined(part_of(fake::chip_bytes("ASD_E2PWPa", 64, 34), 0, 4), part_of(fake::chip_bytes("ASD_E2PWPb", 64, 34), 0, 4)); };
+    const Bytes as_before = joined(pattern(4, 10), pattern(4, 50));
+    run_cases(ipmi_cmd_set_e2pwp_test, kWpItem, build_wp, {
+        {"chip 0", kAsBuilt, wp_request(0, text), {0x00}, begun, "write ASD_E2PWPa 64 34", joined({'T', 'E', 'S', 'T'}, pattern(4, 50))},
+        {"chip 1", kAsBuilt, wp_request(1, text), {0x00}, begun, "write ASD_E2PWPb 64 34", joined(pattern(4, 10), {'T', 'E', 'S', 'T'})},
+        {"no chip 2", kAsBuilt, wp_request(2, text), {0xCE}, with(begun, {"0 device id(2) is wrong!", "0 Write eeprom failed[-1]!", "0 Call asd_write_equip_one failed! result: -1."}), "", as_before},
+        {"unknown", unknown, wp_request(0, text), {0xCE}, with(begun, {"0 Call dfl_get_object_handle failed! result: 7."}), "", as_before},
+        {"no request data", kAsBuilt, {}, {0xCC}, {"0 data pointer is null!"}, "", as_before},
+    }, 1, left);
     // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        build_wp_item(row.length);
-        row.arrange();
-        EXPECT_EQ(fake::call(ipmi_cmd_get_e2pwp_test, kWpItem, wp_request(row.device)).response, row.response);
-        EXPECT_EQ(fake::log_texts(0), row.errors);
-        for (const std::string &taken : fake::journal({"vos_thread_sem4_p"})) {
-            EXPECT_EQ(taken, "vos_thread_sem4_p eeprom 2000");
-        }
-        fake::free_semaphore("eeprom");
-        expect_contract_kept();
-    }
-    fresh_world();
-    build_wp_item();
+    fresh_world(); // the lock is held across the one transfer and no longer
+    build_wp();
     EXPECT_EQ(fake::call(ipmi_cmd_get_e2pwp_test, kWpItem, wp_request(0)).response.size(), 33U);
-    // The lock is held across the one transfer and no longer.
     EXPECT_EQ(fake::journal({"vos_thread_sem4_p", "dfl_block_read", "vos_thread_sem4_v", "ipmi_send_response"}),
               (Texts{"vos_thread_sem4_p eeprom 2000", "dfl_block_read ASD_E2PWPa 64 34", "vos_thread_sem4_v eeprom",
                      "ipmi_send_response 33"}));
-    fake::clear_journal();
-    EXPECT_EQ(fake::call(ipmi_cmd_get_e2pwp_test, kWpItem, {}).response, Bytes{0xCC});
-    EXPECT_EQ(fake::log_texts(0), Texts{"data pointer is null."});
-    g_masterMode = BOARD_SLAVE;
-    EXPECT_EQ(fake::call(ipmi_cmd_get_e2pwp_test, kWpItem, wp_request(0)).response, Bytes(33, 0));
-    EXPECT_EQ(fake::log_texts(1), Texts{"This smm board is SLAVE."});
-    EXPECT_EQ(fake::calls("dfl_block_read"), 0U);
-}
-
-TEST_F(RecordsIpmiTest, WriteProtectTestWrite) {
-    const Bytes text = joined({'T', 'E', 'S', 'T'}, Bytes(28, 0));
-    for (const guint8 device : {guint8{0}, guint8{1}}) {
-        fresh_world();
-        build_wp_item();
-        EXPECT_EQ(fake::call(ipmi_cmd_set_e2pwp_test, kWpItem, wp_request(device, text)).response, Bytes{0x00});
-        EXPECT_EQ(fake::logs(1), Texts{"1 Begin to set E2pwp, E2pwp is TEST."});
-        EXPECT_EQ(fake::chip_bytes("ASD_E2PWPa", 64, 34), fake::record(device == 0 ? text : pattern(32, 10)));
-        EXPECT_EQ(fake::chip_bytes("ASD_E2PWPb", 64, 34), fake::record(device == 1 ? text : pattern(32, 50)));
-        EXPECT_EQ(fake::value(kWpItem), text);
-        EXPECT_EQ(fake::calls("vos_thread_sem4_p"), 1U); // the record write's own, none around it
-    }
-    fake::clear_journal();
-    EXPECT_EQ(fake::call(ipmi_cmd_set_e2pwp_test, kWpItem, {}).response, Bytes{0xCC});
-    EXPECT_EQ(fake::log_texts(0), Texts{"data pointer is null!"});
-    fake::clear_journal();
-    EXPECT_EQ(fake::call(ipmi_cmd_set_e2pwp_test, kWpItem, wp_request(2, text)).response, Bytes{0xCE});
-    EXPECT_EQ(fake::log_texts(0), (Texts{"device id(2) is wrong!", "Write eeprom failed[-1]!",
-                                         "Call asd_write_equip_one failed! result: -1."}));
-    fault("dfl_get_object_handle", kWpItem, 7)();
-    EXPECT_EQ(fake::call(ipmi_cmd_set_e2pwp_test, kWpItem, wp_request(0, text)).response, Bytes{0xCE});
 }
 
 } // namespace
