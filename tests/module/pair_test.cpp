@@ -19,15 +19,27 @@ const Bytes kNew = pattern(8, 90);
 
 constexpr guint8 kUnreadable = 0xAA; // a flag whose chip does not answer
 
-void break_chip(const std::string &chip, const std::string &operation, gint32 status) {
-    fake::inject({.operation = operation, .subject = chip, .status = status, .count = 0});
+Arrange put_flags(guint8 flag0, guint8 flag1) {
+    return [=] {
+        for (const auto &[chip, flag] : {std::pair{"ASDDev17a", flag0}, {"ASDDev17b", flag1}}) {
+            fake::put_record(chip, {flag});
+            if (flag == kUnreadable) {
+                fault("dfl_block_read", chip, 5)();
+            }
+        }
+    };
 }
 
-void put_flag(const std::string &chip, guint8 flag) {
-    fake::put_record(chip, {flag});
-    if (flag == kUnreadable) {
-        break_chip(chip, "dfl_block_read", 5);
-    }
+Arrange dead(const char *operation, const Texts &chips) {
+    return [=] {
+        for (const std::string &chip : chips) {
+            fault(operation, chip, 5)();
+        }
+    };
+}
+
+Arrange no_reference(const char *reference) {
+    return fault("dfl_get_referenced_object", reference, 8);
 }
 
 // An item on two chips and its check object; chip 0 holds kOld, chip 1 kOther.
@@ -70,8 +82,7 @@ TEST_F(PairTest, FlagTruthTable) {
         SCOPED_TRACE(std::to_string(row.chip0) + ", " + std::to_string(row.chip1));
         fresh_world();
         const Pair pair = build_pair();
-        put_flag("ASDDev17a", row.chip0);
-        put_flag("ASDDev17b", row.chip1);
+        put_flags(row.chip0, row.chip1)();
         guint8 flag = 99;
         EXPECT_EQ(asd_read_check_flag(pair.check, &flag), row.flag == 255 ? -1006 : 0);
         EXPECT_EQ(flag, row.flag);
@@ -87,12 +98,12 @@ TEST_F(PairTest, FlagTruthTable) {
     }
     fresh_world();
     const Pair pair = build_pair();
-    break_chip("ASD17.AtomStorageDataDev0", "dfl_get_referenced_object", 7);
-    break_chip("ASD17.AtomStorageDataDev1", "dfl_get_referenced_object", 8);
+    no_reference("ASD17.AtomStorageDataDev0")();
+    no_reference("ASD17.AtomStorageDataDev1")();
     guint8 flag = 99;
     EXPECT_EQ(asd_choose_object_read(pair.item, &flag), -1006);
     EXPECT_EQ(flag, 255);
-    EXPECT_EQ(fake::logs(), (Texts{"0 asd_read_check_flag: (ASD17)Get check_flag PROPERTY_ASD_DEV0 failed! ret: 7.",
+    EXPECT_EQ(fake::logs(), (Texts{"0 asd_read_check_flag: (ASD17)Get check_flag PROPERTY_ASD_DEV0 failed! ret: 8.",
                                    "0 asd_read_check_flag: (ASD17)Get check_flag PROPERTY_ASD_DEV1 failed! ret: 8."}));
     EXPECT_EQ(asd_choose_object_read(pair.check, &flag), -1018);
     EXPECT_EQ(asd_read_check_flag(4711, &flag), -1);
@@ -114,127 +125,73 @@ TEST_F(PairTest, AFlagWithABadChecksumCountsAsNone) {
 }
 
 TEST_F(PairTest, CheckRead) {
-    struct Row {
-        const char *name;
-        std::array<guint8, 2> flags;
-        const char *broken; // a chip whose reads fail
-        gint32 status;
-        const Bytes *data;
-        std::string chip_read;
-        Texts logs;
+    OBJ_HANDLE item = 0;
+    Bytes data;
+    const auto read = [&] {
+        data = Bytes(8, 0xEE);
+        return asd_read_chip_check(item, data.data(), 8);
     };
-    const std::string read_a = "dfl_block_read ASDDev16a 100 10";
-    const std::string read_b = "dfl_block_read ASDDev16b 100 10";
+    const auto left = [&data] { return data; };
+    const Bytes untouched(8, 0xEE);
+    const std::string flags = "read ASDDev17a 200 3, read ASDDev17b 200 3";
+    const std::string read_a = flags + ", read ASDDev16a 100 10";
+    const std::string read_b = flags + ", read ASDDev16b 100 10";
+    const Arrange a_dead = dead("dfl_block_read", {"ASDDev16a"});
     // clang-format off
-    const std::vector<Row> rows = {
-        {"both good", {1, 1}, "", 0, &kOld, read_a, {"1 (ASD16)Read 1st EEPROM OK! check_flag: 2."}},
-        {"chip 0 alone", {2, 1}, "", 0, &kOld, read_a, {}},
-        {"chip 1 alone", {1, 2}, "", 0, &kOther, read_b, {}},
-        {"stale flag on chip 0 goes first", {2, 2}, "", 0, &kOld, read_a, {}},
-        {"both good, chip 0 dead: chip 1 does not stand in", {1, 1}, "ASDDev16a", 5, nullptr, read_a,
-         {"0 (ASD16)Read 1st EEPROM failed! check_flag: 2, ret: 5."}},
-        {"chip 0 alone, dead", {2, 1}, "ASDDev16a", 5, nullptr, read_a,
-         {"0 (ASD16)Only read 1st EEPROM and read failed! check_flag: 0, ret: 5."}},
-        {"chip 1 alone, dead", {1, 2}, "ASDDev16b", 5, nullptr, read_b,
-         {"0 ASD16)Only read 2nd EEPROM and read failed! check_flag: 1, ret: 5."}},
-        {"no flag", {kUnreadable, kUnreadable}, "", -1006, nullptr, "",
-         {"0 (ASD17)Read 1st EEPROM check_flag failed! ret: 5.",
-         "0 (ASD17)Read 2st EEPROM check_flag failed! ret: 5."}},
-    };
+    run_operation(read, [&item] { item = build_pair().item; }, {"dfl_block_read"}, {
+        {"both good", put_flags(1, 1), 0, read_a, {"1 (ASD16)Read 1st EEPROM OK! check_flag: 2."}, kOld},
+        {"chip 0 alone", put_flags(2, 1), 0, read_a, {}, kOld},
+        {"chip 1 alone", put_flags(1, 2), 0, read_b, {}, kOther},
+        {"stale flag on chip 0 goes first", put_flags(2, 2), 0, read_a, {}, kOld},
+        {"both good, chip 0 dead: chip 1 does not stand in", both(put_flags(1, 1), a_dead), 5, read_a, {"0 (ASD16)Read 1st EEPROM failed! check_flag: 2, ret: 5."}, untouched},
+        {"chip 0 alone, dead", both(put_flags(2, 1), a_dead), 5, read_a, {"0 (ASD16)Only read 1st EEPROM and read failed! check_flag: 0, ret: 5."}, untouched},
+        {"chip 1 alone, dead", both(put_flags(1, 2), dead("dfl_block_read", {"ASDDev16b"})), 5, read_b, {"0 ASD16)Only read 2nd EEPROM and read failed! check_flag: 1, ret: 5."}, untouched},
+        {"no flag", put_flags(kUnreadable, kUnreadable), -1006, flags, {"0 (ASD17)Read 1st EEPROM check_flag failed! ret: 5.", "0 (ASD17)Read 2st EEPROM check_flag failed! ret: 5."}, untouched},
+        {"chip 0 unknown", both(put_flags(2, 1), no_reference("ASD16.AtomStorageDataDev0")), 8, flags, {"0 (ASD16)Get PROPERTY_ASD_DEV0 failed! ret: 8."}, untouched},
+        {"chip 1 unknown", both(put_flags(1, 2), no_reference("ASD16.AtomStorageDataDev1")), 8, flags, {"0 (ASD16)Get PROPERTY_ASD_DEV1 failed! ret: 8."}, untouched},
+    }, left, 1);
     // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        const Pair pair = build_pair();
-        put_flag("ASDDev17a", row.flags[0]);
-        put_flag("ASDDev17b", row.flags[1]);
-        if (*row.broken != '\0') {
-            break_chip(row.broken, "dfl_block_read", 5);
-        }
-        Bytes data(8, 0xEE);
-        EXPECT_EQ(asd_read_chip_check(pair.item, data.data(), 8), row.status);
-        EXPECT_EQ(data, row.data != nullptr ? *row.data : Bytes(8, 0xEE));
-        EXPECT_EQ(fake::logs(), row.logs);
-        Texts reads = fake::journal({"dfl_block_read"});
-        EXPECT_EQ(reads.size() > 2 ? reads[2] : "", row.chip_read);
-        EXPECT_LE(reads.size(), 3U);
-    }
-    for (const guint32 side : {0U, 1U}) {
-        fresh_world();
-        const Pair pair = build_pair();
-        put_flag("ASDDev17a", side == 0 ? 2 : 1);
-        put_flag("ASDDev17b", side == 0 ? 1 : 2);
-        const std::string number = std::to_string(side);
-        break_chip("ASD16.AtomStorageDataDev" + number, "dfl_get_referenced_object", 7);
-        Bytes data(8);
-        EXPECT_EQ(asd_read_chip_check(pair.item, data.data(), 8), 7);
-        EXPECT_TRUE(fake::logged(0, "(ASD16)Get PROPERTY_ASD_DEV" + number + " failed! ret: 7."));
-    }
 }
 
 TEST_F(PairTest, CheckWrite) {
-    struct Row {
-        const char *name;
-        std::function<void()> arrange;
-        gint32 status;
-        std::array<guint8, 2> flags; // before: 7 on both
-        std::array<const Bytes *, 2> chips;
-        Texts logs;
+    OBJ_HANDLE item = 0;
+    const auto build = [&item] {
+        item = build_pair().item;
+        put_flags(7, 7)();
     };
-    const auto broken = [](std::initializer_list<const char *> chips) {
-        return [chips = Texts(chips.begin(), chips.end())] {
-            for (const std::string &chip : chips) {
-                break_chip(chip, "dfl_block_write", 5);
-            }
-        };
+    const auto write = [&item] { return asd_write_chip_check(item, kNew.data(), 8); };
+    const auto left = [] { // the records of the chips, then of the flags
+        return joined(joined(fake::chip_bytes("ASDDev16a", 100, 10), fake::chip_bytes("ASDDev16b", 100, 10)),
+                      joined(fake::chip_bytes("ASDDev17a", 200, 3), fake::chip_bytes("ASDDev17b", 200, 3)));
     };
-    const auto unresolved = [](const char *reference, gint32 status) {
-        return [=] { break_chip(reference, "dfl_get_referenced_object", status); };
+    const auto records = [](const Bytes &chip0, const Bytes &chip1, guint8 flag0, guint8 flag1) {
+        return joined(joined(fake::record(chip0), fake::record(chip1)),
+                      joined(fake::record({flag0}), fake::record({flag1})));
     };
+    const auto flag_failed = [](const char *which, const char *flag) {
+        return std::string("0 ASD17 Write ") + which + " EEPROM check_flag failed! check_flag: " + flag + ", ret: 5.";
+    };
+    const auto broken = [](const Texts &chips) { return dead("dfl_block_write", chips); };
     const std::string failed1 = "1 asd_write_chip_check: Write 1st EEPROM failed! ret: 5.";
     const std::string failed2 = "1 asd_write_chip_check: Write 2nd EEPROM failed! ret: 5.";
     const std::string only1 = "1 Only write 1st EEPROM and write OK! check_flag: 0.";
     // clang-format off
-    const std::vector<Row> rows = {
-        {"both", [] {}, 0, {1, 1}, {&kNew, &kNew}, {}},
-        {"chip 1 dead", broken({"ASDDev16b"}), 0, {2, 7}, {&kNew, &kOther}, {failed2, only1}},
-        {"chip 0 dead", broken({"ASDDev16a"}), 0, {7, 2}, {&kOld, &kNew}, {failed1}},
-        {"both dead", broken({"ASDDev16a", "ASDDev16b"}), -1006, {7, 7}, {&kOld, &kOther}, {failed1, failed2}},
-        {"chip 0 unknown", unresolved("ASD16.AtomStorageDataDev0", 8), 0, {7, 2}, {&kOld, &kNew},
-         {"0 asd_write_chip_check: ASD16 Get PROPERTY_ASD_DEV0 failed! ret: 8."}},
-        {"chip 1 unknown", unresolved("ASD16.AtomStorageDataDev1", 8), 0, {2, 7}, {&kNew, &kOther},
-         {"0 asd_write_chip_check: ASD16 Get PROPERTY_ASD_DEV1 failed! ret: 8.", only1}},
-        {"flag 0 dead", broken({"ASDDev17a"}), 5, {7, 7}, {&kNew, &kNew},
-         {"0 ASD17 Write 1st EEPROM check_flag failed! check_flag: 2, ret: 5."}},
-        {"flag 1 dead", broken({"ASDDev17b"}), 5, {1, 7}, {&kNew, &kNew},
-         {"0 ASD17 Write 2nd EEPROM check_flag failed! check_flag: 2, ret: 5."}},
-        {"chip 1 and flag 0 dead", broken({"ASDDev16b", "ASDDev17a"}), 5, {7, 7}, {&kNew, &kOther}, {failed2,
-         "0 ASD17 Write 1st EEPROM check_flag failed! check_flag: 0, ret: 5."}},
-        {"chip 0 and flag 1 dead", broken({"ASDDev16a", "ASDDev17b"}), 5, {7, 7}, {&kOld, &kNew}, {failed1,
-         "0 ASD17 Write 2nd EEPROM check_flag failed! check_flag: 1, ret: 5."}},
-        {"flag 0 unknown", unresolved("ASD17.AtomStorageDataDev0", 8), 0, {7, 1}, {&kNew, &kNew},
-         {"0 ASD17 Get check_flag PROPERTY_ASD_DEV0 failed! ret: 8."}},
-        {"flag 1 unknown", unresolved("ASD17.AtomStorageDataDev1", 8), 8, {1, 7}, {&kNew, &kNew},
-         {"0 ASD17 Get check_flag PROPERTY_ASD_DEV1 failed! ret: 8."}},
-        {"no check object", [] { break_chip("ASD17", "dfl_get_object_handle", 9); }, 9, {7, 7}, {&kNew, &kNew},
-         {"0 Get ASD17 obj handle failed! ret: 9."}},
-    };
+    run_operation(write, build, {}, {
+        {"both", kAsBuilt, 0, "", {}, records(kNew, kNew, 1, 1)},
+        {"chip 1 dead", broken({"ASDDev16b"}), 0, "", {failed2, only1}, records(kNew, kOther, 2, 7)},
+        {"chip 0 dead", broken({"ASDDev16a"}), 0, "", {failed1}, records(kOld, kNew, 7, 2)},
+        {"both dead", broken({"ASDDev16a", "ASDDev16b"}), -1006, "", {failed1, failed2}, records(kOld, kOther, 7, 7)},
+        {"chip 0 unknown", no_reference("ASD16.AtomStorageDataDev0"), 0, "", {"0 asd_write_chip_check: ASD16 Get PROPERTY_ASD_DEV0 failed! ret: 8."}, records(kOld, kNew, 7, 2)},
+        {"chip 1 unknown", no_reference("ASD16.AtomStorageDataDev1"), 0, "", {"0 asd_write_chip_check: ASD16 Get PROPERTY_ASD_DEV1 failed! ret: 8.", only1}, records(kNew, kOther, 2, 7)},
+        {"flag 0 dead", broken({"ASDDev17a"}), 5, "", {flag_failed("1st", "2")}, records(kNew, kNew, 7, 7)},
+        {"flag 1 dead", broken({"ASDDev17b"}), 5, "", {flag_failed("2nd", "2")}, records(kNew, kNew, 1, 7)},
+        {"chip 1 and flag 0 dead", broken({"ASDDev16b", "ASDDev17a"}), 5, "", {failed2, flag_failed("1st", "0")}, records(kNew, kOther, 7, 7)},
+        {"chip 0 and flag 1 dead", broken({"ASDDev16a", "ASDDev17b"}), 5, "", {failed1, flag_failed("2nd", "1")}, records(kOld, kNew, 7, 7)},
+        {"flag 0 unknown", no_reference("ASD17.AtomStorageDataDev0"), 0, "", {"0 ASD17 Get check_flag PROPERTY_ASD_DEV0 failed! ret: 8."}, records(kNew, kNew, 7, 1)},
+        {"flag 1 unknown", no_reference("ASD17.AtomStorageDataDev1"), 8, "", {"0 ASD17 Get check_flag PROPERTY_ASD_DEV1 failed! ret: 8."}, records(kNew, kNew, 1, 7)},
+        {"no check object", fault("dfl_get_object_handle", "ASD17", 9), 9, "", {"0 Get ASD17 obj handle failed! ret: 9."}, records(kNew, kNew, 7, 7)},
+    }, left, 1);
     // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        const Pair pair = build_pair();
-        put_flag("ASDDev17a", 7);
-        put_flag("ASDDev17b", 7);
-        row.arrange();
-        EXPECT_EQ(asd_write_chip_check(pair.item, kNew.data(), 8), row.status);
-        EXPECT_EQ(fake::logs(), row.logs);
-        EXPECT_EQ(fake::chip_bytes("ASDDev16a", 100, 10), fake::record(*row.chips[0]));
-        EXPECT_EQ(fake::chip_bytes("ASDDev16b", 100, 10), fake::record(*row.chips[1]));
-        EXPECT_EQ(fake::chip_bytes("ASDDev17a", 200, 3), fake::record({row.flags[0]}));
-        EXPECT_EQ(fake::chip_bytes("ASDDev17b", 200, 3), fake::record({row.flags[1]}));
-        expect_contract_kept();
-    }
     EXPECT_EQ(fake::record({1}), (Bytes{1, 0xDE, 0xEF})); // a flag as it lies on the chip
     EXPECT_EQ(asd_write_chip_check(4711, kNew.data(), 8), -1);
     EXPECT_EQ(asd_write_check_flag(4711, 2), -1);
@@ -257,68 +214,49 @@ TEST_F(PairTest, AnItemThatIsItsOwnCheckObjectLosesItsHead) {
 }
 
 TEST_F(PairTest, Repair) {
-    struct Row {
-        const char *name;
-        std::array<bool, 2> bad; // checksum
-        std::function<void()> arrange;
-        gint32 status;
-        Texts writes;
-        std::array<const Bytes *, 2> good_after; // null: as it was
-        Texts errors;
-    };
-    const std::string write_a = "dfl_block_write ASD_CCDBa 100 10";
-    const std::string write_b = "dfl_block_write ASD_CCDBb 100 10";
-    const std::string first = "Read 1st EEPROM failed! ret: ";
-    const std::string second = "Read 2nd EEPROM failed! ret: ";
-    const auto dead = [](const char *operation, const char *chip) { return [=] { break_chip(chip, operation, 5); }; };
-    // clang-format off
-    const std::vector<Row> rows = {
-        {"both good, different", {false, false}, [] {}, 0, {}, {&kOld, &kOther}, {}},
-        {"chip 0 bad", {true, false}, [] {}, 0, {write_a}, {&kOther, &kOther}, {first + "-1019.",
-         "Read eeprom failed[-1019]!"}},
-        {"chip 1 bad", {false, true}, [] {}, 0, {write_b}, {&kOld, &kOld}, {second + "-1019.",
-         "Read eeprom failed[-1019]!"}},
-        {"both bad", {true, true}, [] {}, 0, {}, {nullptr, nullptr}, {first + "-1019.", "Read eeprom failed[-1019]!",
-         second + "-1019.", "Read eeprom failed[-1019]!"}},
-        {"chip 0 dead", {false, false}, dead("dfl_block_read", "ASD_CCDBa"), 0, {}, {&kOld, &kOther}, {first + "5.",
-         "Read eeprom failed[5]!"}},
-        {"chip 0 bad, chip 1 dead", {true, false}, dead("dfl_block_read", "ASD_CCDBb"), 0, {}, {nullptr, &kOther},
-         {first + "-1019.", "Read eeprom failed[-1019]!", second + "5.", "Read eeprom failed[5]!"}},
-        {"chip 0 bad and read-only", {true, false}, dead("dfl_block_write", "ASD_CCDBa"), 5, {write_a}, {nullptr,
-         &kOther}, {first + "-1019.", "Read eeprom failed[-1019]!", "Write 1st EEPROM failed! ret(5).",
-         "ASD_CCDB eeprom0 write failed! ret(5)."}},
-        {"chip 1 bad and read-only", {false, true}, dead("dfl_block_write", "ASD_CCDBb"), 5, {write_b}, {&kOld,
-         nullptr}, {second + "-1019.", "Read eeprom failed[-1019]!", "Write 2nd EEPROM failed! ret(5).",
-         "ASD_CCDB eeprom1 write failed! ret(5)."}},
-        {"chip 0 unknown", {false, true}, dead("dfl_get_referenced_object", "ASD_CCDB.AtomStorageDataDev0"), 0, {},
-         {&kOld, nullptr}, {"Get dev failed! ret: 5.", "Read eeprom failed[5]!", second + "-1019.",
-         "Read eeprom failed[-1019]!"}},
-    };
-    // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        build_pair("ASD_CCDB", "ASD_CCDB_VALID");
-        const std::array<std::string, 2> chips = {"ASD_CCDBa", "ASD_CCDBb"};
-        std::array<Bytes, 2> before;
-        for (std::size_t i = 0; i < 2; ++i) {
-            if (row.bad[i]) {
-                fake::set_chip_bytes(chips[i], 109, {0x00});
+    // A record whose checksum is bad where asked.
+    const auto bad = [](bool chip0, bool chip1, const Arrange &more = kAsBuilt) {
+        return both(more, [=] {
+            for (const auto &[chip, is_bad] : {std::pair{"ASD_CCDBa", chip0}, {"ASD_CCDBb", chip1}}) {
+                fake::set_chip_bytes(chip, 109, {is_bad ? guint8{0} : fake::chip_bytes(chip, 109, 1)[0]});
             }
-            before[i] = fake::chip_bytes(chips[i], 100, 10);
-        }
-        row.arrange();
-        EXPECT_EQ(asd_eeprom_check("ASD_CCDB"), row.status);
-        EXPECT_EQ(fake::journal({"dfl_block_write"}), row.writes);
-        for (std::size_t i = 0; i < 2; ++i) {
-            EXPECT_EQ(fake::chip_bytes(chips[i], 100, 10),
-                      row.good_after[i] != nullptr ? fake::record(*row.good_after[i]) : before[i]);
-        }
-        Texts errors = fake::log_texts(0);
-        std::erase_if(errors, [](const std::string &text) { return text.starts_with("Read BackBoard ["); });
-        EXPECT_EQ(errors, row.errors);
-        expect_contract_kept();
-    }
+        });
+    };
+    const auto left = [] {
+        return joined(fake::chip_bytes("ASD_CCDBa", 100, 10), fake::chip_bytes("ASD_CCDBb", 100, 10));
+    };
+    const auto spoilt = [](const Bytes &data) { return joined(part_of(fake::record(data), 0, 9), {0}); };
+    const Bytes old = fake::record(kOld);
+    const Bytes other = fake::record(kOther);
+    const auto unread = [](const char *which, const char *status) {
+        return Texts{std::string("0 Read ") + which + " EEPROM failed! ret: " + status + ".",
+                     std::string("0 Read eeprom failed[") + status + "]!"};
+    };
+    const auto bad_read = [&unread](const std::string &chip, const char *which, const Bytes &record) {
+        const std::string low = std::to_string(record[8]);
+        const std::string crc = std::to_string(record[8] + 256 * record[9]);
+        return with({"0 Read BackBoard [" + chip + "] eeprom OK but CRC check failed.CrcRet[" + crc + "], CrcReal[" +
+                     low + "]!"},
+                    unread(which, "-1019"));
+    };
+    const Texts bad0 = bad_read("ASD_CCDBa", "1st", old);
+    const Texts bad1 = bad_read("ASD_CCDBb", "2nd", other);
+    const std::string write_a = "write ASD_CCDBa 100 10";
+    const std::string write_b = "write ASD_CCDBb 100 10";
+    const auto repair = [] { return asd_eeprom_check("ASD_CCDB"); };
+    // clang-format off
+    run_operation(repair, [] { build_pair("ASD_CCDB", "ASD_CCDB_VALID"); }, {"dfl_block_write"}, {
+        {"both good, different", bad(false, false), 0, "", {}, joined(old, other)},
+        {"chip 0 bad", bad(true, false), 0, write_a, bad0, joined(other, other)},
+        {"chip 1 bad", bad(false, true), 0, write_b, bad1, joined(old, old)},
+        {"both bad", bad(true, true), 0, "", with(bad0, bad1), joined(spoilt(kOld), spoilt(kOther))},
+        {"chip 0 dead", bad(false, false, dead("dfl_block_read", {"ASD_CCDBa"})), 0, "", unread("1st", "5"), joined(old, other)},
+        {"chip 0 bad, chip 1 dead", bad(true, false, dead("dfl_block_read", {"ASD_CCDBb"})), 0, "", with(bad0, unread("2nd", "5")), joined(spoilt(kOld), other)},
+        {"chip 0 bad and read-only", bad(true, false, dead("dfl_block_write", {"ASD_CCDBa"})), 5, write_a, with(bad0, {"0 Write 1st EEPROM failed! ret(5).", "0 ASD_CCDB eeprom0 write failed! ret(5)."}), joined(spoilt(kOld), other)},
+        {"chip 1 bad and read-only", bad(false, true, dead("dfl_block_write", {"ASD_CCDBb"})), 5, write_b, with(bad1, {"0 Write 2nd EEPROM failed! ret(5).", "0 ASD_CCDB eeprom1 write failed! ret(5)."}), joined(old, spoilt(kOther))},
+        {"chip 0 unknown", bad(false, true, no_reference("ASD_CCDB.AtomStorageDataDev0")), 0, "", with({"0 Get dev failed! ret: 8.", "0 Read eeprom failed[8]!"}, bad1), joined(old, spoilt(kOther))},
+    }, left, 0);
+    // clang-format on
 }
 
 TEST_F(PairTest, RepairRefusals) {
