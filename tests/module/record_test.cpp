@@ -22,24 +22,12 @@ const Bytes kBad = {77, 78, 79, 80, 0x4F, 0xE9}; // stored 59727
 const Bytes kBlank = Bytes(6, 0xFF);             // checksum of its data 26160
 const Bytes kUntouched = {0xEE, 0xEE, 0xEE, 0xEE};
 
-const std::set<std::string> kStrict = {"ASDDev5a",
-                                       "ASDDev5b",
-                                       "ASDDev21a",
-                                       "ASDDev21b",
-                                       "ASDDev24a",
-                                       "ASDDev25a",
-                                       "ASDDev26a",
-                                       "ASDDev27a",
-                                       "ASDDev52a",
-                                       "ASDDev52b",
-                                       "ASDDev53a",
-                                       "ASDDev53b",
-                                       "ASD_FrameLedRuleDeva",
-                                       "ASD_FrameLedRuleDevb",
-                                       "ASD_CCDBa",
-                                       "ASD_CCDBb",
-                                       "ASD_PRODUCT_CFGINFO_VALIDa",
-                                       "ASD_PRODUCT_CFGINFO_VALIDb"};
+// clang-format off
+const std::set<std::string> kStrict = {
+    "ASDDev5a", "ASDDev5b", "ASDDev21a", "ASDDev21b", "ASDDev24a", "ASDDev25a", "ASDDev26a", "ASDDev27a", "ASDDev52a",
+    "ASDDev52b", "ASDDev53a", "ASDDev53b", "ASD_FrameLedRuleDeva", "ASD_FrameLedRuleDevb", "ASD_CCDBa", "ASD_CCDBb",
+    "ASD_PRODUCT_CFGINFO_VALIDa", "ASD_PRODUCT_CFGINFO_VALIDb"};
+// clang-format on
 const std::set<std::string> kBlankTolerant = {"ASDDev10a", "ASDDev10b", "ASDDev11a", "ASDDev11b",
                                               "ASDDev13a", "ASDDev13b", "ASDDev14a", "ASDDev14b",
                                               "ASDDev15a", "ASDDev15b", "ASDDev20a", "ASDDev20b"};
@@ -141,24 +129,17 @@ TEST_F(RecordTest, Read) {
         {"bad checksum", "ASDDev25a", kBad, kNoFault, 1, 3, kData, 0, {}},
         {"bad checksum", "ASDDev10a", kBad, kNoFault, 0, 3, kData, 0, {"1 Read backBoard(ASDDev10a)" + gave_up}},
         {"bad checksum", "ASDDev99", kBad, kNoFault, 0, 3, kData, 0, {"1 Read backBoard(ASDDev99)" + gave_up}},
-        {"erased", "ASDDev21a", kBlank, kNoFault, 1, 3, Bytes(4, 0xFF), 0,
-         {"1 Read backBoard(ASDDev21a) eeprom ok but crc check failed(CrcRet=26160, CrcReal=65535)"}},
-        {"erased", "ASDDev10a", kBlank, kNoFault, 0, 1, Bytes(4, 0xFF), 0, {"1 ASDDev10a" + accepted +
-         "26160], CrcReal[65535]!"}},
-        {"erased", "ASDDev99", kBlank, kNoFault, 0, 3, Bytes(4, 0xFF), 0,
-         {"1 Read backBoard(ASDDev99) eeprom ok but crc check failed(CrcRet=26160, CrcReal=65535)"}},
+        {"erased", "ASDDev21a", kBlank, kNoFault, 1, 3, Bytes(4, 0xFF), 0, {"1 Read backBoard(ASDDev21a) eeprom ok but crc check failed(CrcRet=26160, CrcReal=65535)"}},
+        {"erased", "ASDDev10a", kBlank, kNoFault, 0, 1, Bytes(4, 0xFF), 0, {"1 ASDDev10a" + accepted + "26160], CrcReal[65535]!"}},
+        {"erased", "ASDDev99", kBlank, kNoFault, 0, 3, Bytes(4, 0xFF), 0, {"1 Read backBoard(ASDDev99) eeprom ok but crc check failed(CrcRet=26160, CrcReal=65535)"}},
         {"dead bus", "ASDDev99", kGood, [] { fail_read(1, 5, 0); }, 5, 3, kUntouched, 5, {}},
-        {"dead bus, no RetryNumber", "ASDDev99", kGood, [] { fake::remove_property("ASDDev99", "RetryNumber");
-         fail_read(1, 5, 0); }, 5, 5, kUntouched, 5, {}},
+        {"dead bus, no RetryNumber", "ASDDev99", kGood, [] { fake::remove_property("ASDDev99", "RetryNumber"); fail_read(1, 5, 0); }, 5, 5, kUntouched, 5, {}},
         {"two failures, then good", "ASDDev99", kGood, [] { fail_read(1, 5, 2); }, 0, 3, kData, 0, {}},
-        {"one budget for all rounds", "ASDDev99", kBad, [] { fail_read(1, 5); fail_read(3, 5); fail_read(5, 6); }, 6, 5,
-         kUntouched, 6, {}},
+        {"one budget for all rounds", "ASDDev99", kBad, [] { fail_read(1, 5); fail_read(3, 5); fail_read(5, 6); }, 6, 5, kUntouched, 6, {}},
         {"bad checksum, then dead bus", "ASDDev21a", kBad, [] { fail_read(2, 4, 0); }, 5, 4, kUntouched, 4, {}},
         {"bad checksum, then dead bus", "ASDDev99", kBad, [] { fail_read(2, 4, 0); }, 4, 4, kUntouched, 4, {}},
-        {"no attempts", "ASDDev21a", kGood, no_attempts("ASDDev21a"), 1, 0, Bytes(4, 0), 0,
-         {"1 Read backBoard(ASDDev21a) eeprom ok but crc check failed(CrcRet=65535, CrcReal=0)"}},
-        {"no attempts", "ASDDev99", kGood, no_attempts("ASDDev99"), 0, 0, Bytes(4, 0), 0,
-         {"1 Read backBoard(ASDDev99) eeprom ok but crc check failed(CrcRet=65535, CrcReal=0)"}},
+        {"no attempts", "ASDDev21a", kGood, no_attempts("ASDDev21a"), 1, 0, Bytes(4, 0), 0, {"1 Read backBoard(ASDDev21a) eeprom ok but crc check failed(CrcRet=65535, CrcReal=0)"}},
+        {"no attempts", "ASDDev99", kGood, no_attempts("ASDDev99"), 0, 0, Bytes(4, 0), 0, {"1 Read backBoard(ASDDev99) eeprom ok but crc check failed(CrcRet=65535, CrcReal=0)"}},
     }, asd_eeprom_read);
     // clang-format on
 
@@ -255,59 +236,40 @@ TEST_F(RecordTest, AWriteIsOneTransferBetweenOpenAndClosedLines) {
 }
 
 TEST_F(RecordTest, Write) {
-    struct Row {
-        const char *name;
-        std::function<void()> arrange;
-        gint32 status;
-        std::size_t writes;
-        std::size_t locks;
-        Bytes stored;
-        Texts logs;
+    OBJ_HANDLE chip = 0;
+    const auto write = [&chip] {
+        const gint32 ret = asd_eeprom_write(chip, kData.data(), 4, ASD_CHECKSUM_CRC16);
+        EXPECT_EQ(fake::number("ASDDev99", "Health"), ret != 0 ? 1 : 0);
+        EXPECT_EQ(fake::number("ASDDev99", "ErrorCode"), ret);
+        return ret;
     };
-    const auto fault = [](const char *operation, gint32 status, guint32 count) {
-        return [=] { fake::inject({.operation = operation, .status = status, .count = count}); };
+    const auto left = [] { // the record, and how often the lock was asked for
+        return joined(fake::chip_bytes("ASDDev99", 64, 6), {static_cast<guint8>(fake::calls("vos_thread_sem4_p"))});
     };
-    const auto retry = [](guint32 number) {
-        return [=] { fake::set_property("ASDDev99", "RetryNumber", g_variant_new_uint32(number)); };
+    const auto after = [](const Bytes &record, guint8 locks) { return joined(record, {locks}); };
+    const auto spoilt = [](FaultKind kind, guint32 count) {
+        return
+            [=] { fake::inject({.operation = "dfl_block_write", .kind = kind, .status = 5, .count = count, .at = 2}); };
     };
+    const Arrange dead = fault("dfl_block_write", "", 5);
+    const std::string one = "write ASDDev99 64 6";
+    const std::string retried = one + ", delay 50, ";
     const std::string no_lock = "0 Get g_eeprom_lock failed!";
+    const std::string no_line = "0 Gpio init or write failed! ret: 4.";
     // clang-format off
-    const std::vector<Row> rows = {
-        {"two failures", fault("dfl_block_write", 5, 2), 0, 3, 3, kGood, {}},
-        {"every attempt fails", fault("dfl_block_write", 5, 0), 5, 3, 3, kBlank, {}},
-        {"no RetryNumber", [] { fake::remove_property("ASDDev99", "RetryNumber"); fake::inject({.operation =
-         "dfl_block_write", .status = 5, .count = 0}); }, 5, 5, 5, kBlank, {}},
-        {"no attempts", retry(0), 0, 0, 0, kBlank, {}},
-        {"lock taken by another once", fault("vos_thread_sem4_p", 3, 1), 0, 1, 2, kGood, {no_lock}},
-        {"lock never free", [] { fake::hold_semaphore("eeprom"); }, -1, 0, 3, kBlank, Texts(3, no_lock)},
-        {"lost acknowledge", [] { fake::inject({.operation = "dfl_block_write", .kind = FaultKind::kLostAck, .status =
-         5, .count = 0}); }, 5, 3, 3, kGood, {}},
-        {"torn, then written", [] { fake::inject({.operation = "dfl_block_write", .kind = FaultKind::kTornPage, .status
-         = 5, .at = 2}); }, 0, 2, 2, kGood, {}},
-        {"line stuck low", fault("gpio_write", 4, 0), fake::kRefused, 3, 3, kBlank,
-         Texts(6, "0 Gpio init or write failed! ret: 4.")},
-        {"record cannot be copied", fault("memcpy_s", 9, 1), 0, 1, 1, {0, 0, 0, 0, 0x4E, 0xE9},
-         {"0 Error: copy asd check data failed, result = 9."}},
-    };
+    run_operation(write, [&chip] { chip = fake::add_chip("ASDDev99"); }, {"dfl_block_write", "vos_task_delay"}, {
+        {"two failures", spoilt(FaultKind::kStatus, 2), 0, retried + retried + one, {}, after(kGood, 3)},
+        {"every attempt fails", dead, 5, retried + retried + one, {}, after(kBlank, 3)},
+        {"no RetryNumber", both([] { fake::remove_property("ASDDev99", "RetryNumber"); }, dead), 5, retried + retried + retried + retried + one, {}, after(kBlank, 5)},
+        {"no attempts", number_set("ASDDev99", "RetryNumber", 0), 0, "", {}, after(kBlank, 0)},
+        {"lock taken by another once", fault("vos_thread_sem4_p", "", 3, 1), 0, one, {no_lock}, after(kGood, 2)},
+        {"lock never free", locked("eeprom"), -1, "", Texts(3, no_lock), after(kBlank, 3)},
+        {"lost acknowledge", spoilt(FaultKind::kLostAck, 0), 5, retried + retried + one, {}, after(kGood, 3)},
+        {"torn, then written", spoilt(FaultKind::kTornPage, 1), 0, retried + one, {}, after(kGood, 2)},
+        {"line stuck low", fault("gpio_write", "", 4), fake::kRefused, retried + retried + one, Texts(6, no_line), after(kBlank, 3)},
+        {"record cannot be copied", fault("memcpy_s", "", 9, 1), 0, one, {"0 Error: copy asd check data failed, result = 9."}, after({0, 0, 0, 0, 0x4E, 0xE9}, 1)},
+    }, left, 1); // the tick is below the first quiet period: no failed write is logged yet
     // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        const OBJ_HANDLE chip = fake::add_chip("ASDDev99");
-        row.arrange();
-        EXPECT_EQ(asd_eeprom_write(chip, kData.data(), 4, ASD_CHECKSUM_CRC16), row.status);
-        EXPECT_EQ(fake::calls("dfl_block_write"), row.writes);
-        EXPECT_EQ(fake::calls("vos_thread_sem4_p"), row.locks);
-        EXPECT_EQ(fake::chip_bytes("ASDDev99", 64, 6), row.stored);
-        EXPECT_EQ(fake::number("ASDDev99", "Health"), row.status != 0 ? 1 : 0);
-        EXPECT_EQ(fake::number("ASDDev99", "ErrorCode"), row.status);
-        EXPECT_EQ(fake::logs(1), row.logs); // the tick is below the first quiet period: no failure is logged yet
-        for (const std::string &delay : fake::journal({"vos_task_delay"})) {
-            EXPECT_EQ(delay, "vos_task_delay 50");
-        }
-        fake::free_semaphore("eeprom");
-        expect_contract_kept();
-    }
 }
 
 void write_failures_over_time() {
