@@ -76,41 +76,27 @@ TEST_F(ObjectModelTest, EachPairedItemHasItsCheckObject) {
 }
 
 TEST_F(ObjectModelTest, EquipmentFrameBoardsUseTheSecondChipReference) {
-    struct Row {
-        const char *name;
-        gint32 four_u;
-        gint32 frame;
-        bool memory_fails;
-        const char *reference;
-        Texts asked;
-        Texts logs;
+    std::array<char, 20> name{};
+    const auto choose = [&name] {
+        name = {"AtomStorageDataDev0"};
+        return asd_choose_asd_dev(name.data(), name.size());
     };
-    const Texts both = {"BSP_Is4U4CBoard", "BSP_isEquipFrameBoard"};
-    // clang-format off
-    const std::vector<Row> rows = {
-        {"plain board", 0, 1, false, "AtomStorageDataDev0", {"BSP_Is4U4CBoard"}, {}},
-        {"4U board", 1, 0, false, "AtomStorageDataDev0", both, {}},
-        {"4U equipment frame", 1, 1, false, "AtomStorageDataDev1", both, {}},
-        {"fill fails", 1, 1, true, "AtomStorageDataDev1", both,
-         {"0 Error: init and copy asd devname failed, result = 6."}},
-    };
-    // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        fake::change_board([&row](fake::Board &board) {
-            board.four_u = row.four_u;
-            board.equip_frame = row.frame;
+    const auto left = [&name] { return Bytes(name.begin() + 15, name.end() - 1); };
+    const auto on = [](gint32 four_u, gint32 frame) {
+        return board_set([=](fake::Board &board) {
+            board.four_u = four_u;
+            board.equip_frame = frame;
         });
-        if (row.memory_fails) {
-            fake::inject({.operation = "memset_s", .status = 6});
-        }
-        std::array<char, 20> name{"AtomStorageDataDev0"};
-        EXPECT_EQ(asd_choose_asd_dev(name.data(), name.size()), 0);
-        EXPECT_STREQ(name.data(), row.reference);
-        EXPECT_EQ(fake::journal({"BSP_Is4U4CBoard", "BSP_isEquipFrameBoard"}), row.asked);
-        EXPECT_EQ(fake::logs(2), row.logs);
-    }
+    };
+    const std::string asked_both = "BSP_Is4U4CBoard, BSP_isEquipFrameBoard";
+    // clang-format off
+    run_operation(choose, kAsBuilt, {"BSP_Is4U4CBoard", "BSP_isEquipFrameBoard"}, {
+        {"plain board", on(0, 1), 0, "BSP_Is4U4CBoard", {}, {'D', 'e', 'v', '0'}},
+        {"4U board", on(1, 0), 0, asked_both, {}, {'D', 'e', 'v', '0'}},
+        {"4U equipment frame", on(1, 1), 0, asked_both, {}, {'D', 'e', 'v', '1'}},
+        {"fill fails", both(on(1, 1), fault("memset_s", "", 6, 1)), 0, asked_both, {"0 Error: init and copy asd devname failed, result = 6."}, {'D', 'e', 'v', '1'}},
+    }, left);
+    // clang-format on
     fresh_world();
     EXPECT_EQ(asd_choose_asd_dev(nullptr, 20), -1);
     EXPECT_EQ(fake::logs(2), (Texts{"0 Input arguments is NULL."}));
@@ -119,40 +105,25 @@ TEST_F(ObjectModelTest, EquipmentFrameBoardsUseTheSecondChipReference) {
 // ---- Property mirror -----------------------------------------------------------------------------------------------
 
 TEST_F(ObjectModelTest, PublicationReportsTheReadyWriteAndNotTheValueWrite) {
-    struct Row {
-        const char *name;
-        bool value_fails;
-        bool ready_fails;
-        gint32 status;
-        guint8 ready;
-        Texts logs;
+    OBJ_HANDLE item = 0;
+    const auto build = [&item] { item = fake::add_item("ASD14", {.ready = 5, .value = {1, 2}}); };
+    const auto publish = [&item] { return asd_update_property(item, pattern(4).data(), 4); };
+    const auto left = [] {
+        return joined(fake::value("ASD14"), {static_cast<guint8>(fake::number("ASD14", "Ready"))});
     };
-    const std::string value_text = "0 asd_set_value2: ASD14 set dev value failed!ret(7)";
-    const std::string outer_text = "0 ASD14 Call asd_set_value2 failed! result: -1012.";
-    const std::string ready_text = "0 Set PROPERTY_ASD_READY failed! result: 9.";
+    const Arrange no_value = fault("dfl_set_property_value", "ASD14.Value");
+    const Arrange no_ready = fault("dfl_set_property_value", "ASD14.Ready", 9);
+    const Texts value_texts = {"0 asd_set_value2: ASD14 set dev value failed!ret(7)",
+                               "0 ASD14 Call asd_set_value2 failed! result: -1012."};
+    const Texts ready_text = {"0 Set PROPERTY_ASD_READY failed! result: 9."};
     // clang-format off
-    const std::vector<Row> rows = {
-        {"both written", false, false, 0, 1, {}},
-        {"Value refused", true, false, 0, 0, {value_text, outer_text}},
-        {"Ready refused", false, true, 9, 5, {ready_text}},
-        {"both refused", true, true, 9, 5, {value_text, outer_text, ready_text}},
-    };
+    run_operation(publish, build, {}, {
+        {"both written", kAsBuilt, 0, "", {}, joined(pattern(4), {1})},
+        {"Value refused", no_value, 0, "", value_texts, {1, 2, 0}},
+        {"Ready refused", no_ready, 9, "", ready_text, joined(pattern(4), {5})},
+        {"both refused", both(no_value, no_ready), 9, "", with(value_texts, ready_text), {1, 2, 5}},
+    }, left);
     // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        const OBJ_HANDLE item = fake::add_item("ASD14", {.ready = 5, .value = {1, 2}});
-        if (row.value_fails) {
-            fake::inject({.operation = "dfl_set_property_value", .subject = "ASD14.Value", .status = kFault});
-        }
-        if (row.ready_fails) {
-            fake::inject({.operation = "dfl_set_property_value", .subject = "ASD14.Ready", .status = 9});
-        }
-        EXPECT_EQ(asd_update_property(item, pattern(4).data(), 4), row.status);
-        EXPECT_EQ(fake::value("ASD14"), row.value_fails ? (Bytes{1, 2}) : pattern(4));
-        EXPECT_EQ(fake::number("ASD14", "Ready"), row.ready);
-        EXPECT_EQ(fake::logs(2), row.logs);
-    }
 }
 
 TEST_F(ObjectModelTest, PublicationOfNothing) {
@@ -172,51 +143,29 @@ TEST_F(ObjectModelTest, PublicationOfNothing) {
 }
 
 TEST_F(ObjectModelTest, MirrorRead) {
-    constexpr gsize kUntouched = 4711;
-    struct Row {
-        const char *name;
-        std::function<void()> arrange;
-        guint32 room;
-        gint32 status;
-        gsize length;
-        Bytes data;
-        Texts logs;
+    Bytes data;
+    gsize length = 0;
+    guint32 room = 8;
+    const auto read = [&] {
+        data = Bytes(8, 0xEE);
+        length = 99;
+        return asd_get_value("ASD14", room, data.data(), &length);
     };
-    const Bytes untouched(8, 0xEE);
+    const auto left = [&] { return joined(data, {static_cast<guint8>(length)}); };
+    const Bytes untouched = joined(Bytes(8, 0xEE), {99});
+    const auto wrong_type = [] { fake::set_property("ASD14", "Value", g_variant_new_uint32(1)); };
     // clang-format off
-    const std::vector<Row> rows = {
-        {"whole", [] {}, 8, 0, 8, pattern(8), {}},
-        {"short buffer", [] {}, 3, 0, 8, {77, 78, 79, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE}, {}},
-        {"short Value", value_set("ASD14", {0}), 8, 0, 1, {0, 0xEE,
-         0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE}, {}},
-        {"unknown item", fault("dfl_get_object_handle", "ASD14"), 8, -1017, kUntouched, untouched, {}},
-        {"offline", byte_set("ASD14", "Online", 0), 8, 0, kUntouched, Bytes(8, 0),
-         {"M1 bmc_asd_update_property.cpp: ASD14 not online!"}},
-        {"Value unreadable", fault("dfl_get_property_value", "ASD14.Value"), 8, kFault, kUntouched, untouched,
-         {"0 Get ASD14 value failed! ret: 7."}},
-        {"copy fails", fault("memcpy_s", ""), 8, kFault, 8, Bytes(8, 0),
-         {"0 Error: copy asd data failed, result = 7."}},
-    };
+    run_operation(read, [] { fake::add_item("ASD14", {.value = pattern(8)}); }, {}, {
+        {"whole", kAsBuilt, 0, "", {}, joined(pattern(8), {8})},
+        {"short Value", value_set("ASD14", {0}), 0, "", {}, joined({0}, joined(Bytes(7, 0xEE), {1}))},
+        {"unknown item", fault("dfl_get_object_handle", "ASD14"), -1017, "", {}, untouched},
+        {"offline", byte_set("ASD14", "Online", 0), 0, "", {"M1 bmc_asd_update_property.cpp: ASD14 not online!"}, joined(Bytes(8, 0), {99})},
+        {"Value unreadable", unreadable("ASD14.Value"), kFault, "", {"0 Get ASD14 value failed! ret: 7."}, untouched},
+        {"copy fails", fault("memcpy_s"), kFault, "", {"0 Error: copy asd data failed, result = 7."}, joined(Bytes(8, 0), {8})},
+        {"Value of another type", wrong_type, -1005, "", {"0 Get ASD14 array failed!"}, joined(Bytes(8, 0xEE), {0})},
+        {"short buffer", [&room] { room = 3; }, 0, "", {}, joined(pattern(3), joined(Bytes(5, 0xEE), {8}))},
+    }, left);
     // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        fake::add_item("ASD14", {.value = pattern(8)});
-        row.arrange();
-        Bytes data = untouched;
-        gsize length = kUntouched;
-        EXPECT_EQ(asd_get_value("ASD14", row.room, data.data(), &length), row.status);
-        EXPECT_EQ(length, row.length);
-        EXPECT_EQ(data, row.data);
-        EXPECT_EQ(fake::logs(2), row.logs);
-    }
-    fresh_world();
-    fake::add_item("ASD14", {});
-    fake::set_property("ASD14", "Value", g_variant_new_uint32(1));
-    Bytes data = untouched;
-    gsize length = kUntouched;
-    EXPECT_EQ(asd_get_value("ASD14", 8, data.data(), &length), -1005);
-    EXPECT_EQ(fake::logs(2), (Texts{"0 Get ASD14 array failed!"}));
     fake::clear_journal();
     EXPECT_EQ(asd_get_value(nullptr, 8, data.data(), &length), -1);
     EXPECT_EQ(asd_get_value("ASD14", 8, nullptr, &length), -1);
@@ -236,10 +185,9 @@ TEST_F(ObjectModelTest, FiveChipsAreSparedUnlessTheStatusSaysOtherwise) {
     };
     // clang-format off
     const std::vector<Row> rows = {
-        {"ASDDev7", 5, 0, 1, 0}, {"ASDDev10a", 5, 2, 1, kBefore}, {"ASDDev10a", 5, 2, 0, 2}, {"ASDDev10a", 5, 2, 255,
-         2}, {"ASDDev7", 5, 2, 0, kBefore}, {"ASDDev5a", 0x1FFFF, 2, 0, kBefore}, {"ASDDev5b", 0x20000, 2, 0, 1},
-         {"ASDDev11a", 0x2006E, 9, 0, 1}, {"ASDDev11b", -1, 2, 0, 1}, {"ASDDev11c", 5, 3, 0, 3}, {"ASDDev5a", 0x20000,
-         2, 1, kBefore},
+        {"ASDDev7", 5, 0, 1, 0}, {"ASDDev10a", 5, 2, 1, kBefore}, {"ASDDev10a", 5, 2, 0, 2}, {"ASDDev10a", 5, 2, 255, 2},
+        {"ASDDev7", 5, 2, 0, kBefore}, {"ASDDev5a", 0x1FFFF, 2, 0, kBefore}, {"ASDDev5b", 0x20000, 2, 0, 1}, {"ASDDev11a", 0x2006E, 9, 0, 1},
+        {"ASDDev11b", -1, 2, 0, 1}, {"ASDDev11c", 5, 3, 0, 3}, {"ASDDev5a", 0x20000, 2, 1, kBefore},
     };
     // clang-format on
     for (const Row &row : rows) {
@@ -259,40 +207,35 @@ TEST_F(ObjectModelTest, FiveChipsAreSparedUnlessTheStatusSaysOtherwise) {
 // ---- Write protection ----------------------------------------------------------------------------------------------
 
 TEST_F(ObjectModelTest, WriteProtectLines) {
-    struct Row {
-        const char *name;
-        gint32 tarn;
-        const char *chip;
-        bool enable;
-        Texts driven;
-        Texts logs;
+    // Opened, then closed.
+    const auto switched = [](const char *chip) {
+        return [chip] {
+            asd_write_enable(chip);
+            asd_write_disable(chip);
+            return 0;
+        };
     };
-    const Texts open55 = {"gpio_init 55 1", "gpio_write 55 1", "gpio_init 56 1", "gpio_write 56 1"};
-    const Texts close55 = {"gpio_init 55 1", "gpio_write 55 0", "gpio_init 56 1", "gpio_write 56 0"};
-    const Texts open39 = {"gpio_init 39 1", "gpio_write 39 1", "gpio_init 56 1", "gpio_write 56 1"};
-    const Texts close39 = {"gpio_init 39 1", "gpio_write 39 0", "gpio_init 56 1", "gpio_write 56 0"};
+    const Arrange other_board = board_set([](fake::Board &board) { board.tarn = 1; });
+    const auto driven = [](const std::string &line) {
+        const auto both_to = [&line](const std::string &level) {
+            return "gpio_init " + line + " 1, gpio_write " + line + " " + level + ", gpio_init 56 1, gpio_write 56 " +
+                   level;
+        };
+        return both_to("1") + ", " + both_to("0");
+    };
+    const auto texts = [](const char *function) {
+        return std::string("0 ") + function + ": Get device object name failed!";
+    };
     const std::string banner = "2 ==========open wp by gpio=========";
     // clang-format off
-    const std::vector<Row> rows = {
-        {"open", 0, "ASDDev14a", true, open55, {banner}},
-        {"close", 0, "ASDDev14a", false, close55, {}},
-        {"open, other board", 1, "ASDDev14a", true, open39, {banner}},
-        {"close, other board", 1, "ASDDev14a", false, close39, {}},
-        {"never switched, open", 0, "ASDDev7", true, {}, {}},
-        {"never switched, close", 0, "ASDDev7", false, {}, {}},
-        {"no name, open", 0, nullptr, true, open55, {"0 asd_write_enable: Get device object name failed!", banner}},
-        {"no name, close", 0, nullptr, false, close55, {"0 asd_write_disable: Get device object name failed!"}},
-    };
+    run_operation(switched("ASDDev14a"), kAsBuilt, {"gpio_init", "gpio_write"}, {
+        {"board", kAsBuilt, 0, driven("55")},
+        {"other board", other_board, 0, driven("39")},
+    });
+    run_operation(switched("ASDDev7"), kAsBuilt, {"gpio_init", "gpio_write"}, {{"never switched", kAsBuilt, 0, ""}});
+    run_operation(switched(nullptr), kAsBuilt, {"gpio_init", "gpio_write"}, {{"no name", kAsBuilt, 0, driven("55"), {texts("asd_write_enable"), texts("asd_write_disable")}}});
     // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        fake::change_board([&row](fake::Board &board) { board.tarn = row.tarn; });
-        row.enable ? asd_write_enable(row.chip) : asd_write_disable(row.chip);
-        EXPECT_EQ(fake::journal({"gpio_init", "gpio_write"}), row.driven);
-        EXPECT_EQ(fake::logs(2), row.logs);
-        asd_WriteEnableOrDisable(0);
-    }
+    EXPECT_EQ(fake::logs(2), (Texts{texts("asd_write_enable"), banner, texts("asd_write_disable")}));
 }
 
 TEST_F(ObjectModelTest, EveryLineIsDrivenWhateverFailed) {
