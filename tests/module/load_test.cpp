@@ -51,71 +51,47 @@ TEST_F(LoadTest, InitFailsWithoutItsLocksButNotWithoutObjects) {
 
 TEST_F(LoadTest, Reload) {
     const Bytes stored = pattern(8, 10);
-    const Bytes before = {1, 2, 3};
-    struct Row {
-        const char *name;
-        const char *item;
-        std::function<void()> arrange;
-        bool clear_all; // the caller's flag
-        gint32 status;
-        const Bytes *value;
-        guint8 ready; // 9 before
-        Texts logs;
+    OBJ_HANDLE item = 0;
+    const char *name = "";
+    guint8 *flag = nullptr;
+    guint8 all = 1;
+    const auto of = [&](const char *item_name) {
+        return [&item, &name, &stored, item_name] {
+            name = item_name;
+            fake::add_chip("ASDDevX", {.retry = 1});
+            fake::put_record("ASDDevX", stored);
+            item = fake::add_item(name, {.length = 8, .chips = {"ASDDevX"}, .ready = 9, .value = {1, 2, 3}});
+        };
     };
-    const auto set = [](const char *item, const char *property, guint32 number) {
-        return [=] { fake::set_property(item, property, g_variant_new_uint32(number)); };
-    };
-    const auto dead = [] { fake::inject({.operation = "dfl_block_read", .status = 5, .count = 0}); };
-    const auto manufacturing = [dead] {
-        dead();
-        fake::change_board([](fake::Board &board) { board.manufacturing = 1; });
-    };
-    const auto ready = [](const char *item, guint8 value) {
-        return [=] { fake::set_property(item, "Ready", g_variant_new_byte(value)); };
-    };
-    const Bytes zeros(8, 0);
+    const auto reload = [&] { return process_each_asd_object(item, std::exchange(flag, nullptr)); };
+    const auto left = [&name] { return joined(fake::value(name), {static_cast<guint8>(fake::number(name, "Ready"))}); };
+    const Arrange clear_all = [&] { flag = &all; };
+    const Arrange dead = fault("dfl_block_read", "", 5);
+    const Arrange manufacturing = board_set([](fake::Board &board) { board.manufacturing = 1; });
+    const Bytes before = {1, 2, 3, 9};
+    const Bytes loaded = joined(stored, {1});
     const Texts failures = {"0 ASD14 read eeprom failed(ret=5)", "0 ASD14 read eeprom count 1 failed, ret=5",
                             "2 ASD14: Read eeprom failed! result: 5."};
+    const std::string ccdb_ok = "2 ASD_CCDB: Read eeprom OK!";
     // clang-format off
-    const std::vector<Row> rows = {
-        {"plain", "ASD14", [] {}, false, 0, &stored, 1, {"2 ASD14: Read eeprom OK!"}},
-        {"never loaded", "ASD7", [] {}, true, 0, &before, 9, {}},
-        {"offline", "ASD14", [] { fake::set_property("ASD14", "Online", g_variant_new_byte(0)); }, true, 0, &before, 9,
-         {}},
-        {"CCDB in memory", "ASD_CCDB", [] {}, false, 0, &before, 9, {}},
-        {"CCDB in memory, all cleared", "ASD_CCDB", [] {}, true, 0, &stored, 1, {"2 ASD_CCDB: Read eeprom OK!"}},
-        {"CCDB not in memory", "ASD_CCDB", ready("ASD_CCDB", 0), false, 0, &stored, 1, {"2 ASD_CCDB: Read eeprom OK!"}},
-        {"CCDB, Ready unreadable", "ASD_CCDB", [] { for (const char *operation : {"dfl_get_property_value",
-         "dfl_get_property_ubyte"}) { fake::inject({.operation = operation, .subject = "ASD_CCDB.Ready", .status = 5});
-         }}, false, 0, &stored, 1, {"0 Get CCDB ready signal failed.", "2 ASD_CCDB: Read eeprom OK!"}},
-        {"Length unreadable", "ASD14", [] { fake::inject({.operation = "dfl_get_property_value", .subject =
-         "ASD14.Length", .status = 7}); }, false, -1, &before, 9, {"0 ASD14: get data length failed[7]!"}},
-        {"too long", "ASD14", set("ASD14", "Length", 8193), false, -1, &before, 9,
-         {"0 ASD14 data length is out of range!"}},
-        {"empty", "ASD14", set("ASD14", "Length", 0), false, -1, &before, 9, {"0 ASD14 malloc memory failed."}},
-        {"nameless", "ASD14", [] { fake::inject({.operation = "dfl_get_object_name"}); }, false, -1, &before, 9, {}},
-        {"dead chip", "ASD14", dead, false, 0, &before, 9, failures},
-        {"dead chip, manufacturing build", "ASD14", manufacturing, false, 0, &zeros, 1, failures},
-    };
+    run_operation(reload, of("ASD14"), {}, {
+        {"plain", kAsBuilt, 0, "", {"2 ASD14: Read eeprom OK!"}, loaded},
+        {"offline", both(clear_all, byte_set("ASD14", "Online", 0)), 0, "", {}, before},
+        {"Length unreadable", unreadable("ASD14.Length"), -1, "", {"0 ASD14: get data length failed[7]!"}, before},
+        {"too long", number_set("ASD14", "Length", 8193), -1, "", {"0 ASD14 data length is out of range!"}, before},
+        {"empty", number_set("ASD14", "Length", 0), -1, "", {"0 ASD14 malloc memory failed."}, before},
+        {"nameless", fault("dfl_get_object_name"), -1, "", {}, before},
+        {"dead chip", dead, 0, "", failures, before},
+        {"dead chip, manufacturing build", both(dead, manufacturing), 0, "", failures, joined(Bytes(8, 0), {1})},
+    }, left);
+    run_operation(reload, of("ASD7"), {}, {{"never loaded", clear_all, 0, "", {}, before}}, left);
+    run_operation(reload, of("ASD_CCDB"), {}, {
+        {"in memory", kAsBuilt, 0, "", {}, before},
+        {"in memory, all cleared", clear_all, 0, "", {ccdb_ok}, loaded},
+        {"not in memory", byte_set("ASD_CCDB", "Ready", 0), 0, "", {ccdb_ok}, loaded},
+        {"Ready unreadable", unreadable("ASD_CCDB.Ready"), 0, "", {"0 Get CCDB ready signal failed.", ccdb_ok}, loaded},
+    }, left);
     // clang-format on
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
-        fake::add_chip("ASDDevX", {.retry = 1});
-        fake::put_record("ASDDevX", stored);
-        const OBJ_HANDLE item =
-            fake::add_item(row.item, {.length = 8, .chips = {"ASDDevX"}, .ready = 9, .value = before});
-        row.arrange();
-        guint8 flag = 1;
-        EXPECT_EQ(process_each_asd_object(item, row.clear_all ? &flag : nullptr), row.status);
-        EXPECT_EQ(fake::value(row.item), *row.value);
-        EXPECT_EQ(fake::number(row.item, "Ready"), std::string(row.name) == "CCDB not in memory" ? 1 : row.ready);
-        Texts logs = fake::logs(2);
-        std::erase(logs,
-                   "0 Get PROPERTY_ASD_LENGTH failed! result: 7."); // of the property read itself, where it is used
-        EXPECT_EQ(logs, row.logs);
-        expect_contract_kept();
-    }
 }
 
 TEST_F(LoadTest, TheLongestItemIsLoaded) {
