@@ -118,9 +118,9 @@ def root_file_system(packages, version, root):
     for program in BUILT:
         run("arm-linux-gnueabihf-strip", "-o", root / "usr/bin" / pathlib.Path(program).name, BUILT_IN / program)
     shutil.copy(CONFIG, root / "etc/asd/enclosure.json")
-    names = root / "usr/share/misc/enterprise-numbers.txt"  # ipmitool complains without it; the list itself is large
+    names = root / "usr/share/misc/enterprise-numbers.txt"  # ipmitool wants one; all names take it seconds
     names.parent.mkdir(parents=True)
-    names.touch()
+    names.write_text("0\n  Reserved\n", encoding="utf-8")
     add_libraries(packages, root)
     add_modules(packages, version, root)
     present = [eeprom.file for eeprom in Eeprom.all() if eeprom.name != ABSENT]
