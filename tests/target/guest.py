@@ -12,8 +12,8 @@ import time
 
 import machine
 
-BOOT_DEADLINE_S = 300  # a second or two of work for a free machine; a busy one takes its time
-COMMAND_DEADLINE_S = 120
+BOOT_DEADLINE_S = 900  # on a busy machine; a free one takes some seconds
+COMMAND_DEADLINE_S = 300
 PROMPT = b"bmc# "
 
 
@@ -32,7 +32,7 @@ class Guest:
         self._reader.start()
         try:
             self._wait(lambda: PROMPT in self._console, "the shell's prompt", BOOT_DEADLINE_S)
-            self.boot_s = time.monotonic() - began
+            self.boot_s, self.boot_cpu_s = time.monotonic() - began, self._cpu_s()
             # From here on a loop reads the commands: no prompt, no echo, no line editor. The editor reads ahead, so the
             # next line waits for the loop's own word, which the editor's echo does not contain.
             self._send("export NO_COLOR=1; stty -echo -onlcr; echo @re''ady; "
@@ -42,6 +42,12 @@ class Guest:
         except BaseException:
             self.kill()
             raise
+
+    def _cpu_s(self):
+        """Processor time of QEMU so far, which a busy machine leaves nearly as it is."""
+        with open(f"/proc/{self._qemu.pid}/stat", encoding="ascii") as stat:
+            user, system = stat.read().rsplit(")", 1)[1].split()[11:13]
+        return (int(user) + int(system)) / os.sysconf("SC_CLK_TCK")
 
     def _read(self):
         with open(self.log, "ab") as log:
@@ -60,7 +66,7 @@ class Guest:
             while not (value := condition()):
                 left = end - time.monotonic()
                 if left < 0 or not self._reader.is_alive():
-                    why = "the guest ended" if left >= 0 else f"not within {deadline_s} s"
+                    why = "the guest ended" if left >= 0 else f"not within {deadline_s} s, of which QEMU ran {self._cpu_s()} s"
                     raise AssertionError(f"{what}: {why}; console: {self.log}\n"
                                          + self._console[-1500:].decode(errors="replace"))
                 self._arrived.wait(min(left, 1))

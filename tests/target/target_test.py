@@ -69,7 +69,7 @@ class Case(unittest.TestCase):
     def boot(cls):
         bmc = guest.Guest(WORK, cls.drives, LOG)
         cls.addClassCleanup(bmc.kill)
-        print(f"  booted, asd up and a prompt after {bmc.boot_s:.1f} s", file=sys.stderr)
+        print(f"  booted, with asd up, in {bmc.boot_s:.1f} s ({bmc.boot_cpu_s:.1f} s of processor time)", file=sys.stderr)
         wait_until_loaded(bmc)
         return bmc
 
