@@ -151,19 +151,19 @@ class Life(Case):
                 self.assertEqual(chip["health"], health, chip)
 
     def test_driver_comes_and_goes(self):
-        unbound = "echo {} >/sys/bus/i2c/drivers/at24/{}"
-        new = [hex_words(f"brand {i}".encode().ljust(32)) for i in range(3)]
-        self.bmc.must(unbound.format("3-0051", "unbind"))
-        self.ipmitool(BRAND.format(SET) + " " + new[0])  # one copy of a pair is enough
+        driver = "echo 3-0051 >/sys/bus/i2c/drivers/at24/"
+        old, new = (f"brand {which}".encode().ljust(32) for which in ("old", "new"))
+        self.bmc.must(driver + "unbind")
+        self.addCleanup(self.bmc.run, driver + "bind")
+        self.ipmitool(BRAND.format(SET) + " " + hex_words(old), code=0xCE)  # which says that a copy is missing
+        self.assertEqual(on_drive(self.drives, "ASDDev14a", 32), record(old))
         first, second = self.chips("ASD14")
         self.assertEqual((first["error_code"], second["error_code"] & ABSENT), (0, ABSENT), (first, second))
-        self.bmc.must(unbound.format("3-0050", "unbind"))
-        self.ipmitool(BRAND.format(SET) + " " + new[1], code=0xCE)
         self.assertTrue(self.ipmitool(MC_INFO))
-        for device in ("3-0050", "3-0051"):
-            self.bmc.must(unbound.format(device, "bind"))
-        self.ipmitool(BRAND.format(SET) + " " + new[2])
-        self.assertEqual(self.ipmitool(BRAND.format(GET)), b"brand 2".ljust(32))
+        self.bmc.must(driver + "bind")
+        self.ipmitool(BRAND.format(SET) + " " + hex_words(new))
+        self.assertEqual(self.ipmitool(BRAND.format(GET)), new)
+        self.assertEqual([on_drive(self.drives, name, 32) for name in ("ASDDev14a", "ASDDev14b")], [record(new)] * 2)
         self.assertEqual([chip["error_code"] for chip in self.chips("ASD14")], [0, 0])
 
     def test_lines_that_cannot_be_had_keep_it_from_starting(self):
