@@ -7,11 +7,10 @@ namespace contract {
 
 void world_start() {
     fake::reset();
-    fake::add_chip("ASDDev14a", {.offset = 32, .part = "a", .size = 256, .page = 16, .lines = {55}});
-    fake::add_chip("ASDDev14b", {.offset = 32, .part = "b", .size = 256, .page = 16, .lines = {55}});
-    fake::add_chip("ASDDev7", {.offset = 0, .part = "ear", .size = 256, .page = 16, .lines = {}});
-    fake::add_chip("ASDDev1000",
-                   {.offset = 0, .part = "psu", .size = 256, .page = 16, .lines = {}, .own_protection = true});
+    fake::add_chip("ASDDev14a", {.offset = 32, .part = "a", .size = 256, .lines = {55}});
+    fake::add_chip("ASDDev14b", {.offset = 32, .part = "b", .size = 256, .lines = {55}});
+    fake::add_chip("ASDDev7", {.offset = 0, .part = "ear", .size = 256, .lines = {}});
+    fake::add_chip("ASDDev1000", {.offset = 0, .part = "psu", .size = 256, .lines = {}, .own_protection = true});
     fake::add_item("ASD14", {.length = 4, .chips = {"ASDDev14a", "ASDDev14b"}, .num = 14});
     fake::add_item("ASD7", {.length = 4, .chips = {"ASDDev7"}, .num = 7});
     fake::add_item("ASD1000", {.length = 4, .chips = {"ASDDev1000"}, .num = 100});

@@ -55,7 +55,7 @@ OBJ_HANDLE add_chip(const std::string &name, const ChipConfig &config) {
     const std::lock_guard lock(world_mutex());
     auto &part = world().parts[config.part.empty() ? name : config.part];
     if (part == nullptr) {
-        part = std::make_shared<Part>(Part{.bytes = Bytes(config.size, 0xFF), .page = config.page});
+        part = std::make_shared<Bytes>(config.size, guint8{0xFF});
     }
     Object chip{.class_name = "AtomStorageDataDev",
                 .name = name,
@@ -124,13 +124,13 @@ Bytes value(const std::string &item) {
 
 Bytes chip_bytes(const std::string &chip, guint32 offset, guint32 length) {
     const std::lock_guard lock(world_mutex());
-    const auto bytes = std::span(object_named(chip).part->bytes).subspan(offset, length);
+    const auto bytes = std::span(*object_named(chip).part).subspan(offset, length);
     return {bytes.begin(), bytes.end()};
 }
 
 void set_chip_bytes(const std::string &chip, guint32 offset, const Bytes &bytes) {
     const std::lock_guard lock(world_mutex());
-    std::ranges::copy(bytes, std::span(object_named(chip).part->bytes).subspan(offset).begin());
+    std::ranges::copy(bytes, std::span(*object_named(chip).part).subspan(offset).begin());
 }
 
 Bytes record(const Bytes &data) {
@@ -145,11 +145,6 @@ void put_record(const std::string &chip, const Bytes &data) {
     set_chip_bytes(chip, static_cast<guint32>(number(chip, "Offset")), record(data));
 }
 
-guint32 page_writes(const std::string &chip) {
-    const std::lock_guard lock(world_mutex());
-    return object_named(chip).part->page_writes;
-}
-
 // ---- Chips ---------------------------------------------------------------------------------------------------------
 
 static bool is_protected(const Object &chip) {
@@ -161,38 +156,11 @@ static bool is_protected(const Object &chip) {
            (chip.own_protection && number_in<guint8>(chip.properties.at("StgWp")) != 0);
 }
 
-static guint8 torn_byte(Tear tear, guint8 old_byte, guint8 new_byte) {
-    switch (tear) {
-    case Tear::kErased:
-        return 0xFF;
-    case Tear::kZeros:
-        return 0x00;
-    case Tear::kAnd:
-        return old_byte & new_byte;
-    case Tear::kOr:
-        return old_byte | new_byte;
-    case Tear::kOld:
-        break;
-    }
-    return old_byte;
-}
-
-// Programs page by page; a torn write ends in the page where it is cut.
-static gint32 program(Part &part, guint32 offset, const Bytes &data, const std::optional<Fault> &fault) {
+// Stores the bytes, or those before the place where a torn write is cut.
+static gint32 program(Bytes &part, guint32 offset, const Bytes &data, const std::optional<Fault> &fault) {
     const bool torn = fault.has_value() && fault->kind == FaultKind::kTornPage;
-    for (std::size_t done = 0; done < data.size();) {
-        const std::size_t in_page = std::min<std::size_t>(part.page - (offset + done) % part.page, data.size() - done);
-        const bool cut_here = torn && fault->at < done + in_page;
-        ++part.page_writes;
-        for (std::size_t i = done; i < done + in_page; ++i) {
-            guint8 &cell = part.bytes[offset + i];
-            cell = cut_here && i >= fault->at ? torn_byte(fault->tear, cell, data[i]) : data[i];
-        }
-        if (cut_here) {
-            return fault->status;
-        }
-        done += in_page;
-    }
+    const std::size_t count = torn ? std::min(fault->at, data.size()) : data.size();
+    std::ranges::copy(std::span(data).first(count), std::span(part).subspan(offset).begin());
     return torn || (fault.has_value() && fault->kind == FaultKind::kLostAck) ? fault->status : 0;
 }
 
@@ -208,19 +176,13 @@ static gint32 transfer_refused(const Object *chip, const gchar *property, guint3
         violate("block transfer of nothing on " + chip->name);
         return kOutOfRange;
     }
-    return guint64{offset} + length > chip->part->bytes.size() ? kOutOfRange : 0;
+    return guint64{offset} + length > chip->part->size() ? kOutOfRange : 0;
 }
 
 static void spoil(const std::optional<Fault> &fault, Bytes &bytes) {
-    if (!fault.has_value()) {
-        return;
-    }
-    if (fault->kind == FaultKind::kFlippedBit) {
+    if (fault.has_value() && fault->kind == FaultKind::kFlippedBit) {
         guint8 &byte = bytes.at(fault->at / 8 % bytes.size());
         byte = static_cast<guint8>(byte ^ (1U << fault->at % 8));
-    }
-    if (fault->kind == FaultKind::kAllOnes || fault->kind == FaultKind::kAllZeros) {
-        std::ranges::fill(bytes, fault->kind == FaultKind::kAllOnes ? 0xFF : 0x00);
     }
 }
 
@@ -406,7 +368,7 @@ gint32 dfl_block_read(OBJ_HANDLE object_handle, const gchar *property_name, guin
     if (const gint32 ret = transfer_refused(chip, property_name, offset, length, buffer); ret != 0 || call.fails()) {
         return call.fails() ? call.status() : ret;
     }
-    const auto stored = std::span(chip->part->bytes).subspan(offset, length);
+    const auto stored = std::span(*chip->part).subspan(offset, length);
     Bytes bytes(stored.begin(), stored.end());
     spoil(call.fault(), bytes);
     std::ranges::copy(bytes, buffer);
@@ -419,10 +381,6 @@ gint32 dfl_block_write(OBJ_HANDLE object_handle, const gchar *property_name, gui
     Object *chip = object_of(object_handle);
     if (const gint32 ret = transfer_refused(chip, property_name, offset, length, buffer); ret != 0 || call.fails()) {
         return call.fails() ? call.status() : ret;
-    }
-    const bool silent = call.fault().has_value() && call.fault()->kind == FaultKind::kSilent;
-    if (silent) {
-        return 0; // acknowledged, not stored, and a platform that does not look
     }
     if (is_protected(*chip)) {
         return kRefused; // acknowledged and not stored, which the read-back finds out

@@ -50,7 +50,6 @@ struct ChipConfig {
     std::optional<guint32> retry = 3;      // none: the property is missing
     std::string part = {};                 // several chips may share a part; empty: one of its own
     guint32 size = 16384;                  // of the part; erased (0xFF) at first
-    guint32 page = 32;                     // bytes programmed together
     std::vector<guint32> lines = {55, 56}; // write-protect lines that must all be at level 1 for a write to be stored
     bool own_protection = false;           // StgWp 1 protects the part
     guint8 stg_is_wp = 0;
@@ -78,7 +77,6 @@ void remove_property(const std::string &object, const std::string &property);
 [[nodiscard]] Bytes chip_bytes(const std::string &chip, guint32 offset, guint32 length);
 void set_chip_bytes(const std::string &chip, guint32 offset, const Bytes &bytes);
 void put_record(const std::string &chip, const Bytes &data); // at the chip's Offset, good checksum
-[[nodiscard]] guint32 page_writes(const std::string &chip);  // programming cycles of its part
 
 // data and its checksum as a part holds them; computed here, bit by bit.
 [[nodiscard]] Bytes record(const Bytes &data);
@@ -88,13 +86,9 @@ void put_record(const std::string &chip, const Bytes &data); // at the chip's Of
 enum class FaultKind {
     kStatus,     // the operation does nothing and returns status (a pointer: null)
     kFlippedBit, // block transfer: bit `at` of the bytes that are read or stored is inverted
-    kAllOnes,    // block read: every byte is 0xFF
-    kAllZeros,   // block read: every byte is 0x00
-    kSilent,     // block write: acknowledged, nothing stored
-    kTornPage,   // block write: `at` bytes stored, the rest of that page's new bytes as `tear` says; then status
+    kTornPage,   // block write: `at` bytes stored; then status
     kLostAck,    // block write: everything stored; then status
 };
-enum class Tear { kOld, kErased, kZeros, kAnd, kOr };
 
 struct Fault {
     std::string operation = {}; // a contract operation; empty: every one that can fail
@@ -104,7 +98,6 @@ struct Fault {
     guint32 nth = 1;   // the matching call that is hit first
     guint32 count = 1; // matching calls in a row that are hit; 0: all from then on
     std::size_t at = 0;
-    Tear tear = Tear::kOld;
     guint32 delay_ms = 0; // the hit call takes this long
 };
 void inject(const Fault &fault);

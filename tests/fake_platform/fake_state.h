@@ -20,17 +20,11 @@ struct Value {
     Bytes bytes;
 };
 
-struct Part {
-    Bytes bytes;
-    guint32 page = 32;
-    guint32 page_writes = 0;
-};
-
 struct Object {
     std::string class_name;
     std::string name;
     std::map<std::string, Value, std::less<>> properties;
-    std::shared_ptr<Part> part; // of a chip
+    std::shared_ptr<Bytes> part; // of a chip
     std::vector<guint32> lines;
     bool own_protection = false;
 };
@@ -59,7 +53,7 @@ inline constexpr OBJ_HANDLE kFirstHandle = 1000;
 
 struct World {
     std::vector<Object> objects; // objects[handle - kFirstHandle]
-    std::map<std::string, std::shared_ptr<Part>> parts;
+    std::map<std::string, std::shared_ptr<Bytes>> parts;
     std::map<std::pair<std::string, guint32>, OBJ_HANDLE> aliases;
     std::vector<PendingFault> faults;
     guint32 fired = 0;
