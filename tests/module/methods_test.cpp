@@ -60,21 +60,21 @@ struct Row {
 };
 
 void run_methods(DFL_METHOD_FUNC method, const std::vector<Row> &rows) {
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.name);
-        fresh_world();
+    OBJ_HANDLE item = 0;
+    const auto build = [&item] {
         fake::add_chip("ASDDev14a", {.retry = 1});
         fake::put_record("ASDDev14a", kStored);
-        const OBJ_HANDLE item =
-            fake::add_item("ASD14", {.length = 8, .chips = {"ASDDev14a"}, .ready = 5, .value = kValue});
-        row.arrange();
-        const fake::MethodReply reply = fake::call_method(method, item, row.in(), !row.output_list);
-        EXPECT_EQ(reply.status, row.status);
-        EXPECT_EQ(output_of(reply), row.out);
-        EXPECT_EQ(logs_of_interest(), row.logs);
-        EXPECT_EQ(steps({"dfl_block_read", "dfl_block_write"}), row.steps);
-        EXPECT_EQ(fake::value("ASD14"), row.value);
-        expect_contract_kept();
+        item = fake::add_item("ASD14", {.length = 8, .chips = {"ASDDev14a"}, .ready = 5, .value = kValue});
+    };
+    for (const Row &row : rows) {
+        const auto call = [&] {
+            const fake::MethodReply reply = fake::call_method(method, item, row.in(), !row.output_list);
+            EXPECT_EQ(output_of(reply), row.out);
+            return reply.status;
+        };
+        run_operation(call, build, {"dfl_block_read", "dfl_block_write"},
+                      {{row.name, row.arrange, row.status, row.steps, row.logs, row.value}},
+                      [] { return fake::value("ASD14"); });
     }
 }
 
