@@ -28,7 +28,8 @@ GET, SET = "0x16", "0x17"
 FAILED, ABSENT = 0x10000, 0x20000  # classes of a chip's error code, above an errno value
 EIO, EACCES = 5, 13
 CUTS = 2
-CUT_ITEM, CUT_CHIP = "ASD25", "ASDDev25a"  # the longest record: 33 pages
+LONG, LONG_CHIP = "ASD25", "ASDDev25a"  # the longest record: 33 pages
+LENGTH = next(item["Length"] for item in ENCLOSURE["Items"] if item["Name"] == LONG)
 
 
 def crc16(data):
@@ -50,6 +51,14 @@ def on_drive(drives, chip_name, length):
     chip = next(chip for chip in ENCLOSURE["Chips"] if chip["Name"] == chip_name)
     at = int(str(chip["Offset"]), 0)
     return (drives / f"{chip['Part']}.bin").read_bytes()[at:at + length + 2]
+
+
+def long_value(number):
+    return (f"value {number} ".encode() * LENGTH)[:LENGTH]
+
+
+def write_long(number):
+    return f"(yes 'value {number} ' | tr -d '\\n' | head -c {LENGTH} >/tmp/value; asdctl set {LONG} --file /tmp/value)"
 
 
 def wait_until_loaded(bmc):
@@ -79,6 +88,12 @@ class Case(unittest.TestCase):
         found = re.search(r"rsp=(0x[0-9a-f]+)", output)
         self.assertEqual(int(found[1], 16) if found else status, code, output)
         return b"" if code else bytes.fromhex(output)
+
+    def wait_until_within(self, new):
+        """Until the chip holds the start of the long record; the pages behind it take longer than this notices."""
+        end = time.monotonic() + guest.COMMAND_DEADLINE_S
+        while on_drive(self.drives, LONG_CHIP, LENGTH)[:64] != new[:64]:
+            self.assertLess(time.monotonic(), end, "the write did not begin")
 
     def chips(self, item):
         return json.loads(self.bmc.must(f"asdctl --json show {item}"))["chips"]
@@ -166,6 +181,20 @@ class Life(Case):
         self.assertEqual([on_drive(self.drives, name, 32) for name in ("ASDDev14a", "ASDDev14b")], [record(new)] * 2)
         self.assertEqual([chip["error_code"] for chip in self.chips("ASD14")], [0, 0])
 
+    def test_driver_goes_within_a_write(self):
+        driver, new = "echo 3-0050 >/sys/bus/i2c/drivers/at24/", long_value(9)
+        self.bmc.start(f"({write_long(9)}; echo ended $? >/tmp/ended)")
+        self.wait_until_within(new)
+        self.bmc.must(driver + "unbind")
+        self.addCleanup(self.bmc.run, driver + "bind")
+        self.assertTrue(self.ipmitool(MC_INFO))
+        ended = self.bmc.must("until grep ended /tmp/ended; do usleep 100000; done")
+        between = on_drive(self.drives, LONG_CHIP, LENGTH)
+        self.assertEqual(ended.split()[1] == "0", between == record(new), "failed and whole, or done and not whole")
+        self.bmc.must(driver + "bind")
+        self.assertEqual(bytes.fromhex(self.bmc.must(f"asdctl read {LONG} --hex")), new)
+        self.assertEqual(on_drive(self.drives, LONG_CHIP, LENGTH), record(new))
+
     def test_lines_that_cannot_be_had_keep_it_from_starting(self):
         end = "while pidof {0} >/dev/null; do killall {0}; usleep 100000; done"
         self.bmc.must(end.format("asd"))
@@ -199,35 +228,20 @@ class Life(Case):
 class PowerCut(Case):
     """QEMU is killed within a write; the next boot finds the old value or the new one."""
 
-    LENGTH = next(item["Length"] for item in ENCLOSURE["Items"] if item["Name"] == CUT_ITEM)
-
-    def value(self, number):
-        return (f"value {number} ".encode() * self.LENGTH)[:self.LENGTH]
-
-    def write(self, number):
-        return (f"yes 'value {number} ' | tr -d '\\n' | head -c {self.LENGTH} >/tmp/value; "
-                f"asdctl set {CUT_ITEM} --file /tmp/value")
-
-    def cut_within_write(self, new):
-        """Kills the guest when the chip holds the new record's start and not yet its end; what it then held."""
-        end = time.monotonic() + guest.COMMAND_DEADLINE_S
-        while on_drive(self.drives, CUT_CHIP, self.LENGTH)[:64] != new[:64]:
-            self.assertLess(time.monotonic(), end, "the write did not begin")
-        self.bmc.kill()
-        return on_drive(self.drives, CUT_CHIP, self.LENGTH)
-
     def test_old_or_new(self):
-        values, mixtures = [self.value(0)], 0
+        values, mixtures = [long_value(0)], 0
         self.bmc = self.boot()
-        self.bmc.must(self.write(0))
+        self.bmc.must(write_long(0))
         for number in range(1, CUTS + 1):
-            old, new = values[-1], self.value(number)
-            self.bmc.start(f"({self.write(number)})")
-            mixtures += self.cut_within_write(record(new)) not in (record(old), record(new))
+            old, new = values[-1], long_value(number)
+            self.bmc.start(write_long(number))
+            self.wait_until_within(new)
+            self.bmc.kill()
+            mixtures += on_drive(self.drives, LONG_CHIP, LENGTH) not in (record(old), record(new))
             self.bmc = self.boot()
-            got = bytes.fromhex(self.bmc.must(f"asdctl read {CUT_ITEM} --hex"))
+            got = bytes.fromhex(self.bmc.must(f"asdctl read {LONG} --hex"))
             self.assertIn(got, (old, new), "neither the old value nor the new one")
-            self.assertEqual(on_drive(self.drives, CUT_CHIP, self.LENGTH), record(got))
+            self.assertEqual(on_drive(self.drives, LONG_CHIP, LENGTH), record(got))
             print(f"  cut {number}: {'old' if got == old else 'new'} value", file=sys.stderr)
             values.append(got)
         self.assertGreater(mixtures, 0, "no cut was within a write, so this has shown nothing")
