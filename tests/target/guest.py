@@ -66,7 +66,8 @@ class Guest:
             while not (value := condition()):
                 left = end - time.monotonic()
                 if left < 0 or not self._reader.is_alive():
-                    why = "the guest ended" if left >= 0 else f"not within {deadline_s} s, of which QEMU ran {self._cpu_s()} s"
+                    why = "the guest ended" if left >= 0 else \
+                        f"not within {deadline_s} s; QEMU has run {self._cpu_s()} s in all"
                     raise AssertionError(f"{what}: {why}; console: {self.log}\n"
                                          + self._console[-1500:].decode(errors="replace"))
                 self._arrived.wait(min(left, 1))

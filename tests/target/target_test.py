@@ -78,7 +78,8 @@ class Case(unittest.TestCase):
     def boot(cls):
         bmc = guest.Guest(WORK, cls.drives, LOG)
         cls.addClassCleanup(bmc.kill)
-        print(f"  booted, with asd up, in {bmc.boot_s:.1f} s ({bmc.boot_cpu_s:.1f} s of processor time)", file=sys.stderr)
+        print(f"  booted, with asd up, in {bmc.boot_s:.1f} s ({bmc.boot_cpu_s:.1f} s of processor time)",
+              file=sys.stderr)
         wait_until_loaded(bmc)
         return bmc
 
@@ -119,8 +120,9 @@ class Life(Case):
     def trace(self, request):
         """What the kernel did for a request: ("line", offset, level) and ("write", part, address, bytes), in order."""
         tracing = "/sys/kernel/tracing"
-        base = int(self.bmc.must("cd /sys/class/gpio; grep -l '^1e780000.gpio' */label | sed 's,label,base,' | xargs cat"))
-        self.bmc.must(f"cd {tracing}; echo 1 >events/gpio/gpio_value/enable; echo 1 >events/i2c/i2c_write/enable; echo >trace")
+        base = int(self.bmc.must("cd /sys/class/gpio; cat $(dirname $(grep -l '^1e780000.gpio' */label))/base"))
+        self.bmc.must(f"cd {tracing}; echo >trace; for event in gpio/gpio_value i2c/i2c_write; do "
+                      "echo 1 >events/$event/enable; done")
         self.ipmitool(request)
         text = self.bmc.must(f"cd {tracing}; echo 0 >events/enable; cat trace")
         parts = {(eeprom.bus, eeprom.address): eeprom.name for eeprom in machine.Eeprom.all()}
@@ -129,8 +131,8 @@ class Life(Case):
             if found := re.search(r"gpio_value: (\d+) set ([01])", line):
                 events.append(("line", int(found[1]) - base, int(found[2])))
             elif found := re.search(r"i2c_write: i2c-(\d+) #0 a=([0-9a-f]{3}) .*\[([0-9a-f-]+)\]", line):
-                sent = bytes.fromhex(found[3].replace("-", ""))
-                events.append(("write", parts[int(found[1]), int(found[2], 16)], int.from_bytes(sent[:2], "big"), sent[2:]))
+                part, sent = parts[int(found[1]), int(found[2], 16)], bytes.fromhex(found[3].replace("-", ""))
+                events.append(("write", part, int.from_bytes(sent[:2], "big"), sent[2:]))
         return events
 
     def test_lines_are_open_around_the_pages_and_only_then(self):
@@ -201,9 +203,10 @@ class Life(Case):
         self.bmc.must("sed s,/dev/gpiochip0,/dev/gpiochip7, /etc/asd/enclosure.json >/tmp/no-chip.json")
         self.bmc.must("gpioset --mode=signal --background gpiochip0 56=0")
         self.bmc.must("until gpioinfo gpiochip0 | grep -q gpioset; do usleep 100000; done")
-        for options, sentence in (("", 'write-protect line 56: line 56 of the GPIO chip "/dev/gpiochip0" is held by "gpioset"'),
-                                  ("--config /tmp/no-chip.json", 'write-protect line 55: the GPIO chip "/dev/gpiochip7" '
-                                   "cannot be opened: No such file or directory")):
+        for options, sentence in (
+                ("", 'write-protect line 56: line 56 of the GPIO chip "/dev/gpiochip0" is held by "gpioset"'),
+                ("--config /tmp/no-chip.json", 'write-protect line 55: the GPIO chip "/dev/gpiochip7" cannot be '
+                                               "opened: No such file or directory")):
             with self.subTest(sentence):
                 status, output = self.bmc.run(f"/etc/asd.start {options}")
                 self.assertEqual(status, 1, output)
