@@ -1,0 +1,121 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+// What the host platform's tests share.
+
+#include "atomic_file.h"
+#include "ipmi_registry.h"
+#include "status.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace asd_test {
+
+namespace fs = std::filesystem;
+using asd_host::Fd;
+using Bytes = std::vector<std::uint8_t>;
+using Texts = std::vector<std::string>;
+using std::chrono::milliseconds;
+
+inline constexpr int kLimitMs = 30000; // of whatever a test waits for
+
+// A folder of a test's own, gone with it.
+class ScratchFolder {
+public:
+    ScratchFolder() {
+        std::string name = (fs::temp_directory_path() / "asd-test-XXXXXX").string();
+        path_ = ::mkdtemp(name.data()) == nullptr ? fs::path() : fs::path(name);
+    }
+    ~ScratchFolder() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder &) = delete;
+    ScratchFolder &operator=(const ScratchFolder &) = delete;
+    [[nodiscard]] const fs::path &path() const { return path_; }
+
+private:
+    fs::path path_;
+};
+
+// Polls until the condition holds; false when it does not within the limit.
+inline bool eventually(const std::function<bool()> &condition) {
+    const auto deadline = std::chrono::steady_clock::now() + milliseconds(kLimitMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+// What the file holds; nothing when it cannot be read.
+template <typename Sequence = Bytes>
+Sequence content_of(const fs::path &file) {
+    int error = 0;
+    const Bytes bytes = asd_host::read_file(file, &error).value_or(Bytes());
+    return {bytes.begin(), bytes.end()};
+}
+
+using SocketCall = int(int, const sockaddr *, socklen_t);
+
+// A Unix socket that is connected (with ::connect) or bound (with ::bind) to that short path.
+inline Fd unix_socket(SocketCall *attach, const fs::path &path) {
+    Fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+    std::ranges::copy(path.native(), address.sun_path);
+    EXPECT_EQ(attach(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    return fd;
+}
+
+inline void send_all(const Fd &socket, const auto &bytes) {
+    EXPECT_EQ(::send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+}
+
+// True when bytes can be read, or the end has come.
+inline bool readable(const Fd &socket) {
+    pollfd poll_fd{.fd = socket.get(), .events = POLLIN, .revents = 0};
+    return ::poll(&poll_fd, 1, kLimitMs) == 1;
+}
+
+// Answers with the row's text, then the request's data.
+inline gint32 echo(const IPMI_MSG_S *message, gconstpointer user_data) {
+    Bytes response{asd_host::kCompleted};
+    const std::string_view text(static_cast<const char *>(user_data));
+    response.insert(response.end(), text.begin(), text.end());
+    const guint8 *data = get_ipmi_src_data(message);
+    response.insert(response.end(), data, data + get_ipmi_src_data_len(message));
+    return ipmi_send_response(message, static_cast<guint32>(std::uint64_t{response.size()}), response.data());
+}
+
+constexpr IPMI_CMD_S ipmi_row(std::uint8_t cmd, const char *filter, std::uint8_t privilege, std::uint8_t min_length,
+                              std::uint8_t max_length, const char *text, IPMI_CMD_FUNC handler = echo) {
+    // clang-format off
+    return {.netfn = 0x32, .cmd = cmd, .filter = filter, .privilege = privilege, .role_func = "",
+            .max_length = max_length, .min_length = min_length, .ipmi_handler = handler, .user_data = text};
+    // clang-format on
+}
+
+} // namespace asd_test
