@@ -14,6 +14,7 @@
 #include <array>
 #include <cstring>
 #include <memory>
+#include <numeric>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -43,28 +44,25 @@ Value sink(GVariant *value) {
     return Value(g_variant_ref_sink(value));
 }
 
+std::string text_of(GVariant *value) {
+    const std::unique_ptr<gchar, decltype(&g_free)> text(g_variant_print(value, TRUE), g_free);
+    return text.get();
+}
+
 // The property as text with its type, or "" when it cannot be read.
 std::string read(OBJ_HANDLE handle, const char *property) {
     GVariant *value = nullptr;
-    if (dfl_get_property_value(handle, property, &value) != 0) {
-        return {};
-    }
-    const Value owned(value);
-    const std::unique_ptr<gchar, decltype(&g_free)> text(g_variant_print(value, TRUE), g_free);
-    return text.get();
+    return dfl_get_property_value(handle, property, &value) == 0 ? text_of(Value(value).get()) : "";
 }
 
 TEST_F(Contract, ObjectsHaveNamesPropertiesAndReferences) {
     const OBJ_HANDLE item = handle_of("ASD14");
     EXPECT_STREQ(dfl_get_object_name(item), "ASD14");
-    struct Row {
-        const char *property;
-        const char *text;
-    };
-    for (const Row &row :
-         {Row{"Online", "byte 0x01"}, Row{"DevCount", "uint32 2"}, Row{"Length", "uint32 4"}, Row{"Num", "byte 0x0e"},
-          Row{"NeedSync", "byte 0x00"}, Row{"Ready", "byte 0x00"}, Row{"Value", "@ay []"}, Row{"Offset", ""}}) {
-        EXPECT_EQ(read(item, row.property), row.text) << row.property;
+    const std::pair<const char *, const char *> rows[] = {
+        {"Online", "byte 0x01"},   {"DevCount", "uint32 2"}, {"Length", "uint32 4"}, {"Num", "byte 0x0e"},
+        {"NeedSync", "byte 0x00"}, {"Ready", "byte 0x00"},   {"Value", "@ay []"},    {"Offset", ""}};
+    for (const auto &[property, text] : rows) {
+        EXPECT_EQ(read(item, property), text) << property;
     }
     OBJ_HANDLE chip = 0;
     EXPECT_EQ(dfl_get_referenced_object(item, "AtomStorageDataDev1", &chip), 0);
@@ -94,31 +92,42 @@ TEST_F(Contract, WhatIsNotThereIsRefusedAndOutputsStay) {
     EXPECT_EQ(byte, 77);
 }
 
-TEST_F(Contract, StatesCanBeWrittenAndTheCallerKeepsItsValue) {
+TEST_F(Contract, OnlyStatesCanBeWrittenAndTheCallerKeepsItsValue) {
     const OBJ_HANDLE item = handle_of("ASD14");
-    const std::array<guint8, 3> bytes = {1, 0, 0xFF};
-    const Value value = sink(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes.data(), bytes.size(), 1));
-    EXPECT_EQ(dfl_set_property_value(item, "Value", value.get(), 0), 0);
-    EXPECT_EQ(read(item, "Value"), "[byte 0x01, 0x00, 0xff]");
-    EXPECT_EQ(g_variant_n_children(value.get()), 3U);
     const OBJ_HANDLE chip = handle_of("ASDDev1000");
-    EXPECT_EQ(dfl_set_property_value(chip, "ErrorCode", sink(g_variant_new_int32(-5)).get(), 0), 0);
-    EXPECT_EQ(read(chip, "ErrorCode"), "-5");
-    EXPECT_EQ(dfl_set_property_value(chip, "StgWp", sink(g_variant_new_byte(0)).get(), 16), 0);
-    EXPECT_EQ(read(chip, "StgWp"), "byte 0x00");
+    const struct {
+        OBJ_HANDLE object;
+        const char *property, *written, *after; // the same when it is accepted
+    } rows[] = {
+        // clang-format off
+        {item, "Value", "[byte 0x01, 0x00, 0xff]", "[byte 0x01, 0x00, 0xff]"},
+        {item, "Value", "@ay []", "@ay []"},      {item, "Value", "'text'", "@ay []"},
+        {item, "Ready", "uint32 1", "byte 0x00"}, {item, "Ready", "byte 0x01", "byte 0x01"},
+        {item, "Num", "byte 0x02", "byte 0x0e"},  {item, "DevCount", "uint32 7", "uint32 2"},
+        {chip, "ErrorCode", "-5", "-5"},          {chip, "StgWp", "byte 0x00", "byte 0x00"},
+        {chip, "Offset", "uint32 9", "uint32 0"},
+        // clang-format on
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.property) + " = " + row.written);
+        const Value value = sink(g_variant_new_parsed(row.written));
+        EXPECT_EQ(dfl_set_property_value(row.object, row.property, value.get(), 16) == 0,
+                  std::string_view(row.written) == row.after);
+        EXPECT_EQ(text_of(value.get()), row.written);
+        EXPECT_EQ(read(row.object, row.property), row.after);
+    }
 }
 
 TEST_F(Contract, IterationVisitsAllInOrderAndGivesTheFirstFailure) {
-    struct Visit {
-        std::vector<std::string> names;
-    } visit;
+    std::vector<std::string> visited;
     const auto callback = [](OBJ_HANDLE handle, gpointer user_data) -> gint32 {
-        auto &names = static_cast<Visit *>(user_data)->names;
+        auto &names = *static_cast<std::vector<std::string> *>(user_data);
         names.emplace_back(dfl_get_object_name(handle));
         return names.size() == 1 ? 0 : -static_cast<gint32>(names.size());
     };
-    EXPECT_EQ(dfl_foreach_object("AtomStorageData", callback, &visit, 0), -2);
-    EXPECT_EQ(visit.names, (std::vector<std::string>{"ASD14", "ASD7", "ASD1000"}));
+    EXPECT_EQ(dfl_foreach_object("AtomStorageData", callback, &visited, 0), -2);
+    EXPECT_EQ(visited, (std::vector<std::string>{"ASD14", "ASD7", "ASD1000"}));
+    EXPECT_EQ(dfl_foreach_object("Config9555", callback, &visited, 0), 0);
     EXPECT_EQ(dfl_bind_object_alias(handle_of("ASD7"), 7), 0);
     OBJ_HANDLE bound = 0;
     EXPECT_EQ(dfl_get_binded_object("AtomStorageData", 7, &bound), 0);
@@ -140,9 +149,7 @@ gint32 write_block(const char *chip, guint32 offset, const Bytes &bytes) {
 TEST_F(Contract, BlocksAreKeptWholeAndNeighboursStay) {
     EXPECT_EQ(block("ASDDev7", 0, 256), Bytes(256, 0xFF));
     Bytes bytes(40);
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<guint8>(i + 77);
-    }
+    std::iota(bytes.begin(), bytes.end(), guint8{77});
     EXPECT_EQ(write_block("ASDDev7", 13, bytes), 0); // across page borders
     EXPECT_EQ(block("ASDDev7", 13, 40), bytes);
     EXPECT_EQ(block("ASDDev7", 0, 13), Bytes(13, 0xFF));
@@ -156,6 +163,9 @@ TEST_F(Contract, ImpossibleTransfersAreRefused) {
     EXPECT_NE(dfl_block_read(chip, "StorageLoc", 0xFFFFFFFF, 16, bytes.data()), 0);
     EXPECT_NE(dfl_block_write(chip, "StorageLoc", 241, 16, bytes.data()), 0);
     EXPECT_NE(dfl_block_read(chip, "Value", 0, 16, bytes.data()), 0);
+    EXPECT_NE(dfl_block_read(chip, nullptr, 0, 16, bytes.data()), 0);
+    EXPECT_NE(dfl_block_read(chip, "StorageLoc", 0, 16, nullptr), 0);
+    EXPECT_NE(dfl_block_read(12345, "StorageLoc", 0, 16, bytes.data()), 0);
     EXPECT_NE(dfl_block_write(handle_of("ASD7"), "StorageLoc", 0, 16, bytes.data()), 0);
     EXPECT_EQ(bytes, Bytes(16, 0x77));
     EXPECT_EQ(block("ASDDev7", 0, 256), Bytes(256, 0xFF));
@@ -187,26 +197,52 @@ TEST_F(Contract, StgWpProtectsItsOwnPart) {
 TEST_F(Contract, ChecksumsAreTheOnesOnEveryChip) {
     const Bytes digits = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
     EXPECT_EQ(arith_make_crc_checksum(0, digits.data(), 9), 0xCE3C);
+    EXPECT_EQ(arith_make_crc_checksum(0xFFFF, digits.data(), 9), 0xD64E); // start is the register itself
     EXPECT_EQ(BSP_CalCrc8(0, digits.data(), 9), 0xF4);
+    EXPECT_EQ(BSP_CalCrc8(0xFF, digits.data(), 9), 0xFB);
     for (const guint32 length : {1U, 2U, 32U, 1024U, 8192U}) {
         EXPECT_NE(arith_make_crc_checksum(0, Bytes(length, 0x00).data(), length), 0x0000) << length;
         EXPECT_NE(arith_make_crc_checksum(0, Bytes(length, 0xFF).data(), length), 0xFFFF) << length;
     }
 }
 
+// Places in one buffer of 16 bytes 1, 2, ...; the destination begins at 4. A refused copy zeroes it.
 TEST_F(Contract, BoundedCopiesFailClosed) {
-    std::array<guint8, 4> dest = {9, 9, 9, 9};
-    const std::array<guint8, 5> src = {1, 2, 3, 4, 5};
-    EXPECT_EQ(memcpy_s(dest.data(), 4, src.data(), 3), 0);
-    EXPECT_EQ(dest, (std::array<guint8, 4>{1, 2, 3, 9}));
-    EXPECT_EQ(memcpy_s(dest.data(), 4, src.data(), 0), 0);
-    EXPECT_NE(memcpy_s(dest.data(), 4, src.data(), 5), 0);
-    EXPECT_EQ(dest, (std::array<guint8, 4>{}));
-    EXPECT_EQ(memset_s(dest.data(), 4, 0x1FF, 4), 0); // as unsigned char
-    EXPECT_EQ(dest, (std::array<guint8, 4>{0xFF, 0xFF, 0xFF, 0xFF}));
-    EXPECT_NE(memcpy_s(dest.data(), 4, nullptr, 1), 0);
-    EXPECT_EQ(dest, (std::array<guint8, 4>{}));
-    EXPECT_NE(memset_s(nullptr, 4, 0, 4), 0);
+    constexpr int kNone = -1;
+    const struct {
+        const char *name;
+        int src;
+        size_t dest_max, count;
+        bool good;
+        const char *held; // by the buffer after the call
+    } rows[] = {
+        // clang-format off
+        {"whole destination",   8,     4, 4, true,  "\1\2\3\4\x9\xA\xB\xC\x9\xA\xB\xC\xD\xE\xF\x10"},
+        {"nothing",             8,     4, 0, true,  "\1\2\3\4\5\6\7\x8\x9\xA\xB\xC\xD\xE\xF\x10"},
+        {"just below",          2,     4, 2, true,  "\1\2\3\4\3\4\7\x8\x9\xA\xB\xC\xD\xE\xF\x10"},
+        {"too much",            8,     3, 4, false, "\1\2\3\4\0\0\0\x8\x9\xA\xB\xC\xD\xE\xF\x10"},
+        {"no source",           kNone, 3, 2, false, "\1\2\3\4\0\0\0\x8\x9\xA\xB\xC\xD\xE\xF\x10"},
+        {"negative count", 8, 2, SIZE_MAX, false,   "\1\2\3\4\0\0\7\x8\x9\xA\xB\xC\xD\xE\xF\x10"},
+        {"overlap from below",  3,     4, 2, false, "\1\2\3\4\0\0\0\0\x9\xA\xB\xC\xD\xE\xF\x10"},
+        {"overlap from above",  5,     4, 2, false, "\1\2\3\4\0\0\0\0\x9\xA\xB\xC\xD\xE\xF\x10"},
+        {"onto itself",         4,     4, 2, false, "\1\2\3\4\0\0\0\0\x9\xA\xB\xC\xD\xE\xF\x10"},
+        // clang-format on
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        std::string buffer(16, 0);
+        std::iota(buffer.begin(), buffer.end(), char{1});
+        const char *src = row.src == kNone ? nullptr : buffer.data() + row.src;
+        EXPECT_EQ(memcpy_s(buffer.data() + 4, row.dest_max, src, row.count) == 0, row.good);
+        EXPECT_EQ(buffer, std::string(row.held, 16));
+    }
+    EXPECT_NE(memcpy_s(nullptr, 4, "abcd", 4), 0);
+    std::string buffer = "abcdef";
+    EXPECT_EQ(memset_s(buffer.data(), 5, 0x100 + 'x', 3), 0); // as unsigned char
+    EXPECT_EQ(buffer, "xxxdef");
+    EXPECT_NE(memset_s(buffer.data(), 4, 'x', 5), 0);
+    EXPECT_EQ(buffer, std::string("\0\0\0\0ef", 6));
+    EXPECT_NE(memset_s(nullptr, 4, 'x', 1), 0);
 }
 
 TEST_F(Contract, SemaphoresExcludeAndTimeOut) {
@@ -251,26 +287,21 @@ gint32 describe_request(const IPMI_MSG_S *message, gconstpointer /*user_data*/) 
 }
 
 TEST_F(Contract, RequestsReachAHandlerOnlyWhenTheirRowFits) {
-    static const std::array<IPMI_CMD_S, 1> kRows = {{{.netfn = 0x32,
-                                                      .cmd = 0x16,
-                                                      .filter = "data[1]=00h,data[2]=80h",
-                                                      .privilege = 4,
-                                                      .role_func = "",
-                                                      .max_length = 255,
-                                                      .min_length = 5,
-                                                      .ipmi_handler = describe_request,
-                                                      .user_data = nullptr}}};
+    // clang-format off
+    static const std::array<IPMI_CMD_S, 1> kRows = {{
+        {.netfn = 0x32, .cmd = 0x16, .filter = "data[1]=00h,data[2]=80h", .privilege = 4, .role_func = "",
+         .max_length = 255, .min_length = 5, .ipmi_handler = describe_request, .user_data = nullptr}}};
+    // clang-format on
     Bytes longest(255, 0x77);
     longest[1] = 0x00;
     longest[2] = 0x80;
-    struct Row {
+    const struct {
         const char *name;
         guint8 cmd;
         Bytes data;
         guint8 privilege;
         Bytes answer;
-    };
-    const std::vector<Row> rows = {
+    } rows[] = {
         {"fits", 0x16, {9, 0, 0x80, 9, 9}, 4, {0, 5, 1}},
         {"longest", 0x16, longest, 4, {0, 255, 1}},
         {"no such command", 0x17, {9, 0, 0x80, 9, 9}, 4, {0xC1}},
@@ -278,7 +309,7 @@ TEST_F(Contract, RequestsReachAHandlerOnlyWhenTheirRowFits) {
         {"too short", 0x16, {9, 0, 0x80, 9}, 4, {0xC7}},
         {"privilege too low", 0x16, {9, 0, 0x80, 9, 9}, 3, {0xD4}},
     };
-    for (const Row &row : rows) {
+    for (const auto &row : rows) {
         EXPECT_EQ(contract::world_request(kRows, row.cmd, row.data, row.privilege), row.answer) << row.name;
     }
 }

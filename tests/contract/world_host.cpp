@@ -1,11 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 #include "host.h"
-#include "ipmi_registry.h"
-#include "scratch_folder.h"
+#include "host_test.h"
 #include "world.h"
-
-#include <gtest/gtest.h>
 
 namespace contract {
 
@@ -21,16 +18,9 @@ void world_start() {
     enclosure.name = "contract";
     enclosure.role = Role::kMaster;
     for (const char *name : {"a", "b", "ear", "psu"}) {
-        PartConfig part;
-        part.name = name;
-        part.file = part.name + ".bin";
-        part.size = 256;
-        part.page_size = 16;
-        part.write_cycle_us = 0;
-        enclosure.parts.push_back(part);
+        enclosure.parts.push_back({.name = name, .file = name, .size = 256, .page_size = 16, .write_cycle_us = 0});
     }
-    enclosure.parts[0].write_protect_line = 55;
-    enclosure.parts[1].write_protect_line = 55;
+    enclosure.parts[0].write_protect_line = enclosure.parts[1].write_protect_line = 55;
     enclosure.chips = {{.name = "ASDDev14a", .part = "a", .offset = 32},
                        {.name = "ASDDev14b", .part = "b", .offset = 32},
                        {.name = "ASDDev7", .part = "ear"},
@@ -41,7 +31,7 @@ void world_start() {
     Options options;
     options.run_dir = kFolder.path() / "run";
     options.state_dir = kFolder.path() / "state";
-    ASSERT_EQ(host_start(options, enclosure), std::vector<std::string>{});
+    ASSERT_EQ(host_start(options, enclosure), asd_test::Texts{});
 }
 
 std::vector<std::uint8_t> world_request(std::span<const IPMI_CMD_S> rows, std::uint8_t cmd,

@@ -1,29 +1,17 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
-// Time, tasks, semaphores and the log.
+// Time, tasks, semaphores, the log and bounds of memory.
 
 #include "clock.h"
+#include "host_test.h"
 #include "log.h"
+#include "securec.h"
 #include "tasks.h"
 #include "vos.h"
 
-#include <algorithm>
-#include <array>
-#include <atomic>
-#include <cerrno>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -31,25 +19,12 @@
 namespace asd_host {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
-
-// Polls until the condition holds; false after ten seconds.
-bool eventually(const std::function<bool()> &condition) {
-    const Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (Clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
+using namespace asd_test;
 
 milliseconds elapsed(const std::function<void()> &action) {
-    const Clock::time_point start = Clock::now();
+    const auto start = std::chrono::steady_clock::now();
     action();
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+    return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start);
 }
 
 bool sleeps(pid_t thread) {
@@ -76,9 +51,8 @@ TEST(Time, ScaleMakesWaitsShorterAndTicksFaster) {
     EXPECT_GE(ticks, 20000UL);
     EXPECT_EQ(clock_real(7), milliseconds(7));
 
-    std::ifstream uptime("/proc/uptime");
     double seconds = 0;
-    uptime >> seconds;
+    std::ifstream("/proc/uptime") >> seconds;
     EXPECT_NEAR(static_cast<double>(clock_ticks()) / 1000, seconds, 5);
 }
 
@@ -87,9 +61,8 @@ TEST(Semaphore, ExcludesAndObeysItsLimit) {
     EXPECT_NE(vos_thread_sem4_v(semaphore), 0) << "nobody has taken it";
     EXPECT_EQ(vos_thread_sem4_p(semaphore, 0), 0);
     EXPECT_GE(elapsed([&] { EXPECT_NE(vos_thread_sem4_p(semaphore, 30), 0); }), milliseconds(30));
-    std::thread other([&] { EXPECT_EQ(vos_thread_sem4_v(semaphore), 0); }); // any thread may give it back
+    const std::jthread other([&] { EXPECT_EQ(vos_thread_sem4_v(semaphore), 0); }); // any thread may give it back
     EXPECT_EQ(vos_thread_sem4_p(semaphore, 10000), 0);
-    other.join();
     EXPECT_EQ(vos_thread_sem4_v(semaphore), 0);
     EXPECT_EQ(vos_thread_sem4_delete(semaphore), 0);
     EXPECT_NE(vos_thread_sem4_delete(semaphore), 0);
@@ -101,7 +74,7 @@ TEST(Semaphore, ExcludesAndObeysItsLimit) {
 TEST(Semaphore, GuardsACounterAgainstManyThreads) {
     const gulong semaphore = make_semaphore();
     int counter = 0;
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([&counter, semaphore, limit = i % 2 == 0 ? 0U : 60000U] {
             for (int n = 0; n < 500; ++n) {
@@ -111,9 +84,7 @@ TEST(Semaphore, GuardsACounterAgainstManyThreads) {
             }
         });
     }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     EXPECT_EQ(counter, 4000);
     EXPECT_EQ(vos_thread_sem4_delete(semaphore), 0);
 }
@@ -122,7 +93,7 @@ TEST(Semaphore, DeletionWakesWaitersWithAFailure) {
     const gulong semaphore = make_semaphore();
     ASSERT_EQ(vos_thread_sem4_p(semaphore, 0), 0);
     std::atomic<int> failed = 0;
-    std::vector<std::thread> waiters;
+    std::vector<std::jthread> waiters;
     for (const guint32 limit : {0U, 60000U}) {
         std::atomic<pid_t> waiter = 0;
         waiters.emplace_back([&failed, &waiter, semaphore, limit] {
@@ -133,27 +104,23 @@ TEST(Semaphore, DeletionWakesWaitersWithAFailure) {
         EXPECT_TRUE(eventually([thread = waiter.load()] { return sleeps(thread); }));
     }
     EXPECT_EQ(vos_thread_sem4_delete(semaphore), 0);
-    for (std::thread &waiter : waiters) {
-        waiter.join();
-    }
+    waiters.clear();
     EXPECT_EQ(failed, 2);
 }
 
 TEST(Task, RunsUnderItsShortenedName) {
-    static std::array<std::atomic<char>, 32> seen{};
-    static std::atomic<bool> done = false;
-    gulong task = 0;
-    const auto entry = [](void *argument) {
-        std::array<char, 32> name{};
-        (void)pthread_getname_np(pthread_self(), name.data(), name.size());
-        std::copy(name.begin(), name.end(), seen.begin());
-        done = *static_cast<int *>(argument) == 7;
-    };
+    static std::array<char, 32> seen{};
+    static std::atomic<int> got = 0;
     static int argument = 7;
+    const auto entry = [](void *given) {
+        (void)pthread_getname_np(pthread_self(), seen.data(), seen.size());
+        got = *static_cast<int *>(given);
+    };
+    gulong task = 0;
     ASSERT_EQ(vos_task_create(&task, "asd_eeprom_check", entry, &argument, 1), 0);
     EXPECT_NE(task, 0UL);
-    ASSERT_TRUE(eventually([] { return done.load(); }));
-    EXPECT_EQ(std::string(seen.begin(), std::find(seen.begin(), seen.end(), '\0')), "asd_eeprom_chec");
+    ASSERT_TRUE(eventually([] { return got == 7; }));
+    EXPECT_STREQ(seen.data(), "asd_eeprom_chec");
     EXPECT_NE(vos_task_create(nullptr, "x", entry, &argument, 1), 0);
     EXPECT_NE(vos_task_create(&task, "x", nullptr, &argument, 1), 0);
 }
@@ -167,9 +134,8 @@ void end_with_tasks() {
     gulong task = 0;
     const auto sleeper = [](void *) {
         ++ready;
-        for (;;) {
-            vos_task_delay(120000);
-        }
+        vos_task_delay(120000);
+        std::_Exit(3); // a task went on after the end
     };
     const auto holder = [](void *) {
         (void)vos_thread_sem4_p(semaphore, 0);
@@ -178,7 +144,7 @@ void end_with_tasks() {
         left_section = true;
         (void)vos_thread_sem4_v(semaphore);
         vos_task_delay(120000);
-        std::_Exit(3); // a task went on after the end
+        std::_Exit(3);
     };
     const auto waiter = [](void *) {
         (void)eventually([] { return ready >= 2; });
@@ -197,14 +163,12 @@ void end_with_tasks() {
 
 void end_with_a_busy_task() {
     gulong task = 0;
-    (void)vos_task_create(
-        &task, "busy",
-        [](void *) {
-            for (;;) {
-                std::this_thread::yield();
-            }
-        },
-        nullptr, 1);
+    const auto busy = [](void *) {
+        for (;;) {
+            std::this_thread::yield();
+        }
+    };
+    (void)vos_task_create(&task, "busy", busy, nullptr, 1);
     std::_Exit(tasks_park(milliseconds(50)) ? 4 : 0);
 }
 
@@ -214,105 +178,100 @@ TEST(TaskDeathTest, TasksStopAtTheEndOfTheService) {
     EXPECT_EXIT(end_with_a_busy_task(), testing::ExitedWithCode(0), "");
 }
 
-// Standard error goes to a file while this lives.
+// Standard error goes there while this lives.
 class Captured {
 public:
-    Captured() : path_(testing::TempDir() + "asd_log_" + std::to_string(getpid())), saved_(dup(STDERR_FILENO)) {
-        const std::FILE *file = std::freopen(path_.c_str(), "we", stderr);
-        EXPECT_NE(file, nullptr);
-    }
-    ~Captured() {
-        (void)dup2(saved_, STDERR_FILENO);
-        (void)close(saved_);
-        std::filesystem::remove(path_);
-    }
+    explicit Captured(int target) : saved_(dup(STDERR_FILENO)) { EXPECT_GE(dup2(target, STDERR_FILENO), 0); }
+    ~Captured() { (void)dup2(saved_.get(), STDERR_FILENO); }
     Captured(const Captured &) = delete;
     Captured &operator=(const Captured &) = delete;
-    [[nodiscard]] std::vector<std::string> lines() const {
-        std::ifstream file(path_);
-        std::vector<std::string> all;
-        for (std::string line; std::getline(file, line);) {
-            all.push_back(line);
-        }
-        return all;
-    }
 
 private:
-    std::string path_;
-    int saved_;
+    Fd saved_;
 };
+
+// The lines that the action logs.
+Texts logged(const std::function<void()> &action) {
+    const ScratchFolder folder;
+    const Fd file(open((folder.path() / "log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    {
+        const Captured captured(file.get());
+        action();
+    }
+    Texts lines;
+    std::ifstream log(folder.path() / "log");
+    for (std::string line; std::getline(log, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
 
 constexpr std::size_t kTimeLength = 25; // "2026-01-02T03:04:05.678Z "
 
 TEST(Log, EscapesCutsAndFilters) {
-    struct Case {
+    const std::string longest = std::string(4095, 'x');
+    const struct {
         const char *name;
         int level;
         std::string text;
-        std::string line; // without the time; empty: none
-    };
-    const std::string long_text = std::string(4095, 'x') + "\u00E9" + std::string(5000, 'y');
-    const std::vector<Case> cases = {
-        {"line end of the module", 0, "failed!\r\n", "error f.cpp:7: failed!"},
-        {"level", 1, "started", "info f.cpp:7: started"},
-        {"level above the highest", 2, "detail", ""},
-        {"line end inside", 1, "a\r\nb\tc", "info f.cpp:7: a\\x0D\\x0Ab\\x09c"},
-        {"terminal escape", 1, "\033[2J\x7F", "info f.cpp:7: \\x1B[2J\\x7F"},
-        {"characters of 2 to 4 bytes", 1, "\u00E9\u20AC\U0001F600", "info f.cpp:7: \u00E9\u20AC\U0001F600"},
-        {"control character of 2 bytes", 1, "\xC2\x9B", "info f.cpp:7: \\xC2\\x9B"},
-        {"no UTF-8", 1, "\xFF\xC0\xAF\xED\xA0\x80z", "info f.cpp:7: \\xFF\\xC0\\xAF\\xED\\xA0\\x80z"},
-        {"cut short character", 1, "\xE2\x82", "info f.cpp:7: \\xE2\\x82"},
-        {"over 4 KiB, not cut inside a character", 1, long_text,
-         "info f.cpp:7: " + std::string(4095, 'x') + " ... (cut)"},
+        Texts lines; // without the time
+    } rows[] = {
+        // clang-format off
+        {"line end of the module", 0, "failed!\r\n", {"error f.cpp:7: failed!"}},
+        {"level", 1, "started", {"info f.cpp:7: started"}},
+        {"level above the highest", 2, "detail", {}},
+        {"line end inside", 1, "a\r\nb\tc", {"info f.cpp:7: a\\x0D\\x0Ab\\x09c"}},
+        {"terminal escape", 1, "\033[2J\x7F", {"info f.cpp:7: \\x1B[2J\\x7F"}},
+        {"characters of 2 to 4 bytes", 1, "\u00E9\u20AC\U0001F600", {"info f.cpp:7: \u00E9\u20AC\U0001F600"}},
+        {"control character of 2 bytes", 1, "\xC2\x9B", {"info f.cpp:7: \\xC2\\x9B"}},
+        {"no UTF-8", 1, "\xFF\xC0\xAF\xED\xA0\x80z", {"info f.cpp:7: \\xFF\\xC0\\xAF\\xED\\xA0\\x80z"}},
+        {"cut short character", 1, "\xE2\x82", {"info f.cpp:7: \\xE2\\x82"}},
+        {"over 4 KiB, not cut inside a character", 1, longest + "\u00E9" + std::string(5000, 'y'), {"info f.cpp:7: " + longest + " ... (cut)"}},
+        // clang-format on
     };
     log_set(kLogInformation, false);
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.name);
-        const Captured captured;
-        debug_log_func(c.level, "f.cpp", 7, "%s", c.text.c_str());
-        const std::vector<std::string> lines = captured.lines();
-        ASSERT_EQ(lines.size(), c.line.empty() ? 0U : 1U);
-        if (!lines.empty()) {
-            EXPECT_EQ(lines[0].substr(0, 2), "20");
-            EXPECT_EQ(lines[0].substr(kTimeLength - 2), "Z " + c.line);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.name);
+        Texts lines = logged([&] { debug_log_func(row.level, "f.cpp", 7, "%s", row.text.c_str()); });
+        for (std::string &line : lines) {
+            EXPECT_EQ(line.substr(0, 2) + line.at(kTimeLength - 2), "20Z");
+            line.erase(0, kTimeLength);
         }
+        EXPECT_EQ(lines, row.lines);
     }
 }
 
 TEST(Log, ColoursForATerminalAndNumbersForTheJournal) {
-    const Captured captured;
-    log_set(kLogDebug, true);
-    dbg_log(0, "maintenance %d", 5);
-    struct stat status {};
-    ASSERT_EQ(fstat(STDERR_FILENO, &status), 0);
-    std::ostringstream stream;
-    stream << status.st_dev << ":" << status.st_ino;
-    ASSERT_EQ(setenv("JOURNAL_STREAM", stream.str().c_str(), 1), 0);
-    log_set(kLogDebug, true);
-    for (const int level : {0, 1, 2}) {
-        debug_log_func(level, "f.cpp", 7, "text");
-    }
-    ASSERT_EQ(setenv("JOURNAL_STREAM", "1:1", 1), 0); // inherited, of another stream
-    log_set(kLogInformation, false);
-    dbg_log(1, "plain");
-    ASSERT_EQ(unsetenv("JOURNAL_STREAM"), 0);
-    const std::vector<std::string> lines = captured.lines();
+    const Texts lines = logged([] {
+        log_set(kLogDebug, true);
+        dbg_log(0, "maintenance %d", 5);
+        struct stat status {};
+        ASSERT_EQ(fstat(STDERR_FILENO, &status), 0);
+        const std::string stream = std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+        ASSERT_EQ(setenv("JOURNAL_STREAM", stream.c_str(), 1), 0);
+        log_set(kLogDebug, true);
+        for (const int level : {0, 1, 2}) {
+            debug_log_func(level, "f.cpp", 7, "text");
+        }
+        ASSERT_EQ(setenv("JOURNAL_STREAM", "1:1", 1), 0); // inherited, of another stream
+        log_set(kLogInformation, false);
+        dbg_log(1, "plain");
+        ASSERT_EQ(unsetenv("JOURNAL_STREAM"), 0);
+    });
     ASSERT_EQ(lines.size(), 5U);
     EXPECT_EQ(lines[0].substr(0, 7), "\033[31m20");
     EXPECT_EQ(lines[0].substr(5 + kTimeLength), "error maintenance 5\033[0m");
-    EXPECT_EQ(lines[1], "<3>f.cpp:7: text");
-    EXPECT_EQ(lines[2], "<6>f.cpp:7: text");
-    EXPECT_EQ(lines[3], "<7>f.cpp:7: text");
+    EXPECT_EQ(Texts(lines.begin() + 1, lines.end() - 1),
+              (Texts{"<3>f.cpp:7: text", "<6>f.cpp:7: text", "<7>f.cpp:7: text"}));
     EXPECT_EQ(lines[4].substr(kTimeLength), "info plain");
 }
 
 TEST(Log, AFailingStandardErrorIsNobodysTrouble) {
     log_set(kLogInformation, false);
-    for (const char *target : {"/dev/full", "/dev/null"}) { // the latter opened for reading: every write fails
-        const Captured captured;
-        const int fd = open(target, (target[5] == 'f' ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
-        ASSERT_GE(dup2(fd, STDERR_FILENO), 0);
-        (void)close(fd);
+    const std::pair<const char *, int> targets[] = {{"/dev/full", O_WRONLY}, {"/dev/null", O_RDONLY}};
+    for (const auto &[target, mode] : targets) { // to the latter, opened for reading, every write fails
+        const Fd fd(open(target, mode | O_CLOEXEC));
+        const Captured captured(fd.get());
         errno = EXDEV;
         debug_log_func(0, "f.cpp", 7, "text");
         EXPECT_EQ(errno, EXDEV);
@@ -324,31 +283,28 @@ TEST(Log, LinesOfThreadsNeverMix) {
     log_set(kLogInformation, false);
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe(ends.data()), 0);
-    const int saved = dup(STDERR_FILENO);
-    ASSERT_GE(dup2(ends[1], STDERR_FILENO), 0);
-    (void)close(ends[1]);
-    std::vector<std::thread> threads;
-    for (char digit = 1; digit <= 4; ++digit) {
-        threads.emplace_back([text = std::string(3999, digit) + "|"] {
-            for (int n = 0; n < 50; ++n) {
-                debug_log_func(0, "f.cpp", n, "%s", text.c_str());
-            }
-        });
-    }
     std::string all;
-    std::thread reader([&all, end = ends[0]] {
+    std::jthread reader([&all, end = Fd(ends[0])] {
         std::array<char, 700> bytes{};
-        for (ssize_t count = 0; (count = read(end, bytes.data(), bytes.size())) > 0;) {
+        for (ssize_t count = 0; (count = read(end.get(), bytes.data(), bytes.size())) > 0;) {
             all.append(bytes.data(), static_cast<std::size_t>(count));
         }
     });
-    for (std::thread &thread : threads) {
-        thread.join();
+    {
+        Fd writing(ends[1]);
+        const Captured captured(writing.get());
+        writing.reset();
+        std::vector<std::jthread> threads;
+        for (char digit = 1; digit <= 4; ++digit) {
+            threads.emplace_back([text = std::string(3999, digit) + "|"] {
+                for (int n = 0; n < 50; ++n) {
+                    debug_log_func(0, "f.cpp", n, "%s", text.c_str());
+                }
+            });
+        }
+        threads.clear();
     }
-    (void)dup2(saved, STDERR_FILENO);
-    (void)close(saved);
     reader.join();
-    (void)close(ends[0]);
     std::istringstream stream(all);
     int lines = 0;
     for (std::string line; std::getline(stream, line); ++lines) {
@@ -359,6 +315,15 @@ TEST(Log, LinesOfThreadsNeverMix) {
         ASSERT_EQ(line.substr(line.find('\\')), expected.substr(0, 4UL * 3999) + "|");
     }
     EXPECT_EQ(lines, 200);
+}
+
+// A size beyond half of the address space is a negative number in disguise; the destination cannot be cleared.
+TEST(Securec, NegativeRoomIsRefused) {
+    std::string buffer = "abcdef";
+    constexpr size_t kHuge = SIZE_MAX / 2 + 1;
+    EXPECT_NE(memcpy_s(buffer.data(), kHuge, "x", 1), 0);
+    EXPECT_NE(memset_s(buffer.data(), kHuge, 'x', 1), 0);
+    EXPECT_EQ(buffer, "abcdef");
 }
 
 } // namespace
