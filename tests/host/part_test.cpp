@@ -3,29 +3,21 @@
 
 // Writes to a part: power cuts at every step and at every step of the recovery, faults, and the file behind a part.
 
-#include "atomic_file.h"
+#include "host_test.h"
 #include "intent_record.h"
 #include "log.h"
 #include "part.h"
 #include "record_write.h"
-#include "scratch_folder.h"
-#include "status.h"
 
-#include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <random>
-#include <thread>
-#include <vector>
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 namespace {
 
 using namespace asd_host;
-using Bytes = std::vector<std::uint8_t>;
+using namespace asd_test;
 
 constexpr std::uint32_t kSize = 512;
 constexpr int kNever = -1;
@@ -34,8 +26,7 @@ constexpr int kNever = -1;
 
 struct LostPower {};
 
-enum class Tear { kOld, kErased, kZero, kAnd, kOr, kRandom };
-constexpr Tear kTears[] = {Tear::kOld, Tear::kErased, Tear::kZero, Tear::kAnd, Tear::kOr, Tear::kRandom};
+enum Tear { kOld, kErased, kZero, kAnd, kOr, kRandom, kTears };
 
 struct Faults {
     bool silent = false;              // protected: acknowledged, not stored
@@ -52,10 +43,9 @@ public:
     Bytes log;
     Faults faults;
     std::uint32_t page_size = 32;
-    Tear tear = Tear::kOld;
-    int cut_at = kNever; // the step power is lost at
-    int step = 0;
-    int pages = 0; // page writes
+    Tear tear = kOld;
+    int cut_at = kNever;     // the step power is lost at
+    int step = 0, pages = 0; // of them so far; page writes
 
     gint32 read(std::uint32_t offset, std::span<std::uint8_t> out) override {
         std::ranges::copy(std::span(bytes).subspan(offset, out.size()), out.begin());
@@ -113,7 +103,7 @@ private:
                                          static_cast<std::uint8_t>(byte & data[i]),
                                          static_cast<std::uint8_t>(byte | data[i]),
                                          static_cast<std::uint8_t>((random_ = random_ * 1103515245U + 12345U) >> 16U)};
-            byte = i < stored ? data[i] : torn[static_cast<std::size_t>(tear)];
+            byte = i < stored ? data[i] : torn[tear];
         }
     }
     std::uint32_t random_ = 7;
@@ -122,9 +112,7 @@ private:
 // --- the cut engine ---
 
 struct Geometry {
-    std::uint32_t page;
-    std::uint32_t align; // offset of the record in its page
-    std::uint32_t length;
+    std::uint32_t page, align, length; // align: offset of the record in its page
 };
 
 class CutRun {
@@ -193,10 +181,10 @@ void for_each_geometry(const std::vector<std::uint32_t> &lengths, Each each) {
     for (const std::uint32_t page : {8U, 16U, 32U, 64U, 128U}) {
         for (const std::uint32_t align : {0U, 1U, 30U, 31U}) {
             for (const std::uint32_t length : lengths) {
-                for (const Tear tear : kTears) {
+                for (int tear = 0; tear < kTears; ++tear) {
                     SCOPED_TRACE("page " + std::to_string(page) + " align " + std::to_string(align) + " length " +
-                                 std::to_string(length) + " tear " + std::to_string(static_cast<int>(tear)));
-                    each(Geometry{page, align, length}, tear);
+                                 std::to_string(length) + " tear " + std::to_string(tear));
+                    each(Geometry{page, align, length}, static_cast<Tear>(tear));
                 }
             }
         }
@@ -238,7 +226,7 @@ TEST_F(PowerCut, AnywhereInTheRecoveryLeavesOldOrNew) {
 
 // The engine must be able to fail: without the intent it finds mixtures.
 TEST_F(PowerCut, WithoutIntentMixturesAreFound) {
-    CutRun run({32, 1, 34}, Tear::kErased);
+    CutRun run({32, 1, 34}, kErased);
     run.bench().faults.save = ENOSPC;
     int mixtures = 0;
     for (int step = 0; run.cut(step, kNever); ++step) {
@@ -249,16 +237,14 @@ TEST_F(PowerCut, WithoutIntentMixturesAreFound) {
 
 // --- faults ---
 
-struct FaultRow {
+const struct {
     const char *name;
     Faults faults;
     gint32 status;
     bool intent_stays;  // after the failed write
     int pages_of_retry; // written by the same write once the fault is gone
-};
-
-// clang-format off
-const FaultRow kFaultRows[] = {
+} kFaultRows[] = {
+    // clang-format off
     {"none",                                 {},                                    0, false, 0},
     {"protected: acknowledged, not stored",  {.silent = true},                      kTransferFailed | EIO, false, 3},
     {"first page refused",                   {.fail_page = 0},                      kTransferFailed | ETIMEDOUT, false, 3},
@@ -271,90 +257,86 @@ const FaultRow kFaultRows[] = {
     {"not synced, and no intent either",     {.save = ENOSPC, .sync = EIO},         kTransferFailed | EIO, false, 3},
     {"state folder full",                    {.save = ENOSPC},                      0, false, 0},
     {"intent can't be removed",              {.drop = EROFS},                       0, true, 0},
+    // clang-format on
 };
-// clang-format on
 
-TEST(RecordWriter, FaultsAreReportedAndTheSameWriteThenSucceeds) {
-    for (const FaultRow &row : kFaultRows) {
-        SCOPED_TRACE(row.name);
-        Bench bench;
-        RecordWriter writer("part", {kSize, 32}, &bench);
-        const Bytes data(70, 0x5A); // 3 pages
-        bench.faults = row.faults;
-        EXPECT_EQ(writer.write(bench, 64, data), row.status);
-        EXPECT_EQ(!bench.log.empty(), row.intent_stays);
-        bench.faults = {};
+struct Writing {
+    Bench bench;
+    RecordWriter writer{"part", {kSize, 32}, &bench};
+
+    // Writes, with these faults, that number count times.
+    gint32 write(std::uint32_t offset, std::size_t count, std::uint8_t number, const Faults &faults = {}) {
+        bench.faults = faults;
         bench.pages = 0;
-        EXPECT_EQ(writer.write(bench, 64, data), 0);
-        EXPECT_EQ(bench.pages, row.pages_of_retry);
-        EXPECT_TRUE(std::equal(data.begin(), data.end(), bench.bytes.begin() + 64));
-        EXPECT_EQ(std::ranges::count(bench.bytes, 0), kSize - 70);
-        EXPECT_TRUE(bench.log.empty());
+        return writer.write(bench, offset, Bytes(count, number));
+    }
+};
+class RecordWrites : public testing::Test, protected Writing {};
+
+TEST_F(RecordWrites, FaultsAreReportedAndTheSameWriteThenSucceeds) {
+    for (const auto &row : kFaultRows) {
+        SCOPED_TRACE(row.name);
+        Writing fresh;
+        EXPECT_EQ(fresh.write(64, 70, 0x5A, row.faults), row.status); // 3 pages
+        EXPECT_EQ(!fresh.bench.log.empty(), row.intent_stays);
+        EXPECT_EQ(fresh.write(64, 70, 0x5A), 0);
+        EXPECT_EQ(fresh.bench.pages, row.pages_of_retry);
+        Bytes expected(kSize);
+        std::fill_n(expected.begin() + 64, 70, 0x5A);
+        EXPECT_EQ(fresh.bench.bytes, expected);
+        EXPECT_TRUE(fresh.bench.log.empty());
     }
 }
 
-TEST(RecordWriter, BytesThatWereNotSyncedAreRewrittenBeforeTheirIntentGoes) {
-    Bench bench;
-    RecordWriter writer("part", {kSize, 32}, &bench);
-    bench.faults = {.sync = EIO};
-    ASSERT_NE(writer.write(bench, 64, Bytes(70, 1)), 0);
+TEST_F(RecordWrites, BytesThatWereNotSyncedAreRewrittenBeforeTheirIntentGoes) {
+    ASSERT_NE(write(64, 70, 1, {.sync = EIO}), 0);
     bench.faults = {};
-    bench.pages = 0;
-    EXPECT_EQ(writer.recover(bench), 0);
-    EXPECT_EQ(bench.pages, 3);
-    EXPECT_EQ(writer.recover(bench), 0);
-    EXPECT_EQ(bench.pages, 3) << "once";
+    for (const int pages : {3, 0}) { // once
+        bench.pages = 0;
+        EXPECT_EQ(writer.recover(bench), 0);
+        EXPECT_EQ(bench.pages, pages);
+    }
 }
 
-TEST(RecordWriter, AnIntentThatStayedDoesNotBringOldBytesBack) {
-    Bench bench;
-    RecordWriter writer("part", {kSize, 32}, &bench);
-    bench.faults = {.drop = EROFS};
-    ASSERT_EQ(writer.write(bench, 0, Bytes(16, 1)), 0);
-    bench.faults = {.save = EROFS, .drop = EROFS};
-    ASSERT_EQ(writer.write(bench, 0, Bytes(16, 2)), 0); // one page, so the first intent would take it for torn
-    ASSERT_EQ(writer.write(bench, 64, Bytes(16, 3)), 0);
+TEST_F(RecordWrites, AnIntentThatStayedDoesNotBringOldBytesBack) {
+    ASSERT_EQ(write(0, 16, 1, {.drop = EROFS}), 0);
+    // One page, so the first intent would take it for torn.
+    ASSERT_EQ(write(0, 16, 2, {.save = EROFS, .drop = EROFS}), 0);
+    ASSERT_EQ(write(64, 16, 3, {.save = EROFS, .drop = EROFS}), 0);
     EXPECT_EQ(bench.bytes[0], 2);
     EXPECT_FALSE(writer.in_doubt(0, 16));
 }
 
-TEST(RecordWriter, AWornOutPageBlocksNeitherOtherRecordsNorNewerBytes) {
-    Bench bench;
-    RecordWriter writer("part", {kSize, 32}, &bench);
-    bench.faults = {.fail_page = 1};
-    ASSERT_NE(writer.write(bench, 0, Bytes(70, 1)), 0);
+TEST_F(RecordWrites, AWornOutPageBlocksNeitherOtherRecordsNorNewerBytes) {
+    ASSERT_NE(write(0, 70, 1, {.fail_page = 1}), 0);
     EXPECT_TRUE(writer.in_doubt(69, 1));
     EXPECT_FALSE(writer.in_doubt(70, 100));
-    bench.pages = 1; // the next page write, the recovery's, fails again
-    EXPECT_EQ(writer.write(bench, 128, Bytes(16, 2)), 0);
+    EXPECT_EQ(write(128, 16, 2, {.fail_page = 0}), 0); // the recovery's page fails again
     EXPECT_TRUE(writer.in_doubt(0, 1));
-    bench.pages = 1;
-    EXPECT_EQ(writer.write(bench, 0, Bytes(70, 3)), 0);
+    EXPECT_EQ(write(0, 70, 3, {.fail_page = 0}), 0);
     EXPECT_EQ(bench.bytes[69], 3);
     EXPECT_TRUE(bench.log.empty());
 }
 
 TEST(Judge, DecidesFromThePagesAlone) {
     const Intent intent{"part", 4, Bytes(24, 1), Bytes(24, 2)}; // pages of 8: 4, 8, 8 and 4 bytes
-    const auto held = [](std::uint8_t a, std::uint8_t b, std::uint8_t c, std::uint8_t d) {
-        Bytes all(24, a);
-        std::fill(all.begin() + 4, all.end(), b);
-        std::fill(all.begin() + 12, all.end(), c);
-        std::fill(all.begin() + 20, all.end(), d);
+    const auto held = [](const char *digits) {
+        Bytes all;
+        for (const std::size_t length : {4U, 8U, 8U, 4U}) {
+            all.insert(all.end(), length, static_cast<std::uint8_t>(*digits++ - '0'));
+        }
         return all;
     };
-    const struct {
-        Bytes now;
-        Verdict verdict;
-    } rows[] = {
-        {held(1, 1, 1, 1), Verdict::kOld},     {held(2, 2, 2, 2), Verdict::kNew},
-        {held(2, 2, 1, 1), Verdict::kTorn},    {held(2, 9, 1, 1), Verdict::kTorn},
-        {held(9, 1, 1, 1), Verdict::kTorn},    {held(2, 2, 2, 9), Verdict::kTorn},
-        {held(1, 2, 2, 1), Verdict::kTorn},    {held(9, 2, 2, 9), Verdict::kForeign},
-        {held(9, 9, 9, 9), Verdict::kForeign},
+    const std::pair<Verdict, std::vector<const char *>> rows[] = {
+        {Verdict::kOld, {"1111"}},
+        {Verdict::kNew, {"2222"}},
+        {Verdict::kTorn, {"2211", "2911", "9111", "2229", "1221"}},
+        {Verdict::kForeign, {"9229", "9999"}},
     };
-    for (const auto &row : rows) {
-        EXPECT_EQ(judge(intent, row.now, 8), row.verdict) << testing::PrintToString(row.now);
+    for (const auto &[verdict, states] : rows) {
+        for (const char *now : states) {
+            EXPECT_EQ(judge(intent, held(now), 8), verdict) << now;
+        }
     }
 }
 
@@ -374,40 +356,37 @@ TEST(IntentRecord, DamageIsNoticed) {
 
 class PartFile : public testing::Test {
 protected:
-    PartFile() {
-        config_.name = "bp/0";
-        config_.size = kSize;
-        config_.page_size = 32;
-        config_.write_cycle_us = 0;
-    }
-    PartConfig config_;
-    asd_test::ScratchFolder folder_;
-    std::filesystem::path image_ = folder_.path() / "chips" / "bp0";
+    PartConfig config_{.name = "bp/0", .file = {}, .size = kSize, .page_size = 32, .write_cycle_us = 0};
+    ScratchFolder folder_;
+    fs::path intents_ = folder_.path() / "intents";
+    fs::path image_ = folder_.path() / "chips" / "bp0";
     bool line_protects_ = false;
-    std::chrono::milliseconds lock_limit_{30000};
+    milliseconds lock_limit_{30000};
     std::string mistake_;
 
     std::unique_ptr<Part> open() {
         return Part::open(
-            config_, {image_, folder_.path() / "intents", lock_limit_}, [this] { return line_protects_; }, &mistake_);
+            config_, {image_, intents_, lock_limit_}, [this] { return line_protects_; }, &mistake_);
     }
-    Bytes held() const {
-        int error = 0;
-        return read_file(image_, &error).value_or(Bytes());
+    std::unique_ptr<Part> opened() {
+        auto part = open();
+        return part != nullptr ? std::move(part) : throw std::runtime_error(mistake_);
+    }
+    Bytes held() const { return content_of(image_); }
+    void save_intent(std::uint8_t before) {
+        ASSERT_EQ(IntentFile(intents_, config_.name).save({"bp/0", 32, Bytes(16, before), Bytes(16, 7)}), 0);
     }
     // As a crash leaves them: a torn record on the part and the intent of its write.
     void leave_cut_write() {
         Bytes torn = held();
         torn[40] ^= 0x55U;
         ASSERT_EQ(replace_file(image_, torn, 0600), 0);
-        ASSERT_EQ(
-            IntentFile(folder_.path() / "intents", config_.name).save({"bp/0", 32, Bytes(16, 0xFF), Bytes(16, 7)}), 0);
+        save_intent(0xFF);
     }
 };
 
 TEST_F(PartFile, ImageIsCreatedErasedAndKeepsWhatIsWritten) {
-    auto part = open();
-    ASSERT_TRUE(part) << mistake_;
+    auto part = opened();
     EXPECT_EQ(held(), Bytes(kSize, 0xFF));
     const Bytes data(40, 0x11);
     EXPECT_EQ(part->write(30, data, false), 0);
@@ -417,9 +396,8 @@ TEST_F(PartFile, ImageIsCreatedErasedAndKeepsWhatIsWritten) {
     const timespec written_in_2096 = {.tv_sec = 4'000'000'000, .tv_nsec = 0}; // by a clock that 32 bits do not hold
     const timespec dates[] = {written_in_2096, written_in_2096};
     ASSERT_EQ(::utimensat(AT_FDCWD, image_.c_str(), dates, 0), 0);
-    part = open();
+    part = opened();
     Bytes read(42);
-    ASSERT_TRUE(part) << mistake_;
     EXPECT_EQ(part->read(29, read), 0);
     Bytes wanted(42, 0x11);
     wanted.front() = wanted.back() = 0xFF;
@@ -429,8 +407,7 @@ TEST_F(PartFile, ImageIsCreatedErasedAndKeepsWhatIsWritten) {
 }
 
 TEST_F(PartFile, ProtectedImageKeepsItsBytes) {
-    const auto part = open();
-    ASSERT_TRUE(part) << mistake_;
+    const auto part = opened();
     line_protects_ = true;
     EXPECT_EQ(part->write(0, Bytes(4, 1), false), kTransferFailed | EIO);
     line_protects_ = false;
@@ -441,7 +418,7 @@ TEST_F(PartFile, ProtectedImageKeepsItsBytes) {
 }
 
 TEST_F(PartFile, FileOfAnotherSizeIsRefusedUntouched) {
-    std::filesystem::create_directories(image_.parent_path());
+    fs::create_directories(image_.parent_path());
     for (const std::size_t size : {std::size_t{0}, std::size_t{kSize - 1}, std::size_t{kSize + 1}}) {
         ASSERT_EQ(replace_file(image_, Bytes(size, 3), 0600), 0);
         EXPECT_FALSE(open());
@@ -454,13 +431,12 @@ TEST_F(PartFile, FileOfAnotherSizeIsRefusedUntouched) {
 TEST_F(PartFile, DeviceThatIsAbsentAnswersWhenItAppears) {
     config_.kind = PartKind::kDevice;
     line_protects_ = true; // a device's own pin protects it, not we
-    std::filesystem::create_directories(image_.parent_path());
-    const auto part = open();
-    ASSERT_TRUE(part) << mistake_;
+    fs::create_directories(image_.parent_path());
+    const auto part = opened();
     Bytes read(4);
     EXPECT_EQ(part->read(0, read), kPartAbsent | ENOENT);
     EXPECT_EQ(part->write(0, read, false), kPartAbsent | ENOENT);
-    EXPECT_FALSE(std::filesystem::exists(image_));
+    EXPECT_FALSE(fs::exists(image_));
     ASSERT_EQ(replace_file(image_, Bytes(kSize, 0), 0600), 0);
     EXPECT_EQ(part->write(0, Bytes(4, 9), false), 0);
     EXPECT_EQ(part->read(0, read), 0);
@@ -519,40 +495,37 @@ TEST_F(PartFile, DeviceThatIsReadOnlyIsSaidAtStartAndRead) {
 }
 
 TEST_F(PartFile, CutWriteIsFinishedAtStartAndBeforeAnyoneReads) {
-    const auto running = open(); // say, the other controller's process
-    ASSERT_TRUE(running) << mistake_;
-    line_protects_ = true; // as at start
+    const auto running = opened(); // say, the other controller's process
+    line_protects_ = true;         // as at start
     for (const bool restart : {true, false}) {
         ASSERT_NO_FATAL_FAILURE(leave_cut_write());
         const auto restarted = restart ? open() : nullptr;
         Bytes read(16);
         EXPECT_EQ(running->read(32, read), 0);
         EXPECT_EQ(read, Bytes(16, 7));
-        EXPECT_TRUE(std::filesystem::is_empty(folder_.path() / "intents"));
+        EXPECT_TRUE(fs::is_empty(intents_));
     }
     // An image that was taken away does not get one of its records back.
-    ASSERT_EQ(IntentFile(folder_.path() / "intents", config_.name).save({"bp/0", 32, Bytes(16, 3), Bytes(16, 7)}), 0);
-    std::filesystem::remove(image_);
+    save_intent(3);
+    fs::remove(image_);
     EXPECT_TRUE(open());
     EXPECT_EQ(held(), Bytes(kSize, 0xFF));
 }
 
 TEST_F(PartFile, IntentIsPrivateAndItsFolderNotNeeded) {
-    const auto part = open();
-    ASSERT_TRUE(part) << mistake_;
+    const auto part = opened();
     ASSERT_NO_FATAL_FAILURE(leave_cut_write());
     struct stat facts = {};
-    ASSERT_EQ(::stat((folder_.path() / "intents" / "bp%2F0.intent").c_str(), &facts), 0);
+    ASSERT_EQ(::stat((intents_ / "bp%2F0.intent").c_str(), &facts), 0);
     EXPECT_EQ(facts.st_mode & 0777U, 0600U);
-    std::filesystem::remove_all(folder_.path() / "intents");
-    ASSERT_EQ(replace_file(folder_.path() / "intents", Bytes(1), 0600), 0); // no folder any more
+    fs::remove_all(intents_);
+    ASSERT_EQ(replace_file(intents_, Bytes(1), 0600), 0); // no folder any more
     EXPECT_EQ(part->write(0, Bytes(4, 1), false), 0);
 }
 
 TEST_F(PartFile, LockOfAnotherProcessIsWaitedForOnlySoLong) {
-    lock_limit_ = std::chrono::milliseconds(50);
-    const auto part = open();
-    ASSERT_TRUE(part) << mistake_;
+    lock_limit_ = milliseconds(50);
+    const auto part = opened();
     Fd other(::open(image_.c_str(), O_RDWR | O_CLOEXEC));
     struct flock lock = {};
     lock.l_type = F_RDLCK;
@@ -568,11 +541,9 @@ TEST_F(PartFile, LockOfAnotherProcessIsWaitedForOnlySoLong) {
 // Two parts on one file stand for two processes: the locks belong to open files, not to a process.
 TEST_F(PartFile, ReadersSeeWholeRecordsWhileSeveralWrite) {
     config_.page_size = 8;
-    const std::unique_ptr<Part> parts[] = {open(), open()};
-    ASSERT_TRUE(parts[0] && parts[1]) << mistake_;
-    std::atomic<int> mixtures = 0;
-    std::atomic<int> failures = 0;
-    std::vector<std::thread> threads;
+    const std::unique_ptr<Part> parts[] = {opened(), opened()};
+    std::atomic<int> mixtures = 0, failures = 0;
+    std::vector<std::jthread> threads;
     for (unsigned i = 0; i < 4; ++i) {
         threads.emplace_back([&, i] {
             Bytes read(60);
@@ -585,9 +556,7 @@ TEST_F(PartFile, ReadersSeeWholeRecordsWhileSeveralWrite) {
             }
         });
     }
-    for (std::thread &thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     EXPECT_EQ(mixtures, 0);
     EXPECT_EQ(failures, 0);
 }
