@@ -3,39 +3,24 @@
 
 // What the host keeps beside the chips: state files, emulated lines, the board's CPLD and role.
 
-#include "atomic_file.h"
 #include "board_state.h"
-#include "scratch_folder.h"
+#include "host_test.h"
 #include "state_store.h"
-#include "status.h"
 #include "write_protect.h"
-
-#include <cerrno>
-#include <filesystem>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 namespace {
 
 using namespace asd_host;
-namespace fs = std::filesystem;
-using Bytes = std::vector<std::uint8_t>;
+using namespace asd_test;
 
 class State : public testing::Test {
 protected:
-    asd_test::ScratchFolder folder_;
+    ScratchFolder folder_;
     fs::path file_ = folder_.path() / "values";
     std::string mistake_;
 
-    Bytes content(const fs::path &file) const {
-        int error = 0;
-        return read_file(file, &error).value_or(Bytes());
-    }
-    std::size_t files() const {
-        return static_cast<std::size_t>(
-            std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator()));
+    std::ptrdiff_t files() const {
+        return std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator());
     }
 };
 
@@ -43,12 +28,12 @@ TEST_F(State, AFileIsReplacedWholeOrStays) {
     EXPECT_EQ(replace_file(file_, Bytes(3, 1), 0600), 0);
     EXPECT_EQ(replace_file(file_.string() + ".tmp", Bytes(9, 9), 0600), 0); // as a crash leaves it
     EXPECT_EQ(replace_file(file_, Bytes(2, 2), 0600), 0);
-    EXPECT_EQ(content(file_), Bytes(2, 2));
-    EXPECT_EQ(files(), 1U);
+    EXPECT_EQ(content_of(file_), Bytes(2, 2));
+    EXPECT_EQ(files(), 1);
     fs::create_directories(folder_.path() / "taken" / "x"); // a folder can't be replaced by a file
     EXPECT_EQ(replace_file(folder_.path() / "taken", Bytes(1), 0600), EISDIR);
     EXPECT_EQ(replace_file(folder_.path() / "missing" / "x", Bytes(1), 0600), ENOENT);
-    EXPECT_EQ(files(), 2U) << "no temporary file is left";
+    EXPECT_EQ(files(), 2) << "no temporary file is left";
     EXPECT_EQ(remove_file(file_), 0);
     EXPECT_EQ(remove_file(file_), 0);
     int error = 0;
@@ -92,20 +77,17 @@ TEST_F(State, DamageAnywhereIsSetAside) {
     StateStore store;
     ASSERT_TRUE(store.open(file_, &mistake_));
     ASSERT_EQ(store.put(0x11, Bytes{0x55}), 0);
-    const Bytes good = content(file_);
-    for (std::size_t i = 0; i < 2 * good.size(); ++i) {
+    const Bytes good = content_of(file_);
+    for (std::size_t i = 0; i < 2 * good.size(); ++i) { // a flipped bit, then a file that is cut short
         SCOPED_TRACE(i);
         Bytes damaged = good;
-        if (i < good.size()) {
-            damaged[i] ^= 0x01U;
-        } else {
-            damaged.resize(i - good.size());
-        }
+        damaged[i % good.size()] ^= 0x01U;
+        damaged.resize(i < good.size() ? good.size() : i - good.size());
         ASSERT_EQ(replace_file(file_, damaged, 0600), 0);
         StateStore reopened;
         ASSERT_TRUE(reopened.open(file_, &mistake_)) << mistake_;
         EXPECT_FALSE(reopened.get(0x11));
-        EXPECT_EQ(content(file_.string() + ".damaged"), damaged);
+        EXPECT_EQ(content_of(file_.string() + ".damaged"), damaged);
         EXPECT_EQ(reopened.put(0x11, Bytes{0x66}), 0);
     }
 }
@@ -121,15 +103,12 @@ TEST_F(State, WhatCannotBeReadIsAMistakeNotAnEmptyMap) {
     ASSERT_EQ(replace_file(file_, later, 0600), 0);
     EXPECT_FALSE(store.open(file_, &mistake_));
     EXPECT_NE(mistake_.find("later version"), std::string::npos) << mistake_;
-    EXPECT_EQ(content(file_), later);
+    EXPECT_EQ(content_of(file_), later);
 }
 
 TEST_F(State, LinesStartProtectedAndAreShown) {
     const fs::path gpio = folder_.path() / "slot0" / "gpio";
-    const auto shown = [&](const char *line) {
-        const Bytes text = content(gpio / line);
-        return std::string(text.begin(), text.end());
-    };
+    const auto shown = [&](const char *line) { return content_of<std::string>(gpio / line); };
     {
         WriteProtectLines before;
         ASSERT_TRUE(before.open(gpio, &mistake_)) << mistake_;
@@ -152,21 +131,21 @@ TEST_F(State, LinesStartProtectedAndAreShown) {
 
 class Board : public State {
 protected:
-    Options options(std::uint8_t slot) {
+    void open(BoardState &board, std::uint8_t slot, const Enclosure &enclosure, std::optional<Role> role = {}) {
         Options options;
         options.slot = slot;
+        options.role = role;
         options.run_dir = options.state_dir = folder_.path();
         fs::create_directories(options.slot_state_dir());
-        return options;
+        ASSERT_TRUE(board.open(options, enclosure, &mistake_)) << mistake_;
     }
 };
 
 TEST_F(Board, OneControllerIsMasterUntilItDies) {
-    const Enclosure enclosure;
     auto first = std::make_unique<BoardState>();
-    BoardState second;
-    ASSERT_TRUE(first->open(options(0), enclosure, &mistake_)) << mistake_;
-    ASSERT_TRUE(second.open(options(1), enclosure, &mistake_)) << mistake_;
+    BoardState second, third;
+    open(*first, 0, {});
+    open(second, 1, {});
     EXPECT_EQ(first->role(), BOARD_MASTER);
     EXPECT_EQ(second.role(), BOARD_SLAVE);
     // Somebody tidies up: at most one of them goes on as master.
@@ -176,10 +155,7 @@ TEST_F(Board, OneControllerIsMasterUntilItDies) {
     first.reset();
     EXPECT_EQ(second.role(), BOARD_MASTER);
 
-    Options fixed = options(2);
-    fixed.role = Role::kMaster;
-    BoardState third;
-    ASSERT_TRUE(third.open(fixed, enclosure, &mistake_)) << mistake_;
+    open(third, 2, {}, Role::kMaster);
     EXPECT_EQ(third.role(), BOARD_MASTER);
 }
 
@@ -188,7 +164,7 @@ TEST_F(Board, CpldFieldsRegistersAndFlashOutliveTheProcess) {
     enclosure.role = Role::kSlave;
     {
         BoardState board;
-        ASSERT_TRUE(board.open(options(0), enclosure, &mistake_)) << mistake_;
+        open(board, 0, enclosure);
         EXPECT_EQ(board.cpld_register(0x1F8), 0U);
         EXPECT_EQ(board.set_cpld_register(0x1F8, 0x80000102), 0);
         EXPECT_EQ(board.set_cpld_field(CpldField::kProductConfiguration, Bytes(64, 4)), 0);
@@ -199,7 +175,7 @@ TEST_F(Board, CpldFieldsRegistersAndFlashOutliveTheProcess) {
         EXPECT_EQ(board.set_cpld_field(CpldField::kWwn, Bytes()), kBadArgument);
     }
     BoardState board;
-    ASSERT_TRUE(board.open(options(0), enclosure, &mistake_)) << mistake_;
+    open(board, 0, enclosure);
     EXPECT_EQ(board.role(), BOARD_SLAVE);
     EXPECT_EQ(board.cpld_register(0x1F8), 0x80000102U);
     EXPECT_FALSE(board.cpld_ram.get(0xCE00));
