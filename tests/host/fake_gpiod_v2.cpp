@@ -38,8 +38,6 @@ gpiod_line_config *gpiod_line_config_new() { return new gpiod_line_config; }
 void gpiod_line_config_free(gpiod_line_config *config) { delete config; }
 gpiod_request_config *gpiod_request_config_new() { return new gpiod_request_config; }
 void gpiod_request_config_free(gpiod_request_config *config) { delete config; }
-// clang-format on
-
 gpiod_chip *gpiod_chip_open(const char *path) {
     return g_gpio.open(path == std::string_view(kFakePath)) ? new gpiod_chip : nullptr;
 }
@@ -47,21 +45,13 @@ void gpiod_chip_close(gpiod_chip *chip) {
     --g_gpio.chips_open;
     delete chip;
 }
-gpiod_chip_info *gpiod_chip_get_info(gpiod_chip * /*chip*/) {
-    return new gpiod_chip_info;
-}
-const char *gpiod_chip_info_get_label(gpiod_chip_info * /*info*/) {
-    return kFakeLabel;
-}
-int gpiod_chip_get_line_offset_from_name(gpiod_chip * /*chip*/, const char *name) {
-    return g_gpio.find(name);
-}
+gpiod_chip_info *gpiod_chip_get_info(gpiod_chip * /*chip*/) { return new gpiod_chip_info; }
+const char *gpiod_chip_info_get_label(gpiod_chip_info * /*info*/) { return kFakeLabel; }
+int gpiod_chip_get_line_offset_from_name(gpiod_chip * /*chip*/, const char *name) { return g_gpio.find(name); }
 gpiod_line_info *gpiod_chip_get_line_info(gpiod_chip * /*chip*/, unsigned offset) {
     return g_gpio.check(offset) == 0 ? new gpiod_line_info{offset} : nullptr;
 }
-const char *gpiod_line_info_get_consumer(gpiod_line_info *info) {
-    return g_gpio.consumer(info->offset);
-}
+const char *gpiod_line_info_get_consumer(gpiod_line_info *info) { return g_gpio.consumer(info->offset); }
 int gpiod_line_settings_set_direction(gpiod_line_settings *settings, gpiod_line_direction direction) {
     settings->direction = direction;
     return 0;
@@ -78,9 +68,7 @@ int gpiod_line_config_add_line_settings(gpiod_line_config *config, const unsigne
     *config = {.offset = offsets[0], .settings = *settings};
     return num_offsets == 1 ? 0 : FakeGpio::fail(EINVAL);
 }
-void gpiod_request_config_set_consumer(gpiod_request_config *config, const char *consumer) {
-    config->consumer = consumer;
-}
+void gpiod_request_config_set_consumer(gpiod_request_config *config, const char *consumer) { config->consumer = consumer; }
 gpiod_line_request *gpiod_chip_request_lines(gpiod_chip * /*chip*/, gpiod_request_config *req_cfg,
                                              gpiod_line_config *line_cfg) {
     const gpiod_line_settings &settings = line_cfg->settings;
@@ -97,3 +85,4 @@ void gpiod_line_request_release(gpiod_line_request *request) {
     g_gpio.release(request->offset);
     delete request;
 }
+// clang-format on

@@ -4,20 +4,16 @@
 // Write-protect lines on a GPIO chip. Built twice: gpio_lines_v1.cpp and gpio_lines_v2.cpp, each on a fake of its
 // libgpiod.
 
-#include "atomic_file.h"
 #include "fake_gpiod.h"
 #include "gpio.h"
 #include "gpio_lines.h"
 #include "host.h"
-#include "scratch_folder.h"
-#include "status.h"
-
-#include <gtest/gtest.h>
+#include "host_test.h"
 
 namespace {
 
 using namespace asd_host;
-using Texts = std::vector<std::string>;
+using namespace asd_test;
 
 constexpr int kAnyError = EIO;
 
@@ -49,34 +45,23 @@ TEST(GpioLine, IsTakenProtectedThenSetThenReleased) {
 }
 
 TEST(GpioLine, ThatCannotBeHadIsSaidWithWhatToDo) {
-    struct Row {
+    const struct {
         GpioLineConfig config;
         int take_error;
         std::string mistake;
+    } rows[] = {
+        // clang-format off
+        {by_offset(55, "/dev/gpiochip7", 0), 0, "the GPIO chip \"/dev/gpiochip7\" cannot be opened: No such file or directory; gpiodetect lists the chips"},
+        {by_offset(55, "nowhere", 0), 0, "the GPIO chip \"nowhere\" cannot be opened: No such file or directory; gpiodetect lists the chips"},
+        {by_offset(55, kFakeName, 4), 0, "the GPIO chip \"gpiochip3\" has no line 4: Invalid argument; gpioinfo lists the lines"},
+        {by_name(55, kFakePath, "WP"), 0, "the GPIO chip \"/dev/gpiochip3\" has no line \"WP\": No such file or directory; gpioinfo lists the lines"},
+        {by_name(55, kFakeName, "LED"), 0, "line \"LED\" of the GPIO chip \"gpiochip3\" is held by \"leds\"; stop that, or name another line in GpioLines"},
+        {by_offset(55, kFakeName, 3), 0, "line 3 of the GPIO chip \"gpiochip3\" is held by another program or driver; stop that, or name another line in GpioLines"},
+        {by_offset(55, kFakeName, 0), EPERM, "line 0 of the GPIO chip \"gpiochip3\" cannot be driven: Operation not permitted; let the service's user read and write it"},
+        {by_offset(55, kFakeName, 0), kAnyError, "line 0 of the GPIO chip \"gpiochip3\" cannot be driven: Input/output error; it must be a line that can be an output"},
+        // clang-format on
     };
-    const std::vector<Row> rows = {
-        {by_offset(55, "/dev/gpiochip7", 0), 0,
-         "the GPIO chip \"/dev/gpiochip7\" cannot be opened: No such file or directory; gpiodetect lists the chips"},
-        {by_offset(55, "nowhere", 0), 0,
-         "the GPIO chip \"nowhere\" cannot be opened: No such file or directory; gpiodetect lists the chips"},
-        {by_offset(55, kFakeName, 4), 0,
-         "the GPIO chip \"gpiochip3\" has no line 4: Invalid argument; gpioinfo lists the lines"},
-        {by_name(55, kFakePath, "WP"), 0,
-         "the GPIO chip \"/dev/gpiochip3\" has no line \"WP\": No such file or directory; gpioinfo lists the lines"},
-        {by_name(55, kFakeName, "LED"), 0,
-         "line \"LED\" of the GPIO chip \"gpiochip3\" is held by \"leds\"; stop that, or name another line in "
-         "GpioLines"},
-        {by_offset(55, kFakeName, 3), 0,
-         "line 3 of the GPIO chip \"gpiochip3\" is held by another program or driver; stop that, or name another "
-         "line in GpioLines"},
-        {by_offset(55, kFakeName, 0), EPERM,
-         "line 0 of the GPIO chip \"gpiochip3\" cannot be driven: Operation not permitted; let the service's user "
-         "read and write it"},
-        {by_offset(55, kFakeName, 0), kAnyError,
-         "line 0 of the GPIO chip \"gpiochip3\" cannot be driven: Input/output error; it must be a line that can be "
-         "an output"},
-    };
-    for (const Row &row : rows) {
+    for (const auto &row : rows) {
         SCOPED_TRACE(row.mistake);
         g_gpio = {};
         g_gpio.take_error = row.take_error;
@@ -90,11 +75,9 @@ TEST(GpioLine, ThatCannotBeHadIsSaidWithWhatToDo) {
 
 // From the enclosure to the pin: the platform starts once a process, so all of it is one test.
 TEST(GpioLines, GuardThePartsOfTheRunningPlatform) {
-    const asd_test::ScratchFolder folder;
+    const ScratchFolder folder;
     const auto shown = [&](const char *line) {
-        int error = 0;
-        const auto text = read_file(folder.path() / "run" / "slot0" / "gpio" / line, &error);
-        return text ? std::string(text->begin(), text->end()) : g_strerror(error);
+        return content_of<std::string>(folder.path() / "run" / "slot0" / "gpio" / line);
     };
     Enclosure enclosure;
     enclosure.parts = {
@@ -113,7 +96,7 @@ TEST(GpioLines, GuardThePartsOfTheRunningPlatform) {
     ASSERT_EQ(host_start(options, enclosure), Texts{});
     EXPECT_EQ(shown("55") + shown("56") + shown("39"), "0\n0\n0\n");
     Part &part = *host()->parts.at("p");
-    const std::vector<std::uint8_t> data(4, 7);
+    const Bytes data(4, 7);
     EXPECT_EQ(part.write(0, data, false), kTransferFailed | EIO);
 
     g_gpio.set_error = kAnyError;
