@@ -177,7 +177,7 @@ class Methods(unittest.TestCase):
 
             with Background(read_other), Background(read_other):
                 client = subprocess.Popen(word, stdout=subprocess.DEVNULL)
-                wait_for(lambda: written.read(1) == b"k", "the write to begin")
+                wait_for(lambda: written.has_begun_with(b"k"), "the write to begin")
                 client.kill()
                 client.wait()
                 wait_for(lambda: bus.property(item("ASD25"), ITEM, "Ready") == "1", "the write to end all the same")

@@ -116,6 +116,12 @@ class Chip:
             image.seek(self.offset)
             return image.read(length)
 
+    def has_begun_with(self, byte):
+        """Whether the first byte is there, also when the write is still under way."""
+        with open(self.image, "rb") as image:
+            image.seek(self.offset)
+            return image.read(1) == byte
+
     def write(self, data, at=0):
         with open(self.image, "r+b") as image:
             image.seek(self.offset + at)
