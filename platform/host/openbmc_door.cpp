@@ -16,7 +16,6 @@ namespace {
 constexpr const char *kName = "xyz.openbmc_project.Ipmi.Host";
 constexpr const char *kPath = "/xyz/openbmc_project/Ipmi";
 constexpr const char *kServer = "xyz.openbmc_project.Ipmi.Server";
-constexpr gint kAskLimitMs = 10'000;
 
 constexpr const char *kBus = "org.freedesktop.DBus";
 constexpr const char *kBusPath = "/org/freedesktop/DBus";
