@@ -65,7 +65,7 @@ std::uint32_t number_of(const Place &place, const Json &object, const char *key)
 
 bool flag_of(const Json &object, const char *key) {
     const auto found = object.find(key);
-    return found != object.end() && (*found == true || *found == 1);
+    return found != object.end() && (found->is_boolean() ? found->get<bool>() : *found == 1);
 }
 
 // Calls each(place, object) for the objects in a list of the document.
