@@ -712,9 +712,8 @@ gint32 ASD_SetIocardPcie4ToEEP(const guint8 *data, guint32 len) {
     return kStatusOk;
 }
 
-static std::atomic<guint8> count{0}; // consecutive failed reads of the controller's flash parameter, wrapping
-
 void ASD_SetCtrlIocardPcie2Cpldram(void) {
+    static std::atomic<guint8> count{0}; // consecutive failed reads of the controller's flash parameter, wrapping
     constexpr guint8 kFailuresToReset = 10;
     guint8 flash = 0;
     const bool flash_read = BMC_FlashReadCfgPara(kFlashController, 1, &flash) == 0;

@@ -10,6 +10,9 @@
 
 #include <array>
 
+// What most handlers log of a request whose data they cannot get.
+inline constexpr const gchar *kNoData = "get ipmi src data failed!";
+
 // Completion codes (IPMI 2.0, table 5-2; 0x80 to 0xBE are the command's own).
 enum CompletionCode : guint8 {
     kCompleted = 0x00,

@@ -83,7 +83,6 @@ struct IdentityRead {
 static constexpr guint32 kIdentityMax = 32;
 
 // clang-format off
-static constexpr const gchar *kNoData = "get ipmi src data failed!";
 static constexpr const gchar *kEnter = "user data is ";
 static constexpr const gchar *kLeave = "Leave user data is ";
 

@@ -93,8 +93,6 @@ struct RecordWrite {
 } // namespace
 
 // clang-format off
-static constexpr const gchar *kNoData = "get ipmi src data failed!";
-
 static constexpr RecordWrite kWriteMac         = {.size = 6,   .begin = "Begin to set MAC.",       .success = nullptr,                  .suffix = " Set MAC fail.",       .no_data = kNoData};
 static constexpr RecordWrite kWriteSn          = {.size = 20,  .begin = "Begin to set SN.",        .success = "Set SN success.",        .suffix = " Set SN fail.",        .no_data = kNoData};
 static constexpr RecordWrite kWriteBrand       = {.size = 32,  .begin = "Begin to set Brand.",     .success = "Set Brand success.",     .suffix = " Set Brand fail.",     .no_data = kNoData};

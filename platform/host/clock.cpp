@@ -23,13 +23,13 @@ std::uint64_t since_boot() {
 
 // Set before other threads exist; atomic because tests set them again.
 std::atomic<std::uint32_t> time_scale{1};
-std::atomic<std::uint64_t> start{since_boot()};
+std::atomic<std::uint64_t> start_ns{since_boot()};
 
 } // namespace
 
 void clock_set_scale(std::uint32_t scale) {
     time_scale = std::max<std::uint32_t>(scale, 1);
-    start = since_boot();
+    start_ns = since_boot();
 }
 
 std::chrono::nanoseconds clock_real(std::uint64_t milliseconds) {
@@ -38,10 +38,10 @@ std::chrono::nanoseconds clock_real(std::uint64_t milliseconds) {
 }
 
 std::uint64_t clock_ticks() {
-    const std::uint64_t elapsed = since_boot() - start;
+    const std::uint64_t elapsed = since_boot() - start_ns;
     const std::uint64_t whole = elapsed / kNanosecondsPerMillisecond * time_scale;
     const std::uint64_t rest = elapsed % kNanosecondsPerMillisecond * time_scale / kNanosecondsPerMillisecond;
-    return start / kNanosecondsPerMillisecond + whole + rest;
+    return start_ns / kNanosecondsPerMillisecond + whole + rest;
 }
 
 } // namespace asd_host

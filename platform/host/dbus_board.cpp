@@ -79,7 +79,7 @@ struct BoardProperty {
 };
 
 // clang-format off
-constexpr std::array<BoardProperty, 9> kProperties = {{
+constexpr std::array<BoardProperty, 9> kBoardProperties = {{
     {.name = "Slot",              .get = [](Host &host) { return g_variant_new_byte(host.options.slot); }},
     {.name = "Role",              .get = [](Host &host) { return g_variant_new_string(role_name(host.board)); }},
     {.name = "BackplaneEeproms",  .get = [](Host &host) { return g_variant_new_uint32(host.enclosure.board.backplane_eeproms); }},
@@ -96,8 +96,8 @@ constexpr std::array<BoardProperty, 9> kProperties = {{
 // clang-format on
 
 const BoardProperty *property_named(std::string_view name) {
-    const auto *found = std::ranges::find(kProperties, name, &BoardProperty::name);
-    return found == kProperties.end() ? nullptr : found;
+    const auto *found = std::ranges::find(kBoardProperties, name, &BoardProperty::name);
+    return found == kBoardProperties.end() ? nullptr : found;
 }
 
 // ---- Methods ----

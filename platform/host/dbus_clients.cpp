@@ -3,6 +3,7 @@
 #include "dbus_clients.h"
 
 #include "dbus_member.h"
+#include "dbus_standard.h"
 #include "log.h"
 
 #include <cstring>
@@ -14,8 +15,6 @@ namespace {
 
 // A client that has not taken a change after that time is cut off: it ties up a thread of GIO's.
 constexpr guint kUnreadLimitS = 30;
-
-constexpr const char *kProperties = "org.freedesktop.DBus.Properties";
 
 // GDBus refuses arguments of a wrong type by itself, on its own thread; clients are to see one name for that.
 GDBusMessage *name_refusals(GDBusConnection * /*connection*/, GDBusMessage *message, gboolean incoming,
@@ -75,7 +74,7 @@ bool BusClients::register_objects(GDBusConnection *connection, Kind kind, GError
     const auto put = [&](const char *path, GDBusInterfaceInfo *interface, const GDBusInterfaceVTable *calls) {
         return g_dbus_connection_register_object(connection, path, interface, calls, this, nullptr, error) != 0;
     };
-    if (kind == Kind::kClient && !put("/org/freedesktop/DBus", objects_.bus_driver(), &kDriver)) {
+    if (kind == Kind::kClient && !put(kDriverPath, objects_.bus_driver(), &kDriver)) {
         return false;
     }
     if (!put(kRootPath, objects_.interface_of(kRootObject), &kCalls) ||
@@ -171,7 +170,7 @@ void BusClients::on_call(GDBusConnection *connection, const gchar * /*sender*/, 
         answer_error(std::move(held), kErrorNoObject, std::string("there is no object ") + path);
         return;
     }
-    if (std::strcmp(interface, kProperties) == 0) {
+    if (std::strcmp(interface, kPropertiesInterface) == 0) {
         clients->properties_call(*object, method, parameters, std::move(held));
         return;
     }
@@ -267,7 +266,7 @@ void BusClients::send_change(const Client &client, OBJ_HANDLE object, const Prop
         }
     }
     const ObjectPtr<GDBusMessage> signal(
-        g_dbus_message_new_signal(objects_.path_of(object).c_str(), kProperties, "PropertiesChanged"));
+        g_dbus_message_new_signal(objects_.path_of(object).c_str(), kPropertiesInterface, "PropertiesChanged"));
     if (client.kind == Kind::kClient && client.said_hello) {
         g_dbus_message_set_sender(signal.get(), kServiceUniqueName); // a bus would put it there
     }

@@ -5,6 +5,7 @@
 // private socket.
 
 #include "dbus_clients.h"
+#include "dbus_standard.h"
 
 #include <algorithm>
 #include <array>
@@ -15,8 +16,6 @@
 namespace asd_host {
 
 namespace {
-
-constexpr const char *kDriverName = "org.freedesktop.DBus";
 
 GVariant *one_text(const std::string &text) {
     return g_variant_new("(s)", text.c_str());

@@ -3,6 +3,7 @@
 #include "dbus_member.h"
 
 #include "clock.h"
+#include "dbus_standard.h"
 #include "log.h"
 
 #include <chrono>
@@ -18,9 +19,6 @@ constexpr gint kAskLimitMs = 10'000;
 constexpr guint32 kDoNotQueue = 4; // flag of RequestName
 constexpr guint32 kNowOwner = 1;   // its answers
 constexpr guint32 kOwnerAlready = 4;
-
-constexpr const char *kBus = "org.freedesktop.DBus";
-constexpr const char *kBusPath = "/org/freedesktop/DBus";
 
 } // namespace
 
@@ -85,9 +83,9 @@ void BusMember::on_connected(GObject * /*source*/, GAsyncResult *result, gpointe
     }
     g_signal_connect(connection.get(), "closed", G_CALLBACK(on_closed), self);
     // From before the name is asked for: so its coming free is not missed.
-    (void)g_dbus_connection_signal_subscribe(connection.get(), kBus, kBus, "NameOwnerChanged", kBusPath,
-                                             member->plan_.name.c_str(), G_DBUS_SIGNAL_FLAGS_NONE, on_owner_changed,
-                                             self, nullptr);
+    (void)g_dbus_connection_signal_subscribe(connection.get(), kDriverName, kDriverName, "NameOwnerChanged",
+                                             kDriverPath, member->plan_.name.c_str(), G_DBUS_SIGNAL_FLAGS_NONE,
+                                             on_owner_changed, self, nullptr);
     member->connection_ = std::move(connection);
     if (std::string mistake; !member->plan_.prepare(member->connection_, &mistake)) {
         member->give_up(mistake);
@@ -121,8 +119,9 @@ void BusMember::give_up(const std::string &mistake) {
 void BusMember::call_bus(const char *method, GVariant *arguments, const char *reply_type, Answer done) {
     auto question = std::make_unique<Question>(Question{.member = this, .done = std::move(done)});
     ++underway_;
-    g_dbus_connection_call(connection_.get(), kBus, kBusPath, kBus, method, arguments, G_VARIANT_TYPE(reply_type),
-                           G_DBUS_CALL_FLAGS_NONE, kAskLimitMs, cancel_.get(), on_answer, question.release());
+    g_dbus_connection_call(connection_.get(), kDriverName, kDriverPath, kDriverName, method, arguments,
+                           G_VARIANT_TYPE(reply_type), G_DBUS_CALL_FLAGS_NONE, kAskLimitMs, cancel_.get(), on_answer,
+                           question.release());
 }
 
 void BusMember::on_answer(GObject *source, GAsyncResult *result, gpointer question) {

@@ -3,6 +3,7 @@
 #include "dbus_objects.h"
 
 #include "dbus_board.h"
+#include "dbus_standard.h"
 #include "dbus_xml.h"
 #include "property_variant.h"
 #include "status.h"
@@ -43,7 +44,7 @@ BusObjects::BusObjects(Host &platform)
                                                              load(kChipXml, "org.asd.AtomStorageDataDev1")},
       board_(load(kBoardXml, "org.asd.Board1")),
       object_manager_(load(kStandardXml, "org.freedesktop.DBus.ObjectManager")),
-      bus_driver_(load(kStandardXml, "org.freedesktop.DBus")) {}
+      bus_driver_(load(kStandardXml, kDriverName)) {}
 
 // The texts are part of the program: one that cannot be read is a mistake of ours.
 GDBusInterfaceInfo *BusObjects::load(const char *xml, const char *interface) {

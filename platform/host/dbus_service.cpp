@@ -55,8 +55,8 @@ constexpr guint kCloseLimitMs = 1000; // for clients that do not take their last
 // ---- The bus thread ----
 
 // What is there while the bus thread serves.
-struct Doors {
-    explicit Doors(BusShared &owner) : shared(owner), socket(owner.clients), member(plan(owner)) {}
+struct BusDoors {
+    explicit BusDoors(BusShared &owner) : shared(owner), socket(owner.clients), member(plan(owner)) {}
 
     BusShared &shared;
     BusDoor socket;
@@ -93,7 +93,7 @@ bool join_bus(BusMember &member, std::string *mistake) {
     return mistake->empty();
 }
 
-bool open_doors(Doors &doors, std::string *mistake) {
+bool open_doors(BusDoors &doors, std::string *mistake) {
     const Options &options = doors.shared.platform.options;
     if (options.bus != Bus::kNone) {
         const bool open = options.bus == Bus::kPrivate ? doors.socket.open(options.slot_run_dir() / "bus", mistake)
@@ -106,7 +106,7 @@ bool open_doors(Doors &doors, std::string *mistake) {
 }
 
 gboolean cut_off(gpointer doors) {
-    auto *open = static_cast<Doors *>(doors);
+    auto *open = static_cast<BusDoors *>(doors);
     open->shared.clients.cut_all();
     open->member.cut_off();
     if (open->shared.ipmi != nullptr) {
@@ -116,7 +116,7 @@ gboolean cut_off(gpointer doors) {
 }
 
 // Cut connections report their end, as closed ones do.
-void close_doors(Doors &doors) {
+void close_doors(BusDoors &doors) {
     doors.socket.close();
     doors.shared.calls.refuse_rest();
     doors.member.leave();
@@ -132,7 +132,7 @@ void close_doors(Doors &doors) {
 
 // Serves until it is told to end. What keeps it from that, or nothing, goes to started.
 void serve(const std::shared_ptr<BusShared> &shared, std::promise<std::string> &started) {
-    Doors doors(*shared);
+    BusDoors doors(*shared);
     std::string mistake;
     const bool open = open_doors(doors, &mistake);
     shared->queue->attach();

@@ -18,6 +18,7 @@ namespace asd_host {
 
 inline constexpr std::size_t kRequestLimit = 255;   // bytes of request data
 inline constexpr std::size_t kResponseLimit = 1025; // completion code and 1024 bytes: what ipmitool's buffer holds
+inline constexpr std::uint8_t kAdministrator = 4;   // privilege level: 1 callback, 2 user, 3 operator, 5 OEM
 
 // Completion codes of the stack itself (IPMI 2.0, table 5-2).
 enum CompletionCode : std::uint8_t {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "openbmc_door.h"
 
+#include "dbus_standard.h"
 #include "dbus_xml.h"
 #include "log.h"
 
@@ -16,9 +17,6 @@ namespace {
 constexpr const char *kName = "xyz.openbmc_project.Ipmi.Host";
 constexpr const char *kPath = "/xyz/openbmc_project/Ipmi";
 constexpr const char *kServer = "xyz.openbmc_project.Ipmi.Server";
-
-constexpr const char *kBus = "org.freedesktop.DBus";
-constexpr const char *kBusPath = "/org/freedesktop/DBus";
 
 NodeInfoPtr description() {
     ErrorSlot error;
@@ -74,8 +72,8 @@ bool OpenbmcDoor::prepare(const ConnectionPtr &connection, std::string *mistake)
         return false;
     }
     channels_.clear();
-    (void)g_dbus_connection_signal_subscribe(connection.get(), kBus, kBus, "NameOwnerChanged", kBusPath,
-                                             std::string(kChannelNames).c_str(),
+    (void)g_dbus_connection_signal_subscribe(connection.get(), kDriverName, kDriverName, "NameOwnerChanged",
+                                             kDriverPath, std::string(kChannelNames).c_str(),
                                              G_DBUS_SIGNAL_FLAGS_MATCH_ARG0_NAMESPACE, on_owner_changed, this, nullptr);
     member_.call_bus("ListNames", nullptr, "(as)", [this](GVariant *reply, const std::string &failure) {
         if (reply == nullptr) {

@@ -6,7 +6,6 @@ namespace asd_host {
 
 namespace {
 
-constexpr std::uint8_t kAdministrator = 4;
 constexpr gint32 kLowestPrivilege = 1;
 constexpr gint32 kHighestPrivilege = 5;
 

@@ -25,7 +25,6 @@ using Deadline = std::chrono::steady_clock::time_point;
 using std::chrono::milliseconds;
 
 constexpr std::array<std::uint8_t, 5> kMagicAndVersion = {'A', 'S', 'D', 'L', 1};
-constexpr std::uint8_t kAdministrator = 4;
 constexpr std::size_t kHeadSize = 8;
 constexpr std::size_t kRequestHeadSize = 3; // network function, LUN, command
 constexpr milliseconds kShortestLimit{50};  // real time: with a high time scale a peer still needs some

@@ -21,9 +21,6 @@ namespace asdctl {
 
 namespace {
 
-constexpr unsigned kSlots = 4;
-constexpr std::size_t kIndent = 2;
-
 // ---- Parts ----
 
 struct LoadedPart {

@@ -14,7 +14,6 @@ namespace asdctl {
 
 namespace {
 
-constexpr std::size_t kIndent = 2;
 constexpr std::size_t kNamesShown = 24; // in status; list shows them all
 
 // ---- Words ----

@@ -8,12 +8,6 @@
 
 namespace asdctl {
 
-namespace {
-
-constexpr unsigned kSlots = 4;
-
-} // namespace
-
 std::string Context::how_to_start() const {
     const std::string number = std::to_string(slot);
     return "Is asd running for slot " + number + "? Start it with: asd --config FILE --slot " + number + " --run-dir " +

@@ -11,6 +11,8 @@
 
 namespace asdctl {
 
+inline constexpr unsigned kSlots = 4; // of an enclosure, at most
+
 enum class Bus { kPrivate, kSession, kSystem };
 
 struct Context {

@@ -19,6 +19,8 @@ namespace asdctl {
 // Keys in the order in which they were added: people read JSON too.
 using Json = nlohmann::ordered_json;
 
+inline constexpr std::size_t kIndent = 2; // columns, of what belongs to the line above
+
 // Where something is shown.
 struct Screen {
     bool colour = false;
