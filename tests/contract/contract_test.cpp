@@ -132,6 +132,9 @@ TEST_F(Contract, IterationVisitsAllInOrderAndGivesTheFirstFailure) {
     OBJ_HANDLE bound = 0;
     EXPECT_EQ(dfl_get_binded_object("AtomStorageData", 7, &bound), 0);
     EXPECT_EQ(bound, handle_of("ASD7"));
+    EXPECT_EQ(dfl_bind_object_alias(handle_of("ASD14"), 7), 0);
+    EXPECT_EQ(dfl_get_binded_object("AtomStorageData", 7, &bound), 0);
+    EXPECT_EQ(bound, handle_of("ASD14")) << "the last binding wins";
     EXPECT_NE(dfl_get_binded_object("AtomStorageDataDev", 7, &bound), 0);
 }
 

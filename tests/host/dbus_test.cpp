@@ -78,13 +78,15 @@ GVariant *bytes_argument(std::size_t count, int first = 0) {
 class Client {
 public:
     explicit Client(const fs::path &socket) {
-        in_context([&] {
-            connection.reset(g_dbus_connection_new_for_address_sync(("unix:path=" + socket.native()).c_str(),
-                                                                    G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT,
-                                                                    nullptr, nullptr, nullptr));
-        });
+        g_main_context_push_thread_default(context_.get());
+        connection.reset(g_dbus_connection_new_for_address_sync(("unix:path=" + socket.native()).c_str(),
+                                                                G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT, nullptr,
+                                                                nullptr, nullptr));
     }
-    ~Client() { close(); }
+    ~Client() {
+        close();
+        g_main_context_pop_thread_default(context_.get());
+    }
     Client(const Client &) = delete;
     Client &operator=(const Client &) = delete;
 
@@ -106,11 +108,9 @@ public:
             const VariantPtr value(g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &error));
             static_cast<Client *>(self)->replies.push_back(reply_of(value, error));
         };
-        in_context([&] {
-            g_dbus_connection_call(connection.get(), nullptr, ("/org/asd/Storage1/AtomStorageData/" + object).c_str(),
-                                   kItem, "WriteAtomStorageData", bytes_argument(1, first), nullptr,
-                                   G_DBUS_CALL_FLAGS_NONE, kLimitMs, nullptr, on_reply, this);
-        });
+        g_dbus_connection_call(connection.get(), nullptr, ("/org/asd/Storage1/AtomStorageData/" + object).c_str(),
+                               kItem, "WriteAtomStorageData", bytes_argument(1, first), nullptr, G_DBUS_CALL_FLAGS_NONE,
+                               kLimitMs, nullptr, on_reply, this);
     }
     [[nodiscard]] bool collect(std::size_t count) {
         return eventually([this, count] {
@@ -129,12 +129,6 @@ public:
     std::vector<Reply> replies;
 
 private:
-    void in_context(const std::function<void()> &action) {
-        g_main_context_push_thread_default(context_.get());
-        action();
-        g_main_context_pop_thread_default(context_.get());
-    }
-
     ContextPtr context_{g_main_context_new()};
 };
 
@@ -211,6 +205,11 @@ protected:
     void set_item(const char *property, PropertyValue value) {
         ASSERT_EQ(host_.objects.set(*host_.objects.find("ITEM0"), property, std::move(value)), 0);
     }
+    // A call of ITEM0's that waits at the gate.
+    void block(Client &client) {
+        client.send_write("ITEM0", 1);
+        ASSERT_TRUE(eventually([] { return at_gate == 1; }));
+    }
     [[nodiscard]] fs::path socket_path() const { return host_.options.slot_run_dir() / "bus"; }
     [[nodiscard]] Fd raw_client() const { return unix_socket(::connect, socket_path()); }
 
@@ -229,13 +228,11 @@ TEST_F(DbusTest, EachStatusHasItsErrorName) {
         const char *error;
     } rows[] = {
         {"done", "ClearMemData", 0, 1, 1, ""},
-        {"failed", "ClearMemData", -1, 0, 0, "org.asd.Error.Failed"},
-        {"not online by status", "ClearMemData", -1007, 1, 1, "org.asd.Error.NotOnline"},
+        {"failed, whatever the properties", "ClearMemData", -1, 0, 0, "org.asd.Error.Failed"},
         {"not online by property", "ReadAsdMemData", -1, 0, 0, "org.asd.Error.NotOnline"},
         {"not ready", "ReadAsdMemData", -1, 1, 0, "org.asd.Error.NotReady"},
         {"neither", "ReadAsdMemData", -1, 1, 1, "org.asd.Error.Failed"},
         {"arguments", "ClearMemData", -1014, 1, 1, "org.asd.Error.InvalidArguments"},
-        {"unknown item", "ClearMemData", -1017, 1, 1, "org.asd.Error.NoSuchObject"},
         {"no object", "ClearMemData", kNoObject, 1, 1, "org.asd.Error.NoSuchObject"},
         {"checksum", "ClearMemData", -1019, 1, 1, "org.asd.Error.StorageFailed"},
         {"transfer", "ClearMemData", kTransferFailed | EIO, 1, 1, "org.asd.Error.StorageFailed"},
@@ -263,7 +260,6 @@ TEST_F(DbusTest, ArgumentsAndAnswersAreChecked) {
     } rows[] = {
         // clang-format off
         {"AtomStorageData/ITEM0", kItem, "EqWriteAtomStorageData", bytes_argument(8193), "org.asd.Error.InvalidArguments"},
-        {"AtomStorageData/ITEM0", kItem, "EqWriteAtomStorageData", nullptr, "org.asd.Error.InvalidArguments"},
         {"AtomStorageData/ITEM0", kItem, "EqWriteAtomStorageData", g_variant_new("(i)", 1), "org.asd.Error.InvalidArguments"},
         {"AtomStorageData/ITEM0", kItem, "ReadAtomStorageData", nullptr, "org.asd.Error.Failed"},
         {"AtomStorageData/ITEM0", kItem, "UpdateMemProperty", bytes_argument(1), "org.freedesktop.DBus.Error.UnknownMethod"},
@@ -304,8 +300,7 @@ TEST_F(DbusTest, CallsBeyondTheQueueAreRefusedAndAnObjectsCallsKeepTheirOrder) {
 
 TEST_F(DbusTest, AClientThatLeavesInTheMiddleOfItsCallHarmsNobody) {
     Client leaving(socket_path());
-    leaving.send_write("ITEM0", 1);
-    ASSERT_TRUE(eventually([] { return at_gate == 1; }));
+    ASSERT_NO_FATAL_FAILURE(block(leaving));
     leaving.close();
     Client staying(socket_path());
     staying.send_write("ITEM0", 2);
@@ -317,8 +312,7 @@ TEST_F(DbusTest, AClientThatLeavesInTheMiddleOfItsCallHarmsNobody) {
 
 TEST_F(DbusTest, AnEndLetsTheRunningCallBeAnsweredAndRefusesTheWaitingOne) {
     Client client(socket_path());
-    client.send_write("ITEM0", 1);
-    ASSERT_TRUE(eventually([] { return at_gate == 1; }));
+    ASSERT_NO_FATAL_FAILURE(block(client));
     client.send_write("ITEM0", 2);
     (void)client.item("EqWriteAtomStorageData"); // answered in turn: the one before has arrived
     auto stopped = std::async(std::launch::async, [this] { return service_->stop(kStopLimit); });
@@ -336,8 +330,7 @@ TEST_F(DbusTest, AnEndLetsTheRunningCallBeAnsweredAndRefusesTheWaitingOne) {
 
 TEST_F(DbusTest, AnEndDoesNotWaitForeverForACallThatHangs) {
     Client client(socket_path());
-    client.send_write("ITEM0", 1);
-    ASSERT_TRUE(eventually([] { return at_gate == 1; }));
+    ASSERT_NO_FATAL_FAILURE(block(client));
     EXPECT_FALSE(service_->stop(milliseconds(1)));
     gate_open = true;
     EXPECT_TRUE(eventually([] { return finished == 1; }));
@@ -378,9 +371,7 @@ TEST_F(DbusTest, AClientGetsChangesAfterItsFirstCallAndNotEveryOneWhenItDoesNotR
     EXPECT_EQ(head[1], 2) << "nothing comes before the answer to Hello";
     constexpr int kWrites = 3000;
     for (int i = 0; i < kWrites; ++i) {
-        Bytes value(8192, static_cast<std::uint8_t>(i));
-        value[0] = static_cast<std::uint8_t>(i / 256);
-        set_item("Value", std::move(value));
+        set_item("Value", Bytes(8192, static_cast<std::uint8_t>(i)));
         if (i % 10 == 0) {
             EXPECT_EQ(client.item("ClearMemData").error, ""); // so that the bus thread has seen some of them
         }

@@ -46,34 +46,33 @@ class Client {
 public:
     explicit Client(const fs::path &path) : fd_(unix_socket(::connect, path)) {}
     void send(const Bytes &bytes) const { send_all(fd_, bytes); }
-    // What one read returns: an answer must come whole. Empty: the connection ended; nothing: it did neither in time.
-    [[nodiscard]] std::optional<Bytes> receive() const {
-        if (!readable(fd_)) {
-            return std::nullopt;
-        }
-        Bytes bytes(4096);
-        const ssize_t count = recv(fd_.get(), bytes.data(), bytes.size(), 0);
-        bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-        return bytes;
-    }
-    // The completion code of an answer, its fields checked against the request's.
+    // True when the server ends the connection without a word.
+    [[nodiscard]] bool ended() const { return take(1) == Bytes{}; }
+    // The completion code of an answer, which must come whole, its fields checked against the request's.
     [[nodiscard]] int code(std::uint8_t netfn, std::uint8_t cmd, const Bytes &payload = {}) const {
-        const std::optional<Bytes> answer = receive();
-        if (!answer || answer->size() != kAnswerHead + payload.size()) {
-            ADD_FAILURE() << "an answer of " << (answer ? std::to_string(answer->size()) : "no") << " bytes";
+        const Bytes answer = take(kAnswerHead + payload.size());
+        if (answer.size() != kAnswerHead + payload.size()) {
+            ADD_FAILURE() << "an answer of " << answer.size() << " bytes";
             return -1;
         }
         std::int32_t length = -1;
-        std::memcpy(&length, &(*answer)[8], sizeof length);
+        std::memcpy(&length, &answer[8], sizeof length);
         EXPECT_EQ(length, static_cast<std::int32_t>(payload.size()));
-        EXPECT_EQ(Bytes(answer->begin(), answer->begin() + 4),
-                  (Bytes{static_cast<std::uint8_t>(netfn | 1), cmd, 0, 1}));
-        EXPECT_EQ(Bytes(answer->begin() + kAnswerHead, answer->end()), payload);
-        return (*answer)[4];
+        EXPECT_EQ(Bytes(answer.begin(), answer.begin() + 4), (Bytes{static_cast<std::uint8_t>(netfn | 1), cmd, 0, 1}));
+        EXPECT_EQ(Bytes(answer.begin() + kAnswerHead, answer.end()), payload);
+        return answer[4];
     }
     void end_input() const { EXPECT_EQ(shutdown(fd_.get(), SHUT_WR), 0); }
 
 private:
+    // What one read of at most that many bytes returns.
+    [[nodiscard]] Bytes take(std::size_t most) const {
+        EXPECT_TRUE(readable(fd_));
+        Bytes bytes(most);
+        const ssize_t count = recv(fd_.get(), bytes.data(), most, MSG_DONTWAIT);
+        bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        return bytes;
+    }
     Fd fd_;
 };
 
@@ -122,7 +121,6 @@ TEST_F(DummyDoor, AnswersEveryRequestInOnePiece) {
         {"one byte over", 0x32, 1, Bytes(256), 0xC8, {}},
         {"the most a client can state", 0x32, 1, Bytes(65535), 0xC8, {}},
         {"longest answer", 0x32, 4, {}, 0x00, Bytes(1024)},
-        {"unknown command", 0x2C, 0, {0}, 0xC1, {}},
         {"network function beyond 6 bits", 0x72, 1, {}, 0xC1, {}},
         {"privilege of the door too low", 0x32, 3, {}, 0xD4, {}},
         {"takes leave with data: no leave", 0x3F, 0xFF, {1}, 0xC1, {}},
@@ -134,7 +132,7 @@ TEST_F(DummyDoor, AnswersEveryRequestInOnePiece) {
         EXPECT_EQ(one.code(c.netfn, c.cmd, c.payload), c.code);
     }
     one.send(dummy_request(0x3F, 0xFF, {}));
-    EXPECT_EQ(one.receive(), Bytes{}) << "leave is not answered";
+    EXPECT_TRUE(one.ended()) << "leave is not answered";
 }
 
 TEST_F(DummyDoor, TakesRequestsInPiecesAndSeveralAtOnce) {
@@ -142,36 +140,30 @@ TEST_F(DummyDoor, TakesRequestsInPiecesAndSeveralAtOnce) {
     for (const std::uint8_t byte : dummy_request(0x32, 1, {7, 8})) {
         slow.send({byte});
     }
-    EXPECT_EQ(slow.code(0x32, 1, {7, 8}), 0);
+    EXPECT_EQ(slow.code(0x32, 1, {7, 8}), 0x00);
     Bytes two = dummy_request(0x32, 1, {});
     const Bytes second = dummy_request(0x32, 9, {});
     two.insert(two.end(), second.begin(), second.end());
     slow.send(two);
-    std::size_t come = 0; // in one piece or two
-    while (come < 2 * kAnswerHead) {
-        const std::optional<Bytes> answers = slow.receive();
-        ASSERT_TRUE(answers && !answers->empty());
-        come += answers->size();
-        EXPECT_EQ((*answers)[answers->size() - kAnswerHead + 4], come == kAnswerHead ? 0x00 : 0xC1);
-    }
-    EXPECT_EQ(come, 2 * kAnswerHead);
+    EXPECT_EQ(slow.code(0x32, 1), 0x00);
+    EXPECT_EQ(slow.code(0x32, 9), 0xC1);
 }
 
 TEST_F(DummyDoor, EndsHalfRequestsAndGoesOnServing) {
     const Client half_head = client();
     half_head.send({0x32, 0, 1});
     half_head.end_input();
-    EXPECT_EQ(half_head.receive(), Bytes{});
+    EXPECT_TRUE(half_head.ended());
     const Client half_data = client();
     half_data.send(dummy_request(0x32, 1, {1, 2}, 3));
     half_data.end_input();
     EXPECT_EQ(half_data.code(0x32, 1), 0xC7) << "it may still listen";
     for (int i = 0; i < 50; ++i) {
-        client().send(Bytes(static_cast<std::size_t>(i + 1), static_cast<std::uint8_t>(i * 7))); // and goes at once
+        client().send(dummy_request(0x32, 4, {})); // and goes without the answer
     }
     const Client good = client();
     good.send(dummy_request(0x32, 1, {5}));
-    EXPECT_EQ(good.code(0x32, 1, {5}), 0);
+    EXPECT_EQ(good.code(0x32, 1, {5}), 0x00);
 }
 
 TEST_F(DummyDoor, ServesManyClientsAtOnceAndAnswersBusyBeyond) {
@@ -204,8 +196,8 @@ TEST_F(DummyDoor, AnswersWhatHasArrivedBeforeItCloses) {
     half.send({0x32});
     bool stopped = false;
     std::thread ender([&] { stopped = door_->stop(milliseconds(8000)); });
-    EXPECT_EQ(idle.receive(), Bytes{});
-    EXPECT_EQ(half.receive(), Bytes{});
+    EXPECT_TRUE(idle.ended());
+    EXPECT_TRUE(half.ended());
     gate_open = true;
     EXPECT_EQ(running.code(0x32, 2), 0x00);
     running.send(dummy_request(0x3F, 0xFF, {})); // its leave is still taken
@@ -215,14 +207,12 @@ TEST_F(DummyDoor, AnswersWhatHasArrivedBeforeItCloses) {
 }
 
 TEST_F(DummyDoor, ReplacesAStaleSocketAndRefusesALongPath) {
-    struct stat status {};
-    ASSERT_EQ(stat((folder_ / "ipmi.sock").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777U, 0660U);
     const fs::path stale = folder_ / "stale.sock";
     std::ofstream(stale) << "left behind";
     std::string mistake;
     const auto server = open_dummy_door(stale, registry_, 4, &mistake);
     ASSERT_NE(server, nullptr) << mistake;
+    EXPECT_EQ(fs::status(stale).permissions(), fs::perms(0660));
     EXPECT_EQ(open_dummy_door(folder_ / std::string(100, 'x'), registry_, 4, &mistake), nullptr);
     EXPECT_NE(mistake.find("too long"), std::string::npos);
     EXPECT_EQ(open_dummy_door(folder_ / "missing" / "s", registry_, 4, &mistake), nullptr);
@@ -246,14 +236,13 @@ TEST_F(PeerLink, CarriesRequestsAsAdministrator) {
 }
 
 TEST_F(PeerLink, GarbageEndsOnlyItsOwnConnection) {
-    for (const Bytes &bytes : std::vector<Bytes>{{'A', 'S', 'D', 'X', 1, 1, 3, 0},
-                                                 {'A', 'S', 'D', 'L', 2, 1, 3, 0},
-                                                 {'A', 'S', 'D', 'L', 1, 2, 3, 0},
-                                                 {'A', 'S', 'D', 'L', 1, 1, 2, 0},
-                                                 {'A', 'S', 'D', 'L', 1, 1, 3, 1}}) {
+    // No magic, another version, an answer, too short for a request, longer than any.
+    for (const auto &[place, byte] : {std::pair{3, 'X'}, {4, '\2'}, {5, '\2'}, {6, '\2'}, {7, '\1'}}) {
+        Bytes head{'A', 'S', 'D', 'L', 1, 1, 3, 0};
+        head[static_cast<std::size_t>(place)] = static_cast<std::uint8_t>(byte);
         const Client peer(folder_ / "link.sock");
-        peer.send(bytes);
-        EXPECT_EQ(peer.receive(), Bytes{});
+        peer.send(head);
+        EXPECT_TRUE(peer.ended()) << "byte " << place;
     }
     IpmiResponse response;
     EXPECT_EQ(ask({.netfn = 0x32, .cmd = 1}, &response), 0);
@@ -266,10 +255,8 @@ TEST_F(PeerLink, PeersThatFailGiveAStatusInTime) {
         gint32 status;
     } rows[] = {
         {"hangs", std::nullopt, -2006},
-        {"dies without an answer", Bytes{}, kPeerFailed},
         {"dies in the head", Bytes{'A', 'S', 'D'}, kPeerFailed},
         {"dies in the body", Bytes{'A', 'S', 'D', 'L', 1, 2, 3, 0, 0}, kPeerFailed},
-        {"answers garbage", Bytes(64, 'z'), kPeerFailed},
         {"answers with a request", Bytes{'A', 'S', 'D', 'L', 1, 1, 1, 0, 0}, kPeerFailed},
         {"answers nothing at all", Bytes{'A', 'S', 'D', 'L', 1, 2, 0, 0}, kPeerFailed},
         {"states an endless answer", Bytes{'A', 'S', 'D', 'L', 1, 2, 0xFF, 0xFF, 0}, kPeerFailed},

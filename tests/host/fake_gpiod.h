@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// One GPIO chip in memory. fake_gpiod_v1.cpp and fake_gpiod_v2.cpp put libgpiod's functions before it.
+// One GPIO chip in memory. fake_gpiod_v1.cpp and gpiod2/gpiod.h put libgpiod's functions before it.
 
 #include <algorithm>
 #include <array>

@@ -21,6 +21,7 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -77,6 +78,18 @@ Sequence content_of(const fs::path &file) {
     int error = 0;
     const Bytes bytes = asd_host::read_file(file, &error).value_or(Bytes());
     return {bytes.begin(), bytes.end()};
+}
+
+// The lines that the action logs.
+inline Texts logged(const std::function<void()> &action) {
+    testing::internal::CaptureStderr();
+    action();
+    std::istringstream log(testing::internal::GetCapturedStderr());
+    Texts lines;
+    for (std::string line; std::getline(log, line);) {
+        lines.push_back(line);
+    }
+    return lines;
 }
 
 using SocketCall = int(int, const sockaddr *, socklen_t);

@@ -18,59 +18,49 @@ protected:
     ScratchFolder folder_;
     fs::path file_ = folder_.path() / "values";
     std::string mistake_;
-
-    std::ptrdiff_t files() const {
-        return std::distance(fs::directory_iterator(folder_.path()), fs::directory_iterator());
-    }
 };
 
 TEST_F(State, AFileIsReplacedWholeOrStays) {
-    EXPECT_EQ(replace_file(file_, Bytes(3, 1), 0600), 0);
     EXPECT_EQ(replace_file(file_.string() + ".tmp", Bytes(9, 9), 0600), 0); // as a crash leaves it
     EXPECT_EQ(replace_file(file_, Bytes(2, 2), 0600), 0);
     EXPECT_EQ(content_of(file_), Bytes(2, 2));
-    EXPECT_EQ(files(), 1);
     fs::create_directories(folder_.path() / "taken" / "x"); // a folder can't be replaced by a file
     EXPECT_EQ(replace_file(folder_.path() / "taken", Bytes(1), 0600), EISDIR);
     EXPECT_EQ(replace_file(folder_.path() / "missing" / "x", Bytes(1), 0600), ENOENT);
-    EXPECT_EQ(files(), 2) << "no temporary file is left";
+    const fs::directory_iterator files(folder_.path());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 2) << "no temporary file is left";
     EXPECT_EQ(remove_file(file_), 0);
-    EXPECT_EQ(remove_file(file_), 0);
-    int error = 0;
-    EXPECT_FALSE(read_file(file_, &error));
-    EXPECT_EQ(error, ENOENT);
+    EXPECT_EQ(remove_file(file_), 0) << "it is gone, as wanted";
 }
 
 TEST_F(State, ValuesOutliveTheProcess) {
     StateStore store;
     ASSERT_TRUE(store.open(file_, &mistake_)) << mistake_;
-    EXPECT_FALSE(store.get(7));
     EXPECT_EQ(store.put(0xFFFFFFFF, Bytes{1, 2, 3}), 0);
     EXPECT_EQ(store.put_all({{7, {9}}, {8, {}}}), 0);
-    const auto written = fs::last_write_time(file_);
-    fs::last_write_time(file_, written - std::chrono::hours(1));
+    fs::remove(file_);
     EXPECT_EQ(store.put(7, Bytes{9}), 0);
-    EXPECT_LT(fs::last_write_time(file_), written) << "an unchanged value is not written";
+    EXPECT_FALSE(fs::exists(file_)) << "an unchanged value is not written";
+    EXPECT_EQ(store.put(7, Bytes{10}), 0);
     StateStore again;
     ASSERT_TRUE(again.open(file_, &mistake_)) << mistake_;
     EXPECT_EQ(again.get(0xFFFFFFFF), (Bytes{1, 2, 3}));
-    EXPECT_EQ(again.get(7), Bytes{9});
+    EXPECT_EQ(again.get(7), Bytes{10});
     EXPECT_EQ(again.get(8), Bytes{});
     EXPECT_FALSE(again.get(9));
 }
 
 TEST_F(State, AFailedChangeChangesNothingAndTheNextOneIsWritten) {
     StateStore store;
-    fs::create_directory(folder_.path() / "s");
-    ASSERT_TRUE(store.open(folder_.path() / "s" / "values", &mistake_));
+    ASSERT_TRUE(store.open(file_, &mistake_));
     ASSERT_EQ(store.put(1, Bytes{1}), 0);
-    fs::remove_all(folder_.path() / "s");
+    fs::remove_all(folder_.path());
     EXPECT_EQ(store.put_all({{1, {2}}, {2, {2}}}), kStorageFailed);
     EXPECT_EQ(store.get(1), Bytes{1});
     EXPECT_FALSE(store.get(2));
-    fs::create_directory(folder_.path() / "s");
+    fs::create_directory(folder_.path());
     EXPECT_EQ(store.put(1, Bytes{1}), 0) << "unchanged, but the file may not say so";
-    EXPECT_TRUE(fs::exists(folder_.path() / "s" / "values"));
+    EXPECT_TRUE(fs::exists(file_));
 }
 
 TEST_F(State, DamageAnywhereIsSetAside) {
@@ -120,32 +110,30 @@ TEST_F(State, LinesStartProtectedAndAreShown) {
     WriteProtectLines lines;
     ASSERT_TRUE(lines.open(gpio, &mistake_)) << mistake_;
     EXPECT_EQ(shown("39") + shown("55") + shown("56") + shown("7"), "0\n0\n0\n0\n");
-    EXPECT_EQ(lines.init(55, 0), kBadArgument);
-    EXPECT_EQ(lines.write(55, 2), kBadArgument);
     EXPECT_EQ(lines.level(55), 0U);
     fs::remove_all(gpio);
     EXPECT_EQ(lines.write(55, 1), 0) << "a run folder that is full must not keep the chips protected";
     EXPECT_EQ(lines.level(55), 1U);
-    EXPECT_EQ(lines.level(1234), 0U);
 }
 
 class Board : public State {
 protected:
-    void open(BoardState &board, std::uint8_t slot, const Enclosure &enclosure, std::optional<Role> role = {}) {
+    void open(BoardState &board, std::uint8_t slot, Role role = Role::kAuto) {
         Options options;
         options.slot = slot;
-        options.role = role;
         options.run_dir = options.state_dir = folder_.path();
         fs::create_directories(options.slot_state_dir());
+        Enclosure enclosure;
+        enclosure.role = role;
         ASSERT_TRUE(board.open(options, enclosure, &mistake_)) << mistake_;
     }
 };
 
 TEST_F(Board, OneControllerIsMasterUntilItDies) {
     auto first = std::make_unique<BoardState>();
-    BoardState second, third;
-    open(*first, 0, {});
-    open(second, 1, {});
+    BoardState second;
+    open(*first, 0);
+    open(second, 1);
     EXPECT_EQ(first->role(), BOARD_MASTER);
     EXPECT_EQ(second.role(), BOARD_SLAVE);
     // Somebody tidies up: at most one of them goes on as master.
@@ -154,36 +142,27 @@ TEST_F(Board, OneControllerIsMasterUntilItDies) {
     EXPECT_EQ(first->role(), BOARD_SLAVE);
     first.reset();
     EXPECT_EQ(second.role(), BOARD_MASTER);
-
-    open(third, 2, {}, Role::kMaster);
-    EXPECT_EQ(third.role(), BOARD_MASTER);
 }
 
 TEST_F(Board, CpldFieldsRegistersAndFlashOutliveTheProcess) {
-    Enclosure enclosure;
-    enclosure.role = Role::kSlave;
     {
         BoardState board;
-        open(board, 0, enclosure);
-        EXPECT_EQ(board.cpld_register(0x1F8), 0U);
+        open(board, 0, Role::kSlave);
         EXPECT_EQ(board.set_cpld_register(0x1F8, 0x80000102), 0);
         EXPECT_EQ(board.set_cpld_field(CpldField::kProductConfiguration, Bytes(64, 4)), 0);
-        EXPECT_EQ(board.set_cpld_field(CpldField::kPcieSasModel, Bytes{0x33}), 0);
         EXPECT_EQ(board.set_cpld_field(CpldField::kFrameModel, Bytes(16, 7)), 0);
         EXPECT_EQ(board.set_cpld_field(CpldField::kFrameModel, Bytes(3, 8)), 0);
         EXPECT_EQ(board.set_cpld_field(CpldField::kWwn, Bytes(7, 1)), kBadArgument);
         EXPECT_EQ(board.set_cpld_field(CpldField::kWwn, Bytes()), kBadArgument);
     }
     BoardState board;
-    open(board, 0, enclosure);
+    open(board, 0, Role::kSlave);
     EXPECT_EQ(board.role(), BOARD_SLAVE);
     EXPECT_EQ(board.cpld_register(0x1F8), 0x80000102U);
     EXPECT_FALSE(board.cpld_ram.get(0xCE00));
     EXPECT_EQ(board.cpld_ram.get(0xCE12), Bytes{8});
     EXPECT_EQ(board.cpld_ram.get(0xCE13), Bytes{0}) << "a shorter value leaves nothing of the longer one";
     EXPECT_EQ(board.cpld_ram.get(0xCE7F), Bytes{4});
-    EXPECT_EQ(board.cpld_ram.get(0xCE80), Bytes{0x33});
-    EXPECT_FALSE(board.cpld_ram.get(0xCFC1));
 }
 
 } // namespace

@@ -9,7 +9,7 @@
 #include "tasks.h"
 #include "vos.h"
 
-#include <sstream>
+#include <set>
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -56,28 +56,14 @@ TEST(Time, ScaleMakesWaitsShorterAndTicksFaster) {
     EXPECT_NEAR(static_cast<double>(clock_ticks()) / 1000, seconds, 5);
 }
 
-TEST(Semaphore, ExcludesAndObeysItsLimit) {
-    const gulong semaphore = make_semaphore();
-    EXPECT_NE(vos_thread_sem4_v(semaphore), 0) << "nobody has taken it";
-    EXPECT_EQ(vos_thread_sem4_p(semaphore, 0), 0);
-    EXPECT_GE(elapsed([&] { EXPECT_NE(vos_thread_sem4_p(semaphore, 30), 0); }), milliseconds(30));
-    const std::jthread other([&] { EXPECT_EQ(vos_thread_sem4_v(semaphore), 0); }); // any thread may give it back
-    EXPECT_EQ(vos_thread_sem4_p(semaphore, 10000), 0);
-    EXPECT_EQ(vos_thread_sem4_v(semaphore), 0);
-    EXPECT_EQ(vos_thread_sem4_delete(semaphore), 0);
-    EXPECT_NE(vos_thread_sem4_delete(semaphore), 0);
-    EXPECT_NE(vos_thread_sem4_p(semaphore, 0), 0);
-    EXPECT_NE(vos_thread_sem4_v(semaphore), 0);
-    EXPECT_NE(make_semaphore(), semaphore) << "handles are not used again";
-}
-
+// That one excludes and times out is a promise of the contract, tested there.
 TEST(Semaphore, GuardsACounterAgainstManyThreads) {
     const gulong semaphore = make_semaphore();
     int counter = 0;
     std::vector<std::jthread> threads;
-    for (int i = 0; i < 8; ++i) {
-        threads.emplace_back([&counter, semaphore, limit = i % 2 == 0 ? 0U : 60000U] {
-            for (int n = 0; n < 500; ++n) {
+    for (const guint32 limit : {0U, 60000U, 0U, 60000U}) {
+        threads.emplace_back([&counter, semaphore, limit] {
+            for (int n = 0; n < 1000; ++n) {
                 ASSERT_EQ(vos_thread_sem4_p(semaphore, limit), 0);
                 ++counter;
                 ASSERT_EQ(vos_thread_sem4_v(semaphore), 0);
@@ -86,11 +72,11 @@ TEST(Semaphore, GuardsACounterAgainstManyThreads) {
     }
     threads.clear();
     EXPECT_EQ(counter, 4000);
-    EXPECT_EQ(vos_thread_sem4_delete(semaphore), 0);
 }
 
-TEST(Semaphore, DeletionWakesWaitersWithAFailure) {
+TEST(Semaphore, DeletionWakesWaitersAndEndsTheHandle) {
     const gulong semaphore = make_semaphore();
+    EXPECT_NE(vos_thread_sem4_v(semaphore), 0) << "nobody has taken it";
     ASSERT_EQ(vos_thread_sem4_p(semaphore, 0), 0);
     std::atomic<int> failed = 0;
     std::vector<std::jthread> waiters;
@@ -106,6 +92,10 @@ TEST(Semaphore, DeletionWakesWaitersWithAFailure) {
     EXPECT_EQ(vos_thread_sem4_delete(semaphore), 0);
     waiters.clear();
     EXPECT_EQ(failed, 2);
+    EXPECT_NE(vos_thread_sem4_delete(semaphore), 0);
+    EXPECT_NE(vos_thread_sem4_p(semaphore, 0), 0);
+    EXPECT_NE(vos_thread_sem4_v(semaphore), 0);
+    EXPECT_NE(make_semaphore(), semaphore) << "handles are not used again";
 }
 
 TEST(Task, RunsUnderItsShortenedName) {
@@ -118,56 +108,43 @@ TEST(Task, RunsUnderItsShortenedName) {
     };
     gulong task = 0;
     ASSERT_EQ(vos_task_create(&task, "asd_eeprom_check", entry, &argument, 1), 0);
-    EXPECT_NE(task, 0UL);
     ASSERT_TRUE(eventually([] { return got == 7; }));
     EXPECT_STREQ(seen.data(), "asd_eeprom_chec");
-    EXPECT_NE(vos_task_create(nullptr, "x", entry, &argument, 1), 0);
-    EXPECT_NE(vos_task_create(&task, "x", nullptr, &argument, 1), 0);
 }
 
-// What the end of the service needs: sleeping tasks stop at once, one inside a critical section first leaves it, one
+// What the end of the service needs: a task that sleeps stops at once, one in a critical section first leaves it, one
 // that waits for that section without a limit too; and then the process ends under the sanitizers' eyes.
 void end_with_tasks() {
     static const gulong semaphore = make_semaphore();
     static std::atomic<int> ready = 0;
-    static std::atomic<bool> left_section = false;
-    gulong task = 0;
+    static std::atomic<int> left_section = 0;
     const auto sleeper = [](void *) {
         ++ready;
         vos_task_delay(120000);
         std::_Exit(3); // a task went on after the end
     };
-    const auto holder = [](void *) {
-        (void)vos_thread_sem4_p(semaphore, 0);
+    const auto in_section = [](void *) {
         ++ready;
+        (void)vos_thread_sem4_p(semaphore, 0);
         vos_task_delay(50);
-        left_section = true;
+        ++left_section;
         (void)vos_thread_sem4_v(semaphore);
         vos_task_delay(120000);
         std::_Exit(3);
     };
-    const auto waiter = [](void *) {
-        (void)eventually([] { return ready >= 2; });
-        ++ready;
-        (void)vos_thread_sem4_p(semaphore, 0);
-        (void)vos_thread_sem4_v(semaphore);
-        vos_task_delay(120000);
-    };
-    (void)vos_task_create(&task, "sleeper", sleeper, nullptr, 1);
-    (void)vos_task_create(&task, "holder", holder, nullptr, 1);
-    (void)vos_task_create(&task, "waiter", waiter, nullptr, 1);
+    gulong task = 0;
+    for (const VOS_TASK_ENTRY entry :
+         {VOS_TASK_ENTRY{sleeper}, VOS_TASK_ENTRY{in_section}, VOS_TASK_ENTRY{in_section}}) {
+        (void)vos_task_create(&task, "task", entry, nullptr, 1);
+    }
     (void)eventually([] { return ready == 3; });
     const bool parked = tasks_park(milliseconds(10000));
-    std::exit(parked && left_section ? 0 : 4);
+    std::exit(parked && left_section == 2 ? 0 : 4);
 }
 
 void end_with_a_busy_task() {
     gulong task = 0;
-    const auto busy = [](void *) {
-        for (;;) {
-            std::this_thread::yield();
-        }
-    };
+    const auto busy = [](void *) { (void)pause(); };
     (void)vos_task_create(&task, "busy", busy, nullptr, 1);
     std::_Exit(tasks_park(milliseconds(50)) ? 4 : 0);
 }
@@ -190,22 +167,6 @@ private:
     Fd saved_;
 };
 
-// The lines that the action logs.
-Texts logged(const std::function<void()> &action) {
-    const ScratchFolder folder;
-    const Fd file(open((folder.path() / "log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-    {
-        const Captured captured(file.get());
-        action();
-    }
-    Texts lines;
-    std::ifstream log(folder.path() / "log");
-    for (std::string line; std::getline(log, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 constexpr std::size_t kTimeLength = 25; // "2026-01-02T03:04:05.678Z "
 
 TEST(Log, EscapesCutsAndFilters) {
@@ -218,14 +179,12 @@ TEST(Log, EscapesCutsAndFilters) {
     } rows[] = {
         // clang-format off
         {"line end of the module", 0, "failed!\r\n", {"error f.cpp:7: failed!"}},
-        {"level", 1, "started", {"info f.cpp:7: started"}},
         {"level above the highest", 2, "detail", {}},
         {"line end inside", 1, "a\r\nb\tc", {"info f.cpp:7: a\\x0D\\x0Ab\\x09c"}},
         {"terminal escape", 1, "\033[2J\x7F", {"info f.cpp:7: \\x1B[2J\\x7F"}},
         {"characters of 2 to 4 bytes", 1, "\u00E9\u20AC\U0001F600", {"info f.cpp:7: \u00E9\u20AC\U0001F600"}},
         {"control character of 2 bytes", 1, "\xC2\x9B", {"info f.cpp:7: \\xC2\\x9B"}},
-        {"no UTF-8", 1, "\xFF\xC0\xAF\xED\xA0\x80z", {"info f.cpp:7: \\xFF\\xC0\\xAF\\xED\\xA0\\x80z"}},
-        {"cut short character", 1, "\xE2\x82", {"info f.cpp:7: \\xE2\\x82"}},
+        {"no UTF-8", 1, "\xFF\xC0\xAF\xED\xA0\x80z\xE2\x82", {"info f.cpp:7: \\xFF\\xC0\\xAF\\xED\\xA0\\x80z\\xE2\\x82"}},
         {"over 4 KiB, not cut inside a character", 1, longest + "\u00E9" + std::string(5000, 'y'), {"info f.cpp:7: " + longest + " ... (cut)"}},
         // clang-format on
     };
@@ -290,29 +249,31 @@ TEST(Log, LinesOfThreadsNeverMix) {
             all.append(bytes.data(), static_cast<std::size_t>(count));
         }
     });
+    std::set<std::string> texts;
     {
         Fd writing(ends[1]);
         const Captured captured(writing.get());
         writing.reset();
         std::vector<std::jthread> threads;
-        for (char digit = 1; digit <= 4; ++digit) {
-            threads.emplace_back([text = std::string(3999, digit) + "|"] {
+        for (char byte = 1; byte <= 4; ++byte) {
+            const std::string text(3999, byte);
+            std::string escaped;
+            for (std::size_t i = 0; i < text.size(); ++i) {
+                escaped += std::string("\\x0") + static_cast<char>('0' + byte);
+            }
+            texts.insert("error " + escaped);
+            threads.emplace_back([text] {
                 for (int n = 0; n < 50; ++n) {
-                    debug_log_func(0, "f.cpp", n, "%s", text.c_str());
+                    dbg_log(0, "%s", text.c_str());
                 }
             });
         }
-        threads.clear();
     }
     reader.join();
     std::istringstream stream(all);
     int lines = 0;
     for (std::string line; std::getline(stream, line); ++lines) {
-        std::string expected = line.substr(line.find('\\'), 4);
-        for (int doubled = 0; doubled < 12; ++doubled) {
-            expected += expected;
-        }
-        ASSERT_EQ(line.substr(line.find('\\')), expected.substr(0, 4UL * 3999) + "|");
+        ASSERT_TRUE(texts.contains(line.substr(kTimeLength))) << line.substr(0, 80);
     }
     EXPECT_EQ(lines, 200);
 }
