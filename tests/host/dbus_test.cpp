@@ -149,25 +149,6 @@ std::size_t bytes_until(const Fd &client, const std::string &mark) {
     return count;
 }
 
-// What a client says first: who it is, and Hello to the bus behind it.
-void send_handshake(const Fd &client) {
-    std::string id;
-    for (const char digit : std::to_string(geteuid())) {
-        id += std::string("3") + digit;
-    }
-    send_all(client, std::string(1, '\0') + "AUTH EXTERNAL " + id + "\r\nBEGIN\r\n");
-}
-
-void send_hello(const Fd &client) {
-    const ObjectPtr<GDBusMessage> hello(g_dbus_message_new_method_call("org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                                                       "org.freedesktop.DBus", "Hello"));
-    g_dbus_message_set_serial(hello.get(), 1);
-    gsize size = 0;
-    const std::unique_ptr<guchar, Releaser<g_free>> bytes(
-        g_dbus_message_to_blob(hello.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
-    send_all(client, std::span(bytes.get(), size));
-}
-
 class DbusTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -358,14 +339,24 @@ TEST_F(DbusTest, SilentClientsAreBoundedAndHinderNobody) {
 
 TEST_F(DbusTest, AClientGetsChangesAfterItsFirstCallAndNotEveryOneWhenItDoesNotRead) {
     const Fd slow = raw_client();
-    send_handshake(slow);
+    std::string id;
+    for (const char digit : std::to_string(geteuid())) {
+        id += std::string("3") + digit;
+    }
+    send_all(slow, std::string(1, '\0') + "AUTH EXTERNAL " + id + "\r\nBEGIN\r\n");
     ASSERT_GT(bytes_until(slow, "\n"), 3U); // "OK guid"
     const Client client(socket_path());
     for (int i = 0; i < 20; ++i) {
         set_item("Value", Bytes(1, static_cast<std::uint8_t>(i)));
         EXPECT_EQ(client.item("ClearMemData").error, "");
     }
-    send_hello(slow);
+    const ObjectPtr<GDBusMessage> hello(g_dbus_message_new_method_call("org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                                       "org.freedesktop.DBus", "Hello"));
+    g_dbus_message_set_serial(hello.get(), 1);
+    gsize size = 0;
+    const std::unique_ptr<guchar, Releaser<g_free>> bytes(
+        g_dbus_message_to_blob(hello.get(), &size, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
+    send_all(slow, std::span(bytes.get(), size));
     std::array<char, 2> head{};
     ASSERT_TRUE(readable(slow) && recv(slow.get(), head.data(), 2, MSG_PEEK) == 2);
     EXPECT_EQ(head[1], 2) << "nothing comes before the answer to Hello";

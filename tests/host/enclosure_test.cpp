@@ -179,32 +179,27 @@ TEST(Enclosure, TheLoaderKnowsEveryKeyOfTheSchema) {
     const auto schema =
         parse_json(content_of<std::string>(fs::path(ASD_CONFIG_DIR) / "enclosure.schema.json"), mistakes);
     ASSERT_TRUE(schema.has_value());
-    const std::pair<std::vector<const char *>, std::pair<const char *, const char *>> rows[] = {
-        // clang-format off
-        {{"properties"},                            {"{ ", " }"}},
-        {{"properties", "Board", "properties"},     {"{ 'Board': { ", " } }"}},
-        {{"properties", "Device", "properties"},    {"{ 'Device': { ", " } }"}},
-        {{"definitions", "gpioLine", "properties"}, {"{ 'GpioLines': [ { ", " } ] }"}},
-        {{"definitions", "part", "properties"},     {"{ 'Parts': [ { ", " } ] }"}},
-        {{"definitions", "chip", "properties"},     {"{ 'Chips': [ { ", " } ] }"}},
-        {{"definitions", "item", "properties"},     {"{ 'Items': [ { ", " } ] }"}},
-        // clang-format on
-    };
-    for (const auto &[path, around] : rows) {
+    const auto keys = [&schema](const std::vector<const char *> &path) {
         const JsonNode *node = &*schema;
         for (const char *key : path) {
             node = node->find(key);
-            ASSERT_NE(node, nullptr) << key;
         }
-        std::string keys;
+        std::string nulls;
         for (const auto &member : node->members) {
-            keys += (keys.empty() ? "'" : ", '") + member.key + "': null";
+            nulls += (nulls.empty() ? "'" : ", '") + member.key + "': null";
         }
-        const auto loaded = load(json(around.first + keys + around.second));
-        EXPECT_FALSE(loaded.mistakes.empty());
-        for (const std::string &mistake : loaded.mistakes) {
-            EXPECT_EQ(mistake.find("unknown key"), std::string::npos) << mistake;
-        }
+        return nulls;
+    };
+    const auto loaded =
+        load(json("{ 'Board': { " + keys({"properties", "Board", "properties"}) + " }, 'Device': { " +
+                  keys({"properties", "Device", "properties"}) + " }, 'GpioLines': [ { " +
+                  keys({"definitions", "gpioLine", "properties"}) + " } ], 'Parts': [ { " +
+                  keys({"definitions", "part", "properties"}) + " } ], 'Chips': [ { " +
+                  keys({"definitions", "chip", "properties"}) + " } ], 'Items': [ { " +
+                  keys({"definitions", "item", "properties"}) + " } ], " + keys({"properties"}) + " }"));
+    EXPECT_GT(loaded.mistakes.size(), 20U);
+    for (const std::string &mistake : loaded.mistakes) {
+        EXPECT_EQ(mistake.find("unknown key"), std::string::npos) << mistake;
     }
 }
 
@@ -220,14 +215,8 @@ TEST(Options, AreParsedOrRefusedWithStatusTwo) {
     };
     for (const auto &[status, lines] : rows) {
         for (const std::string &line : lines) {
-            SCOPED_TRACE(line);
             std::istringstream words(line);
-            testing::internal::CaptureStdout();
-            const Texts said = logged([&] {
-                EXPECT_EQ(parse_options({std::istream_iterator<std::string>(words), {}}).exit_status, status);
-            });
-            EXPECT_EQ(!testing::internal::GetCapturedStdout().empty(), status == 0);
-            EXPECT_EQ(!said.empty(), status == 2);
+            EXPECT_EQ(parse_options({std::istream_iterator<std::string>(words), {}}).exit_status, status) << line;
         }
     }
     const auto options =

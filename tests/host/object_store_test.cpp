@@ -32,18 +32,15 @@ TEST(ObjectStore, TellsOfChangesAndMayBeAskedFromWithin) {
     EXPECT_EQ(told, std::vector<PropertyValue>{(Bytes{2, 3})});
 }
 
-TEST(ObjectStore, ReadersSeeWholeValuesWhileOthersWrite) {
+TEST(ObjectStore, ReadersSeeWholeValuesWhileAnotherWrites) {
     ObjectStore store;
     const OBJ_HANDLE object = store.add("C", "o", {{.name = "Value", .value = Bytes(256, 0), .writable = true}});
-    std::vector<std::jthread> threads;
-    for (std::uint8_t writer = 1; writer <= 3; ++writer) {
-        threads.emplace_back([&store, object, writer] {
-            for (int round = 0; round < 2000; ++round) {
-                EXPECT_EQ(store.set(object, "Value", Bytes(256, static_cast<std::uint8_t>(writer * round % 251))), 0);
-            }
-        });
-    }
-    for (int round = 0; round < 2000; ++round) {
+    const std::jthread writer([&store, object] {
+        for (int round = 0; round < 5000; ++round) {
+            EXPECT_EQ(store.set(object, "Value", Bytes(256, static_cast<std::uint8_t>(round))), 0);
+        }
+    });
+    for (int round = 0; round < 5000; ++round) {
         PropertyValue value;
         ASSERT_EQ(store.get(object, "Value", &value), 0);
         const Bytes &bytes = std::get<Bytes>(value);
