@@ -105,7 +105,7 @@ TEST_F(Contract, OnlyStatesCanBeWrittenAndTheCallerKeepsItsValue) {
         {item, "Ready", "uint32 1", "byte 0x00"}, {item, "Ready", "byte 0x01", "byte 0x01"},
         {item, "Num", "byte 0x02", "byte 0x0e"},  {item, "DevCount", "uint32 7", "uint32 2"},
         {chip, "ErrorCode", "-5", "-5"},          {chip, "StgWp", "byte 0x00", "byte 0x00"},
-        {chip, "Offset", "uint32 9", "uint32 0"},
+        {chip, "Offset", "uint32 9", "uint32 0"}, {chip, "Absent", "byte 0x01", ""}, {12345, "Ready", "byte 0x01", ""},
         // clang-format on
     };
     for (const auto &row : rows) {
@@ -135,6 +135,7 @@ TEST_F(Contract, IterationVisitsAllInOrderAndGivesTheFirstFailure) {
     EXPECT_EQ(dfl_bind_object_alias(handle_of("ASD14"), 7), 0);
     EXPECT_EQ(dfl_get_binded_object("AtomStorageData", 7, &bound), 0);
     EXPECT_EQ(bound, handle_of("ASD14")) << "the last binding wins";
+    EXPECT_NE(dfl_bind_object_alias(12345, 7), 0);
     EXPECT_NE(dfl_get_binded_object("AtomStorageDataDev", 7, &bound), 0);
 }
 

@@ -116,12 +116,10 @@ TEST_F(DummyDoor, AnswersEveryRequestInOnePiece) {
         Bytes payload;
     } rows[] = {
         {"no data", 0x32, 1, {}, 0x00, {}},
-        {"some data", 0x32, 1, {1, 2, 3}, 0x00, {1, 2, 3}},
         {"longest request", 0x32, 1, longest, 0x00, longest},
         {"one byte over", 0x32, 1, Bytes(256), 0xC8, {}},
         {"the most a client can state", 0x32, 1, Bytes(65535), 0xC8, {}},
         {"longest answer", 0x32, 4, {}, 0x00, Bytes(1024)},
-        {"network function beyond 6 bits", 0x72, 1, {}, 0xC1, {}},
         {"privilege of the door too low", 0x32, 3, {}, 0xD4, {}},
         {"takes leave with data: no leave", 0x3F, 0xFF, {1}, 0xC1, {}},
     };
@@ -135,7 +133,7 @@ TEST_F(DummyDoor, AnswersEveryRequestInOnePiece) {
     EXPECT_TRUE(one.ended()) << "leave is not answered";
 }
 
-TEST_F(DummyDoor, TakesRequestsInPiecesAndSeveralAtOnce) {
+TEST_F(DummyDoor, TakesPiecesAndSeveralAtOnceAndEndsHalfRequests) {
     const Client slow = client();
     for (const std::uint8_t byte : dummy_request(0x32, 1, {7, 8})) {
         slow.send({byte});
@@ -147,17 +145,13 @@ TEST_F(DummyDoor, TakesRequestsInPiecesAndSeveralAtOnce) {
     slow.send(two);
     EXPECT_EQ(slow.code(0x32, 1), 0x00);
     EXPECT_EQ(slow.code(0x32, 9), 0xC1);
-}
-
-TEST_F(DummyDoor, EndsHalfRequestsAndGoesOnServing) {
+    slow.send(dummy_request(0x32, 1, {1, 2}, 3));
+    slow.end_input();
+    EXPECT_EQ(slow.code(0x32, 1), 0xC7) << "it may still listen";
     const Client half_head = client();
     half_head.send({0x32, 0, 1});
     half_head.end_input();
     EXPECT_TRUE(half_head.ended());
-    const Client half_data = client();
-    half_data.send(dummy_request(0x32, 1, {1, 2}, 3));
-    half_data.end_input();
-    EXPECT_EQ(half_data.code(0x32, 1), 0xC7) << "it may still listen";
     for (int i = 0; i < 50; ++i) {
         client().send(dummy_request(0x32, 4, {})); // and goes without the answer
     }
@@ -206,36 +200,18 @@ TEST_F(DummyDoor, AnswersWhatHasArrivedBeforeItCloses) {
     EXPECT_FALSE(fs::exists(folder_ / "ipmi.sock"));
 }
 
-TEST_F(DummyDoor, ReplacesAStaleSocketAndRefusesALongPath) {
+TEST_F(DummyDoor, ReplacesAStaleSocketAndSaysWhyItCannotListen) {
     const fs::path stale = folder_ / "stale.sock";
     std::ofstream(stale) << "left behind";
     std::string mistake;
     const auto server = open_dummy_door(stale, registry_, 4, &mistake);
     ASSERT_NE(server, nullptr) << mistake;
     EXPECT_EQ(fs::status(stale).permissions(), fs::perms(0660));
-    EXPECT_EQ(open_dummy_door(folder_ / std::string(100, 'x'), registry_, 4, &mistake), nullptr);
-    EXPECT_NE(mistake.find("too long"), std::string::npos);
     EXPECT_EQ(open_dummy_door(folder_ / "missing" / "s", registry_, 4, &mistake), nullptr);
     EXPECT_NE(mistake.find("No such file"), std::string::npos);
 }
 
-TEST_F(PeerLink, CarriesRequestsAsAdministrator) {
-    IpmiResponse response;
-    const Bytes longest(255, 0x5A);
-    EXPECT_EQ(ask({.netfn = 0x32, .cmd = 3, .data = longest}, &response), 0);
-    Bytes echoed = longest;
-    echoed.insert(echoed.begin(), kCompleted);
-    EXPECT_EQ(response, echoed);
-    EXPECT_EQ(ask({.netfn = 0x32, .cmd = 4}, &response), 0);
-    EXPECT_EQ(response.size(), kResponseLimit);
-    EXPECT_EQ(ask({.netfn = 0x32, .cmd = 9}, &response), 0);
-    EXPECT_EQ(response, IpmiResponse{0xC1});
-    EXPECT_EQ(ask({.netfn = 0x32, .cmd = 1}, nullptr), 0) << "nobody waits for the response";
-    EXPECT_TRUE(peer_listens(folder_ / "link.sock"));
-    EXPECT_FALSE(peer_listens(folder_ / "other.sock"));
-}
-
-TEST_F(PeerLink, GarbageEndsOnlyItsOwnConnection) {
+TEST_F(PeerLink, CarriesRequestsAsAdministratorWhateverElseComes) {
     // No magic, another version, an answer, too short for a request, longer than any.
     for (const auto &[place, byte] : {std::pair{3, 'X'}, {4, '\2'}, {5, '\2'}, {6, '\2'}, {7, '\1'}}) {
         Bytes head{'A', 'S', 'D', 'L', 1, 1, 3, 0};
@@ -245,7 +221,15 @@ TEST_F(PeerLink, GarbageEndsOnlyItsOwnConnection) {
         EXPECT_TRUE(peer.ended()) << "byte " << place;
     }
     IpmiResponse response;
-    EXPECT_EQ(ask({.netfn = 0x32, .cmd = 1}, &response), 0);
+    Bytes longest(255, 0x5A);
+    EXPECT_EQ(ask({.netfn = 0x32, .cmd = 3, .data = longest}, &response), 0);
+    longest.insert(longest.begin(), kCompleted);
+    EXPECT_EQ(response, longest) << "echoed";
+    EXPECT_EQ(ask({.netfn = 0x32, .cmd = 4}, &response), 0);
+    EXPECT_EQ(response.size(), kResponseLimit);
+    EXPECT_EQ(ask({.netfn = 0x32, .cmd = 1}, nullptr), 0) << "nobody waits for the response";
+    EXPECT_TRUE(peer_listens(folder_ / "link.sock"));
+    EXPECT_FALSE(peer_listens(folder_ / "other.sock"));
 }
 
 TEST_F(PeerLink, PeersThatFailGiveAStatusInTime) {
@@ -264,18 +248,14 @@ TEST_F(PeerLink, PeersThatFailGiveAStatusInTime) {
     const fs::path socket = folder_ / "bad.sock";
     for (const auto &c : rows) {
         SCOPED_TRACE(c.name);
-        std::atomic<bool> finished = false;
         std::string mistake;
         const auto bad = StreamServer::open(
             socket, "bad",
             [&](StreamClient &client) {
                 std::array<std::uint8_t, 11> request{};
                 (void)(client.await_request() && client.read(request));
-                if (c.answer) {
-                    (void)client.send(*c.answer);
-                    return;
-                }
-                (void)eventually([&finished] { return finished.load(); });
+                // A peer that hangs reads on until the other one has given up.
+                (void)(c.answer ? client.send(*c.answer) : client.read(request));
             },
             &mistake);
         ASSERT_NE(bad, nullptr) << mistake;
@@ -283,7 +263,6 @@ TEST_F(PeerLink, PeersThatFailGiveAStatusInTime) {
         const auto limit = milliseconds(c.answer ? kLimitMs : 100);
         EXPECT_EQ(peer_request(socket, {.netfn = 0x32, .cmd = 1}, limit, &response), c.status);
         EXPECT_EQ(response, IpmiResponse{0x77});
-        finished = true;
     }
     IpmiResponse response;
     EXPECT_EQ(peer_request(socket, {.netfn = 0x32, .cmd = 1}, milliseconds(kLimitMs), &response), kPeerAbsent);

@@ -98,6 +98,7 @@ TEST(Enclosure, EachMistakeIsOneLineThatNamesPlaceAndRemedy) {
           "13: /Items/0/AtomStorageDataDev1: names the chip 'Dev1a' a second time; the second copy needs a chip of its own"}},
         {"'AtomStorageDataDev0': 'Dev2',", "'AtomStorageDataDev0': 'Dev2', 'AtomStorageDataDev1': 'Dev1a',",
          {"14: /Items/1/AtomStorageDataDev1: the chip 'Dev1a' holds the record of 'One'; each item needs chips of its own"}},
+        {"'Part': 'right'", "'Part': 7", {"9: /Chips/1/Part: is 7; must be a text"}},
         {"'Part': 'right'", "'Part': 'rihgt'", {"9: /Chips/1/Part: there is no part 'rihgt'; did you mean 'right'?"}},
         {"'Offset': 34", "'Offset': 33",
          {"10: /Chips/2/Offset: the record of 'Dev2' (item 'Two', bytes 33 to 42) overlaps that of 'Dev1a' (item 'One', bytes 0 to 33) on part 'left'; the first byte behind that is 34"}},
@@ -118,7 +119,6 @@ TEST(Enclosure, EachMistakeIsOneLineThatNamesPlaceAndRemedy) {
          "'Part': 'left', 'Offset': 30 },\n    { 'Name': 'Dev2', 'Part': 'left', 'Offset': 4",
          {"9: /Chips/1/Offset: the record of 'Dev1b' (item 'One', bytes 30 to 63) overlaps that of 'Dev1a' (item 'One', bytes 0 to 33) on part 'left'; the first byte behind that is 34",
           "10: /Chips/2/Offset: the record of 'Dev2' (item 'Two', bytes 4 to 13) overlaps that of 'Dev1a' (item 'One', bytes 0 to 33) on part 'left'; the first byte behind that is 34"}},
-        {"'Name': 'test'", "'Name': 7", {"2: /Name: is 7; must be a text"}},
         {"'Name': 'test'", "'Name': 'test', 'Role': 'both'", {"2: /Role: is 'both'; must be 'auto', 'master' or 'slave'"}},
         {"'Name': 'test',", R"('Name': 'test', 'GpioLines': [
            { 'Line': 55, 'Chip': 'gpiochip0', 'Offset': 12 }, { 'Line': 56, 'Chip': 'gpiochip0', 'Name': 'WP' },
@@ -162,15 +162,9 @@ TEST(Enclosure, WhatIsNoEnclosureIsRefused) {
 }
 
 TEST(Enclosure, EveryEnclosureOfTheProjectLoads) {
-    int count = 0;
-    for (const auto &entry : fs::directory_iterator(ASD_CONFIG_DIR)) {
-        const std::string name = entry.path().filename();
-        if (name.ends_with(".json") && !name.ends_with(".schema.json")) {
-            EXPECT_EQ(load_enclosure(entry.path()).mistakes, Texts());
-            ++count;
-        }
+    for (const char *name : {"bmc.json", "enclosure.json", "repair.json"}) {
+        EXPECT_EQ(load_enclosure(fs::path(ASD_CONFIG_DIR) / name).mistakes, Texts());
     }
-    EXPECT_GE(count, 2);
 }
 
 // Editors complete and check by the schema; a key of its that the loader does not know would be a trap.

@@ -130,9 +130,9 @@ public:
     bool cut(int write_step, int recovery_step) {
         bench_.bytes = before_;
         bench_.log.clear();
-        const bool written = lose_power_at(write_step, [&] { return writer().write(bench_, offset_, data_); });
-        const bool recovered = lose_power_at(recovery_step, [&] { return writer().recover(bench_); });
-        return recovery_step == kNever ? !written : !recovered;
+        const bool write_cut = cut_at(write_step, [&] { return writer().write(bench_, offset_, data_); });
+        const bool recovery_cut = cut_at(recovery_step, [&] { return writer().recover(bench_); });
+        return recovery_step == kNever ? write_cut : recovery_cut;
     }
 
     // After a restart without a cut: old or new, nothing beside it touched, nothing left to do, and writable again.
@@ -148,16 +148,15 @@ public:
 
 private:
     RecordWriter writer() { return {"part", {kSize, page_}, &bench_}; }
-    template <typename Call>
-    bool lose_power_at(int step, Call call) {
+    bool cut_at(int step, const std::function<gint32()> &call) {
         bench_.step = 0;
         bench_.cut_at = step;
         try {
             EXPECT_EQ(call(), 0);
-            return true;
         } catch (const LostPower &) {
-            return false;
+            return true;
         }
+        return false;
     }
 
     Bench bench_;

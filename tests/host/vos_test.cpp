@@ -118,11 +118,12 @@ void end_with_tasks() {
         std::_Exit(3);
     };
     gulong task = 0;
+    const auto returning = [](void *argument) { *static_cast<std::atomic<int> *>(argument) += 1; };
     for (const VOS_TASK_ENTRY entry :
-         {VOS_TASK_ENTRY{sleeper}, VOS_TASK_ENTRY{in_section}, VOS_TASK_ENTRY{in_section}}) {
-        (void)vos_task_create(&task, "task", entry, nullptr, 1);
+         std::initializer_list<VOS_TASK_ENTRY>{returning, sleeper, in_section, in_section}) {
+        (void)vos_task_create(&task, "task", entry, &ready, 1);
     }
-    (void)eventually([] { return ready == 3; });
+    (void)eventually([] { return ready == 4; });
     const bool parked = tasks_park(milliseconds(10000));
     std::exit(parked && left_section == 2 ? 0 : 4);
 }
