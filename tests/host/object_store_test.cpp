@@ -48,41 +48,30 @@ TEST(ObjectStore, ReadersSeeWholeValuesWhileAnotherWrites) {
     }
 }
 
-// These starts fail, and leave no platform behind.
-class HostStart : public testing::Test {
-protected:
-    HostStart() {
-        options_.run_dir = folder_.path() / "run";
-        options_.state_dir = folder_.path() / "state";
-        fs::create_directories(options_.slot_run_dir());
-        fs::create_directories(options_.slot_state_dir());
-        enclosure_.parts = {{.name = "a", .file = "a.bin", .size = 16, .page_size = 16},
-                            {.name = "b", .file = "b.bin", .shared = true, .size = 16, .page_size = 16}};
-    }
-    ScratchFolder folder_;
-    Options options_;
-    Enclosure enclosure_;
-};
-
-TEST_F(HostStart, ASecondInstanceIsRefusedBeforeItTouchesAnything) {
-    const auto lock_file = options_.slot_run_dir() / "instance.lock";
-    const Fd lock(::open(lock_file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
-    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
-    ASSERT_EQ(::write(lock.get(), "4242\n", 5), 5);
-    EXPECT_EQ(host_start(options_, enclosure_),
-              Texts{"slot 0 of " + options_.run_dir.native() +
-                    " is already served by process 4242; stop it, or choose another --slot or --run-dir"});
-    EXPECT_FALSE(fs::exists(options_.slot_state_dir() / "a.bin"));
-    EXPECT_EQ(host(), nullptr);
-}
-
-TEST_F(HostStart, EveryPartThatCannotBeUsedIsNamed) {
-    std::ofstream(options_.slot_state_dir() / "a.bin") << "short";
-    std::ofstream(options_.state_dir / "b.bin") << "longer than sixteen bytes";
-    const auto mistakes = host_start(options_, enclosure_);
+// Both starts fail, and leave no platform behind.
+TEST(HostStart, NamesEveryPartThatCannotBeUsedAndRefusesASecondInstanceUntouched) {
+    const ScratchFolder folder;
+    Options options;
+    options.run_dir = options.state_dir = folder.path();
+    fs::create_directories(options.slot_state_dir());
+    Enclosure enclosure;
+    enclosure.parts = {{.name = "a", .file = "a.bin", .size = 16, .page_size = 16},
+                       {.name = "b", .file = "b.bin", .shared = true, .size = 16, .page_size = 16}};
+    std::ofstream(options.slot_state_dir() / "a.bin") << "short";
+    std::ofstream(options.state_dir / "b.bin") << "longer than sixteen bytes";
+    const auto mistakes = host_start(options, enclosure);
     ASSERT_EQ(mistakes.size(), 2U);
     EXPECT_NE(mistakes[0].find("a.bin"), std::string::npos) << mistakes[0];
     EXPECT_NE(mistakes[1].find("b.bin"), std::string::npos) << mistakes[1];
+
+    fs::remove(options.slot_state_dir() / "a.bin");
+    const Fd lock(::open((options.slot_run_dir() / "instance.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    ASSERT_EQ(::pwrite(lock.get(), "4242\n", 5, 0), 5);
+    EXPECT_EQ(host_start(options, enclosure),
+              Texts{"slot 0 of " + folder.path().native() +
+                    " is already served by process 4242; stop it, or choose another --slot or --run-dir"});
+    EXPECT_FALSE(fs::exists(options.slot_state_dir() / "a.bin"));
     EXPECT_EQ(host(), nullptr);
 }
 

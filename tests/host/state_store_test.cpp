@@ -84,10 +84,8 @@ TEST_F(State, DamageAnywhereIsSetAside) {
 
 TEST_F(State, WhatCannotBeReadIsAMistakeNotAnEmptyMap) {
     StateStore store;
-    fs::create_directory(file_);
-    EXPECT_FALSE(store.open(file_, &mistake_));
-    EXPECT_EQ(mistake_, file_.string() + ": cannot be read: Is a directory");
-    fs::remove(file_);
+    EXPECT_FALSE(store.open(folder_.path(), &mistake_));
+    EXPECT_EQ(mistake_, folder_.path().string() + ": cannot be read: Is a directory");
     // "ASDSTATE", version 2, no values.
     const Bytes later = {'A', 'S', 'D', 'S', 'T', 'A', 'T', 'E', 2, 0, 0, 0, 0, 0, 0, 0, 0x7B, 0x41, 0x78, 0x51};
     ASSERT_EQ(replace_file(file_, later, 0600), 0);
