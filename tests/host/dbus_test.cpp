@@ -276,6 +276,8 @@ TEST_F(DbusTest, AClientThatLeavesInTheMiddleOfItsCallHarmsNobody) {
     leaving.close();
     Client staying(socket_path());
     staying.send_write("ITEM0", 2);
+    EXPECT_EQ(staying.call("AtomStorageData/ITEM1", kItem, "ClearMemData"), "()");
+    EXPECT_EQ(at_gate, 1) << "an object's calls come one after the other";
     gate_open = true;
     ASSERT_TRUE(staying.collect(1));
     EXPECT_EQ(staying.replies[0], "(2,)");

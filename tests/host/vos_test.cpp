@@ -79,7 +79,7 @@ TEST(Semaphore, DeletionWakesWaitersAndEndsTheHandle) {
     ASSERT_EQ(vos_thread_sem4_p(semaphore, 0), 0);
     std::atomic<int> failed = 0;
     std::vector<std::jthread> waiters;
-    for (const guint32 limit : {0U, 60000U}) {
+    for (const guint32 limit : {0U, 0U, 60000U}) {
         std::atomic<pid_t> waiter = 0;
         waiters.emplace_back([&failed, &waiter, semaphore, limit] {
             waiter = gettid();
@@ -90,7 +90,7 @@ TEST(Semaphore, DeletionWakesWaitersAndEndsTheHandle) {
     }
     EXPECT_EQ(vos_thread_sem4_delete(semaphore), 0);
     waiters.clear();
-    EXPECT_EQ(failed, 2);
+    EXPECT_EQ(failed, 3);
     EXPECT_NE(vos_thread_sem4_delete(semaphore), 0);
     EXPECT_NE(vos_thread_sem4_p(semaphore, 0), 0);
     EXPECT_NE(vos_thread_sem4_v(semaphore), 0);
@@ -218,11 +218,12 @@ TEST(Log, AFailingStandardErrorIsNobodysTrouble) {
     EXPECT_EQ(errno, EXDEV);
 }
 
-// Through a pipe, whose atomic writes end at 4 KiB: escaped, a line is four times as long.
+// Through a pipe of one page: escaped, a line is four times as long, so that each write of one has to wait.
 TEST(Log, LinesOfThreadsNeverMix) {
     log_set(kLogInformation, false);
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe(ends.data()), 0);
+    ASSERT_EQ(fcntl(ends[1], F_SETPIPE_SZ, 4096), 4096);
     std::string all;
     std::jthread reader([&all, end = Fd(ends[0])] {
         std::array<char, 700> bytes{};
