@@ -15,51 +15,20 @@ World &world() {
     return instance;
 }
 
-std::mutex &world_mutex() {
-    static std::mutex instance;
-    return instance;
-}
-
-std::condition_variable &semaphore_freed() {
-    static std::condition_variable instance;
-    return instance;
-}
-
 void reset() {
-    const std::lock_guard lock(world_mutex());
     world() = World{};
+}
+
+void inject(const Fault &fault) {
+    world().faults.push_back(fault);
+}
+
+void lift_faults() {
+    world().faults.clear();
 }
 
 void violate(const std::string &text) {
     world().violations.push_back(text);
-}
-
-template <typename T>
-static T copy_of(T World::*member) {
-    const std::lock_guard lock(world_mutex());
-    return world().*member;
-}
-
-Texts violations() {
-    return copy_of(&World::violations);
-}
-guint32 fired() {
-    return copy_of(&World::fired);
-}
-guint64 ticks() {
-    return copy_of(&World::ticks);
-}
-std::vector<Task> tasks() {
-    return copy_of(&World::tasks);
-}
-Board board() {
-    return copy_of(&World::board);
-}
-Registered registered() {
-    return copy_of(&World::registered);
-}
-std::vector<SentRequest> sent_requests() {
-    return copy_of(&World::sent);
 }
 
 Object *object_of(OBJ_HANDLE handle) {
@@ -89,18 +58,14 @@ std::string text_of(const gchar *text) {
     return text != nullptr ? text : "(null)";
 }
 
-// ---- Faults --------------------------------------------------------------------------------------------------------
-
 void Call::enter(const std::string &operation, const std::string &subject, std::string line) {
     world().events.push_back({.tick = world().ticks, .operation = operation, .line = std::move(line)});
-    for (PendingFault &pending : world().faults) {
-        const Fault &fault = pending.fault;
-        if ((!fault.operation.empty() && fault.operation != operation) ||
-            (!fault.subject.empty() && fault.subject != subject)) {
+    for (Fault &fault : world().faults) {
+        if (fault.operation != operation || (!fault.subject.empty() && fault.subject != subject)) {
             continue;
         }
-        ++pending.seen;
-        const bool hit = pending.seen >= fault.nth && (fault.count == 0 || pending.seen - fault.nth < fault.count);
+        ++fault.seen;
+        const bool hit = fault.seen >= fault.nth && (fault.count == 0 || fault.seen - fault.nth < fault.count);
         if (hit && !fault_.has_value()) {
             fault_ = fault;
         }
@@ -111,21 +76,10 @@ void Call::enter(const std::string &operation, const std::string &subject, std::
     }
 }
 
-void inject(const Fault &fault) {
-    const std::lock_guard lock(world_mutex());
-    world().faults.push_back({.fault = fault});
-}
-
-void lift_faults() {
-    const std::lock_guard lock(world_mutex());
-    world().faults.clear();
-}
-
 // ---- Journal -------------------------------------------------------------------------------------------------------
 
 template <typename Wanted>
 static Texts lines(const Wanted &wanted) {
-    const std::lock_guard lock(world_mutex());
     Texts texts;
     for (const Event &event : world().events) {
         if (wanted(event)) {
@@ -133,10 +87,6 @@ static Texts lines(const Wanted &wanted) {
         }
     }
     return texts;
-}
-
-static bool is_log(const Event &event, gint32 max_level) {
-    return event.operation.empty() && event.level <= max_level;
 }
 
 Texts journal(std::initializer_list<std::string_view> operations) {
@@ -151,12 +101,19 @@ std::size_t calls(std::string_view operation) {
 }
 
 void clear_journal() {
-    const std::lock_guard lock(world_mutex());
     world().events.clear();
 }
 
+Texts logs(gint32 max_level) {
+    return lines([=](const Event &event) { return event.operation.empty() && event.level <= max_level; });
+}
+
+bool logged(std::string_view line) {
+    const Texts all = logs(2);
+    return std::ranges::find(all, line) != all.end();
+}
+
 Texts timeline(const Texts &prefixes, gint32 max_level) {
-    const std::lock_guard lock(world_mutex());
     Texts told;
     std::string delay; // the one told last
     guint32 times = 0; // that it followed itself
@@ -174,47 +131,6 @@ Texts timeline(const Texts &prefixes, gint32 max_level) {
         times = 1;
     }
     return told;
-}
-
-Texts logs(gint32 max_level) {
-    return lines([=](const Event &event) { return is_log(event, max_level); });
-}
-
-Texts log_texts(gint32 level) {
-    Texts texts = lines([=](const Event &event) {
-        return event.operation.empty() && event.level == level && !event.line.starts_with('M');
-    });
-    for (std::string &text : texts) {
-        text.erase(0, text.find(' ') + 1);
-    }
-    return texts;
-}
-
-bool logged(gint32 level, std::string_view text) {
-    const Texts texts = log_texts(level);
-    return std::ranges::find(texts, text) != texts.end();
-}
-
-// ---- Time, board, peers -------------------------------------------------------------------------------------
-
-void set_ticks(guint64 ticks) {
-    const std::lock_guard lock(world_mutex());
-    world().ticks = ticks;
-}
-
-void on_delay(std::function<void(guint32)> hook) {
-    const std::lock_guard lock(world_mutex());
-    world().on_delay = std::move(hook);
-}
-
-void change_board(const std::function<void(Board &)> &change) {
-    const std::lock_guard lock(world_mutex());
-    change(world().board);
-}
-
-void set_peer(guint8 slot, const Peer &answer) {
-    const std::lock_guard lock(world_mutex());
-    world().peers[slot] = answer;
 }
 
 } // namespace fake

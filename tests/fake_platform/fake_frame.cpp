@@ -9,8 +9,8 @@
 #include "object_frame.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstring>
+#include <iomanip>
+#include <set>
 
 using namespace fake; // NOLINT(google-build-using-namespace): the operations below have C linkage and global names
 
@@ -32,54 +32,44 @@ Reply fake::call(IPMI_CMD_FUNC handler, gconstpointer user_data, const std::opti
     message.buffer.resize(kRequestBuffer);
     message.buffer.shrink_to_fit(); // so that a sanitizer sees reads past it
     const gint32 status = handler(&message, user_data);
-    const std::lock_guard lock(world_mutex());
     if (message.answers != 1) {
         violate("request answered " + std::to_string(message.answers) + " times");
     }
-    return {.reached = true, .status = status, .response = message.response};
+    return {.status = status, .response = message.response};
 }
 
-// One filter term "data[i]=XXh"; a byte that the request does not have matches nothing.
-static bool term_matches(std::string_view term, const Bytes &data) {
-    std::size_t index = 0;
-    unsigned wanted = 0;
-    const std::size_t close = term.find("]=");
-    if (!term.starts_with("data[") || close == std::string_view::npos || term.size() != close + 5 ||
-        term.back() != 'h' || std::from_chars(term.data() + 5, term.data() + close, index).ptr != term.data() + close ||
-        std::from_chars(term.data() + close + 2, term.data() + close + 4, wanted, 16).ptr != term.data() + close + 4) {
-        const std::lock_guard lock(world_mutex());
-        violate("unreadable filter term " + std::string(term));
-        return false;
+// A term is "data[i]=XXh"; one about a byte that the request does not have matches nothing.
+static bool filter_matches(const std::string &filter, const Bytes &data) {
+    std::set<std::string> met;
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        std::ostringstream term;
+        term << "data[" << i << "]=" << std::hex << std::setfill('0') << std::setw(2) << +data[i] << 'h';
+        met.insert(term.str());
     }
-    return index < data.size() && data[index] == wanted;
-}
-
-static bool filter_matches(std::string_view filter, const Bytes &data) {
-    while (!filter.empty()) {
-        const std::size_t comma = std::min(filter.find(','), filter.size());
-        if (!term_matches(filter.substr(0, comma), data)) {
+    std::istringstream terms(filter);
+    for (std::string term; std::getline(terms, term, ',');) {
+        if (!met.contains(term)) {
             return false;
         }
-        filter.remove_prefix(std::min(comma + 1, filter.size()));
     }
     return true;
 }
 
 Reply fake::request(guint8 netfn, guint8 cmd, const Bytes &data, guint8 privilege) {
-    const Registered known = registered();
-    const auto row = std::ranges::find_if(known.rows, [&](const IPMI_CMD_S &candidate) {
+    const std::vector<IPMI_CMD_S> &rows = world().registered.rows;
+    const auto row = std::ranges::find_if(rows, [&](const IPMI_CMD_S &candidate) {
         return candidate.netfn == netfn && candidate.cmd == cmd && filter_matches(candidate.filter, data);
     });
-    if (row == known.rows.end()) {
-        return {.reached = false, .status = 0, .response = {0xC1}};
+    if (row == rows.end()) {
+        return {.response = {0xC1}};
     }
     if (data.size() < row->min_length || data.size() > row->max_length) {
-        return {.reached = false, .status = 0, .response = {0xC7}};
+        return {.response = {0xC7}};
     }
     if (privilege < row->privilege) {
-        return {.reached = false, .status = 0, .response = {0xD4}};
+        return {.response = {0xD4}};
     }
-    return fake::call(row->ipmi_handler, row->user_data, data);
+    return call(row->ipmi_handler, row->user_data, data);
 }
 
 const guint8 *get_ipmi_src_data(const IPMI_MSG_S *req_msg) {
@@ -92,27 +82,21 @@ guint8 get_ipmi_src_data_len(const IPMI_MSG_S *req_msg) {
 }
 
 gint32 ipmi_send_response(const IPMI_MSG_S *req_msg, guint32 length, const guint8 *buffer) {
-    Call call("ipmi_send_response", {}, length);
+    const Call call(__func__, {}, length);
     if (length == 0 || buffer == nullptr) {
         violate("response without a completion code");
         return kRefused;
     }
     ++req_msg->answers;
-    if (call.fails()) {
-        return call.status();
-    }
     req_msg->response = Bytes(buffer, buffer + length);
-    return 0;
+    return call.status();
 }
 
 gint32 ipmi_send_simple_response(const IPMI_MSG_S *req_msg, guint8 completion_code) {
-    Call call("ipmi_send_simple_response", {}, completion_code);
+    const Call call(__func__, {}, completion_code);
     ++req_msg->answers;
-    if (call.fails()) {
-        return call.status();
-    }
     req_msg->response = {completion_code};
-    return 0;
+    return call.status();
 }
 
 // ---- Requests to the peers -----------------------------------------------------------------------------------------
@@ -126,8 +110,7 @@ gint32 ipmi_send_request(const IPMI_REQ_MSG_HEAD_S *head, const void *data, gint
                      .netfn = head->netfn,
                      .cmd = head->cmd,
                      .data = Bytes(bytes, bytes + head->src_len)};
-    Call call("ipmi_send_request", std::to_string(sent.slot), sent.netfn, sent.cmd, head->src_len, wait_response,
-              timeout_s);
+    const Call call(__func__, std::to_string(sent.slot), sent.netfn, sent.cmd, head->src_len, wait_response, timeout_s);
     world().sent.push_back(sent);
     if (call.fails()) {
         return call.status();
@@ -137,9 +120,7 @@ gint32 ipmi_send_request(const IPMI_REQ_MSG_HEAD_S *head, const void *data, gint
         world().ticks += static_cast<guint64>(timeout_s) * 1000;
         return kTimedOut;
     }
-    const auto answer = peer->second;
-    call.lock().unlock();
-    const std::optional<Bytes> answered = answer(sent);
+    const std::optional<Bytes> answered = peer->second(sent);
     if (!answered.has_value()) {
         return 0;
     }
@@ -178,89 +159,56 @@ MethodReply fake::call_method(DFL_METHOD_FUNC method, OBJ_HANDLE object, const s
 
 // ---- Registration --------------------------------------------------------------------------------------------------
 
-static gint32 status_of(const Call &call) {
-    return call.fails() ? call.status() : 0;
-}
-
 // clang-format off
-gint32 init_md_so(void) { return status_of(Call("init_md_so")); }
-gint32 static_complete_module_register(void) { return status_of(Call("static_complete_module_register")); }
-gint32 static_start_rpc_service(void) { return status_of(Call("static_start_rpc_service")); }
+gint32 init_md_so(void) { return Call(__func__).status(); }
+gint32 static_complete_module_register(void) { return Call(__func__).status(); }
+gint32 static_start_rpc_service(void) { return Call(__func__).status(); }
+gint32 static_register_module(const gchar *module_name) { return Call(__func__, text_of(module_name)).status(); }
 // clang-format on
 
-gint32 static_register_module(const gchar *module_name) {
-    return status_of(Call("static_register_module", text_of(module_name)));
-}
-
 gint32 static_register_debug_cmd(guint32 row_count, const DEBUG_CMD_S * /*rows*/) {
-    return status_of(Call("static_register_debug_cmd", {}, row_count));
+    return Call(__func__, {}, row_count).status();
 }
 
 gint32 static_declaration_class(const gchar *class_name) {
-    const Call call("static_declaration_class", text_of(class_name));
-    if (!call.fails()) {
-        world().classes.insert(text_of(class_name));
-    }
-    return status_of(call);
+    const Call call(__func__, text_of(class_name));
+    world().classes.insert(text_of(class_name));
+    return call.status();
 }
 
 gint32 static_declaration_class_method(const gchar *class_name, const gchar *method_name, DFL_METHOD_FUNC handler) {
     const std::string name = text_of(class_name) + "." + text_of(method_name);
-    const Call call("static_declaration_class_method", name);
-    if (!call.fails() && (!world().classes.contains(text_of(class_name)) || handler == nullptr)) {
-        return kRefused;
-    }
-    if (!call.fails()) {
-        world().registered.methods[name] = handler;
-    }
-    return status_of(call);
+    const Call call(__func__, name);
+    world().registered.methods[name] = handler;
+    return call.status(world().classes.contains(text_of(class_name)) && handler != nullptr ? 0 : kRefused);
 }
 
 gint32 static_register_reboot_handler(REBOOT_HANDLER handler) {
-    const Call call("static_register_reboot_handler");
-    world().registered.reboot = call.fails() ? nullptr : handler;
-    return status_of(call);
-}
-
-static gint32 keep_object_handler(const char *operation, DFL_OBJECT_HANDLER handler) {
-    const Call call(operation);
-    if (!call.fails()) {
-        world().registered.object_handlers.insert(handler);
-    }
-    return status_of(call);
+    world().registered.reboot = handler;
+    return Call(__func__).status();
 }
 
 gint32 dfl_add_object_handler(DFL_OBJECT_HANDLER handler) {
-    return keep_object_handler("dfl_add_object_handler", handler);
+    world().registered.object_handlers.insert(handler);
+    return Call(__func__).status();
 }
 
 gint32 dfl_del_object_handler(DFL_OBJECT_HANDLER handler) {
-    return keep_object_handler("dfl_del_object_handler", handler);
+    world().registered.object_handlers.insert(handler);
+    return Call(__func__).status();
 }
 
 gint32 static_implementation_ipmicmd(guint32 row_count, const IPMI_CMD_S *rows) {
-    const Call call("static_implementation_ipmicmd", {}, row_count);
-    if (!call.fails()) {
-        world().registered.rows.assign(rows, rows + row_count);
-    }
-    return status_of(call);
+    world().registered.rows.assign(rows, rows + row_count);
+    return Call(__func__, {}, row_count).status();
 }
 
 gint32 static_module_init(gint32 argument, MODULE_CALLBACK init) {
-    Call call("static_module_init", {}, argument);
-    if (call.fails()) {
-        return call.status();
-    }
-    call.lock().unlock();
-    return init();
+    const Call call(__func__, {}, argument);
+    return call.fails() ? call.status() : init();
 }
 
 gint32 static_module_start(MODULE_CALLBACK start, guint32 delay_ms) {
-    Call call("static_module_start", {}, delay_ms);
-    if (call.fails()) {
-        return call.status();
-    }
-    world().ticks += delay_ms;
-    call.lock().unlock();
-    return start();
+    const Call call(__func__, {}, delay_ms);
+    return call.fails() ? call.status() : start();
 }

@@ -3,8 +3,8 @@
 #pragma once
 
 // The platform contract carried out in memory, and the strings that tests pull: a world of objects, parts and board
-// states, faults given as values, a scripted clock, and a journal of every call and log line. Safe for many threads.
-// What the module owes the platform is checked at every call; a breach is kept in violations().
+// states, faults given as values, a scripted clock, and a journal of every call and log line. For one thread at a time.
+// What the module owes the platform is checked at every call; a breach is kept in world().violations.
 
 #include "board.h"
 #include "module_frame.h"
@@ -29,21 +29,128 @@ using Bytes = std::vector<guint8>;
 using Texts = std::vector<std::string>;
 
 // Statuses of the fake's own refusals.
-inline constexpr gint32 kNoObject = -3001;
-inline constexpr gint32 kNoProperty = -3002;
-inline constexpr gint32 kWrongType = -3003;
-inline constexpr gint32 kReadOnly = -3004;
-inline constexpr gint32 kOutOfRange = -3005; // past the part's end, or a null or empty transfer
+inline constexpr gint32 kNotFound = -3001; // no such object or property
 inline constexpr gint32 kTimedOut = -3006;
 inline constexpr gint32 kRefused = -3007; // everything else
+
+// ---- The world -----------------------------------------------------------------------------------------------------
+
+struct Board {
+    gint32 smm = 0;
+    gint32 manufacturing = 0;
+    gint32 four_u = 0;
+    gint32 equip_frame = 0;
+    gint32 tarn = 0;
+    gint32 two_u_expansion = 0;
+    guint32 backplane_eeproms = 2;
+    BOARD_MOS_E role = BOARD_MASTER;
+    guint8 equip_mode = 0;
+    guint8 slot = 0;
+    std::set<guint8> online = {};
+    guint8 cpld_upgrading = 0;
+    BOOL standby = 0;
+    std::set<guint8> valid_models = {0x33, 0x55, 0xAA};
+    std::map<std::pair<guint32, guint32>, guint8> cpld_bits = {}; // by register and bit
+    std::map<guint32, guint8> cpld_ram = {};
+    Bytes wwn = {}; // as last handed to the CPLD
+    Bytes frame_model = {};
+    Bytes product_info = {};
+    std::optional<guint8> pcie_model = {};
+    std::map<guint32, Bytes> flash = {};
+    std::map<guint32, guint32> lines = {}; // levels of the lines that were initialised
+};
+
+// The operation does nothing and returns status (a pointer: null).
+struct Fault {
+    std::string operation = {}; // a contract operation
+    std::string subject = {};   // what the journal shows after the operation; empty: any
+    gint32 status = -1;
+    guint32 nth = 1;        // the matching call that is hit first
+    guint32 count = 1;      // matching calls in a row that are hit; 0: all from then on
+    bool flips_bit = false; // block read: instead, one bit of what is read is inverted
+    guint32 delay_ms = 0;   // the hit call takes this long
+    guint32 seen = 0;       // matching calls so far
+};
+
+struct Task {
+    std::string name;
+    VOS_TASK_ENTRY entry;
+    void *argument;
+    guint32 priority;
+};
+
+struct SentRequest {
+    guint8 target_type;
+    guint8 slot;
+    guint8 lun;
+    guint8 netfn;
+    guint8 cmd;
+    Bytes data;
+};
+// How a peer answers (nothing: success without a response block); without one a request fails with kTimedOut.
+using Peer = std::function<std::optional<Bytes>(const SentRequest &)>;
+
+struct Registered {
+    std::map<std::string, DFL_METHOD_FUNC> methods = {}; // by "Class.Method"
+    REBOOT_HANDLER reboot = nullptr;
+    std::vector<IPMI_CMD_S> rows = {};
+    std::set<DFL_OBJECT_HANDLER> object_handlers = {};
+};
+
+using Value = std::shared_ptr<GVariant>;
+
+struct Object {
+    std::string class_name;
+    std::string name;
+    std::map<std::string, Value> properties = {};
+    std::shared_ptr<Bytes> part = {}; // of a chip
+    std::vector<guint32> lines = {};
+    bool own_protection = false;
+};
+
+struct Semaphore {
+    std::string name;
+    bool held = false;
+    bool by_others = false; // held by hold_semaphore()
+};
+
+// A call or a log line.
+struct Event {
+    guint64 tick;
+    std::string operation; // empty: a log line
+    std::string line;      // a log line: "0 text" or "M1 file: text"
+    gint32 level = -1;     // of a log line
+};
+
+struct World {
+    guint64 ticks = 0;
+    Board board = {};
+    Texts violations = {};          // floating values, wrong nesting of semaphores, a request answered twice, ...
+    std::vector<Fault> faults = {}; // in wait
+    guint32 fired = 0;              // calls hit
+    std::function<void()> on_delay =
+        {};                       // called after each delay of a task, so that the world can change as time passes
+    std::vector<Task> tasks = {}; // created so far; none of them runs by itself
+    std::vector<SentRequest> sent = {};
+    std::map<guint8, Peer> peers = {}; // by slot
+    Registered registered = {};
+    // What follows is the fake's own; tests have functions for it.
+    std::vector<Object> objects = {}; // by handle, from kFirstHandle
+    std::map<std::string, std::shared_ptr<Bytes>> parts = {};
+    std::map<std::pair<std::string, guint32>, OBJ_HANDLE> aliases = {};
+    std::vector<Event> events = {};
+    std::map<gulong, Semaphore> semaphores = {};
+    std::set<std::string> classes = {};
+};
+[[nodiscard]] World &world();
 
 // A new, empty world: ticks 0, no objects, faults, journal or semaphores.
 void reset();
 
-// Breaches of the contract by the module: floating values, wrong nesting of semaphores, a request answered twice, ...
-[[nodiscard]] Texts violations();
+void inject(const Fault &fault);
+void lift_faults();
 
-// ---- Objects and parts -------------------------------------------------------------------------------------------
+// ---- Objects and parts ---------------------------------------------------------------------------------------------
 
 struct ChipConfig {
     guint32 offset = 64;
@@ -81,29 +188,6 @@ void put_record(const std::string &chip, const Bytes &data); // at the chip's Of
 // data and its checksum as a part holds them; computed here, bit by bit.
 [[nodiscard]] Bytes record(const Bytes &data);
 
-// ---- Faults --------------------------------------------------------------------------------------------------------
-
-enum class FaultKind {
-    kStatus,     // the operation does nothing and returns status (a pointer: null)
-    kFlippedBit, // block transfer: bit `at` of the bytes that are read or stored is inverted
-    kTornPage,   // block write: `at` bytes stored; then status
-    kLostAck,    // block write: everything stored; then status
-};
-
-struct Fault {
-    std::string operation = {}; // a contract operation; empty: every one that can fail
-    std::string subject = {};   // what the journal shows after the operation; empty: any
-    FaultKind kind = FaultKind::kStatus;
-    gint32 status = -1;
-    guint32 nth = 1;   // the matching call that is hit first
-    guint32 count = 1; // matching calls in a row that are hit; 0: all from then on
-    std::size_t at = 0;
-    guint32 delay_ms = 0; // the hit call takes this long
-};
-void inject(const Fault &fault);
-void lift_faults();
-[[nodiscard]] guint32 fired(); // calls hit since reset()
-
 // ---- Journal -------------------------------------------------------------------------------------------------------
 
 // The calls made so far as "operation subject arguments...", in order; only the operations named, or all.
@@ -113,71 +197,25 @@ void clear_journal(); // calls and logs
 
 // Log lines up to a level, in order, as "0 text" (debug log) or "M1 file: text" (maintenance log).
 [[nodiscard]] Texts logs(gint32 max_level = 1);
-[[nodiscard]] Texts log_texts(gint32 level); // of the debug log, texts alone
-[[nodiscard]] bool logged(gint32 level, std::string_view text);
+[[nodiscard]] bool logged(std::string_view line);
 
 // Calls whose line starts with one of the prefixes, and the log up to a level, in order, as "tick line"; a delay that
 // follows itself is told once, at its first tick, with " x" and how often.
 [[nodiscard]] Texts timeline(const Texts &prefixes, gint32 max_level = 1);
 
-// ---- Time, tasks, semaphores ---------------------------------------------------------------------------------------
+// ---- Tasks and semaphores ------------------------------------------------------------------------------------------
 
-[[nodiscard]] guint64 ticks();
-void set_ticks(guint64 ticks);
-// Called after each delay of a task, without the fake's lock, so that the world can change as time passes.
-void on_delay(std::function<void(guint32 delay_ms)> hook);
-
-struct Task {
-    std::string name;
-    VOS_TASK_ENTRY entry;
-    void *argument;
-    guint32 priority;
-};
-[[nodiscard]] std::vector<Task> tasks(); // created so far; none of them runs by itself
-
-// Runs a task on a thread of its own until it returns (true) or `done`, asked with the number of delays so far at each
-// of them, says so (false): the thread then ends inside that delay.
-bool run_task(VOS_TASK_ENTRY entry, void *argument, const std::function<bool(guint32 delays)> &done);
+// Runs a task on a thread of its own until it returns (true) or `done`, asked at each of its delays, says so (false):
+// the thread then ends inside that delay.
+bool run_task(VOS_TASK_ENTRY entry, const std::function<bool()> &done);
 
 // Somebody else holds the semaphore of that name: taking it uses up the time limit and fails.
 void hold_semaphore(const std::string &name);
-void free_semaphore(const std::string &name);
-[[nodiscard]] Texts semaphores_held();
-[[nodiscard]] Texts semaphores(); // that exist
+[[nodiscard]] Texts semaphores(bool held_only); // held by the module
 
-// ---- Board ---------------------------------------------------------------------------------------------------------
-
-struct Board {
-    gint32 smm = 0;
-    gint32 manufacturing = 0;
-    gint32 four_u = 0;
-    gint32 equip_frame = 0;
-    gint32 tarn = 0;
-    gint32 two_u_expansion = 0;
-    guint32 backplane_eeproms = 2;
-    BOARD_MOS_E role = BOARD_MASTER;
-    guint8 equip_mode = 0;
-    guint8 slot = 0;
-    std::set<guint8> online = {};
-    guint8 cpld_upgrading = 0;
-    BOOL standby = 0;
-    std::set<guint8> valid_models = {0x33, 0x55, 0xAA};
-    std::map<std::pair<guint32, guint32>, guint8> cpld_bits = {}; // by register and bit
-    std::map<guint32, guint8> cpld_ram = {};
-    Bytes wwn = {}; // as last handed to the CPLD
-    Bytes frame_model = {};
-    Bytes product_info = {};
-    std::optional<guint8> pcie_model = {};
-    std::map<guint32, Bytes> flash = {};
-    std::map<guint32, guint32> lines = {}; // levels of the lines that were initialised
-};
-[[nodiscard]] Board board();
-void change_board(const std::function<void(Board &)> &change);
-
-// ---- Requests, methods, registration -------------------------------------------------------------------------------
+// ---- Requests and methods ------------------------------------------------------------------------------------------
 
 struct Reply {
-    bool reached = true; // a handler served the request
     gint32 status = 0;   // what the handler returned
     Bytes response = {}; // completion code first; empty: none was sent
 };
@@ -186,33 +224,12 @@ Reply call(IPMI_CMD_FUNC handler, gconstpointer user_data, const std::optional<B
 // Through the registered rows.
 Reply request(guint8 netfn, guint8 cmd, const Bytes &data, guint8 privilege = 4);
 
-struct SentRequest {
-    guint8 target_type;
-    guint8 slot;
-    guint8 lun;
-    guint8 netfn;
-    guint8 cmd;
-    Bytes data;
-};
-[[nodiscard]] std::vector<SentRequest> sent_requests();
-// How a peer answers (nothing: success without a response block); without one a request fails with kTimedOut.
-using Peer = std::function<std::optional<Bytes>(const SentRequest &)>;
-void set_peer(guint8 slot, const Peer &answer);
-
 struct MethodReply {
     gint32 status = 0;
-    std::vector<std::shared_ptr<GVariant>> outputs = {};
+    std::vector<Value> outputs = {};
 };
 // inputs may be floating and are taken over. without_output: the handler gets no output list.
 MethodReply call_method(DFL_METHOD_FUNC method, OBJ_HANDLE object, const std::vector<GVariant *> &inputs,
                         bool without_output = false);
-
-struct Registered {
-    std::map<std::string, DFL_METHOD_FUNC> methods = {}; // by "Class.Method"
-    REBOOT_HANDLER reboot = nullptr;
-    std::vector<IPMI_CMD_S> rows = {};
-    std::set<DFL_OBJECT_HANDLER> object_handlers = {};
-};
-[[nodiscard]] Registered registered();
 
 } // namespace fake

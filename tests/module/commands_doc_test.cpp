@@ -82,7 +82,7 @@ std::string filter_of(const std::string &head) {
 TEST(CommandsDoc, TheTableIsWhatTheModuleRegisters) {
     fake::reset();
     ASSERT_EQ(asd_module_main(0, nullptr), 0);
-    const std::vector<IPMI_CMD_S> rows = fake::registered().rows;
+    const std::vector<IPMI_CMD_S> rows = fake::world().registered.rows;
     const std::vector<Texts> documented = documented_rows();
     ASSERT_EQ(rows.size(), 54U);
     ASSERT_EQ(documented.size(), rows.size());

@@ -19,34 +19,49 @@ TEST_F(LoadTest, InitMakesLocksAndBindsNumbers) {
     fake::add_item("ASD20", {.num = 20});
     fake::inject({.operation = "dfl_bind_object_alias", .subject = "ASD16", .status = 6});
     EXPECT_EQ(asd_init(), 0);
-    EXPECT_EQ(fake::semaphores().size(), 5U);
+    EXPECT_EQ(fake::semaphores(false), (Texts{"ekey", "bayconfig", "eeprom", "CcdbSetEn", "SetNodeview"}));
     EXPECT_EQ(
         fake::journal({"dfl_bind_object_alias"}),
         (Texts{"dfl_bind_object_alias ASD14 14", "dfl_bind_object_alias ASD16 16", "dfl_bind_object_alias ASD20 20"}));
-    EXPECT_EQ(fake::logs(2), (Texts{"2 dfl get property value failed (-3002)", "2 Asd dfl_bind_object_alias fail(6)",
+    EXPECT_EQ(fake::logs(2), (Texts{"2 dfl get property value failed (-3001)", "2 Asd dfl_bind_object_alias fail(6)",
                                     "1 asd init ok."}));
     EXPECT_EQ(fake::calls("dfl_block_read"), 0U); // nothing is loaded here
+}
+
+TEST_F(LoadTest, AFailedLockDeletesThoseBefore) {
+    const std::pair<std::string, std::string> locks[] = {{"ekey", "g_ekey_buffer_lock"},
+                                                         {"bayconfig", "g_BayconfigBufLock"},
+                                                         {"eeprom", "g_eeprom_lock"},
+                                                         {"CcdbSetEn", "g_ccdbSetEnLock"},
+                                                         {"SetNodeview", "g_setNodeviewLock"}};
+    for (const auto &[name, text] : locks) {
+        SCOPED_TRACE(name);
+        fake::reset();
+        fault("vos_thread_mutex_sem4_create", name)();
+        EXPECT_EQ(asd_ekey_lock_init(), -1);
+        EXPECT_EQ(fake::logs(2), Texts{"0 Create " + text + " failed!"});
+        EXPECT_EQ(fake::semaphores(false), Texts{});
+    }
 }
 
 TEST_F(LoadTest, InitDoesNothingOnAManagementModule) {
     fake::reset();
     fake::add_item("ASD14", {.num = 14});
-    fake::change_board([](fake::Board &board) { board.smm = 1; });
+    fake::world().board.smm = 1;
     EXPECT_EQ(asd_init(), 0);
     EXPECT_EQ(fake::journal(), Texts{"BSP_IsSmmBoard"});
     EXPECT_EQ(fake::logs(2), Texts{});
 }
 
 TEST_F(LoadTest, InitFailsWithoutItsLocksButNotWithoutObjects) {
-    fake::reset();
-    fake::inject({.operation = "vos_thread_mutex_sem4_create", .status = 5});
-    EXPECT_EQ(asd_init(), -1);
-    EXPECT_EQ(fake::log_texts(0), (Texts{"Create g_ekey_buffer_lock failed!", "asd ekey lock init failed(-1)!"}));
-    EXPECT_EQ(fake::calls("dfl_foreach_object"), 0U);
-    fake::reset();
-    fake::inject({.operation = "dfl_foreach_object", .status = 5});
+    fault("dfl_foreach_object")();
     EXPECT_EQ(asd_init(), 0);
-    EXPECT_TRUE(fake::logged(1, "asd init ok."));
+    EXPECT_EQ(fake::logs(2), Texts{"1 asd init ok."});
+    fake::clear_journal();
+    fault("vos_thread_mutex_sem4_create")();
+    EXPECT_EQ(asd_init(), -1);
+    EXPECT_EQ(fake::logs(2), (Texts{"0 Create g_ekey_buffer_lock failed!", "0 asd ekey lock init failed(-1)!"}));
+    EXPECT_EQ(fake::calls("dfl_foreach_object"), 0U);
 }
 
 TEST_F(LoadTest, Reload) {
@@ -66,8 +81,7 @@ TEST_F(LoadTest, Reload) {
     const auto reload = [&] { return process_each_asd_object(item, std::exchange(flag, nullptr)); };
     const auto left = [&name] { return joined(fake::value(name), {static_cast<guint8>(fake::number(name, "Ready"))}); };
     const Arrange clear_all = [&] { flag = &all; };
-    const Arrange dead = fault("dfl_block_read", "", 5);
-    const Arrange manufacturing = board_set([](fake::Board &board) { board.manufacturing = 1; });
+    const Arrange manufacturing = [] { fake::world().board.manufacturing = 1; };
     const Bytes before = {1, 2, 3, 9};
     const Bytes loaded = joined(stored, {1});
     const Texts failures = {"0 ASD14 read eeprom failed(ret=5)", "0 ASD14 read eeprom count 1 failed, ret=5",
@@ -81,8 +95,8 @@ TEST_F(LoadTest, Reload) {
         {"too long", number_set("ASD14", "Length", 8193), -1, "", {"0 ASD14 data length is out of range!"}, before},
         {"empty", number_set("ASD14", "Length", 0), -1, "", {"0 ASD14 malloc memory failed."}, before},
         {"nameless", fault("dfl_get_object_name"), -1, "", {}, before},
-        {"dead chip", dead, 0, "", failures, before},
-        {"dead chip, manufacturing build", both(dead, manufacturing), 0, "", failures, joined(Bytes(8, 0), {1})},
+        {"dead chip", kDeadReads, 0, "", failures, before},
+        {"dead chip, manufacturing build", both(kDeadReads, manufacturing), 0, "", failures, joined(Bytes(8, 0), {1})},
     }, left);
     run_operation(reload, of("ASD7"), {}, {{"never loaded", clear_all, 0, "", {}, before}}, left);
     run_operation(reload, of("ASD_CCDB"), {}, {
@@ -92,15 +106,6 @@ TEST_F(LoadTest, Reload) {
         {"Ready unreadable", unreadable("ASD_CCDB.Ready"), 0, "", {"0 Get CCDB ready signal failed.", ccdb_ok}, loaded},
     }, left);
     // clang-format on
-}
-
-TEST_F(LoadTest, TheLongestItemIsLoaded) {
-    fake::add_chip("ASDDevX", {.retry = 1});
-    fake::put_record("ASDDevX", pattern(8192));
-    const OBJ_HANDLE item = fake::add_item("ASD14", {.length = 8192, .chips = {"ASDDevX"}});
-    guint8 flag = 0;
-    EXPECT_EQ(process_each_asd_object(item, &flag), 0);
-    EXPECT_EQ(fake::value("ASD14"), pattern(8192));
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 
 // Registration and start, step by step, and requests that find their row.
 
-#include "bmc_asd_init.h"
+#include "bmc_asd_common.h"
 #include "fake_platform.h"
 
 #include <algorithm>
@@ -78,8 +78,8 @@ TEST(Main, TheFirstFailureEndsTheStart) {
         const bool ends = !what.empty(); // the service's own result is ignored
         EXPECT_EQ(asd_module_main(0, nullptr), ends ? 55 : 0);
         EXPECT_EQ(registration(), expected);
-        EXPECT_EQ(fake::log_texts(0), ends ? Texts{what + " failed.errcode:55\r\n"} : Texts{});
-        EXPECT_EQ(fake::violations(), Texts{});
+        EXPECT_EQ(fake::logs(0), ends ? Texts{"0 " + what + " failed.errcode:55\r\n"} : Texts{});
+        EXPECT_EQ(fake::world().violations, Texts{});
     }
 }
 
@@ -88,8 +88,8 @@ TEST(Main, AFailingCallbackKeepsTheServiceDown) {
     fake::inject({.operation = "vos_thread_mutex_sem4_create"});
     EXPECT_EQ(asd_module_main(0, nullptr), -1);
     EXPECT_EQ(registration().back(), "static_module_init -1");
-    EXPECT_EQ(fake::log_texts(0).back(), "module asd init failed.errcode:-1\r\n");
-    EXPECT_TRUE(fake::tasks().empty());
+    EXPECT_EQ(fake::logs(0).back(), "0 module asd init failed.errcode:-1\r\n");
+    EXPECT_TRUE(fake::world().tasks.empty());
     fake::reset();
     fake::inject({.operation = "vos_task_create", .status = 8});
     EXPECT_EQ(asd_module_main(0, nullptr), 8);
@@ -99,40 +99,33 @@ TEST(Main, AFailingCallbackKeepsTheServiceDown) {
 TEST(Main, WhatIsRegisteredWorks) {
     fake::reset();
     EXPECT_EQ(asd_module_main(0, nullptr), 0);
-    const fake::Registered known = fake::registered();
-    EXPECT_EQ(known.methods.size(), 7U);
+    const fake::Registered &known = fake::world().registered;
     EXPECT_EQ(known.reboot, BSP_RebootRequestProcess);
-    EXPECT_EQ(known.rows.size(), 54U);
     EXPECT_EQ(known.object_handlers.size(), 2U);
     for (const auto &handler : known.object_handlers) {
         EXPECT_EQ(handler("AtomStorageData", 4711), 0);
     }
-    fake::add_chip("ASDDev14a");
-    const OBJ_HANDLE chip = fake::add_chip("ASDDev14b");
-    const auto set_error = known.methods.at("AtomStorageDataDev.SetAsdDevErrCode");
-    EXPECT_EQ(fake::call_method(set_error, chip, {g_variant_new_int32(5)}).status, 0);
-    EXPECT_EQ(fake::number("ASDDev14b", "ErrorCode"), 5);
-    Texts names;
-    for (const fake::Task &task : fake::tasks()) {
-        names.push_back(task.name);
-    }
-    EXPECT_EQ(names, (Texts{"asd_master_check", "asd_eeprom_check", "ccdb_set_eeprom", "asd_eeprom_sync"}));
+    const std::map<std::string, DFL_METHOD_FUNC> methods = {
+        {"AtomStorageData.ClearMemData", asd_clear_memdata},
+        {"AtomStorageData.EqWriteAtomStorageData", asd_eqwrite_data},
+        {"AtomStorageData.ReadAsdMemData", Asd_GetAsdMemData},
+        {"AtomStorageData.ReadAtomStorageData", asd_read_data},
+        {"AtomStorageData.UpdateMemProperty", Asd_UpdateMemProperty},
+        {"AtomStorageData.WriteAtomStorageData", asd_write_data},
+        {"AtomStorageDataDev.SetAsdDevErrCode", Asd_SetErrCode}};
+    EXPECT_EQ(known.methods, methods);
+    EXPECT_EQ(fake::world().tasks.size(), 4U);
 }
 
-// Rows that differ in one filter byte, and what never reaches a handler.
+// Rows that differ in one filter byte; a handler that finds no item says which it is.
 TEST(Main, RequestsFindTheirRow) {
     fake::reset();
     ASSERT_EQ(asd_module_main(0, nullptr), 0);
     EXPECT_EQ(fake::request(0x32, 0x12, {0, 0, 0x80, 0, 0x1B, 5, 0, 9, 0}, 0).response, fake::Bytes{0xCE});
-    EXPECT_TRUE(fake::logged(2, "user data is ASD5"));
+    EXPECT_TRUE(fake::logged("2 user data is ASD5"));
     EXPECT_EQ(fake::request(0x32, 0x12, {0, 0, 0x80, 0, 0x1C, 5, 0, 9, 0}, 0).response, fake::Bytes{0xCE});
-    EXPECT_TRUE(fake::logged(0, "Get object handle fail! result(-3001)."));
-    fake::clear_journal();
+    EXPECT_TRUE(fake::logged("0 Get object handle fail! result(-3001)."));
     EXPECT_EQ(fake::request(0x32, 0x12, {0, 0, 0x80, 0, 0x1D, 5, 0, 9, 0}).response, fake::Bytes{0xC1});
-    EXPECT_EQ(fake::request(0x32, 0x16, {0, 0, 0x80, 0, 0x14, 0}).response, fake::Bytes{0xC7});
-    EXPECT_EQ(fake::request(0x32, 0xBB, {0, 0, 0x80, 0, 0x1A}, 3).response, fake::Bytes{0xD4});
-    EXPECT_EQ(fake::logs(2), Texts{});
-    EXPECT_EQ(fake::violations(), Texts{});
 }
 
 } // namespace

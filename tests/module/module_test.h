@@ -39,10 +39,6 @@ Sequence part_of(const Sequence &bytes, std::size_t from, std::size_t count) {
     return {first, first + static_cast<std::ptrdiff_t>(count)};
 }
 
-inline guint32 size_of(const Bytes &bytes) {
-    return static_cast<guint32>(bytes.size());
-}
-
 // A row starts with an empty world in which the module's locks exist.
 inline void fresh_world() {
     fake::reset();
@@ -53,9 +49,9 @@ inline void fresh_world() {
 
 // What holds after every operation, whatever failed in it.
 inline void expect_contract_kept() {
-    EXPECT_EQ(fake::violations(), Texts{});
-    EXPECT_EQ(fake::semaphores_held(), Texts{});
-    for (const auto &[line, level] : fake::board().lines) {
+    EXPECT_EQ(fake::world().violations, Texts{});
+    EXPECT_EQ(fake::semaphores(true), Texts{});
+    for (const auto &[line, level] : fake::world().board.lines) {
         EXPECT_EQ(level, 0U) << "line " << line << " left open";
     }
 }
@@ -78,12 +74,12 @@ inline Arrange fault(const std::string &operation, const std::string &subject = 
     };
 }
 
+inline const Arrange kUnknown = fault("dfl_get_object_handle");
+inline const Arrange kDeadReads = fault("dfl_block_read", "", 5);
+inline const Arrange kDeadWrites = fault("dfl_block_write", "", 5);
+
 inline Arrange unreadable(const std::string &property) {
-    return [=] {
-        for (const char *operation : {"dfl_get_property_value", "dfl_get_property_ubyte"}) {
-            fault(operation, property)();
-        }
-    };
+    return fault("dfl_get_property_value", property);
 }
 
 inline Arrange locked(const std::string &semaphore) {
@@ -96,10 +92,6 @@ inline Arrange byte_set(const std::string &object, const std::string &property, 
 
 inline Arrange number_set(const std::string &object, const std::string &property, guint32 value) {
     return [=] { fake::set_property(object, property, g_variant_new_uint32(value)); };
-}
-
-inline Arrange board_set(const std::function<void(fake::Board &)> &change) {
-    return [=] { fake::change_board(change); };
 }
 
 inline void on_slave() {
@@ -197,9 +189,6 @@ inline void run_operation(const std::function<gint32()> &operation, const Arrang
         EXPECT_EQ(watched.size() == 0 ? "" : steps(watched), row.steps);
         EXPECT_EQ(logs_of_interest(max_level), row.logs);
         EXPECT_EQ(left(), row.left);
-        for (const char *semaphore : {"ekey", "bayconfig", "eeprom", "CcdbSetEn", "SetNodeview"}) {
-            fake::free_semaphore(semaphore);
-        }
         expect_contract_kept();
     }
 }

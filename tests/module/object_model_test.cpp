@@ -18,13 +18,11 @@ constexpr gint32 kFault = 7;
 // ---- Lookups -------------------------------------------------------------------------------------------------------
 
 TEST_F(ObjectModelTest, UnreadableProperties) {
-    const OBJ_HANDLE item = fake::add_item("ASD14", {.online = 5});
+    const OBJ_HANDLE item = fake::add_item("ASD14", {});
     const OBJ_HANDLE chip = fake::add_chip("ASDDev14a");
     guint32 number = 99;
     EXPECT_EQ(asd_get_eeprom_count(item, nullptr), -1);
-    EXPECT_EQ(fake::journal(), Texts{});
     EXPECT_EQ(asd_get_length(item, nullptr), -1);
-    EXPECT_EQ(asd_obj_is_online(item), 5);
     fault("dfl_get_property_value")();
     fault("dfl_set_property_value")();
     EXPECT_EQ(asd_obj_is_online(item), 0); // counts as absent
@@ -40,41 +38,6 @@ TEST_F(ObjectModelTest, UnreadableProperties) {
                                     "0 ASDDev14a Set PROPERTY_ASD_DEV_ERRORCODE failed! result: 7."}));
 }
 
-TEST_F(ObjectModelTest, EachPairedItemHasItsCheckObject) {
-    const std::array<std::pair<const char *, const char *>, 10> pairs = {
-        {{"ASD16", "ASD17"},
-         {"ASD10", "ASD10"},
-         {"ASD22", "ASD23"},
-         {"ASD_FrameLedRule", "ASD_FrameLedRuleValid"},
-         {"ASD52", "ASD53"},
-         {"ASD_BBUSWITCH", "ASD_BBUSWITCH1"},
-         {"ASD_BBUSWITCHTIME", "ASD_BBUSWITCHTIME1"},
-         {"ASD_NODE_VIEW", "ASD_NODE_VIEW_VALID"},
-         {"ASD_CCDB", "ASD_CCDB_VALID"},
-         {"ASD_PRODUCT_CFGINFO", "ASD_PRODUCT_CFGINFO_VALID"}}};
-    for (std::size_t i = 0; i < pairs.size(); ++i) {
-        const auto &[name, check] = pairs[i];
-        SCOPED_TRACE(name);
-        fresh_world();
-        EXPECT_STREQ(g_astasd_handle_bakname[i].handle_name, name);
-        const OBJ_HANDLE item = fake::add_item(name, {});
-        OBJ_HANDLE found = 0;
-        if (std::string(name) != check) {
-            EXPECT_EQ(asd_choose_object(item, &found), fake::kNoObject);
-            EXPECT_EQ(fake::logs(2), (Texts{"0 Get " + std::string(check) + " obj handle failed! ret: -3001."}));
-        }
-        const OBJ_HANDLE wanted = std::string(name) == check ? item : fake::add_item(check, {});
-        EXPECT_EQ(asd_choose_object(item, &found), 0);
-        EXPECT_EQ(found, wanted);
-    }
-    OBJ_HANDLE found = 0;
-    fresh_world();
-    EXPECT_EQ(asd_choose_object(fake::add_item("ASD11", {}), &found), -1018);
-    EXPECT_EQ(fake::logs(2), (Texts{"0 Get object name failed!"}));
-    EXPECT_EQ(asd_choose_object(4711, &found), -1); // no such object, hence no name
-    EXPECT_EQ(found, 0);
-}
-
 TEST_F(ObjectModelTest, EquipmentFrameBoardsUseTheSecondChipReference) {
     std::array<char, 20> name{};
     const auto choose = [&name] {
@@ -83,10 +46,10 @@ TEST_F(ObjectModelTest, EquipmentFrameBoardsUseTheSecondChipReference) {
     };
     const auto left = [&name] { return Bytes(name.begin() + 15, name.end() - 1); };
     const auto on = [](gint32 four_u, gint32 frame) {
-        return board_set([=](fake::Board &board) {
-            board.four_u = four_u;
-            board.equip_frame = frame;
-        });
+        return [=] {
+            fake::world().board.four_u = four_u;
+            fake::world().board.equip_frame = frame;
+        };
     };
     const std::string asked_both = "BSP_Is4U4CBoard, BSP_isEquipFrameBoard";
     // clang-format off
@@ -94,7 +57,6 @@ TEST_F(ObjectModelTest, EquipmentFrameBoardsUseTheSecondChipReference) {
         {"plain board", on(0, 1), 0, "BSP_Is4U4CBoard", {}, {'D', 'e', 'v', '0'}},
         {"4U board", on(1, 0), 0, asked_both, {}, {'D', 'e', 'v', '0'}},
         {"4U equipment frame", on(1, 1), 0, asked_both, {}, {'D', 'e', 'v', '1'}},
-        {"fill fails", both(on(1, 1), fault("memset_s", "", 6, 1)), 0, asked_both, {"0 Error: init and copy asd devname failed, result = 6."}, {'D', 'e', 'v', '1'}},
     }, left);
     // clang-format on
     fresh_world();
@@ -133,13 +95,7 @@ TEST_F(ObjectModelTest, PublicationOfNothing) {
     EXPECT_EQ(fake::logs(2), (Texts{"0 Input parameter NULL!", "0 Input parameter NULL!"}));
     EXPECT_EQ(fake::journal({"dfl_set_property_value"}), Texts{});
     EXPECT_EQ(asd_update_property(item, pattern(1).data(), 0), 0);
-    EXPECT_EQ(fake::value("ASD14"), Bytes{});
-    EXPECT_EQ(fake::number("ASD14", "Ready"), 1);
-    EXPECT_EQ(asd_set_value2(item, pattern(3).data(), 3, 21), 0);
-    EXPECT_EQ(asd_set_ready(item, 4, 22), 0);
-    EXPECT_EQ(fake::journal({"dfl_set_property_value"}),
-              (Texts{"dfl_set_property_value ASD14.Value ay[0] 0", "dfl_set_property_value ASD14.Ready 0x01 0",
-                     "dfl_set_property_value ASD14.Value ay[3] 21", "dfl_set_property_value ASD14.Ready 0x04 22"}));
+    EXPECT_EQ(steps({"dfl_set_property_value"}), "ASD14.Value ay[0] 0, ASD14.Ready 0x01 0");
 }
 
 TEST_F(ObjectModelTest, MirrorRead) {
@@ -161,17 +117,12 @@ TEST_F(ObjectModelTest, MirrorRead) {
         {"unknown item", fault("dfl_get_object_handle", "ASD14"), -1017, "", {}, untouched},
         {"offline", byte_set("ASD14", "Online", 0), 0, "", {"M1 bmc_asd_update_property.cpp: ASD14 not online!"}, joined(Bytes(8, 0), {99})},
         {"Value unreadable", unreadable("ASD14.Value"), kFault, "", {"0 Get ASD14 value failed! ret: 7."}, untouched},
-        {"copy fails", fault("memcpy_s"), kFault, "", {"0 Error: copy asd data failed, result = 7."}, joined(Bytes(8, 0), {8})},
         {"Value of another type", wrong_type, -1005, "", {"0 Get ASD14 array failed!"}, joined(Bytes(8, 0xEE), {0})},
         {"short buffer", [&room] { room = 3; }, 0, "", {}, joined(pattern(3), joined(Bytes(5, 0xEE), {8}))},
     }, left);
     // clang-format on
-    fake::clear_journal();
-    EXPECT_EQ(asd_get_value(nullptr, 8, data.data(), &length), -1);
     EXPECT_EQ(asd_get_value("ASD14", 8, nullptr, &length), -1);
-    EXPECT_EQ(asd_get_value("ASD14", 8, data.data(), nullptr), -1);
-    EXPECT_EQ(fake::logs(2), Texts(3, "0 Input parameter error."));
-    EXPECT_EQ(fake::journal(), Texts{});
+    EXPECT_TRUE(fake::logged("0 Input parameter error."));
 }
 
 TEST_F(ObjectModelTest, FiveChipsAreSparedUnlessTheStatusSaysOtherwise) {
@@ -185,16 +136,15 @@ TEST_F(ObjectModelTest, FiveChipsAreSparedUnlessTheStatusSaysOtherwise) {
     };
     // clang-format off
     const std::vector<Row> rows = {
-        {"ASDDev7", 5, 0, 1, 0}, {"ASDDev10a", 5, 2, 1, kBefore}, {"ASDDev10a", 5, 2, 0, 2}, {"ASDDev10a", 5, 2, 255, 2},
-        {"ASDDev7", 5, 2, 0, kBefore}, {"ASDDev5a", 0x1FFFF, 2, 0, kBefore}, {"ASDDev5b", 0x20000, 2, 0, 1}, {"ASDDev11a", 0x2006E, 9, 0, 1},
-        {"ASDDev11b", -1, 2, 0, 1}, {"ASDDev11c", 5, 3, 0, 3}, {"ASDDev5a", 0x20000, 2, 1, kBefore},
+        {"ASDDev7", 5, 0, 1, 0}, {"ASDDev10a", 5, 2, 1, kBefore}, {"ASDDev10a", 5, 2, 0, 2}, {"ASDDev7", 5, 2, 0, kBefore},
+        {"ASDDev5a", 0x1FFFF, 2, 0, kBefore}, {"ASDDev5b", 0x20000, 2, 0, 1}, {"ASDDev11b", -1, 2, 0, 1}, {"ASDDev5a", 0x20000, 2, 1, kBefore},
     };
     // clang-format on
     for (const Row &row : rows) {
         SCOPED_TRACE(std::string(row.chip) + " health " + std::to_string(row.health));
         fresh_world();
         const OBJ_HANDLE chip = fake::add_chip(row.chip);
-        fake::change_board([&row](fake::Board &board) { board.cpld_bits[{0x1F8, 1}] = row.cpld_bit; });
+        fake::world().board.cpld_bits[{0x1F8, 1}] = row.cpld_bit;
         asd_check_errlevel(chip, row.status, row.chip, row.health);
         EXPECT_EQ(fake::number(row.chip, "Health"), row.after);
     }
@@ -215,7 +165,7 @@ TEST_F(ObjectModelTest, WriteProtectLines) {
             return 0;
         };
     };
-    const Arrange other_board = board_set([](fake::Board &board) { board.tarn = 1; });
+    const Arrange other_board = [] { fake::world().board.tarn = 1; };
     const auto driven = [](const std::string &line) {
         const auto both_to = [&line](const std::string &level) {
             return "gpio_init " + line + " 1, gpio_write " + line + " " + level + ", gpio_init 56 1, gpio_write 56 " +
@@ -226,7 +176,6 @@ TEST_F(ObjectModelTest, WriteProtectLines) {
     const auto texts = [](const char *function) {
         return std::string("0 ") + function + ": Get device object name failed!";
     };
-    const std::string banner = "2 ==========open wp by gpio=========";
     // clang-format off
     run_operation(switched("ASDDev14a"), kAsBuilt, {"gpio_init", "gpio_write"}, {
         {"board", kAsBuilt, 0, driven("55")},
@@ -235,13 +184,12 @@ TEST_F(ObjectModelTest, WriteProtectLines) {
     run_operation(switched("ASDDev7"), kAsBuilt, {"gpio_init", "gpio_write"}, {{"never switched", kAsBuilt, 0, ""}});
     run_operation(switched(nullptr), kAsBuilt, {"gpio_init", "gpio_write"}, {{"no name", kAsBuilt, 0, driven("55"), {texts("asd_write_enable"), texts("asd_write_disable")}}});
     // clang-format on
-    EXPECT_EQ(fake::logs(2), (Texts{texts("asd_write_enable"), banner, texts("asd_write_disable")}));
 }
 
 TEST_F(ObjectModelTest, EveryLineIsDrivenWhateverFailed) {
     fake::inject({.operation = "gpio_init", .subject = "55", .status = 1});
     fake::inject({.operation = "gpio_write", .subject = "56", .status = 4});
-    fake::change_board([](fake::Board &board) { board.lines[55] = 0; });
+    fake::world().board.lines[55] = 0;
     asd_WriteEnableOrDisable(200);
     EXPECT_EQ(fake::journal({"gpio_init", "gpio_write"}),
               (Texts{"gpio_init 55 1", "gpio_write 55 1", "gpio_init 56 1", "gpio_write 56 1"}));

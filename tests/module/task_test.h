@@ -21,14 +21,14 @@ struct Scene {
 inline void play(VOS_TASK_ENTRY task, const std::vector<Change> &script, guint64 until) {
     std::size_t next = 0;
     const auto go_on = [&] {
-        for (; next < script.size() && script[next].at <= fake::ticks(); ++next) {
+        for (; next < script.size() && script[next].at <= fake::world().ticks; ++next) {
             script[next].what();
         }
     };
     go_on();
-    fake::on_delay([&](guint32) { go_on(); });
-    EXPECT_FALSE(fake::run_task(task, nullptr, [&](guint32) { return fake::ticks() >= until; })) << "the task ended";
-    fake::on_delay({});
+    fake::world().on_delay = go_on;
+    EXPECT_FALSE(fake::run_task(task, [&] { return fake::world().ticks >= until; })) << "the task ended";
+    fake::world().on_delay = {};
 }
 
 // Each in a process of its own, because tasks remember.
@@ -56,19 +56,19 @@ inline Texts at(guint64 tick, Texts lines) {
 }
 
 inline Arrange role_set(BOARD_MOS_E role) {
-    return board_set([=](fake::Board &board) { board.role = role; });
+    return [=] { fake::world().board.role = role; };
 }
 
 inline Arrange equip_mode_set(guint8 mode) {
-    return board_set([=](fake::Board &board) { board.equip_mode = mode; });
+    return [=] { fake::world().board.equip_mode = mode; };
 }
 
 inline Arrange idle_bit_set(guint8 value) {
-    return board_set([=](fake::Board &board) { board.cpld_bits[{0x1F8, 1}] = value; });
+    return [=] { fake::world().board.cpld_bits[{0x1F8, 1}] = value; };
 }
 
 inline Arrange upgrading_set(guint8 value) {
-    return board_set([=](fake::Board &board) { board.cpld_upgrading = value; });
+    return [=] { fake::world().board.cpld_upgrading = value; };
 }
 
 inline Arrange published_role(guint32 role) {

@@ -36,7 +36,7 @@ Texts three(guint64 tick) {
 }
 
 TEST_F(TimedTasksTest, HourlyCheck) {
-    const Arrange two_u = board_set([](fake::Board &board) { board.two_u_expansion = 1; });
+    const Arrange two_u = [] { fake::world().board.two_u_expansion = 1; };
     const auto unreadable_from = [](guint64 tick, const char *operation) { return Change{tick, fault(operation)}; };
     const Texts failed = {"0 ASD11 call dfl_get_object_handle failed! result: 5.",
                           "0 ASD11 asd eeprom check failed! ret(5)."};
