@@ -73,13 +73,11 @@ TEST_F(LoadTest, Reload) {
     const auto of = [&](const char *item_name) {
         return [&item, &name, &stored, item_name] {
             name = item_name;
-            fake::add_chip("ASDDevX", {.retry = 1});
-            fake::put_record("ASDDevX", stored);
-            item = fake::add_item(name, {.length = 8, .chips = {"ASDDevX"}, .ready = 9, .value = {1, 2, 3}});
+            item = build_item(name, {.length = 8, .chips = {"ASDDevX"}, .ready = 9, .value = {1, 2, 3}}, {stored});
         };
     };
     const auto reload = [&] { return process_each_asd_object(item, std::exchange(flag, nullptr)); };
-    const auto left = [&name] { return joined(fake::value(name), {static_cast<guint8>(fake::number(name, "Ready"))}); };
+    const auto left = [&name] { return mirror(name); };
     const Arrange clear_all = [&] { flag = &all; };
     const Arrange manufacturing = [] { fake::world().board.manufacturing = 1; };
     const Bytes before = {1, 2, 3, 9};

@@ -62,9 +62,7 @@ struct Row {
 void run_methods(DFL_METHOD_FUNC method, const std::vector<Row> &rows) {
     OBJ_HANDLE item = 0;
     const auto build = [&item] {
-        fake::add_chip("ASDDev14a", {.retry = 1});
-        fake::put_record("ASDDev14a", kStored);
-        item = fake::add_item("ASD14", {.length = 8, .chips = {"ASDDev14a"}, .ready = 5, .value = kValue});
+        item = build_item("ASD14", {.length = 8, .chips = {"ASDDev14a"}, .ready = 5, .value = kValue}, {kStored});
     };
     for (const Row &row : rows) {
         const auto call = [&] {

@@ -112,16 +112,31 @@ inline Arrange value_set(const std::string &item, const Bytes &bytes) {
     };
 }
 
+// An item on chips of its own, which hold these records and are tried once per transfer.
+inline OBJ_HANDLE build_item(const std::string &name, const fake::ItemConfig &config,
+                             const std::vector<Bytes> &records) {
+    for (std::size_t i = 0; i < config.chips.size(); ++i) {
+        fake::add_chip(config.chips[i], {.retry = 1});
+        if (i < records.size()) {
+            fake::put_record(config.chips[i], records[i]);
+        }
+    }
+    return fake::add_item(name, config);
+}
+
+// Value, then Ready.
+inline Bytes mirror(const std::string &item) {
+    return joined(fake::value(item), {static_cast<guint8>(fake::number(item, "Ready"))});
+}
+
 // The customer block on a pair of chips, with its check flag.
 inline const Bytes kPendingBlock = pattern(128, 30);
 
 inline void build_ccdb() {
-    for (const char *chip : {"ASD_CCDBa", "ASD_CCDBb", "ASD_CCDB_VALIDa", "ASD_CCDB_VALIDb"}) {
-        fake::add_chip(chip, {.retry = 1});
-    }
-    fake::add_item("ASD_CCDB",
-                   {.length = 128, .chips = {"ASD_CCDBa", "ASD_CCDBb"}, .ready = 1, .value = pattern(128, 5)});
-    fake::add_item("ASD_CCDB_VALID", {.length = 1, .chips = {"ASD_CCDB_VALIDa", "ASD_CCDB_VALIDb"}});
+    const fake::ItemConfig config = {
+        .length = 128, .chips = {"ASD_CCDBa", "ASD_CCDBb"}, .ready = 1, .value = pattern(128, 5)};
+    build_item("ASD_CCDB", config, {});
+    build_item("ASD_CCDB_VALID", {.length = 1, .chips = {"ASD_CCDB_VALIDa", "ASD_CCDB_VALIDb"}}, {{1}, {1}});
     AsdSetGCcdbSetData(kPendingBlock.data());
     AsdSetGCcdbSetEn(0);
     fake::clear_journal();

@@ -4,7 +4,7 @@
 // The node view: read from the chips, written when it differs from the last one written.
 
 #include "bmc_asd_ipmi_getter.h"
-#include "module_test.h"
+#include "task_test.h"
 
 namespace {
 
@@ -21,15 +21,10 @@ const std::string kTried = kLock + ", write ViewA 64 66, write ViewB 64 66";
 const std::string kWritten = kTried + ", write FlagA 64 3, write FlagB 64 3";
 
 void build() {
-    for (const char *chip : {"ViewA", "ViewB", "FlagA", "FlagB"}) {
-        fake::add_chip(chip, {.retry = 1});
-    }
-    fake::add_item("ASD_NODE_VIEW", {.length = 64, .chips = {"ViewA", "ViewB"}, .ready = 1, .value = pattern(64, 1)});
-    fake::add_item("ASD_NODE_VIEW_VALID", {.length = 1, .chips = {"FlagA", "FlagB"}});
-    fake::put_record("ViewA", kStored);
-    fake::put_record("ViewB", kStored);
-    fake::put_record("FlagA", {1});
-    fake::put_record("FlagB", {1});
+    const Texts chips = {"ViewA", "ViewB"};
+    build_item("ASD_NODE_VIEW", {.length = 64, .chips = chips, .ready = 1, .value = pattern(64, 1)},
+               {kStored, kStored});
+    build_item("ASD_NODE_VIEW_VALID", {.length = 1, .chips = {"FlagA", "FlagB"}}, {{1}, {1}});
     AsdSetNodeviewFlag(0);
 }
 
@@ -74,6 +69,11 @@ TEST_F(NodeViewTest, OnlyAChangeIsWritten) {
         std::string log; // the last one
     };
     const Bytes other = joined(part_of(kView, 0, 63), {0});
+    const auto as_slave = [] { // the monitor, whatever it did before; nothing is reloaded
+        fault("dfl_foreach_object")();
+        play(asd_master_check_task, {{0, role_set(BOARD_MASTER)}, {1000, role_set(BOARD_SLAVE)}}, 2000);
+        fake::clear_journal();
+    };
     const std::string failed = "0 Set nodeView to eeprom failed(-1006).";
     // clang-format off
     const std::vector<Step> steps = {
@@ -83,7 +83,7 @@ TEST_F(NodeViewTest, OnlyAChangeIsWritten) {
         {"the one before is still known", fake::lift_faults, kView, 0x00, 0, kSame},
         {"another", kAsBuilt, other, 0x00, 4, kDone},
         {"and back", kAsBuilt, kView, 0x00, 4, kDone},
-        {"after a time as slave", [] { AsdSetNodeviewFlag(0); }, kView, 0x00, 4, kDone},
+        {"after a time as slave", as_slave, kView, 0x00, 4, kDone},
         {"not remembered", both([] { AsdSetNodeviewFlag(0); }, fault("memcpy_s", "", 9, 6)), kView, 0xCE, 4, "0 Error: copy nodeView failed(9)."},
         {"hence written again", fake::lift_faults, kView, 0x00, 4, kDone},
     };

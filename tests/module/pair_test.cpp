@@ -246,22 +246,4 @@ TEST_F(PairTest, RepairRefusals) {
     EXPECT_EQ(fake::calls("dfl_block_read"), 0U);
 }
 
-void loggers_over_time() {
-    const Texts both_logged = {"0 (ASD_BBUSWITCH1)Read 1nd EEPROM check_flag failed! ret: 5.",
-                               "0 (ASD_BBUSWITCH)Read 2st EEPROM failed! check_flag: 2, ret: 6."};
-    const std::pair<guint64, bool> rows[] = {{600'000, false}, {600'001, true},  {600'002, true},    {600'003, true},
-                                             {600'004, true},  {600'005, false}, {1'200'004, false}, {1'200'005, true}};
-    for (const auto &[tick, logged] : rows) {
-        fake::clear_journal();
-        fake::world().ticks = tick;
-        AsdCheckFlagErrorlog("ASD_BBUSWITCH1", 1, 5);
-        AsdChipCheckErrorLog("ASD_BBUSWITCH", 2, 2, 6);
-        EXPECT_EQ(fake::logs(0), logged ? both_logged : Texts{}) << "at tick " << tick;
-    }
-}
-
-TEST_F(PairTest, TwoObjectsAreRationed) {
-    IN_FRESH_PROCESS(loggers_over_time);
-}
-
 } // namespace

@@ -205,27 +205,4 @@ TEST_F(RecordTest, Write) {
     // clang-format on
 }
 
-void write_failures_over_time() {
-    const OBJ_HANDLE chip = fake::add_chip("ASDDev99", {.retry = 1});
-    fake::inject({.operation = "dfl_block_write", .status = 5, .count = 0});
-    // clang-format off
-    const std::vector<std::pair<guint64, bool>> failures = {
-        {0, false}, {299'900, false}, {300'001, true}, {300'101, true}, {300'201, true}, {300'301, false},
-        {600'200, false}, {600'302, true}, {600'303, true},
-        // where 32 bits wrap
-        {4'294'967'290, true}, {4'294'967'300, true}, {4'294'967'301, true}, {4'295'267'301, false}, {4'295'267'302, true}};
-    // clang-format on
-    for (const auto &[tick, logged] : failures) {
-        fake::clear_journal();
-        fake::world().ticks = tick;
-        EXPECT_EQ(asd_eeprom_write(chip, kData.data(), 4, ASD_CHECKSUM_CRC16), 5);
-        EXPECT_EQ(fake::logs(1), logged ? Texts{"0 [ASDDev99] Write eeprom failed! result: 5."} : Texts{})
-            << "at tick " << tick;
-    }
-}
-
-TEST_F(RecordTest, WriteFailuresAreRationed) {
-    IN_FRESH_PROCESS(write_failures_over_time);
-}
-
 } // namespace

@@ -88,17 +88,15 @@ const std::vector<Record> kRecords = all_records();
 const Bytes kHeader = {0, 0, 0x80, 0, 0x10}; // a handler does not look at its selector
 
 // The item of a record on one chip, which holds `stored`.
-void build_record(const Record &record, guint8 ready, const Bytes &mirror, const Bytes &stored) {
-    fake::add_chip("ASDDevX", {.retry = 1});
-    fake::put_record("ASDDevX", stored);
-    fake::add_item(record.item, {.length = record.size, .chips = {"ASDDevX"}, .ready = ready, .value = mirror});
+void build_record(const Record &record, guint8 ready, const Bytes &value, const Bytes &stored) {
+    build_item(record.item, {.length = record.size, .chips = {"ASDDevX"}, .ready = ready, .value = value}, {stored});
 }
 
 TEST_F(RecordsIpmiTest, Reads) {
     for (const Record &record : kRecords) {
         SCOPED_TRACE(record.item);
         const std::string item = record.item;
-        const Bytes mirror = pattern(record.size, 100);
+        const Bytes loaded = pattern(record.size, 100);
         const Bytes stored = pattern(record.size, 10);
         const Bytes erased(record.size, 0xFF);
         const Bytes zeros = joined({0}, Bytes(record.size, 0));
@@ -111,11 +109,11 @@ TEST_F(RecordsIpmiTest, Reads) {
         const std::string read = "read ASDDevX 64 " + std::to_string(record.size + 2);
         const std::string failed = "0 Call asd_get_value failed! result: ";
         const Arrange not_loaded = byte_set(item, "Ready", 0);
-        const auto build = [&] { build_record(record, 1, mirror, stored); };
+        const auto build = [&] { build_record(record, 1, loaded, stored); };
         // clang-format off
         const std::vector<HandlerCase> identity = {
-            {"loaded", kAsBuilt, kHeader, joined({0}, mirror), success},
-            {"loaded, on a slave", both(on_slave, byte_set(item, "Ready", 200)), kHeader, joined({0}, mirror), success},
+            {"loaded", kAsBuilt, kHeader, joined({0}, loaded), success},
+            {"loaded, on a slave", both(on_slave, byte_set(item, "Ready", 200)), kHeader, joined({0}, loaded), success},
             {"not loaded", not_loaded, kHeader, joined({0}, stored), success, read},
             {"loaded and erased", value_set(item, erased), kHeader, tests_erased ? Bytes{0xCE} : joined({0}, erased), tests_erased ? logs({}) : success},
             {"not loaded, chip erased", both(not_loaded, [&] { fake::put_record("ASDDevX", erased); }), kHeader, joined({0}, erased), success, read},
@@ -125,11 +123,11 @@ TEST_F(RecordsIpmiTest, Reads) {
             {"chip dead", both(not_loaded, kDeadReads), kHeader, {0xCE},
              logs({"0 " + item + " read eeprom failed(ret=5)", "0 " + item + " read eeprom count 1 failed, ret=5", failed + "5."}), read},
             {"no request data", kAsBuilt, {}, {0xCC}, logs({"0 " + record.get_missing})},
-            {"answer refused", fault("ipmi_send_response", "", 33), kHeader, joined({0}, mirror), success, "", {}, 33},
+            {"answer refused", fault("ipmi_send_response", "", 33), kHeader, joined({0}, loaded), success, "", {}, 33},
         };
         const std::vector<HandlerCase> configuration = {
-            {"master", kAsBuilt, kHeader, joined({0}, mirror), success},
-            {"master, never loaded", not_loaded, kHeader, joined({0}, mirror), success},
+            {"master", kAsBuilt, kHeader, joined({0}, loaded), success},
+            {"master, never loaded", not_loaded, kHeader, joined({0}, loaded), success},
             {"master, erased", value_set(item, erased), kHeader, joined({0}, erased), success},
             {"slave", on_slave, kHeader, zeros, slave},
             {"role unknown", [] { g_masterMode = BOARD_MOS_ERROR; }, kHeader, zeros, slave},
@@ -152,8 +150,7 @@ TEST_F(RecordsIpmiTest, Writes) {
         const Bytes whole = joined(kHeader, pattern(record.size));
         const auto build = [&] { build_record(record, 0, {}, before); };
         const auto left = [&] { // the chip's record, then Value and Ready
-            return joined(fake::chip_bytes("ASDDevX", 64, record.size + 2),
-                          joined(fake::value(item), {static_cast<guint8>(fake::number(item, "Ready"))}));
+            return joined(fake::chip_bytes("ASDDevX", 64, record.size + 2), mirror(item));
         };
         const Bytes stored = joined(fake::record(pattern(record.size)), joined(pattern(record.size), {1}));
         const Bytes as_before = joined(fake::record(before), {0});
@@ -207,12 +204,8 @@ TEST_F(RecordsIpmiTest, MacAndModelGoToTheCpldAsWell) {
 constexpr const char *kWpItem = "ASD_E2PWP";
 
 void build_wp() {
-    for (const char *chip : {"ASD_E2PWPa", "ASD_E2PWPb"}) {
-        fake::add_chip(chip, {.retry = 1});
-    }
-    fake::add_item(kWpItem, {.length = 32, .chips = {"ASD_E2PWPa", "ASD_E2PWPb"}});
-    fake::put_record("ASD_E2PWPa", pattern(32, 10));
-    fake::put_record("ASD_E2PWPb", pattern(32, 50));
+    const Texts chips = {"ASD_E2PWPa", "ASD_E2PWPb"};
+    build_item(kWpItem, {.length = 32, .chips = chips}, {pattern(32, 10), pattern(32, 50)});
 }
 
 Bytes wp_request(guint8 device, const Bytes &payload = {}) {

@@ -1,9 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The start of the tasks, the role monitor with its routine reload, and what each board state stops in every task.
+// The start of the tasks, and the role monitor with its routine reload.
 
-#include "bmc_asd_ipmi_getter.h"
 #include "task_test.h"
 
 #include <algorithm>
@@ -41,13 +40,7 @@ TEST_F(TaskStartTest, CreatesFourTasksInOrderUntilOneFails) {
 // Items enough for a master that is content: nothing but its own steps is logged.
 void build() {
     build_ccdb();
-    fake::put_record("ASD_CCDBa", kPendingBlock);
-    fake::put_record("ASD_CCDBb", kPendingBlock);
-    fake::put_record("ASD_CCDB_VALIDa", {1});
-    fake::put_record("ASD_CCDB_VALIDb", {1});
-    fake::add_chip("Card", {.retry = 1});
-    fake::put_record("Card", {0xAA, 1, 2, 3, 4, 5, 6, 7});
-    fake::add_item("ASD_IOCARD_PCIE4", {.length = 8, .chips = {"Card"}});
+    build_item("ASD_IOCARD_PCIE4", {.length = 8, .chips = {"Card"}}, {{0xAA, 1, 2, 3, 4, 5, 6, 7}});
     fake::world().board.flash = {{0x13, {0xAA}}, {0x14, {0xAA}}};
     g_masterMode = BOARD_MOS_ERROR;
 }
@@ -85,7 +78,10 @@ TEST_F(RoleMonitorTest, Roles) {
          with(with(reload_failed(500), reload_failed(1000)), master(1500))},
         {"slave while the reload fails", {{0, fault("dfl_foreach_object", "AtomStorageData")}, {1000, role_set(BOARD_SLAVE)}}, 5000, with(reload_failed(500), slave(1000))},
         {"idle from the start", {{0, idle_bit_set(1)}, {2000, idle_bit_set(0)}}, 5000, master(2000)},
+        {"idle bit unreadable", {{0, fault("BSP_ReadCpldBit")}, lift(2000)}, 5000, master(2000)},
+        {"role unreadable", {{0, fault("BSP_GetBoardMasterOrSlaveState")}, lift(2000)}, 5000, master(2000)},
         {"equipment mode", {{0, equip_mode_set(1)}, {2000, equip_mode_set(0)}}, 5000, master(2000)},
+        {"equipment mode unreadable", {{0, fault("BSP_GetEquipMode")}, lift(2000)}, 5000, master(2000)},
         {"slave, equipment mode", {{0, role_set(BOARD_SLAVE)}, {0, equip_mode_set(1)}, {2000, equip_mode_set(0)}}, 5000, slave(2000)},
         {"no customer block", {{0, fault("dfl_get_object_handle", "ASD_CCDB")}}, 1000, not_ready(500)},
         {"lock fails, copied all the same and not given back", {{0, fault("vos_thread_sem4_p", "CcdbSetEn")}}, 1000, part_of(master(500), 0, 5)},
@@ -116,37 +112,11 @@ TEST_F(RoleMonitorTest, PublishesTheRoleAndFillsThePendingBlock) {
     IN_FRESH_PROCESS(body);
 }
 
-TEST_F(RoleMonitorTest, ASlaveForgetsTheNodeViewItWrote) {
-    const auto body = [] {
-        fresh_world();
-        for (const char *chip : {"View", "Flag"}) {
-            fake::add_chip(chip, {.retry = 1});
-        }
-        fake::add_item("ASD_NODE_VIEW", {.length = 64, .chips = {"View"}});
-        fake::add_item("ASD_NODE_VIEW_VALID", {.length = 1, .chips = {"Flag", "Flag"}});
-        const auto writes_after = [](BOARD_MOS_E role) {
-            play(asd_master_check_task, {{0, role_set(role)}}, fake::world().ticks + 1000);
-            const std::size_t before = fake::calls("dfl_block_write");
-            const Bytes request = joined({0, 0, 0x80, 0, 0x43}, pattern(64));
-            EXPECT_EQ(fake::call(IpmiCmdSetNodeView, "ASD_NODE_VIEW", request).response, Bytes{0});
-            return fake::calls("dfl_block_write") != before;
-        };
-        EXPECT_TRUE(writes_after(BOARD_MASTER));
-        EXPECT_FALSE(writes_after(BOARD_MASTER));
-        EXPECT_FALSE(writes_after(BOARD_MOS_ERROR));
-        EXPECT_TRUE(writes_after(BOARD_SLAVE));
-        EXPECT_FALSE(writes_after(BOARD_MASTER));
-    };
-    IN_FRESH_PROCESS(body);
-}
-
 // ---- Routine reload ----
 
 TEST_F(RoleMonitorTest, RoutineReload) {
     const auto build_routine = [] {
-        fake::add_chip("Routine", {.retry = 1});
-        fake::put_record("Routine", pattern(16));
-        fake::add_item("ASD25", {.length = 16, .chips = {"Routine"}});
+        build_item("ASD25", {.length = 16, .chips = {"Routine"}}, {pattern(16)});
         fake::inject({.operation = "dfl_foreach_object", .count = 0}); // reloads by the routine alone
     };
     const auto reloads = [](const std::vector<guint64> &ticks) {
@@ -168,63 +138,6 @@ TEST_F(RoleMonitorTest, RoutineReload) {
         {"across the wrap", {before_the_wrap}, kWrap + 200000, reloads({kWrap - 500, kWrap + 179500})},
     }, -1);
     // clang-format on
-}
-
-// ---- Board states ----
-
-// What is left of each task's work in a state that lasts: the monitor's transition and routine, the items checked in an
-// hour, the daily writes in two days, and the pushes and checks of the customer block in ten seconds.
-std::string work_left(const Arrange &state) {
-    build();
-    g_masterMode = BOARD_MASTER;
-    state();
-    std::string text;
-    const auto run = [&](VOS_TASK_ENTRY task, guint64 ms, const std::vector<std::pair<std::string, Texts>> &kinds) {
-        fake::clear_journal();
-        play(task, {}, fake::world().ticks + ms);
-        for (const auto &[kind, lines] : kinds) {
-            const std::size_t times = fake::timeline(lines, -1).size();
-            text += times == 0 ? "" : (text.empty() ? "" : ", ") + std::to_string(times) + " " + kind;
-        }
-        if (fake::logged("1 asd enter slave mode!")) {
-            text += "slave";
-        }
-    };
-    run(asd_master_check_task, 181000,
-        {{"walk", {"dfl_foreach_object"}}, {"routine", {"dfl_get_object_handle ASD25"}}});
-    run(asd_eeprom_check_task, 3700000, {{"check", {"dfl_get_object_handle ASD1"}}});
-    run(ASD_ROUTINE_SYS_CCDB_Task, 172900000, {{"daily", {"vos_thread_sem4_p CcdbSetEn 0"}}});
-    run(ASD_EEprom_Sync_Task, 12000,
-        {{"push", {"dfl_foreach_object"}}, {"block", {"vos_thread_sem4_p CcdbSetEn 2000"}}});
-    return text;
-}
-
-TEST_F(RoleMonitorTest, WhatEachBoardStateStops) {
-    const struct {
-        const char *name;
-        Arrange state;
-        const char *left;
-    } rows[] = {
-        {"none", kAsBuilt, "1 walk, 1 routine, 3 check, 2 daily, 11 push, 11 block"},
-        {"slave", role_set(BOARD_SLAVE), "slave"},
-        {"error role", role_set(BOARD_MOS_ERROR), "3 check"},
-        {"equipment mode", equip_mode_set(1), "2 daily"},
-        {"idle bit", idle_bit_set(1), "2 daily, 11 push, 11 block"},
-        {"CPLD upgrade", upgrading_set(1), "1 walk, 1 routine, 3 check"},
-        {"role unreadable", fault("BSP_GetBoardMasterOrSlaveState"), "3 check, 2 daily"},
-        {"equipment mode unreadable", fault("BSP_GetEquipMode"), "3 check, 2 daily, 11 push, 11 block"},
-        {"idle bit unreadable", fault("BSP_ReadCpldBit"), "3 check, 2 daily, 11 push, 11 block"},
-        {"CPLD upgrade unreadable", fault("BSP_IsCpldUpgrading"),
-         "1 walk, 1 routine, 3 check, 2 daily, 1 push, 1 block"},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
-        const auto body = [&] {
-            fresh_world();
-            EXPECT_EQ(work_left(row.state), row.left);
-        };
-        IN_FRESH_PROCESS(body);
-    }
 }
 
 } // namespace

@@ -16,7 +16,7 @@ Bytes message(const Bytes &value, guint8 number = kNumber) {
     return joined({9, 2, 0, 9, 0x2A, number}, value);
 }
 
-OBJ_HANDLE build_item(const char *name, guint32 length) {
+OBJ_HANDLE add_sync_item(const char *name, guint32 length) {
     const OBJ_HANDLE item = fake::add_item(name, {.length = length, .num = kNumber});
     EXPECT_EQ(ASD_SyncSourceObjectForeach(item, nullptr), 0);
     return item;
@@ -32,7 +32,7 @@ TEST_F(SyncReceiveTest, Messages) {
     const auto refused = [](const char *property) { return fault("dfl_set_property_value", property); };
     const Texts not_set = {"0 asd_set_value2: ASD10 set dev value failed!ret(7)",
                            "0 ASD10 Call asd_set_value2 failed! result: -1012."};
-    const auto build = [] { build_item("ASD10", 6); };
+    const auto build = [] { add_sync_item("ASD10", 6); };
     const auto left = [] {
         return joined(fake::value("ASD10"), fake::world().board.wwn);
     }; // published, then in the CPLD
@@ -53,7 +53,7 @@ TEST_F(SyncReceiveTest, Messages) {
     fresh_world(); // number 0: a five-byte request reads as this, and its length never fits
     EXPECT_EQ(ASD_SyncSourceObjectForeach(fake::add_item("ASD14", {.length = 0xFFFFFFFF}), nullptr), 0);
     EXPECT_EQ(fake::call(ASD_GetEEPromData, nullptr, Bytes{9, 2, 0, 9, 0x2A}).response, Bytes{0xC9});
-    build_item("ASD15", 249); // more than a sender packs; no receiver
+    add_sync_item("ASD15", 249); // more than a sender packs; no receiver
     EXPECT_EQ(fake::call(ASD_GetEEPromData, nullptr, message(pattern(249))).response, Bytes{0x00});
     EXPECT_EQ(fake::value("ASD15"), pattern(249));
 }
@@ -65,7 +65,7 @@ void receivers() {
     const auto push = [&](const char *name, const Bytes &bytes, const Arrange &more = kAsBuilt) {
         return [&item, &data, name, bytes, more] {
             data = bytes;
-            item = build_item(name, static_cast<guint32>(bytes.size()));
+            item = add_sync_item(name, static_cast<guint32>(bytes.size()));
             more();
         };
     };

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The master's push: the task, which items go, the message, its answers, and the rationed failures.
+// The master's push: the task, which items go, the message and its answers.
 
 #include "bmc_asd_ipmi_getter.h"
 #include "task_test.h"
@@ -33,13 +33,14 @@ TEST_F(SyncSendTest, Task) {
         {"each second", {}, 4000, pass({1000, 2000, 3000})},
         {"upgrade later", {{1001, upgrading_set(1)}, {2500, upgrading_set(0)}}, 15000, pass({1000, 13000, 14000})},
         {"upgrade while settling", {{0, upgrading_set(1)}, {2000, upgrading_set(0)}, {2001, upgrading_set(1)}, {13500, upgrading_set(0)}}, 25500, pass({12000, 24000, 25000})},
-        {"upgrade state unreadable at the start alone", {{0, fault("BSP_IsCpldUpgrading", "", 7, 1)}}, 13000, pass({11000, 12000})},
+        {"upgrade state unreadable", {deaf(0, "BSP_IsCpldUpgrading")}, 13000, pass({11000, 12000})},
         {"upgrade state unreadable later: as it was", {{1500, upgrading_set(1)}, deaf(2500, "BSP_IsCpldUpgrading"), {2500, upgrading_set(0)}}, 15000, pass({1000})},
         {"equipment mode", {{1500, equip_mode_set(1)}, {3500, equip_mode_set(0)}}, 5500, pass({1000, 4000, 5000})},
         {"equipment mode unreadable from the start", {{0, equip_mode_set(1)}, deaf(0, "BSP_GetEquipMode")}, 2500, pass({1000, 2000})},
         {"equipment mode unreadable later: as it was", {{0, equip_mode_set(1)}, deaf(1500, "BSP_GetEquipMode"), {1500, equip_mode_set(0)}}, 5500, {}},
         {"role unreadable", {deaf(1500, "BSP_GetBoardMasterOrSlaveState")}, 3500, with(pass({1000}), with(unknown(2000), unknown(3000)))},
         {"the monitor's role does not count", {{0, published_role(BOARD_SLAVE)}, {1500, published_role(BOARD_MASTER)}, {1500, role_set(BOARD_SLAVE)}}, 3500, pass({1000})},
+        {"error role", {{0, role_set(BOARD_MOS_ERROR)}}, 2500, {}},
         {"requested block", {{1000, request}}, 2500, with(with(requested, at(1000, {kCcdbWritten})), pass({2000}))},
         {"requested block waits for the master", {{0, role_set(BOARD_SLAVE)}, {1000, request}, {2500, role_set(BOARD_MASTER)}}, 3500,
          with(with(part_of(requested, 0, 2), pass({3000})), at(3000, {kCcdbWritten}))},
@@ -55,7 +56,7 @@ TEST_F(SyncSendTest, Task) {
 // ---- Items and message ----
 
 // "ASD10", marked and ready, on a board in slot 1; the peers in the other slots accept everything.
-OBJ_HANDLE build_item() {
+OBJ_HANDLE add_sync_item() {
     fake::world().board.slot = 1;
     fake::world().board.online = {0, 1, 2, 3};
     for (const guint8 slot : Bytes{0, 2, 3}) {
@@ -94,22 +95,17 @@ TEST_F(SyncSendTest, ItemsAndMessage) {
     const auto told = [](const char *slot) { return std::string("2 ASD sync data to board(") + slot + ")"; };
     const Texts all = {told("0"), told("2"), told("3")};
     // clang-format off
-    run_operation(push, [&item] { item = build_item(); }, {}, {
+    run_operation(push, [&item] { item = add_sync_item(); }, {}, {
         {"to every other slot", kAsBuilt, 0, "", all, to({0, 2, 3})},
-        {"any mark, any readiness", both(byte_set("ASD10", "NeedSync", 255), byte_set("ASD10", "Ready", 2)), 0, "", all, to({0, 2, 3})},
         {"not marked", byte_set("ASD10", "NeedSync", 0), 0, ""},
         {"not ready", byte_set("ASD10", "Ready", 0), 0, ""},
         {"128 bytes", on(1, {3}, of_length(128)), 0, "", {told("3")}, to({3}, pattern(128))},
         {"129 bytes", of_length(129), 0, ""},
         {"a value shorter than its Length", value_set("ASD10", pattern(2)), 0, "", all, to({0, 2, 3}, joined(pattern(2), Bytes(4, 0)))},
         {"item not online: zeros", on(1, {2}, byte_set("ASD10", "Online", 0)), 0, "", {"M1 bmc_asd_update_property.cpp: ASD10 not online!", told("2")}, to({2}, Bytes(6, 0))},
-        {"alone", on(0, {0}), 0, ""},
-        {"own slot 3", on(3, {2, 3}), 0, "", {told("2")}, to({2})},
         {"own slot unreadable", on(0, {0}, fault("BSP_GetBoardSlot")), 0, "", {told("0")}, to({0})},
         {"NeedSync unreadable", unreadable("ASD10.NeedSync"), 0, ""},
-        {"Ready unreadable", unreadable("ASD10.Ready"), 0, ""},
         {"Num unreadable", unreadable("ASD10.Num"), 0, ""},
-        {"Length unreadable", unreadable("ASD10.Length"), 0, ""},
         {"Value unreadable", unreadable("ASD10.Value"), 0, "", {"0 Get ASD10 value failed! ret: 7."}},
     }, sent);
     // clang-format on
@@ -132,7 +128,7 @@ TEST_F(SyncSendTest, Answers) {
         "ipmi_send_request 0 50 249 12 1 1, ipmi_send_request 2 50 249 12 1 1, ipmi_send_request 3 50 249 12 1 1";
     const auto body = [&] {
         // clang-format off
-        run_operation(push, [] { (void)build_item(); }, {"ipmi_send_request"}, {
+        run_operation(push, [] { (void)add_sync_item(); }, {"ipmi_send_request"}, {
             {"done", answers(Bytes{0x00}), 0, three},
             {"refused", answers(Bytes{0xC9}), 0, three, failed("201")},
             {"no data", answers(Bytes{}), 0, three, failed("-1")},
@@ -140,49 +136,6 @@ TEST_F(SyncSendTest, Answers) {
             {"not sent", fault("ipmi_send_request", "2"), 0, three, failed("7")},
         }, kNothingLeft, 1);
         // clang-format on
-    };
-    IN_FRESH_PROCESS(body);
-}
-
-// ---- Rationed failures ----
-
-TEST_F(SyncSendTest, FailuresAreRationed) {
-    const Bytes data = pattern(6);
-    const struct {
-        const char *name;
-        std::function<void()> fail;
-        std::string log;
-        guint64 quiet_ms;
-        std::size_t allowance;
-    } rows[] = {
-        // clang-format off
-        {"sender", [&] { ASD_EEprom_Sync(data.data(), 42, 6); }, "1 Sync asd(id=42) data to slot2 failed(ret=201)", 600000, 2},
-        {"MAC", [&] { ASD_SyncASD10(data.data(), 6); }, "1 Proc master sync framemac(0x4d0x4e0x4f0x500x510x52) failed(ret=7)", 300000, 3},
-        {"card", [&] { ASD_SyncIocardPcie4(data.data(), 6); }, "0 The len(6) of sync pcie speed limit data is invalid.", 3600000, 10},
-        // clang-format on
-    };
-    const auto body = [&] {
-        fresh_world();
-        (void)build_item();
-        fake::world().peers[2] = [](const fake::SentRequest &) { return Bytes{0xC9}; };
-        fault("BSP_SetWwn2CpldRam")();
-        for (const auto &row : rows) {
-            SCOPED_TRACE(row.name);
-            const auto printed_at = [&](guint64 tick) { // of twenty failures
-                fake::clear_journal();
-                fake::world().ticks = tick;
-                for (int i = 0; i < 20; ++i) {
-                    row.fail();
-                }
-                const Texts logs = fake::logs(1);
-                EXPECT_EQ(logs, Texts(logs.size(), row.log));
-                return logs.size();
-            };
-            EXPECT_EQ(printed_at(row.quiet_ms), 0U); // since the start
-            EXPECT_EQ(printed_at(row.quiet_ms + 1), row.allowance);
-            EXPECT_EQ(printed_at(2 * row.quiet_ms + 1), 0U);
-            EXPECT_EQ(printed_at(2 * row.quiet_ms + 2), row.allowance);
-        }
     };
     IN_FRESH_PROCESS(body);
 }
