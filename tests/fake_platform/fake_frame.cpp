@@ -136,15 +136,14 @@ gint32 ipmi_send_request(const IPMI_REQ_MSG_HEAD_S *head, const void *data, gint
 
 // ---- Methods -------------------------------------------------------------------------------------------------------
 
-MethodReply fake::call_method(DFL_METHOD_FUNC method, OBJ_HANDLE object, const std::vector<GVariant *> &inputs,
-                              bool without_output) {
+MethodReply fake::call_method(DFL_METHOD_FUNC method, OBJ_HANDLE object, const std::vector<GVariant *> &inputs) {
     GSList *input_list = nullptr;
     for (GVariant *input : inputs) {
         input_list = g_slist_append(input_list, input != nullptr ? g_variant_ref_sink(input) : nullptr);
     }
     GSList *output_list = nullptr;
     MethodReply reply;
-    reply.status = method(object, nullptr, input_list, without_output ? nullptr : &output_list);
+    reply.status = method(object, nullptr, input_list, &output_list);
     for (const GSList *link = output_list; link != nullptr; link = link->next) {
         reply.outputs.emplace_back(g_variant_ref_sink(static_cast<GVariant *>(link->data)), g_variant_unref);
     }

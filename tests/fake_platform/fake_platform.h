@@ -228,8 +228,7 @@ struct MethodReply {
     gint32 status = 0;
     std::vector<Value> outputs = {};
 };
-// inputs may be floating and are taken over. without_output: the handler gets no output list.
-MethodReply call_method(DFL_METHOD_FUNC method, OBJ_HANDLE object, const std::vector<GVariant *> &inputs,
-                        bool without_output = false);
+// inputs may be floating and are taken over.
+MethodReply call_method(DFL_METHOD_FUNC method, OBJ_HANDLE object, const std::vector<GVariant *> &inputs);
 
 } // namespace fake

@@ -56,7 +56,6 @@ struct Row {
     Texts logs = {};
     std::string steps = {};
     Bytes value = kValue;
-    bool output_list = true;
 };
 
 void run_methods(DFL_METHOD_FUNC method, const std::vector<Row> &rows) {
@@ -66,7 +65,7 @@ void run_methods(DFL_METHOD_FUNC method, const std::vector<Row> &rows) {
     };
     for (const Row &row : rows) {
         const auto call = [&] {
-            const fake::MethodReply reply = fake::call_method(method, item, row.in(), !row.output_list);
+            const fake::MethodReply reply = fake::call_method(method, item, row.in());
             EXPECT_EQ(output_of(reply), row.out);
             return reply.status;
         };
@@ -77,7 +76,6 @@ void run_methods(DFL_METHOD_FUNC method, const std::vector<Row> &rows) {
 }
 
 const Arrange kOffline = byte_set("ASD14", "Online", 0);
-const Arrange kNameless = fault("dfl_get_object_name", "ASD14");
 const Inputs kTwoBytes = bytes_in({1, 2});
 const Bytes kWritten = {1, 2, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
 
@@ -86,13 +84,11 @@ TEST_F(MethodsTest, Writes) {
     // clang-format off
     run_methods(asd_write_data, {
         {"no input list", kAsBuilt, kNone, -1014, {}},
-        {"no output list", kAsBuilt, kTwoBytes, -1014, {}, {}, {}, kValue, false},
         {"no argument", kAsBuilt, kMissing, -1014, {}, {"0 asd_write_data: parse input list failed!"}},
         {"a text", kAsBuilt, kText, -1014, {}, {"0 asd_write_data: get byte array failed!"}},
         {"no bytes", kAsBuilt, bytes_in({}), -1014, {}, {"0 asd_write_data: get byte array failed!"}},
         {"offline", kOffline, kTwoBytes, -1007, status_out(-1007), {"0 asd_write_method: ASD14 asd not online!"}},
         {"chip dead", kDeadWrites, kTwoBytes, 5, status_out(5), {"1 asd_write_method: Write eeprom failed! result: 5."}, moved},
-        {"no name", kNameless, kTwoBytes, -1, status_out(-1), {"0 Get objname failed."}},
         {"written", kAsBuilt, kTwoBytes, 0, status_out(0), {}, moved, kWritten},
     });
     run_methods(asd_eqwrite_data, {
@@ -101,9 +97,7 @@ TEST_F(MethodsTest, Writes) {
         {"written", kAsBuilt, kTwoBytes, 0, status_out(0), {}, moved, kWritten},
     });
     run_methods(Asd_UpdateMemProperty, {
-        {"no input list", kNameless, kNone, -1014, {}},
-        {"no output list", kNameless, kTwoBytes, -1014, {}, {}, {}, kValue, false},
-        {"no name", kNameless, kMissing, -1, {}},
+        {"no input list", kAsBuilt, kNone, -1014, {}},
         {"no argument", kAsBuilt, kMissing, -1014, {}, {"0 Asd_UpdateMemProperty: parse input list is null!"}},
         {"no bytes", kAsBuilt, bytes_in({}), -1014, {}, {"0 Asd_UpdateMemProperty: asd(ASD14) get byte array failed!"}},
         {"offline", kOffline, kTwoBytes, -1007, status_out(-1007), {"0 Asd_WriteMemProperty: asd is not online!"}},
@@ -121,12 +115,10 @@ TEST_F(MethodsTest, ReadsFromTheChips) {
     const std::string moved = "read ASDDev14a 64 10";
     // clang-format off
     run_methods(asd_read_data, {
-        {"no name", kNameless, kNone, -1, {}},
         {"Length unreadable", unreadable("ASD14.Length"), kNone, -1, {}, {"0 Get PROPERTY_ASD_LENGTH failed! result: 7."}},
         {"Length 0", number_set("ASD14", "Length", 0), kNone, -1, {}, {"0 asd_read_data: ASD14 malloc for save ekey fail!"}},
         {"offline", kOffline, kNone, -1007, {}},
         {"chip dead", kDeadReads, kNone, 5, {}, {}, moved},
-        {"no output list", kAsBuilt, kNone, -1014, {}, {}, moved, kStored, false},
         {"read", kAsBuilt, kNone, 0, bytes_out(kStored), {}, moved, kStored},
         {"longer than 8192", long_item, kNone, 0, bytes_out(whole), {}, "read ASDDev14a 64 8194", whole},
     });
@@ -141,14 +133,12 @@ TEST_F(MethodsTest, ReadsFromMemory) {
     const Arrange not_ready = byte_set("ASD14", "Ready", 0);
     // clang-format off
     run_methods(Asd_GetAsdMemData, {
-        {"no name", kNameless, kNone, -1, {}, {"0 Get ObjName failed!"}},
         {"offline and not ready", both(kOffline, not_ready), kNone, -1, {}, {"1 ASD14 not online!"}},
         {"Ready unreadable", unreadable("ASD14.Ready"), kNone, -1, {}, {"0 [ASD14] get property ready failed![7]"}},
         {"not ready", both(not_ready, unreadable("ASD14.Length")), kNone, -1, {}, {"2 [ASD14] ready property not ok."}},
         {"Length unreadable", unreadable("ASD14.Length"), kNone, -1, {}, {"0 [ASD14] get property length failed![7]"}},
         {"Value unreadable", unreadable("ASD14.Value"), kNone, -1, {}, {"0 [ASD14] get value failed, ret[7]"}},
         {"Value empty", value({}, 8), kNone, -1, {}, {"0 [ASD14] get array failed!"}, {}, {}},
-        {"no output list", kAsBuilt, kNone, 0, {}, {}, {}, kValue, false},
         {"Value longer than Length", value(pattern(32), 16), kNone, 0, bytes_out(pattern(16)), {}, {}, pattern(32)},
         {"longer than 8192", value(longest, 9000), kNone, 0, bytes_out(part_of(longest, 0, 8192)), {}, {}, longest},
     });
@@ -161,7 +151,6 @@ TEST_F(MethodsTest, ClearsMemoryAndTheFirstChipsStates) {
     const Arrange mirrored = both(number_set("ASD14", "Length", 2048), number_set("ASD14", "DevCount", 2));
     // clang-format off
     run_methods(asd_clear_memdata, {
-        {"no name", kNameless, kNone, -1, {}},
         {"Length unreadable", unreadable("ASD14.Length"), kNone, -1, {}, {"0 Get PROPERTY_ASD_LENGTH failed! result: 7.", "0 get length fail: 7"}},
         {"Length 0", number_set("ASD14", "Length", 0), kNone, -1, {}, {"0 ASD14 malloc memory failed."}},
         {"Value refused", refused("ASD14.Value"), kNone, -1, {},

@@ -8,6 +8,7 @@
 #include "module_test.h"
 
 #include <algorithm>
+#include <array>
 
 namespace {
 
@@ -62,22 +63,17 @@ Pair build_pair(const std::string &item = "ASD16", const std::string &check = "A
 }
 
 TEST_F(PairTest, FlagTruthTable) {
-    struct Row {
-        guint8 chip0;
-        guint8 chip1;
-        guint8 flag;
-    };
     constexpr guint8 kX = kUnreadable;
-    const std::vector<Row> rows = {{0, kX, 2}, {1, 1, 2},  {1, 2, 1},  {2, 1, 0},    {2, 2, 0},
-                                   {2, kX, 0}, {kX, 1, 2}, {kX, 2, 1}, {3, 0xFF, 2}, {kX, kX, 255}};
-    for (const Row &row : rows) {
-        SCOPED_TRACE(std::to_string(row.chip0) + ", " + std::to_string(row.chip1));
+    const std::array<guint8, 3> rows[] = {{0, kX, 2}, {1, 1, 2},  {1, 2, 1},  {2, 1, 0},    {2, 2, 0},
+                                          {2, kX, 0}, {kX, 1, 2}, {kX, 2, 1}, {3, 0xFF, 2}, {kX, kX, 255}};
+    for (const auto &[flag0, flag1, expected] : rows) {
+        SCOPED_TRACE(std::to_string(flag0) + ", " + std::to_string(flag1));
         fresh_world();
         const Pair pair = build_pair();
-        put_flags(row.chip0, row.chip1)();
+        put_flags(flag0, flag1)();
         guint8 flag = 99;
-        EXPECT_EQ(asd_read_check_flag(pair.check, &flag), row.flag == 255 ? -1006 : 0);
-        EXPECT_EQ(flag, row.flag);
+        EXPECT_EQ(asd_read_check_flag(pair.check, &flag), expected == 255 ? -1006 : 0);
+        EXPECT_EQ(flag, expected);
         EXPECT_EQ(fake::calls("dfl_block_read"), 2U); // the second is read whatever the first gave
     }
     fresh_world();
@@ -185,47 +181,36 @@ TEST_F(PairTest, AnItemThatIsItsOwnCheckObjectLosesItsHead) {
 }
 
 TEST_F(PairTest, Repair) {
-    // A record whose checksum is bad where asked.
-    const auto bad = [](bool chip0, bool chip1, const Arrange &more = kAsBuilt) {
-        return both(more, [=] {
-            for (const auto &[chip, is_bad] : {std::pair{"ASD_CCDBa", chip0}, {"ASD_CCDBb", chip1}}) {
-                fake::set_chip_bytes(chip, 109, {is_bad ? guint8{0} : fake::chip_bytes(chip, 109, 1)[0]});
-            }
-        });
-    };
+    const auto repair = [] { return asd_eeprom_check("ASD_CCDB"); };
     const auto left = [] {
         return joined(fake::chip_bytes("ASD_CCDBa", 100, 10), fake::chip_bytes("ASD_CCDBb", 100, 10));
     };
-    const auto spoilt = [](const Bytes &data) { return joined(part_of(fake::record(data), 0, 9), {0}); };
-    const Bytes old = fake::record(kOld);
-    const Bytes other = fake::record(kOther);
-    const auto unread = [](const char *which, const char *status) {
-        return Texts{std::string("0 Read ") + which + " EEPROM failed! ret: " + status + ".",
-                     std::string("0 Read eeprom failed[") + status + "]!"};
-    };
-    const auto bad_read = [&unread](const std::string &chip, const char *which, const Bytes &record) {
-        const std::string low = std::to_string(record[8]);
-        const std::string crc = std::to_string(record[8] + 256 * record[9]);
-        return with({"0 Read BackBoard [" + chip + "] eeprom OK but CRC check failed.CrcRet[" + crc + "], CrcReal[" +
-                     low + "]!"},
-                    unread(which, "-1019"));
-    };
-    const Texts bad0 = bad_read("ASD_CCDBa", "1st", old);
-    const Texts bad1 = bad_read("ASD_CCDBb", "2nd", other);
+    // Chips whose checksum is bad.
+    const Arrange bad_a = [] { fake::set_chip_bytes("ASD_CCDBa", 109, {0}); };
+    const Arrange bad_b = [] { fake::set_chip_bytes("ASD_CCDBb", 109, {0}); };
+    const Bytes a = fake::record(kOld);
+    const Bytes b = fake::record(kOther);
+    const Bytes spoilt_a = joined(part_of(a, 0, 9), {0});
+    const Bytes spoilt_b = joined(part_of(b, 0, 9), {0});
+    const Texts bad0 = {"0 Read BackBoard [ASD_CCDBa] eeprom OK but CRC check failed.CrcRet[32829], CrcReal[61]!",
+                        "0 Read 1st EEPROM failed! ret: -1019.", "0 Read eeprom failed[-1019]!"};
+    const Texts bad1 = {"0 Read BackBoard [ASD_CCDBb] eeprom OK but CRC check failed.CrcRet[53533], CrcReal[29]!",
+                        "0 Read 2nd EEPROM failed! ret: -1019.", "0 Read eeprom failed[-1019]!"};
+    const Texts unwritten0 = {"0 Write 1st EEPROM failed! ret(5).", "0 ASD_CCDB eeprom0 write failed! ret(5)."};
+    const Texts unwritten1 = {"0 Write 2nd EEPROM failed! ret(5).", "0 ASD_CCDB eeprom1 write failed! ret(5)."};
     const std::string write_a = "write ASD_CCDBa 100 10";
     const std::string write_b = "write ASD_CCDBb 100 10";
-    const auto repair = [] { return asd_eeprom_check("ASD_CCDB"); };
     // clang-format off
     run_operation(repair, [] { build_pair("ASD_CCDB", "ASD_CCDB_VALID"); }, {"dfl_block_write"}, {
-        {"both good, different", bad(false, false), 0, "", {}, joined(old, other)},
-        {"chip 0 bad", bad(true, false), 0, write_a, bad0, joined(other, other)},
-        {"chip 1 bad", bad(false, true), 0, write_b, bad1, joined(old, old)},
-        {"both bad", bad(true, true), 0, "", with(bad0, bad1), joined(spoilt(kOld), spoilt(kOther))},
-        {"chip 0 dead", bad(false, false, dead("dfl_block_read", {"ASD_CCDBa"})), 0, "", unread("1st", "5"), joined(old, other)},
-        {"chip 0 bad, chip 1 dead", bad(true, false, dead("dfl_block_read", {"ASD_CCDBb"})), 0, "", with(bad0, unread("2nd", "5")), joined(spoilt(kOld), other)},
-        {"chip 0 bad and read-only", bad(true, false, dead("dfl_block_write", {"ASD_CCDBa"})), 5, write_a, with(bad0, {"0 Write 1st EEPROM failed! ret(5).", "0 ASD_CCDB eeprom0 write failed! ret(5)."}), joined(spoilt(kOld), other)},
-        {"chip 1 bad and read-only", bad(false, true, dead("dfl_block_write", {"ASD_CCDBb"})), 5, write_b, with(bad1, {"0 Write 2nd EEPROM failed! ret(5).", "0 ASD_CCDB eeprom1 write failed! ret(5)."}), joined(old, spoilt(kOther))},
-        {"chip 0 unknown", bad(false, true, no_reference("ASD_CCDB.AtomStorageDataDev0")), 0, "", with({"0 Get dev failed! ret: 8.", "0 Read eeprom failed[8]!"}, bad1), joined(old, spoilt(kOther))},
+        {"both good, different", kAsBuilt, 0, "", {}, joined(a, b)},
+        {"chip 0 bad", bad_a, 0, write_a, bad0, joined(b, b)},
+        {"chip 1 bad", bad_b, 0, write_b, bad1, joined(a, a)},
+        {"both bad", both(bad_a, bad_b), 0, "", with(bad0, bad1), joined(spoilt_a, spoilt_b)},
+        {"chip 0 dead", dead("dfl_block_read", {"ASD_CCDBa"}), 0, "", {"0 Read 1st EEPROM failed! ret: 5.", "0 Read eeprom failed[5]!"}, joined(a, b)},
+        {"chip 0 bad, chip 1 dead", both(bad_a, dead("dfl_block_read", {"ASD_CCDBb"})), 0, "", with(bad0, {"0 Read 2nd EEPROM failed! ret: 5.", "0 Read eeprom failed[5]!"}), joined(spoilt_a, b)},
+        {"chip 0 bad and read-only", both(bad_a, kDeadWrites), 5, write_a, with(bad0, unwritten0), joined(spoilt_a, b)},
+        {"chip 1 bad and read-only", both(bad_b, kDeadWrites), 5, write_b, with(bad1, unwritten1), joined(a, spoilt_b)},
+        {"chip 0 unknown", both(bad_b, no_reference("ASD_CCDB.AtomStorageDataDev0")), 0, "", with({"0 Get dev failed! ret: 8.", "0 Read eeprom failed[8]!"}, bad1), joined(a, spoilt_b)},
     }, left, 0);
     // clang-format on
 }
