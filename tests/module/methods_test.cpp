@@ -133,6 +133,7 @@ TEST_F(MethodsTest, ReadsFromMemory) {
     const Arrange not_ready = byte_set("ASD14", "Ready", 0);
     // clang-format off
     run_methods(Asd_GetAsdMemData, {
+        {"no name", fault("dfl_get_object_name", "ASD14"), kNone, -1, {}, {"0 Get ObjName failed!"}},
         {"offline and not ready", both(kOffline, not_ready), kNone, -1, {}, {"1 ASD14 not online!"}},
         {"Ready unreadable", unreadable("ASD14.Ready"), kNone, -1, {}, {"0 [ASD14] get property ready failed![7]"}},
         {"not ready", both(not_ready, unreadable("ASD14.Length")), kNone, -1, {}, {"2 [ASD14] ready property not ok."}},

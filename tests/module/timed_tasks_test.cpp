@@ -37,7 +37,6 @@ TEST_F(TimedTasksTest, HourlyCheck) {
     const Texts failed = {"0 ASD11 call dfl_get_object_handle failed! result: 5.",
                           "0 ASD11 asd eeprom check failed! ret(5)."};
     const Texts once = with(hour(0), three(kHour));
-    const Texts in_the_second_hour = with(with(hour(0), {}), three(2 * kHour));
     const Texts two_hours = {"0 vos_task_delay 120000 x60"};
     const Texts two_on_2u = with(checked(kHour, "ASD10"), checked(kHour + 10000, "ASD11"));
     // clang-format off
