@@ -13,8 +13,6 @@ namespace {
 
 using ObjectModelTest = ModuleTest;
 
-constexpr gint32 kFault = 7;
-
 // ---- Lookups -------------------------------------------------------------------------------------------------------
 
 TEST_F(ObjectModelTest, AnUnreadableOnlineCountsAsAbsent) {
