@@ -3,6 +3,7 @@
 
 """A real asd in a folder of its own, and the clients that talk to it."""
 
+import binascii
 import contextlib
 import fcntl
 import json
@@ -17,6 +18,8 @@ import subprocess
 import tempfile
 import threading
 import time
+import unittest
+from unittest import mock
 
 BINARY = pathlib.Path(os.environ["ASD_BINARY"])
 ASDCTL = os.environ.get("ASDCTL_BINARY")
@@ -42,59 +45,53 @@ def stays(condition, what, seconds=0.5):
         time.sleep(0.01)
 
 
-def run(*words, **more):
-    return subprocess.run(words, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=DEADLINE_S,
-                          check=False, **more)
+def run(*words):
+    """A client or a start that fails: its CompletedProcess."""
+    return subprocess.run(words, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=DEADLINE_S, check=False)
+
+
+def asdctl(run_dir, *words, data=b""):
+    """The operator's command on a pipe: (status, standard output, standard error)."""
+    done = subprocess.run([ASDCTL, "--run-dir", run_dir, *map(str, words)], input=data, capture_output=True,
+                          timeout=DEADLINE_S, check=False)
+    return done.returncode, done.stdout, done.stderr.decode()
 
 
 class BusDaemon:
     """A "session" or "system" bus of the test's own: what this process starts takes it for the real one."""
 
-    CONFIG = """<busconfig><type>{kind}</type><listen>{address}</listen><policy context="default">
-        <allow user="*"/><allow own="*"/><allow send_destination="*"/><allow receive_type="method_call"/>
-        <allow receive_type="method_return"/><allow receive_type="error"/><allow receive_type="signal"/>
-        </policy></busconfig>"""
-
     def __init__(self, kind, running=True):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="asd-bus-", dir="/tmp"))
-        self._socket = self.folder / "bus"
-        self.address, self._variable = f"unix:path={self._socket}", f"DBUS_{kind.upper()}_BUS_ADDRESS"
-        (self.folder / "config").write_text(self.CONFIG.format(kind=kind, address=self.address))
-        self._before, self._running, self._daemon = os.environ.get(self._variable), running, None
+        self.address = f"unix:path={self.folder}/bus"
+        self._environment = mock.patch.dict(os.environ, {f"DBUS_{kind.upper()}_BUS_ADDRESS": self.address})
+        self._running, self._daemon = running, None
 
     def __enter__(self):
-        os.environ[self._variable] = self.address
+        self._environment.start()
         if self._running:
             self.start()
         return self
 
     def start(self):
-        self._daemon = subprocess.Popen(["dbus-daemon", f"--config-file={self.folder}/config", "--nofork"],
+        self._daemon = subprocess.Popen(["dbus-daemon", "--session", f"--address={self.address}", "--nofork"],
                                         stderr=subprocess.DEVNULL)
-        wait_for(self._socket.exists, "the bus")
+        wait_for((self.folder / "bus").exists, "the bus")
 
     def stop(self):
         self._daemon.kill()
         self._daemon.wait(DEADLINE_S)
-        self._socket.unlink(missing_ok=True)
+        (self.folder / "bus").unlink(missing_ok=True)
 
     def __exit__(self, *_):
         if self._daemon:
             self.stop()
-        os.environ.pop(self._variable)
-        if self._before is not None:
-            os.environ[self._variable] = self._before
+        self._environment.stop()
         shutil.rmtree(self.folder)
 
 
-def crc16(data):
-    """The record checksum, bit by bit: polynomial 0x1021, start 0, not reflected, inverted."""
-    register = 0
-    for byte in data:
-        for bit in range(7, -1, -1):
-            carry = (register >> 15) ^ ((byte >> bit) & 1)
-            register = ((register << 1) & 0xFFFF) ^ (0x1021 if carry else 0)
-    return register ^ 0xFFFF
+def on_chip(data):
+    """A record: the data and its checksum."""
+    return data + (binascii.crc_hqx(data, 0) ^ 0xFFFF).to_bytes(2, "little")
 
 
 class Chip:
@@ -103,10 +100,7 @@ class Chip:
     def __init__(self, enclosure, name, state_dir, slot):
         chip = next(c for c in enclosure["Chips"] if c["Name"] == name)
         part = next(p for p in enclosure["Parts"] if p["Name"] == chip["Part"])
-        self.name = name
         self.offset = int(str(chip["Offset"]), 0)
-        self.line = part.get("WriteProtectLine")
-        self.part = part["Name"]
         self.image = state_dir / ("" if part.get("Shared") else f"slot{slot}") / part["File"]
 
     def read(self, length):
@@ -172,15 +166,8 @@ class Service:
             return True
         return False
 
-    def start_as_master(self):
-        """Starts and returns when the items are loaded."""
-        return self._start_as("master")
-
-    def start_as_slave(self):
-        """Starts and returns when it has found that another controller is master."""
-        return self._start_as("slave")
-
-    def _start_as(self, role):
+    def start_as(self, role):
+        """Starts and returns when it has taken that role: a master has loaded its items then."""
         before = self.entered(role)
         self.start()
         wait_for(lambda: self.entered(role) > before, f"the {role} role")
@@ -194,6 +181,11 @@ class Service:
         """Asks the service to end and returns its status."""
         self.process.send_signal(how)
         return self.process.wait(DEADLINE_S)
+
+    def end(self):
+        """Ends it as its manager would; nothing may have gone wrong within it."""
+        assert self.stop() == 0, self.log()
+        assert not re.search("Sanitizer|CRITICAL", self.log()), self.log()
 
     def kill(self):
         if self.process and self.process.poll() is None:
@@ -211,7 +203,7 @@ class Service:
 
     def connect(self):
         connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        connection.settimeout(DEADLINE_S)
+        connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVTIMEO, struct.pack("ll", DEADLINE_S, 0))
         try:
             connection.connect(str(self.socket))
         except OSError:
@@ -221,26 +213,25 @@ class Service:
 
     def ipmitool(self, *words):
         """Runs the stock client; its CompletedProcess."""
-        environment = {**os.environ, "IPMI_DUMMY_SOCK": str(self.socket)}
-        asked, end = self.process, time.monotonic() + DEADLINE_S
-        client = subprocess.Popen(["ipmitool", "-I", "dummy", *words], env=environment, stdin=subprocess.DEVNULL,
-                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        while True:
-            dead = asked.poll() is not None
-            try:
-                return subprocess.CompletedProcess(words, *self._communicated(client))
-            except subprocess.TimeoutExpired:
-                # A client whose service dies before the answer goes on reading at the end of the stream for ever.
-                if dead or time.monotonic() > end:
-                    client.kill()
-                    client.communicate()
-                    assert dead, f"ipmitool {words}: not answered within {DEADLINE_S} s\n{self.log()}"
-                    return subprocess.CompletedProcess(words, -signal.SIGKILL, "", "the service died")
+        asked = self.process
+        client = subprocess.Popen(["ipmitool", "-I", "dummy", *words], env={**os.environ, "IPMI_DUMMY_SOCK": self.socket},
+                                  stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        try:
+            wait_for(lambda: client.poll() is not None or asked.poll() is not None, f"ipmitool {words}")
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                client.wait(0.2)
+        finally:
+            client.kill()  # one whose service dies before the answer goes on reading at the end of the stream for ever
+            out, errors = client.communicate()
+        return subprocess.CompletedProcess(words, client.returncode, out, errors)
 
-    @staticmethod
-    def _communicated(client):
-        out, errors = client.communicate(timeout=0.1)
-        return client.returncode, out, errors
+    def set_board(self, name, *values):
+        """Sets a property of the board, or calls its method of that name."""
+        words = [f"org.asd.Board1.{name}", *values]
+        if not name.startswith("Set"):
+            kind = "int32" if name == "PowerStandBy" else "byte"
+            words = ["org.freedesktop.DBus.Properties.Set", "org.asd.Board1", name, f"<{kind} {values[0]}>"]
+        assert self.gdbus("/org/asd/Storage1/Board", *words) == ("()", ""), words
 
     def ask(self, *request):
         """One request through ipmitool, network function first: (completion code, data); code None: no answer."""
@@ -268,20 +259,17 @@ class Service:
 
     def ctl(self, *words):
         """What asdctl prints as JSON; None: it was refused."""
-        done = subprocess.run([ASDCTL, "--json", "--run-dir", self.run_dir, "--slot", str(self.slot), *map(str, words)],
-                              stdin=subprocess.DEVNULL, capture_output=True, timeout=DEADLINE_S, check=False)
-        return json.loads(done.stdout) if done.returncode == 0 else None
+        status, out, _ = asdctl(self.run_dir, "--slot", self.slot, "--json", *words)
+        return json.loads(out) if status == 0 else None
 
-    def state_file(self, name):
-        """The values of one of the board's state files: {key: bytes}."""
-        content = (self.state_dir / f"slot{self.slot}" / name).read_bytes()
-        values, at = {}, 16
-        for _ in range(struct.unpack_from("<I", content, 12)[0]):
-            key, length = struct.unpack_from("<II", content, at)
-            values[key] = content[at + 8:at + 8 + length]
-            at += 8 + length
-        assert content[:8] == b"ASDSTATE" and at + 4 == len(content), content
-        return values
+    def gdbus(self, path, method, *arguments):
+        """A method through the stock client: (what it printed, "") or ("", the error's name)."""
+        done = run("gdbus", "call", "--address", f"unix:path={self.run_dir}/slot{self.slot}/bus", "--dest",
+                   "org.asd.Storage1", "--object-path", path, "--method", method, *map(str, arguments))
+        if done.returncode == 0:
+            return done.stdout.strip(), ""
+        error = re.search(r"GDBus\.Error:([\w.]+)", done.stderr)
+        return "", error[1] if error else done.stderr
 
 
 class Wire:
@@ -297,23 +285,23 @@ class Wire:
 
     @classmethod
     def response(cls, connection):
-        """(network function, command, completion code, data), or None when the service closed cleanly first."""
-        head = cls._receive(connection, struct.calcsize(cls.RESPONSE))
-        if head is None:
+        """(network function, command, completion code, data), or None when the service closed first."""
+        head = connection.recv(struct.calcsize(cls.RESPONSE), socket.MSG_WAITALL)
+        if not head:
             return None
         netfn, cmd, _, _, code, length = struct.unpack(cls.RESPONSE, head)
-        return netfn, cmd, code, cls._receive(connection, length) or b""
+        data = connection.recv(length, socket.MSG_WAITALL) if length else b""
+        assert len(data) == length, f"closed in the middle of an answer: {data.hex()}"
+        return netfn, cmd, code, data
 
-    @staticmethod
-    def _receive(connection, count):
-        got = b""
-        while len(got) < count:
-            piece = connection.recv(count - len(got))
-            if not piece:
-                assert not got, f"closed in the middle of an answer: {got.hex()}"
-                return None
-            got += piece
-        return got
+
+class Case(unittest.TestCase):
+    """One master with its items loaded, for all tests of a class; it ends cleanly."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.service = cls.enterClassContext(Service(*FAST)).start_as("master")
+        cls.addClassCleanup(cls.service.end)
 
 
 class Background:
@@ -373,14 +361,14 @@ def head(selector, chip=0):
     return 0x00, 0x00, 0x80, chip, selector
 
 
-def get(service, record, chip=0):
+def get(service, record, chip=0, ask=Service.direct):
     _, _, command, _, selector, _ = BY_NAME[record]
-    return service.raw(NETFN, command, *head(selector, chip))
+    return ask(service, NETFN, command, *head(selector, chip))
 
 
-def put(service, record, data, chip=0):
+def put(service, record, data, chip=0, ask=Service.direct):
     _, _, _, command, selector, _ = BY_NAME[record]
-    return service.raw(NETFN, command, *head(selector, chip), *data)[0]
+    return ask(service, NETFN, command, *head(selector, chip), *data)[0]
 
 
 def pattern(size, seed):
@@ -391,7 +379,3 @@ def chips_of(service, item):
     row = next(i for i in service.enclosure["Items"] if i["Name"] == item)
     return [service.chip(row[key]) for key in ("AtomStorageDataDev0", "AtomStorageDataDev1") if key in row]
 
-
-def on_chip(data):
-    checksum = crc16(data)
-    return data + bytes([checksum & 0xFF, checksum >> 8])
