@@ -7,20 +7,11 @@ import re
 import subprocess
 import unittest
 
-from harness import FAST, BusDaemon, Case, Service, on_chip, run, wait_for
+from harness import (BOARD, BOARD_PATH, CHIP, FAST, ITEM, BusDaemon, Case, Service, chip_path, item_path, on_chip, run,
+                     wait_for)
 
 ROOT = "/org/asd/Storage1"
-BOARD_PATH = f"{ROOT}/Board"
-ITEM, CHIP, BOARD = "org.asd.AtomStorageData1", "org.asd.AtomStorageDataDev1", "org.asd.Board1"
 ARGUMENTS = "org.asd.Error.InvalidArguments"
-
-
-def item(name):
-    return f"{ROOT}/AtomStorageData/{name}"
-
-
-def chip(name):
-    return f"{ROOT}/AtomStorageDataDev/{name}"
 
 
 def array(data):
@@ -51,23 +42,23 @@ class Objects(Case):
 
     def test_every_object_of_the_enclosure_is_there(self):
         enclosure = self.service.enclosure
-        names = {item(row["Name"]) for row in enclosure["Items"]} | {chip(row["Name"]) for row in enclosure["Chips"]}
+        names = {item_path(row["Name"]) for row in enclosure["Items"]} | {chip_path(row["Name"]) for row in enclosure["Chips"]}
         names |= {BOARD_PATH}
         self.assertLessEqual(names | {ROOT}, set(self.busctl("tree", "--list").split()))
         managed = self.service.gdbus(ROOT, "org.freedesktop.DBus.ObjectManager.GetManagedObjects")[0]
         self.assertEqual(set(re.findall(r"(?:objectpath )?'(/org/[\w/]+)': \{'org", managed)), names)
-        self.assertRegex(self.busctl("introspect", item("ASD14"), ITEM), r"\.EqWriteAtomStorageData +method +ay +i ")
-        self.assert_property(item("ASD7"), ITEM, "AtomStorageDataDev0", f'"{chip("ASDDev7")}"')
-        self.assert_property(item("ASD7"), ITEM, "AtomStorageDataDev1", '"/"')
+        self.assertRegex(self.busctl("introspect", item_path("ASD14"), ITEM), r"\.EqWriteAtomStorageData +method +ay +i ")
+        self.assert_property(item_path("ASD7"), ITEM, "AtomStorageDataDev0", f'"{chip_path("ASDDev7")}"')
+        self.assert_property(item_path("ASD7"), ITEM, "AtomStorageDataDev1", '"/"')
 
     def test_each_method_does_its_work(self):
-        call, path, first = self.service.gdbus, item("ASD26"), chip("ASDDev26a")
+        call, path, first = self.service.gdbus, item_path("ASD26"), chip_path("ASDDev26a")
         stored = b"sixteen".ljust(16, b"\xff")
         self.assertEqual(call(path, f"{ITEM}.EqWriteAtomStorageData", array(b"sixteen")), ("(0,)", ""))
         self.assertEqual(self.service.chip("ASDDev26a").read(18), on_chip(stored))
         self.assertNotEqual(self.busctl("get-property", first, CHIP, "PageCycles"), "t 0")
         self.assertEqual(printed(call(path, f"{ITEM}.ReadAsdMemData")), stored)
-        self.assertEqual(printed(call(item("ASD7"), f"{ITEM}.ReadAtomStorageData")), b"\xff" * 1024)
+        self.assertEqual(printed(call(item_path("ASD7"), f"{ITEM}.ReadAtomStorageData")), b"\xff" * 1024)
         self.assertEqual(call(path, f"{ITEM}.UpdateMemProperty", array(b"memory")), ("(0,)", ""))
         self.assertEqual(printed(call(path, f"{ITEM}.ReadAsdMemData"))[:6], b"memory")
         self.assertEqual(self.service.chip("ASDDev26a").read(16), stored)
@@ -77,17 +68,17 @@ class Objects(Case):
         self.assert_property(first, CHIP, "ErrorCode", "0")
         self.assert_property(path, ITEM, "Value", "16" + 16 * " 0")
         # A power supply's chip is opened by its own path alone: this write ran and failed, which is no refusal.
-        self.assertEqual(call(item("ASD1000"), f"{ITEM}.WriteAtomStorageData", array(b"k")), ("(65541,)", ""))
-        self.assert_property(chip("ASDDev1000"), CHIP, "ErrorCode", "65541")
+        self.assertEqual(call(item_path("ASD1000"), f"{ITEM}.WriteAtomStorageData", array(b"k")), ("(65541,)", ""))
+        self.assert_property(chip_path("ASDDev1000"), CHIP, "ErrorCode", "65541")
 
     def test_refusals_have_names(self):
-        write, brand = f"{ITEM}.WriteAtomStorageData", item("ASD14")
+        write, brand = f"{ITEM}.WriteAtomStorageData", item_path("ASD14")
         for path, method, arguments, error in (
                 (brand, write, (), ARGUMENTS),
                 (brand, write, (array(bytes(8193)),), ARGUMENTS),
-                (item("NONE"), write, (array(b"1"),), "org.asd.Error.NoSuchObject"),
+                (item_path("NONE"), write, (array(b"1"),), "org.asd.Error.NoSuchObject"),
                 (brand, f"{ITEM}.Nothing", (), "org.freedesktop.DBus.Error.UnknownMethod"),
-                (item("ASD52"), f"{ITEM}.ReadAsdMemData", (), "org.asd.Error.NotReady"),
+                (item_path("ASD52"), f"{ITEM}.ReadAsdMemData", (), "org.asd.Error.NotReady"),
                 (BOARD_PATH, f"{BOARD}.GetCpldBit", ("1", "32"), ARGUMENTS),
                 (BOARD_PATH, f"{BOARD}.GetFlash", ("99",), "org.asd.Error.Failed"),
                 (BOARD_PATH, f"{BOARD}.SetFault", ("BSP_Nothing", "1"), ARGUMENTS)):
@@ -99,7 +90,7 @@ class Objects(Case):
     def test_a_client_that_is_killed_leaves_a_whole_write(self):
         written, data = self.service.chip("ASDDev25a"), b"k" * 2052  # 33 pages
         client = subprocess.Popen(["gdbus", "call", "--address", self.address, "--dest", "org.asd.Storage1", "--object-path",
-                                   item("ASD25"), "--method", f"{ITEM}.EqWriteAtomStorageData", array(data)])
+                                   item_path("ASD25"), "--method", f"{ITEM}.EqWriteAtomStorageData", array(data)])
         wait_for(lambda: written.has_begun_with(b"k"), "the write to begin")
         client.kill()
         client.wait()
@@ -111,10 +102,10 @@ class Objects(Case):
             monitor = subprocess.Popen(["gdbus", "monitor", "--address", self.address, "--dest", "org.asd.Storage1"], stdout=file)
         try:
             wait_for(lambda: "is owned by" in seen.read_text(), "the monitor")
-            self.service.gdbus(item("ASD26"), f"{ITEM}.EqWriteAtomStorageData", array(b"changed"))
+            self.service.gdbus(item_path("ASD26"), f"{ITEM}.EqWriteAtomStorageData", array(b"changed"))
             self.assertEqual(self.busctl("set-property", BOARD_PATH, BOARD, "EquipmentMode", "y", "1"), "")
             self.service.gdbus(BOARD_PATH, f"{BOARD}.SetFault", "BSP_GetBoardMasterOrSlaveState", "int32 -5")
-            for line in (f"{item('ASD26')}: org.freedesktop.DBus.Properties.PropertiesChanged ('{ITEM}', {{",
+            for line in (f"{item_path('ASD26')}: org.freedesktop.DBus.Properties.PropertiesChanged ('{ITEM}', {{",
                          "'Value': <[byte 0x63, 0x68, 0x61, 0x6e, 0x67, 0x65, 0x64,",
                          f"{BOARD_PATH}: org.freedesktop.DBus.Properties.PropertiesChanged ('{BOARD}', "
                          "{'EquipmentMode': <byte 0x01>}, @as [])",
@@ -138,7 +129,7 @@ class SharedBus(unittest.TestCase):
             service.start_as("master")
 
             def write(text):
-                return run("gdbus", "call", "--system", "--dest", "org.asd.Storage1.Slot0", "--object-path", item("ASD26"),
+                return run("gdbus", "call", "--system", "--dest", "org.asd.Storage1.Slot0", "--object-path", item_path("ASD26"),
                            "--method", f"{ITEM}.EqWriteAtomStorageData", array(text)).stdout.strip()
 
             self.assertEqual(write(b"shared"), "(0,)")
@@ -153,7 +144,7 @@ class SharedBus(unittest.TestCase):
             self.assertEqual(service.raw(6, 1)[0], 0)  # the rest goes on
             daemon.start()
             wait_for(lambda: write(b"again") == "(0,)", "the bus to be joined again")
-            value = run("busctl", "--system", "get-property", "org.asd.Storage1.Slot0", item("ASD26"), ITEM, "Value")
+            value = run("busctl", "--system", "get-property", "org.asd.Storage1.Slot0", item_path("ASD26"), ITEM, "Value")
             self.assertIn("97 103 97 105 110 255", value.stdout)
             service.end()
 

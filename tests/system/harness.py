@@ -27,6 +27,18 @@ CONFIG = pathlib.Path(os.environ["ASD_CONFIG"])
 DEADLINE_S = 30  # for anything that must come; generous, because sanitizers and busy machines are slow
 
 
+BOARD_PATH = "/org/asd/Storage1/Board"
+ITEM, CHIP, BOARD = "org.asd.AtomStorageData1", "org.asd.AtomStorageDataDev1", "org.asd.Board1"
+
+
+def item_path(name):
+    return f"/org/asd/Storage1/AtomStorageData/{name}"
+
+
+def chip_path(name):
+    return f"/org/asd/Storage1/AtomStorageDataDev/{name}"
+
+
 def wait_for(condition, what, deadline_s=DEADLINE_S):
     """Polls until the condition holds and returns its value."""
     end = time.monotonic() + deadline_s
@@ -227,34 +239,27 @@ class Service:
 
     def set_board(self, name, *values):
         """Sets a property of the board, or calls its method of that name."""
-        words = [f"org.asd.Board1.{name}", *values]
+        words = [f"{BOARD}.{name}", *values]
         if not name.startswith("Set"):
             kind = "int32" if name == "PowerStandBy" else "byte"
-            words = ["org.freedesktop.DBus.Properties.Set", "org.asd.Board1", name, f"<{kind} {values[0]}>"]
-        assert self.gdbus("/org/asd/Storage1/Board", *words) == ("()", ""), words
+            words = ["org.freedesktop.DBus.Properties.Set", BOARD, name, f"<{kind} {values[0]}>"]
+        assert self.gdbus(BOARD_PATH, *words) == ("()", ""), words
 
-    def ask(self, *request):
-        """One request through ipmitool, network function first: (completion code, data); code None: no answer."""
+    def raw(self, *request):
+        """One request through ipmitool, network function first: (completion code, data)."""
         done = self.ipmitool("raw", *(f"{byte:#04x}" for byte in request))
         if done.returncode == 0:
             return 0, bytes.fromhex(done.stdout)
         code = re.search(r"rsp=(0x[0-9a-f]+)", done.stderr)
-        return (int(code[1], 16) if code else None), b""
-
-    def raw(self, *request):
-        """The same, where an answer must come."""
-        code, data = self.ask(*request)
-        if code is None:
-            raise AssertionError(f"ipmitool raw {bytes(request).hex()}: no answer\n{self.log()}")
-        return code, data
+        assert code, f"ipmitool raw {bytes(request).hex()}: no answer\n{self.log()}"
+        return int(code[1], 16), b""
 
     def direct(self, netfn, cmd, *data):
         """The same without the time that ipmitool takes to start."""
         with self.connect() as connection:
             connection.sendall(Wire.request(netfn, cmd, bytes(data)))
             answer = Wire.response(connection)
-        if answer is None:
-            raise AssertionError(f"{bytes((netfn, cmd, *data)).hex()}: no answer\n{self.log()}")
+        assert answer, f"{bytes((netfn, cmd, *data)).hex()}: no answer\n{self.log()}"
         return answer[2:]
 
     def ctl(self, *words):

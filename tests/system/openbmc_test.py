@@ -9,7 +9,7 @@ import os
 import subprocess
 import unittest
 
-from harness import BusDaemon, Service, run, wait_for
+from harness import BOARD, BOARD_PATH, BusDaemon, Service, run, wait_for
 
 FAST = ("--time-scale", "10", "--ipmi-host", "system")
 HOST = "xyz.openbmc_project.Ipmi.Host"
@@ -119,7 +119,7 @@ class SlowChips(unittest.TestCase):
             other = bridge.send(0x32, 0xBB, b"\0\0\x80\0\x44")  # reads the same chips
             self.assertEqual(bridge.ask(6, 1).code, 0)
             self.assertIn(bridge.ask(0x32, 0x16, GET_BRAND).code, (0, 0xCE))  # never written
-            self.assertTrue(service.gdbus("/org/asd/Storage1/Board", "org.asd.Board1.GetCpldBit", 3, 0)[0])
+            self.assertTrue(service.gdbus(BOARD_PATH, f"{BOARD}.GetCpldBit", 3, 0)[0])
             self.assertNotIn(slow, bridge.responses())
 
             waiting = [bridge.send(0x32, 0xBC, self.NODES + b"3" * 64) for _ in range(70)]

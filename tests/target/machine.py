@@ -2,13 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 
 """The emulated BMC: its root file system, its device tree and its drives, made from config/bmc.json and from the
-packages that scripts/bmc unpacked; and the QEMU command that runs it.
+packages that scripts/bmc unpacked; and the QEMU command that runs it."""
 
-    machine.py image PACKAGES FOLDER   makes FOLDER/vmlinuz, initramfs.cpio and bmc.dtb
-    machine.py boot FOLDER             runs QEMU on this terminal; drives are kept in FOLDER/drives
-"""
-
-import dataclasses
+import collections
 import json
 import os
 import pathlib
@@ -33,23 +29,18 @@ FOLDERS = ["dev", "proc", "sys", "run", "tmp", "root", "var/log", "var/lib/asd",
 STATE_BYTES = 64 * 1024 * 1024  # the SD card that holds asd's state; QEMU wants a power of two
 
 
-@dataclasses.dataclass
-class Eeprom:
-    """A part of config/bmc.json as the board has it."""
+Eeprom = collections.namedtuple("Eeprom", "name file bus address size page_size")
 
-    name: str
-    file: str
-    bus: int
-    address: int
-    size: int
-    page_size: int
 
-    @classmethod
-    def all(cls):
-        parts = json.loads(CONFIG.read_text(encoding="utf-8"))["Parts"]
-        for part in parts:
-            bus, address = re.fullmatch(r"/sys/bus/i2c/devices/(\d+)-([0-9a-f]{4})/eeprom", part["File"]).groups()
-            yield cls(part["Name"], part["File"], int(bus), int(address, 16), part["Size"], part["PageSize"])
+def eeproms():
+    """The parts of config/bmc.json as the board has them."""
+    for part in json.loads(CONFIG.read_text(encoding="utf-8"))["Parts"]:
+        bus, address = re.fullmatch(r"/sys/bus/i2c/devices/(\d+)-([0-9a-f]{4})/eeprom", part["File"]).groups()
+        yield Eeprom(part["Name"], part["File"], int(bus), int(address, 16), part["Size"], part["PageSize"])
+
+
+def present_eeproms():
+    return [eeprom for eeprom in eeproms() if eeprom.name != ABSENT]
 
 
 def run(*command, **options):
@@ -62,7 +53,7 @@ def run(*command, **options):
 def device_tree(base, target):
     """The evaluation board's tree with the EEPROMs in it, as a board's own tree would name them."""
     shutil.copyfile(base, target)
-    for eeprom in Eeprom.all():
+    for eeprom in eeproms():
         bus = run("fdtget", target, "/aliases", f"i2c{eeprom.bus}", capture_output=True, text=True).stdout.strip()
         node = f"{bus}/eeprom@{eeprom.address:x}"
         run("fdtput", "-c", target, node)
@@ -73,22 +64,17 @@ def device_tree(base, target):
             run("fdtput", target, node, "read-only")
 
 
-def needed_libraries(program):
-    dynamic = run("readelf", "-d", program, capture_output=True, text=True).stdout
-    return re.findall(r"\(NEEDED\)\s+Shared library: \[(.+)\]", dynamic)
-
-
 def add_libraries(packages, root):
     """Copies what the programs in the root need, and what that needs."""
     todo = [file for file in root.rglob("*") if file.is_file() and file.read_bytes()[:4] == b"\x7fELF"]
     while todo:
-        for name in needed_libraries(todo.pop()):
+        dynamic = run("readelf", "-d", todo.pop(), capture_output=True, text=True).stdout
+        for name in re.findall(r"\(NEEDED\)\s+Shared library: \[(.+)\]", dynamic):
             target = root / "lib" / name
             if target.exists():
                 continue
             found = [packages / folder / name for folder in LIBRARY_FOLDERS if (packages / folder / name).exists()]
-            if not found:
-                raise SystemExit(f"machine.py: no package holds {name}")
+            assert found, f"no package holds {name}"
             shutil.copyfile(found[0], target)
             target.chmod(0o755)
             todo.append(target)
@@ -123,11 +109,12 @@ def root_file_system(packages, version, root):
     names.write_text("0\n  Reserved\n", encoding="utf-8")
     add_libraries(packages, root)
     add_modules(packages, version, root)
-    present = [eeprom.file for eeprom in Eeprom.all() if eeprom.name != ABSENT]
-    (root / "etc" / "eeproms").write_text("\n".join(present) + "\n", encoding="utf-8")
+    present = "".join(f"{eeprom.file}\n" for eeprom in present_eeproms())
+    (root / "etc" / "eeproms").write_text(present, encoding="utf-8")
 
 
 def image(packages, folder):
+    """Makes vmlinuz, initramfs.cpio and bmc.dtb in the folder."""
     packages, folder = pathlib.Path(packages), pathlib.Path(folder)
     folder.mkdir(parents=True, exist_ok=True)
     kernel = next((packages / "boot").glob("vmlinuz-*"))
@@ -148,9 +135,9 @@ def image(packages, folder):
 def make_drives(drives):
     """Erased EEPROMs and an empty disk for state, where there are none yet."""
     drives.mkdir(parents=True, exist_ok=True)
-    for eeprom in Eeprom.all():
+    for eeprom in present_eeproms():
         file = drives / f"{eeprom.name}.bin"
-        if eeprom.name != ABSENT and not file.exists():
+        if not file.exists():
             file.write_bytes(b"\xFF" * eeprom.size)
     state = drives / "state.ext4"
     if not state.exists():
@@ -164,9 +151,7 @@ def command(folder, drives, *options):
     words = ["qemu-system-arm", "-M", "ast2600-evb", "-kernel", folder / "vmlinuz", "-dtb", folder / "bmc.dtb",
              "-initrd", folder / "initramfs.cpio", "-append", "console=ttyS4,115200n8 quiet",
              "-nic", "none", "-drive", f"if=sd,index=2,format=raw,file={drives / 'state.ext4'}", *options]
-    for eeprom in Eeprom.all():
-        if eeprom.name == ABSENT:
-            continue
+    for eeprom in present_eeproms():
         words += ["-drive", f"if=none,id={eeprom.name},format=raw,file={drives / (eeprom.name + '.bin')}",
                   "-device", f"at24c-eeprom,bus=aspeed.i2c.bus.{eeprom.bus},address={eeprom.address:#x},"
                   f"rom-size={eeprom.size},writable={'off' if eeprom.name == SILENT else 'on'},drive={eeprom.name}"]
@@ -174,6 +159,7 @@ def command(folder, drives, *options):
 
 
 def boot(folder):
+    """Runs QEMU on this terminal; the drives are kept in the folder."""
     folder = pathlib.Path(folder)
     make_drives(folder / "drives")
     words = command(folder, folder / "drives", "-nographic")
