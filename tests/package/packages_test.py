@@ -111,10 +111,8 @@ class Files(unittest.TestCase):
         print(found, end="")
 
     def test_manual_pages(self):
-        for page in sorted((ROOT / "docs/man").iterdir()):
-            with self.subTest(page.name):
-                found = subprocess.run(["mandoc", "-Tlint", page], capture_output=True, text=True, check=False).stdout
-                self.assertEqual([line for line in found.splitlines() if "referenced manual not found" not in line], [])
+        found = subprocess.run(["mandoc", "-Tlint", *(ROOT / "docs/man").iterdir()], capture_output=True, text=True, check=False)
+        self.assertEqual([line for line in found.stdout.splitlines() if "referenced manual not found" not in line], [])
 
 
 @unittest.skipUnless(os.geteuid() == 0, "installing in a clean system needs root")

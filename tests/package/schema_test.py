@@ -17,8 +17,8 @@ CONFIG = ROOT / "config"
 SCHEMA = json.loads((CONFIG / "enclosure.schema.json").read_text(encoding="utf-8"))
 # Place, and what is written there; None takes the key away.
 MISTAKES = [
-    (["Role"], "chief"), (["IpmiPrivilege"], 5), (["Nmae"], "x"), (["Name"], None), (["Parts"], {}), (["Board", "Expansion"], True),
-    (["Parts", 0, "PageSize"], 8192), (["Parts", 0, "File"], None), (["Chips", 0, "Offset"], "forty"),
+    (["Role"], "chief"), (["IpmiPrivilege"], 5), (["Nmae"], "x"), (["Name"], None), (["Parts"], {}),
+    (["Board", "Expansion"], True), (["Parts", 0, "PageSize"], 8192), (["Parts", 0, "File"], None), (["Chips", 0, "Offset"], "forty"),
     (["GpioLines"], [{"Line": 55, "Offset": 1}]), (["Items", 0, "Length"], 8193), (["Items", 0, "Value"], "zero"),
 ]  # fmt: skip
 

@@ -26,7 +26,6 @@ ASDCTL = os.environ.get("ASDCTL_BINARY")
 CONFIG = pathlib.Path(os.environ["ASD_CONFIG"])
 DEADLINE_S = 30  # for anything that must come; generous, because sanitizers and busy machines are slow
 
-
 BOARD_PATH = "/org/asd/Storage1/Board"
 ITEM, CHIP, BOARD = "org.asd.AtomStorageData1", "org.asd.AtomStorageDataDev1", "org.asd.Board1"
 
