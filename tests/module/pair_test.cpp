@@ -215,6 +215,17 @@ TEST_F(PairTest, Repair) {
     // clang-format on
 }
 
+// A chip that is not strict delivers what it holds, so that there is no copy to mend.
+TEST_F(PairTest, RepairLeavesAPairThatIsNotStrict) {
+    build_pair();
+    fake::set_chip_bytes("ASDDev16a", 109, {0});
+    const Bytes before = fake::chip_bytes("ASDDev16a", 100, 10);
+    EXPECT_EQ(asd_eeprom_check("ASD16"), 0);
+    EXPECT_EQ(fake::calls("dfl_block_write"), 0U);
+    EXPECT_EQ(fake::chip_bytes("ASDDev16a", 100, 10), before);
+    EXPECT_EQ(fake::calls("dfl_block_read"), 2U);
+}
+
 TEST_F(PairTest, RepairRefusals) {
     build_pair();
     EXPECT_EQ(asd_eeprom_check("ASD99"), fake::kNotFound);
