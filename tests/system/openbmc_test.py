@@ -14,6 +14,7 @@ from harness import BOARD, BOARD_PATH, BusDaemon, Service, run, wait_for
 FAST = ("--time-scale", "10", "--ipmi-host", "system")
 HOST = "xyz.openbmc_project.Ipmi.Host"
 OBJECT = (HOST, "/xyz/openbmc_project/Ipmi", "xyz.openbmc_project.Ipmi.Server")
+DRIVER = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus")
 CHANNEL = "xyz.openbmc_project.Ipmi.Channel."
 GET_BRAND = bytes((0, 0, 0x80, 0, 0x14))
 MC_INFO = bytes.fromhex("200100010200000000010000000000")
@@ -144,7 +145,7 @@ class SlowChips(unittest.TestCase):
 class TheName(unittest.TestCase):
     def test_a_taken_name_is_left_to_its_owner_and_had_when_it_stays_free(self):
         def owned_by(process):
-            return f"PID={process.pid}" in run("busctl", "--system", "status", HOST).stdout
+            return run("busctl", "--system", "call", *DRIVER, "GetConnectionUnixProcessID", "s", HOST).stdout == f"u {process.pid}\n"
 
         with BusDaemon("system") as bus, Service(*FAST) as service:
             with Bridge(bus, HOST) as first:
