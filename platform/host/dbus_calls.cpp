@@ -4,9 +4,9 @@
 
 #include "dbus_board.h"
 #include "log.h"
+#include "module_call.h"
 #include "property_variant.h"
 
-#include <algorithm>
 #include <utility>
 #include <variant>
 
@@ -18,33 +18,6 @@ constexpr std::size_t kLongestArgument = 8192; // of bytes; no record is longer
 constexpr const char *kEnding = "the service is ending";
 
 // ---- Handlers of the module, on a thread of the pool ----
-
-using ListPtr = std::unique_ptr<GSList, Releaser<[](GSList *list) {
-                                    g_slist_free_full(
-                                        list, [](gpointer value) { g_variant_unref(static_cast<GVariant *>(value)); });
-                                }>>;
-
-ListPtr argument_list(const std::vector<PropertyValue> &arguments) {
-    GSList *list = nullptr;
-    for (const PropertyValue &argument : arguments) {
-        list = g_slist_append(list, g_variant_ref_sink(variant_of(argument)));
-    }
-    return ListPtr(list);
-}
-
-// What the handler appended, which may be floating. A value that no method has is left out, so that the answer's type
-// is found wrong.
-std::vector<PropertyValue> output_values(GSList *outputs) {
-    std::vector<PropertyValue> values;
-    for (GSList *output = outputs; output != nullptr; output = output->next) {
-        auto *variant = static_cast<GVariant *>(output->data);
-        output->data = g_variant_take_ref(variant);
-        if (PropertyValue value; value_of(variant, &value)) {
-            values.push_back(std::move(value));
-        }
-    }
-    return values;
-}
 
 bool is_zero(const ObjectStore &objects, OBJ_HANDLE object, std::string_view property) {
     PropertyValue value;
@@ -65,16 +38,13 @@ CallResult memory_refusal(const ObjectStore &objects, OBJ_HANDLE item, gint32 st
 
 CallResult run_handler(const ObjectStore &objects, OBJ_HANDLE object, const ModuleRegistry::Method &method,
                        const std::vector<PropertyValue> &arguments) {
-    const ListPtr inputs = argument_list(arguments);
-    GSList *appended = nullptr;
-    const gint32 status = method.handler(object, nullptr, inputs.get(), &appended);
-    CallResult result{.outputs = output_values(appended), .error = nullptr, .message = {}};
-    const ListPtr outputs(appended);
+    MethodOutcome outcome = call_method(method, object, arguments);
     // With an output the call ran; a write's status is that output.
-    if (status == 0 || !result.outputs.empty()) {
-        return result;
+    if (outcome.status == 0 || !outcome.outputs.empty()) {
+        return {.outputs = std::move(outcome.outputs), .error = nullptr, .message = {}};
     }
-    return method.name == "ReadAsdMemData" ? memory_refusal(objects, object, status) : refusal_of(status);
+    return method.name == "ReadAsdMemData" ? memory_refusal(objects, object, outcome.status)
+                                           : refusal_of(outcome.status);
 }
 
 // ---- Arguments and answers ----
@@ -144,12 +114,7 @@ bool BusCalls::start(std::string *mistake) {
 BusCalls::Work BusCalls::module_work(OBJ_HANDLE object, GDBusMethodInvocation *invocation, CallResult *refused) const {
     const std::string_view name = g_dbus_method_invocation_get_method_name(invocation);
     const std::string *class_name = objects_.platform().objects.class_of(object);
-    const std::vector<ModuleRegistry::Method> *methods = class_name == nullptr ? nullptr : module_.methods(*class_name);
-    const ModuleRegistry::Method *method = nullptr;
-    if (methods != nullptr) {
-        const auto found = std::ranges::find(*methods, name, &ModuleRegistry::Method::name);
-        method = found == methods->end() ? nullptr : &*found;
-    }
+    const ModuleRegistry::Method *method = class_name == nullptr ? nullptr : module_.method(*class_name, name);
     if (method == nullptr) {
         *refused = refusal(kErrorMethod, "the module has no method " + std::string(name));
         return nullptr;

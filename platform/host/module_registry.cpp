@@ -30,6 +30,15 @@ const std::vector<ModuleRegistry::Method> *ModuleRegistry::methods(std::string_v
     return found != classes_.end() ? &found->second : nullptr;
 }
 
+const ModuleRegistry::Method *ModuleRegistry::method(std::string_view class_name, std::string_view method_name) const {
+    const std::vector<Method> *declared = methods(class_name);
+    if (declared == nullptr) {
+        return nullptr;
+    }
+    const auto found = std::ranges::find(*declared, method_name, &Method::name);
+    return found == declared->end() ? nullptr : &*found;
+}
+
 ModuleRegistry &module_registry() {
     static ModuleRegistry &registry = *new ModuleRegistry;
     return registry;

@@ -31,6 +31,8 @@ public:
     [[nodiscard]] bool has_class(std::string_view class_name) const;
     // In the order they were declared; null: no such class.
     [[nodiscard]] const std::vector<Method> *methods(std::string_view class_name) const;
+    // Null: no such class, or no such method in it. Lives as long as the registry.
+    [[nodiscard]] const Method *method(std::string_view class_name, std::string_view method_name) const;
 
     REBOOT_HANDLER reboot_handler = nullptr;
 

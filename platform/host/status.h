@@ -17,6 +17,7 @@ inline constexpr gint32 kTimedOut = -2006;      // the time limit passed
 inline constexpr gint32 kStorageFailed = -2007; // a state file could not be read or written
 inline constexpr gint32 kUnsupported = -2008;   // not available on this platform
 inline constexpr gint32 kLineFailed = -2009;    // a write-protect line could not be driven
+inline constexpr gint32 kNoRecord = -2010;      // no chip of the item holds a record with a good checksum
 
 // Statuses of chip transfers are positive: a class bit and an errno value. The module counts failures with the second
 // bit against chips that it otherwise spares.
