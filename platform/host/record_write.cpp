@@ -3,6 +3,7 @@
 
 #include "record_write.h"
 
+#include "arith.h"
 #include "byte_codec.h"
 #include "log.h"
 #include "status.h"
@@ -17,7 +18,8 @@ namespace asd_host {
 
 namespace {
 
-constexpr int kReadBacks = 2; // a part may answer the first read while its last page still settles
+constexpr int kReadBacks = 2;               // a part may answer the first read while its last page still settles
+constexpr std::size_t kRecordChecksum = 2U; // bytes after a record's data, low one first
 
 bool overlaps(std::uint32_t a, std::size_t a_length, std::uint32_t b, std::size_t b_length) {
     return std::uint64_t{a} < std::uint64_t{b} + b_length && std::uint64_t{b} < std::uint64_t{a} + a_length;
@@ -25,6 +27,16 @@ bool overlaps(std::uint32_t a, std::size_t a_length, std::uint32_t b, std::size_
 
 bool same(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
     return std::ranges::equal(a, b);
+}
+
+// Bytes that are a whole record: data and their checksum.
+bool checks(std::span<const std::uint8_t> record) {
+    if (record.size() <= kRecordChecksum) {
+        return false;
+    }
+    const auto data = record.first(record.size() - kRecordChecksum);
+    const unsigned computed = arith_make_crc_checksum(0, data.data(), u32_of(data.size()));
+    return record[data.size()] == (computed & 0xFFU) && record.back() == computed >> 8U;
 }
 
 [[nodiscard]] gint32 read_back(PageDevice &device, std::uint32_t offset, std::span<const std::uint8_t> wanted) {
@@ -61,6 +73,9 @@ Verdict judge(const Intent &intent, std::span<const std::uint8_t> now, std::uint
     }
     if (same(now, intent.old_bytes)) {
         return Verdict::kOld;
+    }
+    if (checks(now)) {
+        return Verdict::kLater;
     }
     const std::span<const std::uint8_t> old_bytes(intent.old_bytes);
     const std::span<const std::uint8_t> new_bytes(intent.new_bytes);
@@ -130,6 +145,7 @@ void RecordWriter::settle_untouched(PageDevice &device, const Intent &intent) {
 void RecordWriter::settle_overwritten(std::uint32_t offset, std::size_t length) {
     const std::optional<Intent> intent = log_->load();
     if (intent && overlaps(offset, length, intent->offset, intent->new_bytes.size())) {
+        say_dropped(kLogError, *intent, "newer bytes have taken the place of the ones it could not finish");
         settle(*intent);
     }
 }
@@ -142,6 +158,9 @@ gint32 RecordWriter::recover(PageDevice &device) {
     const std::size_t length = intent->new_bytes.size();
     const bool ours = intent->part == part_ && std::uint64_t{intent->offset} + length <= geometry_.size;
     if (!unsettled(*intent) || !ours) {
+        if (!ours) {
+            say_dropped(kLogError, *intent, "it is of another part, or goes past the end of this one");
+        }
         settle(*intent);
         return 0;
     }
@@ -158,21 +177,41 @@ gint32 RecordWriter::recover(PageDevice &device) {
     return 0;
 }
 
+void RecordWriter::say_dropped(int level, const Intent &intent, const char *reason) const {
+    HOST_LOG(level, "Part %s: the intent of a write of %zu bytes at %u is dropped: %s.", part_.c_str(),
+             intent.new_bytes.size(), intent.offset, reason);
+}
+
+// What the part holds is to stay.
+gint32 RecordWriter::keep(PageDevice &device, const Intent &intent, Verdict verdict) const {
+    switch (verdict) {
+    case Verdict::kLater:
+        say_dropped(kLogError, intent, "the part holds another record there, whole and with a good checksum");
+        return 0;
+    case Verdict::kForeign:
+        say_dropped(kLogError, intent, "the bytes there were written by another master since");
+        return 0;
+    case Verdict::kNew:
+        say_dropped(kLogInformation, intent, "all of it is on the part");
+        break;
+    default:
+        say_dropped(kLogInformation, intent, "nothing of it is on the part");
+        break;
+    }
+    // The bytes may have reached the part's file but not yet its disk.
+    return device.sync();
+}
+
 // Brings the part from what a cut left to old or new.
 gint32 RecordWriter::finish(PageDevice &device, const Intent &intent, std::span<const std::uint8_t> now) {
     const Verdict verdict = judge(intent, now, geometry_.page_size);
-    if (verdict == Verdict::kForeign) {
-        HOST_LOG(kLogError, "Part %s: %zu bytes at %u were written by another master since; they stay.", part_.c_str(),
-                 now.size(), intent.offset);
-        return 0;
-    }
-    if (verdict == Verdict::kTorn || doubted_by_sync(intent.offset, now.size())) {
+    const bool others = verdict == Verdict::kForeign || verdict == Verdict::kLater;
+    if (verdict == Verdict::kTorn || (!others && doubted_by_sync(intent.offset, now.size()))) {
         HOST_LOG(kLogInformation, "Part %s: finishing the cut write of %zu bytes at %u.", part_.c_str(), now.size(),
                  intent.offset);
         return put(device, intent.offset, now, intent.new_bytes);
     }
-    // The bytes may have reached the part's file but not yet its disk.
-    return device.sync();
+    return keep(device, intent, verdict);
 }
 
 gint32 RecordWriter::write(PageDevice &device, std::uint32_t offset, std::span<const std::uint8_t> data) {

@@ -48,7 +48,11 @@ enum class Verdict {
     kNew,     // everything was
     kTorn,    // every page is old or new except at most one: the write was cut; writing the new bytes makes it whole
     kForeign, // more than one page is neither: another master wrote since
+    kLater,   // neither, and its checksum is good: a record that came after the intent, or before it from a backup
 };
+// An intent may outlive its write (its folder became read-only, a backup brought it back) or its part (the backplane
+// was exchanged). Of the records it could then undo a good checksum speaks; a torn record has one by chance in 1 of
+// 65,536.
 [[nodiscard]] Verdict judge(const Intent &intent, std::span<const std::uint8_t> now, std::uint32_t page_size);
 
 // Writes to one part. Its user holds the part's lock during each call and keeps all ranges within the part.
@@ -78,9 +82,11 @@ private:
     [[nodiscard]] bool unsettled(const Intent &intent) const;
     [[nodiscard]] bool note(const Intent &intent);
     void settle(const Intent &intent);
+    void say_dropped(int level, const Intent &intent, const char *reason) const;
     void settle_untouched(PageDevice &device, const Intent &intent);
     void settle_overwritten(std::uint32_t offset, std::size_t length);
     [[nodiscard]] gint32 finish(PageDevice &device, const Intent &intent, std::span<const std::uint8_t> now);
+    [[nodiscard]] gint32 keep(PageDevice &device, const Intent &intent, Verdict verdict) const;
     [[nodiscard]] gint32 put(PageDevice &device, std::uint32_t offset, std::span<const std::uint8_t> now,
                              std::span<const std::uint8_t> data);
     [[nodiscard]] bool doubted_by_sync(std::uint32_t offset, std::size_t length) const;
