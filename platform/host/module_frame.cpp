@@ -11,6 +11,7 @@
 #include "manager_notice.h"
 #include "module_registry.h"
 #include "peer_link.h"
+#include "process_start.h"
 #include "status.h"
 #include "tasks.h"
 #include "vos.h"
@@ -28,7 +29,6 @@
 #include <utility>
 #include <vector>
 
-#include <pthread.h>
 #include <unistd.h>
 
 namespace asd_host {
@@ -37,21 +37,6 @@ namespace {
 constexpr std::chrono::seconds kDoorLimit{5}; // to finish what runs when the service ends
 constexpr std::chrono::seconds kTaskLimit{5};
 constexpr int kRefused = 1; // exit status
-
-sigset_t end_signals() {
-    sigset_t signals;
-    (void)sigemptyset(&signals);
-    (void)sigaddset(&signals, SIGTERM);
-    (void)sigaddset(&signals, SIGINT);
-    return signals;
-}
-
-// Every thread inherits the mask: the signals that end the service wait until the main thread asks for them.
-void prepare_signals() {
-    const sigset_t signals = end_signals();
-    (void)pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    (void)std::signal(SIGPIPE, SIG_IGN);
-}
 
 // Ends the process before anything runs.
 [[noreturn]] void refuse(std::span<const std::string> mistakes, const std::string &outcome) {
@@ -196,7 +181,6 @@ gint32 static_register_module(const gchar *module_name) {
     if (module_name == nullptr) {
         return asd_host::kBadArgument;
     }
-    asd_host::prepare_signals();
     asd_host::Options options = asd_host::options_or_end();
     asd_host::Enclosure enclosure = asd_host::enclosure_or_end(options);
     if (options.check_config) {

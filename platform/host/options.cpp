@@ -4,9 +4,10 @@
 
 #include <array>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <string_view>
+#include <system_error>
+#include <tuple>
 #include <utility>
 
 #include <CLI/CLI.hpp>
@@ -153,8 +154,16 @@ ParsedOptions parse_options(const std::vector<std::string> &arguments) {
     Options options;
     options.config = given.config;
     options.slot = static_cast<std::uint8_t>(given.slot);
-    options.run_dir = std::filesystem::absolute(given.run_dir).lexically_normal();
-    options.state_dir = std::filesystem::absolute(given.state_dir).lexically_normal();
+    for (const auto &[option, text, folder] : {std::tuple("--run-dir", &given.run_dir, &options.run_dir),
+                                               std::tuple("--state-dir", &given.state_dir, &options.state_dir)}) {
+        std::error_code failed;
+        *folder = std::filesystem::absolute(*text, failed).lexically_normal();
+        if (failed) { // the working folder has been removed, or may not be entered
+            return refuse(std::string(option) + ": " + *text +
+                          " begins at the working folder, and that is not to be found (" + failed.message() +
+                          "); name the folder from / on, or start asd elsewhere");
+        }
+    }
     options.log_level = named(kLogLevels, given.log_level).value_or(given.log_level.front() - '0');
     options.time_scale = static_cast<std::uint32_t>(given.time_scale);
     options.role = named(kRoles, given.role);
@@ -165,18 +174,6 @@ ParsedOptions parse_options(const std::vector<std::string> &arguments) {
         return refuse(mistake);
     }
     return {.options = std::move(options), .exit_status = std::nullopt};
-}
-
-std::vector<std::string> process_arguments() {
-    std::ifstream file("/proc/self/cmdline", std::ios::binary);
-    std::vector<std::string> arguments;
-    for (std::string argument; std::getline(file, argument, '\0');) {
-        arguments.push_back(argument);
-    }
-    if (!arguments.empty()) {
-        arguments.erase(arguments.begin()); // the program's name
-    }
-    return arguments;
 }
 
 } // namespace asd_host

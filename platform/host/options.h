@@ -51,7 +51,4 @@ struct ParsedOptions {
 };
 [[nodiscard]] ParsedOptions parse_options(const std::vector<std::string> &arguments);
 
-// The arguments of this process; empty when they cannot be read.
-[[nodiscard]] std::vector<std::string> process_arguments();
-
 } // namespace asd_host

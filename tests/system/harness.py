@@ -145,6 +145,7 @@ class Service:
         self.log_file = self.folder / f"log{slot}"
         self.enclosure = json.loads(pathlib.Path(config).read_text(encoding="utf-8"))
         self.process = None
+        self.launcher = ()  # words before the command: what it is to be started with or by
 
     def __enter__(self):
         return self
@@ -160,7 +161,7 @@ class Service:
         self.config.write_text(json.dumps(self.enclosure, indent=1), encoding="utf-8")
 
     def command(self):
-        return [BINARY, "--config", self.config, "--slot", str(self.slot), "--run-dir", self.run_dir,
+        return [*self.launcher, BINARY, "--config", self.config, "--slot", str(self.slot), "--run-dir", self.run_dir,
                 "--state-dir", self.state_dir, *self.arguments]
 
     def start(self):

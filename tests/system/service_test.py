@@ -5,12 +5,14 @@
 
 import os
 import random
+import resource
 import signal
 import socket
+import tempfile
 import unittest
 from unittest import mock
 
-from harness import (BINARY, DEADLINE_S, FAST, NETFN, PER_CHIP, RECORDS, Background, Case, Service, Wire, chips_of, get,
+from harness import (BINARY, CONFIG, DEADLINE_S, FAST, NETFN, PER_CHIP, RECORDS, Background, Case, Service, Wire, chips_of, get,
                      head, on_chip, pattern, put, run, wait_for)
 
 
@@ -145,6 +147,28 @@ class Life(unittest.TestCase):
             self.assertEqual(shorter.returncode, 1)
             self.assertIn(str(image), shorter.stderr)
             self.assertEqual(image.read_bytes(), content)
+
+    def test_closed_descriptors_and_stray_signals_harm_nothing(self):
+        with Service(*FAST) as service:
+            service.launcher = ("sh", "-c", 'exec 0<&- 1>&- 2>&-; exec "$@"', "sh")
+            pid = service.start().process.pid
+            for fd in range(3):
+                self.assertEqual(os.readlink(f"/proc/{pid}/fd/{fd}"), "/dev/null")
+            self.assertEqual((service.run_dir / "slot0/instance.lock").read_text(encoding="ascii"), f"{pid}\n")
+            wait_for(lambda: put(service, "brand", pattern(32, 1)) == 0, "a write")
+            service.process.send_signal(signal.SIGHUP)
+            unlimited = resource.prlimit(pid, resource.RLIMIT_FSIZE, (0, resource.RLIM_INFINITY))
+            self.assertNotEqual(put(service, "brand", pattern(32, 2)), 0)  # as on a full disk
+            resource.prlimit(pid, resource.RLIMIT_FSIZE, unlimited)
+            self.assertEqual(get(service, "brand"), (0, pattern(32, 1)))
+            service.end()
+
+    def test_a_start_in_a_folder_that_is_gone_is_refused_in_a_sentence(self):
+        with tempfile.TemporaryDirectory() as gone:
+            done = run("sh", "-c", 'cd $0 && rmdir $0 && exec "$@"', gone, BINARY, "--config", CONFIG, "--run-dir", "run", "--state-dir", "/tmp/unused")
+            os.mkdir(gone)
+        self.assertEqual((done.returncode, done.stderr.count("\n")), (2, 2))
+        self.assertRegex(done.stderr, "^asd: --run-dir: run .*working folder")
 
     def test_the_command_line_has_its_statuses(self):
         with Service() as service:
