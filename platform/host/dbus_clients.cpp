@@ -54,10 +54,15 @@ bool BusClients::add(ConnectionPtr connection, Kind kind, std::string *mistake) 
     Client client;
     client.connection = std::move(connection);
     client.kind = kind;
-    client.has_called = kind == Kind::kBus;
     client.name = ":1." + std::to_string(++last_name_);
     clients_.emplace(raw, std::move(client));
     return true;
+}
+
+void BusClients::announce() {
+    for (auto &[connection, client] : clients_) {
+        client.has_called = true;
+    }
 }
 
 BusClients::~BusClients() {
@@ -259,9 +264,13 @@ void BusClients::on_sent(GObject *connection, GAsyncResult *result, gpointer sel
 
 void BusClients::send_change(const Client &client, OBJ_HANDLE object, const PropertyNames &properties) const {
     GVariantBuilder values;
+    GVariantBuilder unsaid; // changed, but who wants to know the value must ask for it
     g_variant_builder_init(&values, G_VARIANT_TYPE_VARDICT);
+    g_variant_builder_init(&unsaid, G_VARIANT_TYPE_STRING_ARRAY);
     for (const std::string &name : properties) {
-        if (GVariant *value = objects_.property(object, name); value != nullptr) {
+        if (objects_.is_confidential(object, name)) {
+            g_variant_builder_add(&unsaid, "s", name.c_str());
+        } else if (GVariant *value = objects_.property(object, name); value != nullptr) {
             g_variant_builder_add(&values, "{sv}", name.c_str(), value);
         }
     }
@@ -271,7 +280,7 @@ void BusClients::send_change(const Client &client, OBJ_HANDLE object, const Prop
         g_dbus_message_set_sender(signal.get(), kServiceUniqueName); // a bus would put it there
     }
     g_dbus_message_set_body(signal.get(),
-                            g_variant_new("(sa{sv}as)", objects_.interface_of(object)->name, &values, nullptr));
+                            g_variant_new("(sa{sv}as)", objects_.interface_of(object)->name, &values, &unsaid));
     (void)g_dbus_connection_send_message(client.connection.get(), signal.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
                                          nullptr); // fails when the client has gone
 }

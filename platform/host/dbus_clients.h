@@ -34,9 +34,14 @@ public:
     [[nodiscard]] bool add(ConnectionPtr connection, Kind kind, std::string *mistake);
     [[nodiscard]] std::size_t count() const { return clients_.size(); }
 
-    // Tells every connection the properties' present values; a client of the private socket from its first call on,
-    // because those that take it for a bus end when anything comes before the answer to Hello. What changes while a
-    // client does not read is put together: nobody's memory fills up, and the client sees the last values.
+    // The service has its name on the shared bus: changes are told there from now on. The bus judges by the name who
+    // may hear them.
+    void announce();
+
+    // Tells every connection the properties' present values, of confidential ones that they have changed; a client of
+    // the private socket from its first call on, because those that take it for a bus end when anything comes before
+    // the answer to Hello. What changes while a client does not read is put together: nobody's memory fills up, and the
+    // client sees the last values.
     void changed(OBJ_HANDLE object, const PropertyNames &properties);
 
     // Sends what is on its way and closes, which count() tells.

@@ -158,6 +158,9 @@ void BusMember::take_name_answer(guint32 answer) {
     settled_ = true;
     told_ = Trouble::kNone;
     retry_.reset();
+    if (plan_.served) {
+        plan_.served();
+    }
     HOST_LOG(kLogInformation, "%s: served on the %s bus as %s", plan_.duty.c_str(), bus_word(), plan_.name.c_str());
 }
 

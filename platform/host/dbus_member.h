@@ -28,7 +28,8 @@ public:
         // Puts what is served on a new connection, and has ask_for_name called when that is done. False: *mistake says
         // why it cannot.
         std::function<bool(const ConnectionPtr &connection, std::string *mistake)> prepare;
-        bool needed_at_start = false; // the first attempt decides: settled() and mistake() tell how it went
+        std::function<void()> served = {}; // called whenever the name has been had
+        bool needed_at_start = false;      // the first attempt decides: settled() and mistake() tell how it went
     };
 
     explicit BusMember(Plan plan) : plan_(std::move(plan)) {}

@@ -150,7 +150,22 @@ GVariant *BusObjects::root_property(std::string_view name) const {
     return nullptr;
 }
 
-GVariant *BusObjects::chip_part_property(OBJ_HANDLE object, std::string_view name) const {
+bool BusObjects::has_confidential_value(OBJ_HANDLE object) const {
+    const std::string *name = platform_.objects.name_of(object);
+    const auto &items = platform_.enclosure.items;
+    const auto item = name == nullptr ? items.end() : std::ranges::find(items, *name, &ItemConfig::name);
+    return item != items.end() && item->confidential;
+}
+
+bool BusObjects::is_confidential(OBJ_HANDLE object, std::string_view property) const {
+    return property == "Value" && has_confidential_value(object);
+}
+
+// What the object store has no property for.
+GVariant *BusObjects::configured_property(OBJ_HANDLE object, std::string_view name) const {
+    if (name == "Confidential") {
+        return g_variant_new_byte(has_confidential_value(object) ? 1 : 0);
+    }
     const auto chip = platform_.chips.find(object);
     if (chip == platform_.chips.end()) {
         return nullptr;
@@ -166,7 +181,7 @@ GVariant *BusObjects::stored_property(OBJ_HANDLE object, std::string_view name) 
     if (platform_.objects.get(object, name, &value) != 0) {
         // An item with one chip has no second reference.
         return name.starts_with("AtomStorageDataDev") ? g_variant_new_object_path(kNoPath)
-                                                      : chip_part_property(object, name);
+                                                      : configured_property(object, name);
     }
     if (const auto *reference = std::get_if<ObjectRef>(&value)) {
         return g_variant_new_object_path(path_of(reference->handle).c_str());
@@ -193,6 +208,9 @@ GVariant *BusObjects::properties(OBJ_HANDLE object) const {
     GVariantBuilder values;
     g_variant_builder_init(&values, G_VARIANT_TYPE_VARDICT);
     for (GDBusPropertyInfo **info = interface_of(object)->properties; *info != nullptr; ++info) {
+        if (is_confidential(object, (*info)->name)) {
+            continue;
+        }
         if (GVariant *value = property(object, (*info)->name); value != nullptr) {
             g_variant_builder_add(&values, "{sv}", (*info)->name, value);
         }

@@ -47,8 +47,10 @@ public:
 
     // New floating values. A property's is null when the object has no such property.
     [[nodiscard]] GVariant *property(OBJ_HANDLE object, std::string_view name) const;
-    [[nodiscard]] GVariant *properties(OBJ_HANDLE object) const; // a{sv}
-    [[nodiscard]] GVariant *managed_objects() const;             // (a{oa{sa{sv}}})
+    // What may be shown unasked: a{sv} without confidential values, and the same of all objects, (a{oa{sa{sv}}}).
+    [[nodiscard]] GVariant *properties(OBJ_HANDLE object) const;
+    [[nodiscard]] GVariant *managed_objects() const;
+    [[nodiscard]] bool is_confidential(OBJ_HANDLE object, std::string_view property) const;
     [[nodiscard]] bool set_property(OBJ_HANDLE object, std::string_view name,
                                     GVariant *value) const; // false: read only
 
@@ -58,7 +60,8 @@ private:
     [[nodiscard]] GDBusInterfaceInfo *load(const char *xml, const char *interface);
     [[nodiscard]] GVariant *root_property(std::string_view name) const;
     [[nodiscard]] GVariant *stored_property(OBJ_HANDLE object, std::string_view name) const;
-    [[nodiscard]] GVariant *chip_part_property(OBJ_HANDLE object, std::string_view name) const;
+    [[nodiscard]] GVariant *configured_property(OBJ_HANDLE object, std::string_view name) const;
+    [[nodiscard]] bool has_confidential_value(OBJ_HANDLE object) const;
     [[nodiscard]] std::optional<std::size_t> class_index(OBJ_HANDLE object) const;
 
     Host &platform_;

@@ -77,6 +77,7 @@ struct BusDoors {
                 .name = bus_name(options.slot),
                 .duty = "methods and properties",
                 .prepare = put_objects,
+                .served = [&owner] { owner.clients.announce(); },
                 .needed_at_start = true};
     }
     [[nodiscard]] bool gone() const {

@@ -34,6 +34,7 @@ constexpr std::size_t kLargestFile = 1 << 20; // of the configuration; a full en
 constexpr NumberRange kByte = {.least = 0, .most = 255, .why = ""};
 constexpr std::array<std::string_view, 3> kRoles = {"auto", "master", "slave"};
 constexpr std::array<std::string_view, 2> kFirstValues = {"none", "erased"};
+constexpr std::array<std::string_view, 4> kKeyItems = {"ASD5", "ASD7", "ASD1000", "ASD1001"}; // electronic keys
 constexpr std::array<std::string_view, 2> kPartKinds = {"image", "device"};
 constexpr std::array<std::string_view, 2> kChipKeys = {"AtomStorageDataDev0", "AtomStorageDataDev1"};
 // What the service itself keeps in the state folder and in a slot's.
@@ -228,6 +229,7 @@ ItemConfig read_item(const JsonNode &node, JsonMistakes &mistakes, std::vector<W
     item.online = section.flag("Online", true) ? 1 : 0;
     item.need_sync = section.flag("NeedSync", false);
     item.erased_value = section.choice("Value", kFirstValues, 0) == 1;
+    item.confidential = section.flag("Confidential", std::ranges::find(kKeyItems, item.name) != kKeyItems.end());
     item.chips.push_back(section.text(kChipKeys[0], kRequired));
     if (std::string second = section.text(kChipKeys[1], kOptional); node.find(kChipKeys[1]) != nullptr) {
         item.chips.push_back(std::move(second));

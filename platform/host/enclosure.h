@@ -79,6 +79,7 @@ struct ItemConfig {
     std::uint8_t online = 1;
     bool need_sync = false;
     bool erased_value = false;      // Value before the first load: Length bytes 0xFF; else none
+    bool confidential = false;      // Value leaves the service only when it is asked for by name
     std::vector<std::string> chips; // one, or two for a mirrored item
 };
 

@@ -202,6 +202,9 @@ class Transfers(Case):
                 said = self.json("ekey", "get", place, self.folder / place)
                 self.assertEqual((said["item"], said["length"]), (item, 1024))
                 self.assertEqual((self.folder / place).read_bytes(), key)
+                for words in (("show", item), ("--json", "show", item), ("--json", "list")):
+                    self.assertNotIn(key[:8].hex(), self.ctl(*words).decode().replace(" ", ""))
+                self.assertEqual(self.json("get", item)["value"], key.hex())
         self.assertEqual((self.folder / "power1").stat().st_mode & 0o77, 0)
         self.service.gdbus(item_path("ASD7"), f"{ITEM}.UpdateMemProperty", "[byte 1]")
         self.assertEqual(self.ctl("ekey", "get", "--chip", "leftear", "-"), pattern(1024, 1))

@@ -71,11 +71,16 @@ def asdctl(run_dir, *words, data=b""):
 class BusDaemon:
     """A "session" or "system" bus of the test's own: what this process starts takes it for the real one."""
 
-    def __init__(self, kind, running=True):
+    def __init__(self, kind, running=True, policies=None):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="asd-bus-", dir="/tmp"))
         self.address = f"unix:path={self.folder}/bus"
         self._environment = mock.patch.dict(os.environ, {f"DBUS_{kind.upper()}_BUS_ADDRESS": self.address})
-        self._running, self._daemon = running, None
+        self._running, self._daemon, self._how = running, None, "--session"
+        if policies:  # it is open to every user of the machine then, and they decide
+            self.folder.chmod(0o755)
+            (self.folder / "bus.conf").write_text(f"<busconfig><listen>{self.address}</listen><auth>EXTERNAL</auth>{policies}"
+                                                  "</busconfig>", encoding="utf-8")
+            self._how = f"--config-file={self.folder}/bus.conf"
 
     def __enter__(self):
         self._environment.start()
@@ -84,7 +89,7 @@ class BusDaemon:
         return self
 
     def start(self):
-        self._daemon = subprocess.Popen(["dbus-daemon", "--session", f"--address={self.address}", "--nofork"],
+        self._daemon = subprocess.Popen(["dbus-daemon", self._how, f"--address={self.address}", "--nofork"],
                                         stderr=subprocess.DEVNULL)
         wait_for((self.folder / "bus").exists, "the bus")
 

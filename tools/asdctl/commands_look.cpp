@@ -258,8 +258,14 @@ Json item_json(const Item &item) {
     for (const Chip &chip : item.chips) {
         chips.push_back(chip_json(chip));
     }
-    return {{"name", item.name},   {"number", item.num},          {"length", item.length}, {"online", item.online},
-            {"ready", item.ready}, {"need_sync", item.need_sync}, {"chips", chips}};
+    return {{"name", item.name},
+            {"number", item.num},
+            {"length", item.length},
+            {"online", item.online},
+            {"ready", item.ready},
+            {"need_sync", item.need_sync},
+            {"confidential", item.confidential},
+            {"chips", chips}};
 }
 
 // On a narrow screen the number of chips stands for their names.
@@ -365,6 +371,9 @@ std::string item_text(const Screen &screen, const Item &item) {
     std::string text = painted(screen, Tone::kStrong, item.name) + "\n" + facts.text(screen);
     text += chips_table(screen, item);
     text += "\n" + std::string(kIndent, ' ') + painted(screen, Tone::kQuiet, "Value in memory") + "\n";
+    if (item.confidential) {
+        return text + std::string(kIndent, ' ') + "confidential; 'asdctl get " + item.name + "' shows it\n";
+    }
     return text + (item.value.empty() ? std::string(kIndent, ' ') + "none\n" : hex_dump(screen, item.value, kIndent));
 }
 
@@ -373,8 +382,8 @@ int run_show(const Context &context, const std::string &name) {
     const Item &item = snapshot.item(name);
     if (context.json) {
         Json json = item_json(item);
-        json["value"] = to_hex(item.value);
-        json["text"] = to_text(item.value);
+        json["value"] = item.confidential ? Json(nullptr) : Json(to_hex(item.value));
+        json["text"] = item.confidential ? Json(nullptr) : Json(to_text(item.value));
         print(json);
         return kDone;
     }

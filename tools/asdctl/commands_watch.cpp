@@ -68,6 +68,9 @@ std::string time_text() {
 }
 
 std::string value_text(const Change &change) {
+    if (change.value.is_null()) {
+        return "confidential";
+    }
     if (change.property != "Value") {
         return change.value.is_string() ? change.value.get<std::string>() : change.value.dump();
     }

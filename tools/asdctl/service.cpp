@@ -242,6 +242,7 @@ Item item_of(const std::string &name, const Properties &properties) {
     item.online = properties.flag("Online");
     item.ready = properties.flag("Ready");
     item.need_sync = properties.flag("NeedSync");
+    item.confidential = properties.flag("Confidential");
     for (const char *reference : {"AtomStorageDataDev0", "AtomStorageDataDev1"}) {
         Chip chip;
         chip.name = properties.reference(reference);
@@ -331,12 +332,17 @@ void take_signal(GDBusConnection * /*connection*/, const gchar * /*sender*/, con
     const std::string_view whole = path;
     const std::string object(whole.substr(whole.rfind('/') + 1));
     GVariantIter *all = nullptr;
-    g_variant_get(parameters, "(sa{sv}as)", nullptr, &all, nullptr);
+    GVariantIter *unsaid = nullptr;
+    g_variant_get(parameters, "(sa{sv}as)", nullptr, &all, &unsaid);
     const gchar *name = nullptr;
     for (GVariant *value = nullptr; g_variant_iter_loop(all, "{&sv}", &name, &value) != 0;) {
         static_cast<std::vector<Change> *>(changes)->push_back(
             {.object = object, .property = name, .value = json_of(value)});
     }
+    while (g_variant_iter_loop(unsaid, "&s", &name) != 0) {
+        static_cast<std::vector<Change> *>(changes)->push_back({.object = object, .property = name, .value = nullptr});
+    }
+    g_variant_iter_free(unsaid);
     g_variant_iter_free(all);
 }
 

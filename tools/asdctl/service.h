@@ -39,6 +39,7 @@ struct Item {
     bool online = false;
     bool ready = false;
     bool need_sync = false;
+    bool confidential = false; // its value is not in a snapshot
     std::vector<Chip> chips; // one, or two of a mirrored item
     Bytes value;             // the copy in memory
 };
@@ -73,7 +74,7 @@ struct Snapshot {
 struct Change {
     std::string object; // the item, the chip, "Board", or "Storage1" for the service itself
     std::string property;
-    Json value; // bytes as hexadecimal
+    Json value; // bytes as hexadecimal; null: the service tells only who asks for it
 };
 
 // Every operation throws Failure when the service refuses it or does not answer within 30 seconds.
