@@ -234,6 +234,7 @@ void asd_master_eepromroutine(void) {
 static constexpr const gchar *kCcdbItem = "ASD_CCDB";
 
 static std::array<guint8, kCcdbSize> g_ccdbSetData; // guarded by g_ccdbSetEnLock
+static bool g_ccdbKnown = false;                    // as above; false: nobody has read or set the block
 static std::atomic<guint8> g_ccdbSetEn{0};          // as above
 
 gulong AsdGetGCcdbSetEnLock(void) {
@@ -248,8 +249,18 @@ guint8 *AsdGetGCcdbSetData(void) {
     return g_ccdbSetData.data();
 }
 
+bool ccdb_is_pending(const guint8 *block) {
+    return g_ccdbKnown && std::memcmp(block, g_ccdbSetData.data(), kCcdbSize) == 0;
+}
+
+gint32 ccdb_make_pending(const guint8 *block) {
+    const gint32 ret = memcpy_s(g_ccdbSetData.data(), kCcdbSize, block, kCcdbSize);
+    g_ccdbKnown = ret == 0; // a failed copy leaves zeros
+    return ret;
+}
+
 void AsdSetGCcdbSetData(const guint8 *data) {
-    if (const gint32 ret = memcpy_s(g_ccdbSetData.data(), kCcdbSize, data, kCcdbSize); ret != 0) {
+    if (const gint32 ret = ccdb_make_pending(data); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ccdb failed, result = %d.", ret);
     }
 }
@@ -275,6 +286,11 @@ gint32 update_ccdb_data_of_ram(gconstpointer Data) {
 }
 
 void AsdWriteCcdbDataToEeprom(void) {
+    // It could not be read on becoming master; the chips may be good, so that zeros must not take its place.
+    if (!g_ccdbKnown && (AsdReadCcdbDataFromRam() != 0 || !g_ccdbKnown)) {
+        ASD_LOG_MAINTENANCE(0, "Set ccdb unsucessful.");
+        return;
+    }
     OBJ_HANDLE item = 0;
     if (const gint32 ret = dfl_get_object_handle(kCcdbItem, &item); ret != 0) {
         ASD_LOG_ERROR("Get ASD_CCDB handle failed(%d).", ret);
@@ -303,11 +319,12 @@ gint32 AsdReadCcdbDataFromRam(void) {
     }
     std::array<guint8, kCcdbSize> data{};
     gsize value_size = 0;
-    if (asd_get_value(kCcdbItem, kCcdbSize, data.data(), &value_size) != 0) {
+    // An item that is not online gives zeros and no size: they are nobody's block.
+    if (asd_get_value(kCcdbItem, kCcdbSize, data.data(), &value_size) != 0 || value_size == 0) {
         ASD_LOG_ERROR("Get CCDB data failed");
         return kStatusFailed;
     }
-    if (const gint32 ret = memcpy_s(g_ccdbSetData.data(), kCcdbSize, data.data(), data.size()); ret != 0) {
+    if (const gint32 ret = ccdb_make_pending(data.data()); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ccdb data failed, result = %d.", ret);
     }
     return kStatusOk;
@@ -367,8 +384,11 @@ void ASD_ROUTINE_SYS_CCDB_Task(void * /*data*/) {
 // ---- Node view ----
 
 static std::array<guint8, kNodeViewSize> g_nodeviewSetData; // guarded by g_setNodeviewLock
-// 1 when g_nodeviewSetData is what the chips hold. Atomic: the role monitor clears it without the lock.
-static std::atomic<guint8> g_nodeviewSetFlag{0};
+// Counts how often the last one was declared out of date. Atomic: the role monitor does it without the lock.
+static std::atomic<guint32> g_nodeviewEra{1};
+// The era in which g_nodeviewSetData was written. Equal to the present one: it is what the chips hold. A set that began
+// in an earlier era so never makes its view the known one.
+static std::atomic<guint32> g_nodeviewSetEra{0};
 
 gint32 AsdSetGNodeviewLockMutex(void) {
     return vos_thread_sem4_p(g_setNodeviewLock, 10000);
@@ -379,12 +399,17 @@ void AsdSetGNodeviewunLockMutex(void) {
 }
 
 void AsdSetNodeviewFlag(guint8 value) {
-    g_nodeviewSetFlag = value;
+    if (value == 1) {
+        g_nodeviewSetEra = g_nodeviewEra.load();
+        return;
+    }
+    ++g_nodeviewEra;
 }
 
 // Writes a view that differs from the last one, with the lock held. 0 or -1.
 static gint32 nodeview_update(OBJ_HANDLE item, const guint8 *data, guint32 size) {
-    if (g_nodeviewSetFlag == 1 && std::memcmp(g_nodeviewSetData.data(), data, size) == 0) {
+    const guint32 era = g_nodeviewEra;
+    if (g_nodeviewSetEra == era && std::memcmp(g_nodeviewSetData.data(), data, size) == 0) {
         ASD_LOG_INFO("The nodeview data is the same, no need update.");
         return kStatusOk;
     }
@@ -401,7 +426,7 @@ static gint32 nodeview_update(OBJ_HANDLE item, const guint8 *data, guint32 size)
         ASD_LOG_ERROR("Error: copy nodeView failed(%d).", ret);
         return kStatusFailed;
     }
-    g_nodeviewSetFlag = 1;
+    g_nodeviewSetEra = era;
     ASD_LOG_INFO("Set node view succeed.");
     return kStatusOk;
 }
@@ -462,6 +487,10 @@ static gint32 sync_send(UINT8 slot, const ASD_EEPROM_STATE_SYNC_S &message, guin
 
 void ASD_EEprom_Sync(const UINT8 *Data, UINT8 NumId, UINT32 Len) {
     static RateLimit limit(600000, 2);
+    if (Len > kSyncDataMax) {
+        ASD_LOG_ERROR("Error: copy asd sync data failed, result = %d.", kStatusFailed);
+        return;
+    }
     UINT8 local_slot = 0xFF;
     (void)BSP_GetBoardSlot(&local_slot); // unknown: every slot is a peer
     for (UINT8 slot = 0; slot < kSlots; ++slot) {

@@ -30,6 +30,13 @@ struct ASD_SYNC_EEPROM_INFO_S {
     void (*syncFun)(const guint8 *data, guint32 len);
 };
 
+// ---- Customer block: what is pending ----
+// The pending block is unknown until it has been read or set, and again after a copy into it failed. Both with the lock
+// held.
+
+[[nodiscard]] bool ccdb_is_pending(const guint8 *block);     // 128 bytes; an unknown block equals nothing
+[[nodiscard]] gint32 ccdb_make_pending(const guint8 *block); // 128 bytes; 0, or the copy's failure: then it is unknown
+
 extern "C" {
 
 // ---- Start ----
@@ -52,8 +59,12 @@ void ASD_EEprom_MasterWriteCcdb(void); // requested and standby writes of the cu
 // ---- Customer block: the pending copy, its request and its lock ----
 
 gint32 update_ccdb_data_of_ram(gconstpointer Data); // publishes 128 bytes as Value
-void AsdWriteCcdbDataToEeprom(void);                // writes the pending block; with the lock held
-gint32 AsdReadCcdbDataFromRam(void);                // fills the pending block from Value: 0 or -1; with the lock held
+// Writes the pending block; with the lock held. An unknown one is read from Value first, and not written when that
+// fails.
+void AsdWriteCcdbDataToEeprom(void);
+// Fills the pending block from Value; with the lock held. 0; or -1 with the block as it was, also while the item is not
+// online.
+gint32 AsdReadCcdbDataFromRam(void);
 
 gulong AsdGetGCcdbSetEnLock(void);
 void AsdSetGCcdbSetEnLock(gulong lock);
@@ -67,12 +78,14 @@ void AsdSetGCcdbSetEn(guint8 value);
 gint32 AsdSetNodevie2E2prom(OBJ_HANDLE objHandle, const guint8 *srcData, gint32 lenth); // 0 or -1
 gint32 AsdSetGNodeviewLockMutex(void); // waits at most 10000 ms: 0 when obtained
 void AsdSetGNodeviewunLockMutex(void);
-void AsdSetNodeviewFlag(guint8 value); // 0: the next set writes whatever its data; takes no lock
+// 0: the next set writes whatever its data, also after a set that is under way meanwhile; takes no lock.
+void AsdSetNodeviewFlag(guint8 value);
 
 // ---- Push ----
 
 gint32 ASD_SyncEEpromToSlaveForeach(OBJ_HANDLE object_handle, gpointer callback_data); // 0 always
-void ASD_EEprom_Sync(const UINT8 *Data, UINT8 NumId, UINT32 Len); // one item to every peer; Len at most 128
+// One item to every peer; a Len above 128 is logged, and nothing is sent.
+void ASD_EEprom_Sync(const UINT8 *Data, UINT8 NumId, UINT32 Len);
 
 // Hands received bytes to the receiver of the item, if it has one.
 void asd_update_local_data(OBJ_HANDLE objHandle, const UINT8 *data, UINT32 len);

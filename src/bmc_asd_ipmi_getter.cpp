@@ -391,7 +391,7 @@ gint32 ipmi_cmd_get_ekey(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
 
 // Reads the chip into g_ekey_buffer. 0x00 or the code to answer.
 static guint8 ekey_buffer_refill(OBJ_HANDLE item, guint32 length) {
-    const HeldLock lock = HeldLock::take(g_ekey_buffer_lock, 2000);
+    HeldLock lock = HeldLock::take(g_ekey_buffer_lock, 2000);
     if (lock.result() != 0) {
         ASD_LOG_ERROR("[Get_Ekey] Lock g_ekey_buffer_lock failed!");
         return kNoResponse;
@@ -402,6 +402,7 @@ static guint8 ekey_buffer_refill(OBJ_HANDLE item, guint32 length) {
     g_ekey_buffer.load(0, key);
     const gint32 ret = asd_read_equip(item, key.data(), length);
     g_ekey_buffer.store(0, key);
+    lock.release(); // a log that is slow to take the line must not keep the other keys waiting
     if (ret != 0) {
         ASD_LOG_ERROR("Call asd_read failed! result: %d.", ret);
         return kNoResponse;

@@ -795,11 +795,11 @@ gint32 ipmi_cmd_set_ccdb(const IPMI_MSG_S *req_msg, gconstpointer /*user_data*/)
     }
     // Kept: an immediate set of an unchanged block requests nothing; the block is on its way already.
     const guint8 *block = request + kHeadSize;
-    if (std::memcmp(block, AsdGetGCcdbSetData(), kCcdbSize) != 0) {
-        if (memcpy_s(AsdGetGCcdbSetData(), kCcdbSize, block, kCcdbSize) != 0) {
-            ASD_LOG_INFO("Error: copy ccdb data failed.");
+    if (!ccdb_is_pending(block)) {
+        if (ccdb_make_pending(block) != 0) {
+            ASD_LOG_INFO("Error: copy ccdb data failed."); // the write then takes the block from what is published here
         }
-        (void)update_ccdb_data_of_ram(AsdGetGCcdbSetData()); // logged there; the block is pending all the same
+        (void)update_ccdb_data_of_ram(block); // logged there; the block is pending all the same
         if (request[kByteSdrType] == kCcdbImmediate) {
             AsdSetGCcdbSetEn(1);
             ASD_LOG_INFO("set ccdb data immediately");

@@ -24,6 +24,15 @@ Bytes pending() {
     return {AsdGetGCcdbSetData(), AsdGetGCcdbSetData() + 128};
 }
 
+// As from the start: nobody has read or set it.
+const Arrange kForgotten = [] {
+    fault("memcpy_s")();
+    AsdSetGCcdbSetData(kPendingBlock.data());
+    fake::lift_faults();
+    fake::clear_journal();
+};
+const std::string kOffline = "M1 bmc_asd_update_property.cpp: ASD_CCDB not online!";
+
 TEST_F(CcdbTest, Gets) {
     const std::string begin = "2 getting ccdb data starts";
     // clang-format off
@@ -53,6 +62,8 @@ TEST_F(CcdbTest, Sets) {
         {"within a day, on a slave", on_slave, set_request(0x32), {0x00}, {begin, later}, lock, {60, 60, 0}},
         {"the same, at once", kAsBuilt, set_request(0x2C, kPendingBlock), {0x00}, {begin}, lock, unchanged},
         {"the last byte differs", kAsBuilt, set_request(0x32, joined(part_of(kPendingBlock, 0, 127), {0})), {0x00}, {begin, later}, lock, {30, 30, 0}},
+        {"zeros when none is known", kForgotten, set_request(0x2C, Bytes(128, 0)), {0x00}, {begin, now}, lock, {0, 0, 1}},
+        {"not copied, but published", fault("memcpy_s", "", 9, 1), set_request(0x2C), {0x00}, {begin, "1 Error: copy ccdb data failed.", now}, lock, {0, 60, 1}},
         {"no request data", kAsBuilt, {}, {0xCC}, {begin, "0 get ipmi src data failed!"}, "", unchanged},
         {"locked", locked("CcdbSetEn"), set_request(0x2C), {0xCE}, {begin, "0 Set ccdb get lock failed(ret=-3006)"}, lock, unchanged},
         {"unknown", kUnknown, set_request(0x2C), {0x00},
@@ -73,6 +84,7 @@ TEST_F(CcdbTest, PendingBlock) {
         {"Ready unreadable", unreadable("ASD_CCDB.Ready"), -1, "", {"0 Get CCDB data ready signal failed"}, kPendingBlock},
         {"not ready", byte_set("ASD_CCDB", "Ready", 0), -1, "", {"1 CCDB data is not ready"}, kPendingBlock},
         {"Value unreadable", unreadable("ASD_CCDB.Value"), -1, "", {"0 Get ASD_CCDB value failed! ret: 7.", "0 Get CCDB data failed"}, kPendingBlock},
+        {"not online", byte_set("ASD_CCDB", "Online", 0), -1, "", {kOffline, "0 Get CCDB data failed"}, kPendingBlock},
     }, pending);
     // clang-format on
 }
@@ -88,10 +100,15 @@ TEST_F(CcdbTest, WritesOfThePendingBlock) {
     const auto left = [] { return joined(fake::chip_bytes("ASD_CCDBb", 64, 130), fake::value("ASD_CCDB")); };
     const Bytes value = pattern(128, 5); // as published by the set
     const Bytes before = joined(Bytes(130, 0xFF), value);
+    const auto none_known = [](const char *property) { return both(kForgotten, byte_set("ASD_CCDB", property, 0)); };
     // clang-format off
     run_operation(write, build_ccdb, {"dfl_block_write", "vos_thread_sem4_p"}, {
         {"written", kAsBuilt, 0, kWritten, {kCcdbWritten}, joined(fake::record(kPendingBlock), value)},
         {"chips dead", kDeadWrites, 0, kBlocks, kBothDead, before},
+        {"none known, not loaded", none_known("Ready"), 0, "", {"1 CCDB data is not ready", kFailure}, before},
+        {"none known, not online", none_known("Online"), 0, "", {kOffline, "0 Get CCDB data failed", kFailure}, before},
+        {"none known, loaded by now", kForgotten, 0, kWritten, {kCcdbWritten}, joined(fake::record(value), value)},
+        {"none known, not copied again", both(kForgotten, fault("memcpy_s", "", 9, 2)), 0, "", {"0 Error: copy asd ccdb data failed, result = 9.", kFailure}, before},
         {"unknown, tried all the same", kUnknown, 0, "", {"0 Get ASD_CCDB handle failed(7).",
          "0 Get PROPERTY_ASD_DEVCOUNT property failed! result: -3001.", "0 asd_write_check: (null) Get eeprom count failed! ret: -1.",
          "0 asd_write_check: (null) Get dev failed! ret: -3001.", kFailure}, before},

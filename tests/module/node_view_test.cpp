@@ -74,6 +74,12 @@ TEST_F(NodeViewTest, OnlyAChangeIsWritten) {
         play(asd_master_check_task, {{0, role_set(BOARD_MASTER)}, {1000, role_set(BOARD_SLAVE)}}, 2000);
         fake::clear_journal();
     };
+    const auto role_lost_in_between = [] { // while the first chip is tried again
+        number_set("ViewA", "RetryNumber", 2)();
+        fault("dfl_block_write", "ViewA", 5, 1)();
+        fake::world().on_delay = [] { AsdSetNodeviewFlag(0); };
+    };
+    const auto over = [] { fake::world().on_delay = {}; };
     const std::string failed = "0 Set nodeView to eeprom failed(-1006).";
     // clang-format off
     const std::vector<Step> steps = {
@@ -84,6 +90,8 @@ TEST_F(NodeViewTest, OnlyAChangeIsWritten) {
         {"another", kAsBuilt, other, 0x00, 4, kDone},
         {"and back", kAsBuilt, kView, 0x00, 4, kDone},
         {"after a time as slave", as_slave, kView, 0x00, 4, kDone},
+        {"another while the role is lost", role_lost_in_between, other, 0x00, 5, kDone},
+        {"is not the known one", over, other, 0x00, 4, kDone},
         {"not remembered", both([] { AsdSetNodeviewFlag(0); }, fault("memcpy_s", "", 9, 6)), kView, 0xCE, 4, "0 Error: copy nodeView failed(9)."},
         {"hence written again", fake::lift_faults, kView, 0x00, 4, kDone},
     };

@@ -136,6 +136,10 @@ TEST_F(SyncSendTest, Answers) {
             {"not sent", fault("ipmi_send_request", "2"), 0, three, failed("7")},
         }, kNothingLeft, 1);
         // clang-format on
+        fake::clear_journal();
+        ASD_EEprom_Sync(pattern(250).data(), 42, 250); // more than a message holds
+        EXPECT_EQ(fake::journal({"ipmi_send_request"}), Texts{});
+        EXPECT_EQ(fake::logs(), Texts{"0 Error: copy asd sync data failed, result = -1."});
     };
     IN_FRESH_PROCESS(body);
 }

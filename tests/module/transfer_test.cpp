@@ -88,6 +88,11 @@ TEST_F(TransferTest, KeyReadsFromTheChip) {
     }, 1);
     // clang-format on
     EXPECT_TRUE(fake::logged("2 user data is ASD5")); // by the last row
+    kDeadReads();
+    fake::clear_journal();
+    (void)fake::call(ipmi_cmd_get_ekey_ep, "ASD5", frame(5, 1));
+    const Texts lines = fake::timeline({"vos_thread_sem4_v"});
+    EXPECT_TRUE(lines.back().ends_with("0 Call asd_read failed! result: 5.")) << "logged without the lock";
 }
 
 TEST_F(TransferTest, KeyWrites) {
