@@ -4,9 +4,11 @@
 #include "atomic_file.h"
 
 #include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
+#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -108,12 +110,17 @@ int replace_file(const std::filesystem::path &file, std::span<const std::uint8_t
     return sync_folder_of(file);
 }
 
+bool has_leftover_temporary(const std::filesystem::path &file) {
+    std::error_code unknown; // then it is left where it is
+    return std::filesystem::is_regular_file(temporary_of(file), unknown);
+}
+
 void remove_leftover_temporary(const std::filesystem::path &file) {
     (void)::unlink(temporary_of(file).c_str()); // usually there is none
 }
 
-std::optional<std::vector<std::uint8_t>> read_file(const std::filesystem::path &file, int *error) {
-    const Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+std::optional<std::vector<std::uint8_t>> read_file(const std::filesystem::path &file, int *error, std::size_t limit) {
+    const Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat facts = {};
     if (!fd || ::fstat(fd.get(), &facts) != 0) {
         *error = errno;
@@ -123,12 +130,29 @@ std::optional<std::vector<std::uint8_t>> read_file(const std::filesystem::path &
         *error = S_ISDIR(facts.st_mode) ? EISDIR : EINVAL;
         return std::nullopt;
     }
+    if (static_cast<std::uint64_t>(facts.st_size) > limit) {
+        *error = EFBIG;
+        return std::nullopt;
+    }
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(facts.st_size));
     *error = pread_all(fd.get(), bytes, 0);
     if (*error != 0) {
         return std::nullopt;
     }
     return bytes;
+}
+
+const char *read_failure(int error) {
+    switch (error) {
+    case EISDIR:
+        return "it is a folder";
+    case EINVAL:
+        return "it is no plain file";
+    case EFBIG:
+        return "it is too large";
+    default:
+        return g_strerror(error);
+    }
 }
 
 int remove_file(const std::filesystem::path &file) {

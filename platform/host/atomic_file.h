@@ -4,6 +4,7 @@
 
 // Files that are replaced whole or not at all, and descriptors that close themselves.
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -40,11 +41,18 @@ private:
 // gone after a power cut. One caller a file at a time.
 [[nodiscard]] int replace_file(const std::filesystem::path &file, std::span<const std::uint8_t> bytes, unsigned mode);
 
+// A crash within replace_file left its temporary file.
+[[nodiscard]] bool has_leftover_temporary(const std::filesystem::path &file);
 // Removes the temporary file that a crash within replace_file left. The caller keeps others from replacing the file.
 void remove_leftover_temporary(const std::filesystem::path &file);
 
-// The whole file; *error is 0 or an errno value (ENOENT when it does not exist).
-[[nodiscard]] std::optional<std::vector<std::uint8_t>> read_file(const std::filesystem::path &file, int *error);
+// The whole file, unless it is no plain one or longer than limit: neither blocks nor fills the memory. *error is 0 or
+// an errno value: ENOENT when it does not exist, EISDIR or EINVAL when it is no plain file, EFBIG when it is too long.
+inline constexpr std::size_t kReadLimit = 2U << 20U; // more than any small file of ours
+[[nodiscard]] std::optional<std::vector<std::uint8_t>> read_file(const std::filesystem::path &file, int *error,
+                                                                 std::size_t limit = kReadLimit);
+// Such an error in words.
+[[nodiscard]] const char *read_failure(int error);
 
 // Removes the file and syncs its folder; a missing file is no error. 0 or an errno value.
 [[nodiscard]] int remove_file(const std::filesystem::path &file);

@@ -153,6 +153,9 @@ std::uint32_t BoardState::cpld_register(std::uint32_t reg) const {
 }
 
 gint32 BoardState::set_cpld_register(std::uint32_t reg, std::uint32_t value) {
+    if (reg >= kCpldRegisters) {
+        return kBadArgument; // each one written stays in the state file for good
+    }
     std::array<std::uint8_t, 4> bytes = {};
     for (std::uint8_t &byte : bytes) {
         byte = static_cast<std::uint8_t>(value & 0xFFU);

@@ -38,8 +38,10 @@ public:
 
     // A register of the CPLD; 0 for one never written.
     [[nodiscard]] std::uint32_t cpld_register(std::uint32_t reg) const;
-    [[nodiscard]] gint32 set_cpld_register(std::uint32_t reg, std::uint32_t value); // 0 or kStorageFailed
-    // The register's other bits stay; for bits 0 to 31. 0 or kStorageFailed.
+    static constexpr std::uint32_t kCpldRegisters = 0x1000; // registers 0 to 0xFFF
+    // 0, kStorageFailed, or kBadArgument for a register that the CPLD does not have.
+    [[nodiscard]] gint32 set_cpld_register(std::uint32_t reg, std::uint32_t value);
+    // The register's other bits stay; for bits 0 to 31. The statuses of set_cpld_register.
     [[nodiscard]] gint32 set_cpld_bit(std::uint32_t reg, std::uint32_t bit, bool value);
     // A byte of the CPLD's RAM; 0 for one never written.
     [[nodiscard]] std::uint8_t cpld_ram_byte(std::uint32_t address) const;

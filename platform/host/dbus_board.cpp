@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
 #include <string>
 
 namespace asd_host {
@@ -112,10 +113,6 @@ CallResult one_byte(std::uint8_t value) {
     return {.outputs = {value}, .error = nullptr, .message = {}};
 }
 
-CallResult bit_out_of_range(std::uint32_t bit) {
-    return refusal(kErrorArguments, "bit " + std::to_string(bit) + ": a register has bits 0 to 31");
-}
-
 CallResult get_flash(const BoardState &board, std::uint32_t parameter) {
     const auto bytes = board.flash.get(parameter);
     if (!bytes) {
@@ -124,13 +121,25 @@ CallResult get_flash(const BoardState &board, std::uint32_t parameter) {
     return {.outputs = {*bytes}, .error = nullptr, .message = {}};
 }
 
+// A bit of a register that the CPLD has, else a refusal.
+std::optional<CallResult> no_such_bit(std::uint32_t reg, std::uint32_t bit) {
+    if (reg >= BoardState::kCpldRegisters) {
+        return refusal(kErrorArguments, "register " + std::to_string(reg) + ": the CPLD has registers 0 to " +
+                                            std::to_string(BoardState::kCpldRegisters - 1));
+    }
+    if (bit >= kRegisterBits) {
+        return refusal(kErrorArguments, "bit " + std::to_string(bit) + ": a register has bits 0 to 31");
+    }
+    return std::nullopt;
+}
+
 std::function<CallResult()> call_get_cpld_bit(Host &platform, GVariant *arguments) {
     std::uint32_t reg = 0;
     std::uint32_t bit = 0;
     g_variant_get(arguments, "(uu)", &reg, &bit);
     return [&board = platform.board, reg, bit] {
-        return bit < kRegisterBits ? one_byte(static_cast<std::uint8_t>(board.cpld_register(reg) >> bit & 1U))
-                                   : bit_out_of_range(bit);
+        const auto refused = no_such_bit(reg, bit);
+        return refused ? *refused : one_byte(static_cast<std::uint8_t>(board.cpld_register(reg) >> bit & 1U));
     };
 }
 
@@ -140,8 +149,8 @@ std::function<CallResult()> call_set_cpld_bit(Host &platform, GVariant *argument
     std::uint8_t value = 0;
     g_variant_get(arguments, "(uuy)", &reg, &bit, &value);
     return [&board = platform.board, reg, bit, value] {
-        if (bit >= kRegisterBits) {
-            return bit_out_of_range(bit);
+        if (const auto refused = no_such_bit(reg, bit)) {
+            return *refused;
         }
         return value > 1 ? refusal(kErrorArguments, "a bit is 0 or 1") : done(board.set_cpld_bit(reg, bit, value == 1));
     };

@@ -22,6 +22,7 @@ constexpr std::string_view kMagic = "ASDINTNT";
 constexpr std::uint32_t kVersion = 1;
 constexpr unsigned kFileMode = 0600;
 constexpr mode_t kFolderMode = 0700;
+constexpr std::size_t kFrame = 32; // bytes of an intent beside the name and the two times data
 
 // A part's name is free text; as a file name it must stay in its folder and be no other part's.
 std::string file_name_of(const std::string &part) {
@@ -80,30 +81,45 @@ std::optional<Intent> decode_intent(std::span<const std::uint8_t> file) {
                   {new_bytes->begin(), new_bytes->end()}};
 }
 
-IntentFile::IntentFile(const std::filesystem::path &folder, const std::string &part)
-    : file_(folder / file_name_of(part)) {}
+IntentFile::IntentFile(const std::filesystem::path &folder, const std::string &part, std::uint32_t part_size)
+    : file_(folder / file_name_of(part)), limit_(std::size_t{2} * part_size + part.size() + kFrame) {}
 
 bool IntentFile::exists() const {
-    return ::access(file_.c_str(), F_OK) == 0;
+    struct stat facts = {};
+    return ::lstat(file_.c_str(), &facts) == 0 && (!refused_ || S_ISREG(facts.st_mode));
+}
+
+bool IntentFile::leftover() const {
+    return has_leftover_temporary(file_);
 }
 
 std::optional<Intent> IntentFile::load() {
     remove_leftover_temporary(file_);
     int error = 0;
-    const auto bytes = read_file(file_, &error);
-    if (error == ENOENT) {
-        return std::nullopt;
-    }
+    const auto bytes = read_file(file_, &error, limit_);
     std::optional<Intent> intent;
     if (bytes) {
         intent = decode_intent(*bytes);
     }
-    if (!intent) {
-        HOST_LOG(kLogError, "%s is %s; a write that was cut short is not finished.", file_.c_str(),
-                 bytes ? "damaged" : g_strerror(error));
-        (void)drop(); // a file that stays is damaged the next time too
+    if (intent || error == ENOENT) {
+        refused_ = false;
+    } else {
+        refuse(bytes ? "it is damaged" : read_failure(error));
     }
     return intent;
+}
+
+void IntentFile::refuse(const char *reason) {
+    const int error = drop();
+    if (!refused_) {
+        HOST_LOG(kLogError, "%s is no intent (%s): it is dropped, and if a write was cut short, that is not finished.",
+                 file_.c_str(), reason);
+    }
+    if (error != 0 && !refused_) {
+        HOST_LOG(kLogError, "%s could not be removed (%s); move it away: until then a power cut may tear a record.",
+                 file_.c_str(), g_strerror(error));
+    }
+    refused_ = error != 0;
 }
 
 int IntentFile::save(const Intent &intent) {

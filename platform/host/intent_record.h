@@ -47,18 +47,24 @@ public:
     [[nodiscard]] virtual int drop() = 0;
 };
 
-// One file a part, FOLDER/PART.intent, mode 0600: keys pass through it. The folder is made when it is missing.
+// One file a part, FOLDER/PART.intent, mode 0600: keys pass through it. The folder is made when it is missing. What is
+// in the file's place and no intent for a part of that size is said in the log, once, and removed where it can be.
 class IntentFile final : public IntentLog {
 public:
-    IntentFile(const std::filesystem::path &folder, const std::string &part);
+    IntentFile(const std::filesystem::path &folder, const std::string &part, std::uint32_t part_size);
 
-    [[nodiscard]] bool exists() const;
+    [[nodiscard]] bool exists() const;   // an intent, or what load has not refused yet
+    [[nodiscard]] bool leftover() const; // a crash within save left a file, which load removes
     [[nodiscard]] std::optional<Intent> load() override;
     [[nodiscard]] int save(const Intent &intent) override;
     [[nodiscard]] int drop() override;
 
 private:
+    void refuse(const char *reason);
+
     std::filesystem::path file_;
+    std::size_t limit_;    // of the file
+    bool refused_ = false; // what is there was said in the log and can't be removed
 };
 
 } // namespace asd_host

@@ -29,6 +29,8 @@ namespace {
 constexpr unsigned kImageMode = 0600; // keys are among the records
 constexpr std::uint8_t kErased = 0xFF;
 constexpr std::chrono::milliseconds kLockPoll{1};
+constexpr std::chrono::milliseconds kShortestWait{10};
+constexpr int kErrorBits = 0xFFFF; // the errno value in a status of a transfer
 
 // --- locks ---
 
@@ -77,10 +79,26 @@ std::string size_mistake(const PartConfig &config, const std::filesystem::path &
     return 0;
 }
 
+// The folder of the intents comes with the first write: before it there was nothing to lose.
+void say_missing(const PartPaths &paths, const PartConfig &config, bool intent) {
+    std::error_code unknown;
+    if (std::filesystem::exists(paths.intent_dir, unknown)) {
+        HOST_LOG(
+            kLogError,
+            "Part %s: %s is missing, though records were written beside it before; unless the part is new, stop the "
+            "service and put the file back. It is created erased%s.",
+            config.name.c_str(), paths.file.c_str(), intent ? ", and the intent of its last write dropped" : "");
+    }
+}
+
 // Creates an image that does not exist, erased. Controllers that share it may start together: the lock on the folder
 // keeps a second one from replacing what the first already writes to.
-[[nodiscard]] int create_image(const PartPaths &paths, std::uint32_t size, IntentLog *intents) {
+[[nodiscard]] int create_image(const PartPaths &paths, const PartConfig &config, IntentFile *intents) {
     std::error_code failed;
+    const bool there = std::filesystem::exists(paths.file, failed);
+    if (failed || (there && !has_leftover_temporary(paths.file))) {
+        return failed.value();
+    }
     const std::filesystem::path parent = paths.file.has_parent_path() ? paths.file.parent_path() : ".";
     std::filesystem::create_directories(parent, failed);
     const Fd folder(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -88,16 +106,19 @@ std::string size_mistake(const PartConfig &config, const std::filesystem::path &
         return errno;
     }
     const auto attempt = [&] { return ::flock(folder.get(), LOCK_EX | LOCK_NB); };
-    if (const int error = poll_lock(paths.lock_limit, attempt); error != 0) {
-        return error;
+    const int error = poll_lock(there ? std::chrono::milliseconds(0) : paths.lock_limit, attempt);
+    if (error != 0) {
+        return there ? 0 : error; // what is left over may be the file that the lock's holder writes
     }
+    remove_leftover_temporary(paths.file);
     if (std::filesystem::exists(paths.file, failed) || failed) {
         return failed.value();
     }
-    if (const int error = intents->drop(); error != 0) {
-        return error; // an intent for an image that is gone would bring one of its records back
+    say_missing(paths, config, intents->exists());
+    if (const int kept = intents->drop(); kept != 0) {
+        return kept; // an intent for an image that is gone would bring one of its records back
     }
-    return replace_file(paths.file, std::vector<std::uint8_t>(size, kErased), kImageMode);
+    return replace_file(paths.file, std::vector<std::uint8_t>(config.size, kErased), kImageMode);
 }
 
 // An open file as the part it stands for.
@@ -161,20 +182,27 @@ struct Part::Impl {
     std::mutex mutex;           // one transfer at a time; guards writer, intents and the next two
     bool unrecoverable = false; // the pending intent could not be settled: reads don't try again, writes do
     bool replaced = false;      // a file of another size has taken the place of the part's: said in the log
+    int read_failure = 0;       // errno values that are said in the log
+    int write_failure = 0;
+    std::chrono::milliseconds patience; // with a holder of the lock
     std::atomic<std::uint64_t> page_cycles = 0;
 
     Impl(const PartConfig &part, const PartPaths &where, Protected protects)
-        : config(part), paths(where), protected_by_line(std::move(protects)), intents(where.intent_dir, part.name),
-          writer(part.name, {part.size, part.page_size}, &intents) {}
+        : config(part), paths(where), protected_by_line(std::move(protects)),
+          intents(where.intent_dir, part.name, part.size), writer(part.name, {part.size, part.page_size}, &intents),
+          patience(where.lock_limit) {}
 
     [[nodiscard]] bool prepare(std::string *mistake);
-    [[nodiscard]] bool check_file(std::string *mistake) const;
+    [[nodiscard]] bool check_file(std::string *mistake);
     [[nodiscard]] bool within(std::uint32_t offset, std::size_t length) const {
         return std::uint64_t{offset} + length <= config.size;
     }
 
     // The file opened and locked for one transfer: shared to read, alone to write. The descriptor frees the lock.
     [[nodiscard]] gint32 begin(int access, Fd *fd);
+    [[nodiscard]] int lock(const Fd &fd, int access);
+    // Says why a transfer failed, when that is news, and returns its status.
+    [[nodiscard]] gint32 outcome(int access, gint32 status, const char *reason = nullptr);
     // Finishes what a crash left, with the file opened for it.
     void recover();
     [[nodiscard]] gint32 begin_read(std::uint32_t offset, std::size_t length, Fd *fd);
@@ -183,7 +211,7 @@ struct Part::Impl {
 gint32 Part::Impl::begin(int access, Fd *fd) {
     std::uint64_t held = 0;
     if (const int error = open_file(paths.file, access, fd, &held); error != 0) {
-        return part_status(PartStep::kOpen, error);
+        return outcome(access, part_status(PartStep::kOpen, error));
     }
     const bool was_replaced = std::exchange(replaced, held != config.size);
     if (replaced && !was_replaced) {
@@ -192,8 +220,28 @@ gint32 Part::Impl::begin(int access, Fd *fd) {
     if (replaced) {
         return kTransferFailed | EINVAL; // another file has taken its place
     }
-    const int error = lock_file(*fd, access == O_RDONLY ? F_RDLCK : F_WRLCK, paths.lock_limit);
-    return error == 0 ? 0 : kTransferFailed | error;
+    const int error = lock(*fd, access);
+    if (error == 0) {
+        return 0;
+    }
+    return outcome(access, kTransferFailed | error, error == ETIMEDOUT ? "another process keeps its lock" : nullptr);
+}
+
+// One stopped holder must not cost every try of every request the whole wait.
+int Part::Impl::lock(const Fd &fd, int access) {
+    const int error = lock_file(fd, access == O_RDONLY ? F_RDLCK : F_WRLCK, patience);
+    patience = error == ETIMEDOUT ? std::max(patience / 8, kShortestWait) : paths.lock_limit;
+    return error;
+}
+
+gint32 Part::Impl::outcome(int access, gint32 status, const char *reason) {
+    int *const said = access == O_RDONLY ? &read_failure : &write_failure;
+    const int error = status & kErrorBits;
+    if (std::exchange(*said, error) != error && error != 0) {
+        HOST_LOG(kLogError, "Part %s can't be %s: %s: %s.", config.name.c_str(),
+                 access == O_RDONLY ? "read" : "written", paths.file.c_str(), reason ? reason : g_strerror(error));
+    }
+    return status;
 }
 
 void Part::Impl::recover() {
@@ -231,7 +279,7 @@ bool Part::Impl::prepare(std::string *mistake) {
         return false;
     }
     if (config.kind == PartKind::kImage) {
-        if (const int error = create_image(paths, config.size, &intents); error != 0) {
+        if (const int error = create_image(paths, config, &intents); error != 0) {
             *mistake = paths.file.string() + ": the image of part \"" + config.name +
                        "\" cannot be created: " + g_strerror(error);
             return false;
@@ -240,13 +288,16 @@ bool Part::Impl::prepare(std::string *mistake) {
     if (!check_file(mistake)) {
         return false;
     }
+    Fd fd;
     if (intents.exists()) {
         recover();
+    } else if (intents.leftover() && begin(O_RDWR, &fd) == 0) {
+        (void)intents.load(); // which takes it away
     }
     return true;
 }
 
-bool Part::Impl::check_file(std::string *mistake) const {
+bool Part::Impl::check_file(std::string *mistake) {
     Fd fd;
     std::uint64_t held = 0;
     const int error = open_file(paths.file, O_RDONLY, &fd, &held);
@@ -263,6 +314,7 @@ bool Part::Impl::check_file(std::string *mistake) const {
     }
     if (config.kind == PartKind::kDevice && (part_status(PartStep::kOpen, error) & kPartAbsent) != 0) {
         HOST_LOG(kLogError, "Part %s is absent: %s: %s.", config.name.c_str(), paths.file.c_str(), g_strerror(error));
+        read_failure = write_failure = error;
         return true;
     }
     *mistake = paths.file.string() + ": part \"" + config.name + "\" cannot be opened: " + g_strerror(error);
@@ -291,7 +343,7 @@ gint32 Part::read(std::uint32_t offset, std::span<std::uint8_t> out) {
     if (const gint32 ret = impl_->begin_read(offset, out.size(), &fd); ret != 0) {
         return ret;
     }
-    return part_status(PartStep::kRead, pread_all(fd.get(), out, offset));
+    return impl_->outcome(O_RDONLY, part_status(PartStep::kRead, pread_all(fd.get(), out, offset)));
 }
 
 gint32 Part::write(std::uint32_t offset, std::span<const std::uint8_t> data, bool chip_protected) {
@@ -307,7 +359,7 @@ gint32 Part::write(std::uint32_t offset, std::span<const std::uint8_t> data, boo
     FileDevice device(impl_->config, fd, protects, &impl_->page_cycles);
     const gint32 ret = impl_->writer.write(device, offset, data);
     impl_->unrecoverable = false; // what is left over may be within reach again
-    return ret;
+    return impl_->outcome(O_RDWR, ret);
 }
 
 const PartConfig &Part::config() const {

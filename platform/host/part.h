@@ -30,7 +30,9 @@ struct PartPaths {
     // Where the intent records are kept. Controllers that share a part and this folder finish each other's cut writes
     // before they read or write; with a folder of its own a controller finishes its own ones, when it is back.
     std::filesystem::path intent_dir;
-    std::chrono::milliseconds lock_limit{5000}; // how long a transfer waits for another process at the part
+    // How long a transfer waits for another process at the part. While one holds it for longer (a stopped one, say),
+    // each transfer after the first waits an eighth of the one before, until one of them gets the lock.
+    std::chrono::milliseconds lock_limit{3000};
 };
 
 class Part {
@@ -39,9 +41,9 @@ public:
     using Protected = std::function<bool()>;
 
     // Opens the part; creates an image that does not exist (erased, 0xFF, whole or not at all). A file of another size
-    // is refused, never extended. Then finishes or drops what a crash left in the intent folder. A device file that is
-    // missing is an absent part: said in the log, and its transfers fail until it appears. Null: *mistake says why, in
-    // a sentence that names the file.
+    // is refused, never extended. An image that is missing beside intents of earlier writes is said in the log. Then
+    // finishes or drops what a crash left in the intent folder. A device file that is missing is an absent part: said
+    // in the log, and its transfers fail until it appears. Null: *mistake says why, in a sentence that names the file.
     [[nodiscard]] static std::unique_ptr<Part> open(const PartConfig &config, const PartPaths &paths,
                                                     Protected protected_by_line, std::string *mistake);
     ~Part();
@@ -49,7 +51,8 @@ public:
     Part &operator=(const Part &) = delete;
 
     // All bytes or a status (status.h: kTransferFailed, kPartAbsent, kBadArgument past the end). Never bytes of a write
-    // under way or of one that was cut and can't be finished. Any thread.
+    // under way or of one that was cut and can't be finished. Why a read or a write fails is said in the log, again
+    // only when the reason changes or it worked in between. Any thread.
     [[nodiscard]] gint32 read(std::uint32_t offset, std::span<std::uint8_t> out);
 
     // Returns 0 only when the part holds data at offset, read back; after a crash at any point the part holds all of

@@ -85,12 +85,13 @@ bool StateStore::open(const std::filesystem::path &file, std::string *mistake) {
     file_ = file;
     remove_leftover_temporary(file_);
     int error = 0;
-    const auto bytes = read_file(file_, &error);
+    const auto bytes = read_file(file_, &error, kLargestFile);
     if (error == ENOENT) {
         return true;
     }
     if (!bytes) {
-        *mistake = file_.string() + ": cannot be read: " + g_strerror(error);
+        *mistake = file_.string() + ": cannot be read: " + read_failure(error) +
+                   "; move it away, or put the right one in its place";
         return false;
     }
     Values values;
@@ -139,11 +140,12 @@ gint32 StateStore::put_all(const Values &changes) {
 }
 
 gint32 StateStore::save(const Values &values) const {
-    const int error = replace_file(file_, encode(values), kMode);
+    const std::vector<std::uint8_t> bytes = encode(values);
+    const int error = bytes.size() > kLargestFile ? EFBIG : replace_file(file_, bytes, kMode);
     if (error == 0) {
         return 0;
     }
-    HOST_LOG(kLogError, "%s could not be written: %s.", file_.c_str(), g_strerror(error));
+    HOST_LOG(kLogError, "%s could not be written: %s.", file_.c_str(), read_failure(error));
     return kStorageFailed;
 }
 

@@ -30,13 +30,16 @@ namespace asd_host {
 class StateStore {
 public:
     using Values = std::map<std::uint32_t, std::vector<std::uint8_t>>;
+    static constexpr std::size_t kLargestFile = 1U << 20U;
 
     // Reads the file; a missing one is an empty map. A damaged one is set aside as FILE.damaged, said in the log, and
-    // the map starts empty. False: the file cannot be read at all, or a later version wrote it; *mistake says why.
+    // the map starts empty. False: the file cannot be read at all, is no plain file of at most kLargestFile bytes, or a
+    // later version wrote it; *mistake says why.
     [[nodiscard]] bool open(const std::filesystem::path &file, std::string *mistake);
 
     [[nodiscard]] std::optional<std::vector<std::uint8_t>> get(std::uint32_t key) const;
-    // 0 when the change is durable, else kStorageFailed and nothing changed. An unchanged value is not written.
+    // 0 when the change is durable, else kStorageFailed and nothing changed; so it is when the file would grow past
+    // kLargestFile. An unchanged value is not written.
     [[nodiscard]] gint32 put(std::uint32_t key, std::span<const std::uint8_t> value);
     // The same for several values: after a crash all of them are changed or none.
     [[nodiscard]] gint32 put_all(const Values &changes);

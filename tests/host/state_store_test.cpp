@@ -54,6 +54,7 @@ TEST_F(State, AFailedChangeChangesNothingAndTheNextOneIsWritten) {
     StateStore store;
     ASSERT_TRUE(store.open(file_, &mistake_));
     ASSERT_EQ(store.put(1, Bytes{1}), 0);
+    EXPECT_EQ(store.put(2, Bytes(StateStore::kLargestFile)), kStorageFailed);
     fs::remove_all(folder_.path());
     EXPECT_EQ(store.put_all({{1, {2}}, {2, {2}}}), kStorageFailed);
     EXPECT_EQ(store.get(1), Bytes{1});
@@ -84,8 +85,16 @@ TEST_F(State, DamageAnywhereIsSetAside) {
 
 TEST_F(State, WhatCannotBeReadIsAMistakeNotAnEmptyMap) {
     StateStore store;
-    EXPECT_FALSE(store.open(folder_.path(), &mistake_));
-    EXPECT_EQ(mistake_, folder_.path().string() + ": cannot be read: Is a directory");
+    ASSERT_EQ(::mkfifo((folder_.path() / "fifo").c_str(), 0600), 0);
+    std::ofstream(folder_.path() / "giant").close();
+    fs::resize_file(folder_.path() / "giant", 1ULL << 36U);
+    const std::pair<const char *, const char *> rows[] = {
+        {".", "it is a folder"}, {"fifo", "it is no plain file"}, {"giant", "it is too large"}};
+    for (const auto &[name, reason] : rows) {
+        EXPECT_FALSE(store.open(folder_.path() / name, &mistake_));
+        EXPECT_EQ(mistake_, (folder_.path() / name).string() + ": cannot be read: " + reason +
+                                "; move it away, or put the right one in its place");
+    }
     // "ASDSTATE", version 2, no values.
     const Bytes later = {'A', 'S', 'D', 'S', 'T', 'A', 'T', 'E', 2, 0, 0, 0, 0, 0, 0, 0, 0x7B, 0x41, 0x78, 0x51};
     ASSERT_EQ(replace_file(file_, later, 0600), 0);
@@ -146,6 +155,7 @@ TEST_F(Board, CpldFieldsRegistersAndFlashOutliveTheProcess) {
         BoardState board;
         open(board, 0, Role::kSlave);
         EXPECT_EQ(board.set_cpld_register(0x1F8, 0x80000102), 0);
+        EXPECT_EQ(board.set_cpld_bit(0x1000, 0, true), kBadArgument) << "the file must not grow without bound";
         EXPECT_EQ(board.set_cpld_field(CpldField::kProductConfiguration, Bytes(64, 4)), 0);
         EXPECT_EQ(board.set_cpld_field(CpldField::kFrameModel, Bytes(16, 7)), 0);
         EXPECT_EQ(board.set_cpld_field(CpldField::kFrameModel, Bytes(3, 8)), 0);

@@ -134,7 +134,7 @@ void add_cpld_bit(CLI::App &set, Command &chosen) {
     CLI::App *const command =
         add_command(set, "cpld-bit", "One bit of a CPLD register", "board set cpld-bit 0x1F8 3 1");
     const auto options = std::make_shared<Options>();
-    command->add_option("REGISTER", options->reg, "Such as 0x1F8")->required();
+    command->add_option("REGISTER", options->reg, "0 to 0xFFF, such as 0x1F8")->required();
     command->add_option("BIT", options->bit, "0 to 31")
         ->required()
         ->check(CLI::Validator(CLI::Range(0, 31)).description(""));
