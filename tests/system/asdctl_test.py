@@ -22,7 +22,7 @@ from concurrent import futures
 
 import harness
 from harness import (ASDCTL, BOARD, BOARD_PATH, CHIP, DEADLINE_S, FAST, ITEM, Background, Service, Wire, asdctl, chip_path,
-                     item_path, on_chip, pattern)
+                     item_path, on_chip, pattern, wait_for)
 
 DONE, FAILED, WRONG_USAGE = 0, 1, 2
 KEYS = {"frameboard": ("ASD5", ("ASDDev5a", "ASDDev5b")), "leftear": ("ASD7", ("ASDDev7",)),
@@ -98,6 +98,18 @@ class Items(Case):
         self.assertEqual(self.ctl("read", "ASD16", "--hex"), "ACME \u00b5".encode().ljust(64, b"\xff").hex().encode() + b"\n")
         self.ctl("get", "ASD11", "-o", self.folder / "saved")
         self.assertEqual((self.folder / "saved").read_bytes(), b"x" * 20)
+
+    def test_a_customer_block_that_was_set_outlives_the_next_write_of_the_pending_one(self):
+        request = bytes((0, 0, 0x80, 0, 0x32)) + b"an older one".ljust(128, b"\0")
+        self.assertEqual(self.service.direct(0x32, 0xBC, *request)[0], 0)
+        self.ctl("set", "ASD_CCDB", "--text", "newer")
+        block = b"newer".ljust(128, b"\xff")
+        self.assert_on_chips(("ASD_CCDBa", "ASD_CCDBb"), block)
+        standby = "Set CCDB data to e2prom when os enter standby!"
+        self.service.set_board("PowerStandBy", 1)
+        self.addCleanup(self.service.set_board, "PowerStandBy", 0)
+        wait_for(lambda: "Set ccdb success." in self.service.log().partition(standby)[2], "the write")
+        self.assert_on_chips(("ASD_CCDBa", "ASD_CCDBb"), block)
 
     def test_what_is_refused_changes_nothing(self):
         before = self.service.chip("ASDDev27a").read(34)

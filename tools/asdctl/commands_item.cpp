@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "failure.h"
+#include "ipmi_client.h"
 #include "service.h"
 #include "texts.h"
 
@@ -172,6 +173,32 @@ constexpr const char *kEquipWrite = "EqWriteAtomStorageData";
 constexpr const char *kMemoryWrite = "UpdateMemProperty";
 constexpr std::int32_t kNoCheckObject = -1018;
 
+constexpr const char *kCustomerBlock = "ASD_CCDB";
+
+// The service keeps the next customer block to be stored beside the item, and its daily write puts that over whatever a
+// method wrote. Only the command replaces it; the method then brings the same bytes to the chips without waiting.
+void replace_pending_block(const Context &context, Service &service, BytesView image) {
+    constexpr std::size_t kSize = 128;
+    constexpr std::uint8_t kNetfn = 0x32;
+    constexpr std::uint8_t kCommand = 0xBC;
+    if (const std::string role = service.role(); role != "master") {
+        throw Failure(std::string(kCustomerBlock) + ": the role of this controller is " + role +
+                          ", and the master stores its own block over what others write",
+                      "Set it at the master; --memory changes the copy here alone.");
+    }
+    if (image.size() != kSize) {
+        throw Failure(std::string(kCustomerBlock) + " has " + counted(image.size(), "byte") +
+                      " in this enclosure, and the command that sets it takes " + std::to_string(kSize));
+    }
+    Bytes request = {0x00, 0x00, 0x80, 0x00, 0x2C};
+    request.insert(request.end(), image.begin(), image.end());
+    const IpmiAnswer answer = IpmiClient(context).request(kNetfn, kCommand, request);
+    if (answer.code != 0) {
+        throw Failure("setting " + std::string(kCustomerBlock) + ": " + completion_text(answer.code),
+                      "It may be written just now: try again.");
+    }
+}
+
 // The method that wrote the item.
 const char *write_image(Service &service, const SetOptions &options, BytesView image) {
     const char *method = options.memory ? kMemoryWrite : options.equip ? kEquipWrite : kWrite;
@@ -208,6 +235,9 @@ int run_set(const Context &context, const SetOptions &options) {
     Service service(context);
     Snapshot snapshot = service.snapshot();
     const Bytes image = image_of(snapshot.item(options.item), bytes, options.truncate);
+    if (options.item == kCustomerBlock && !options.memory) {
+        replace_pending_block(context, service, image);
+    }
     const char *const method = write_image(service, options, image);
     snapshot = service.snapshot(); // the chips after the write
     const Item &item = snapshot.item(options.item);
