@@ -5,6 +5,7 @@
 #include "clock.h"
 #include "host.h"
 #include "ipmi_stack.h"
+#include "log.h"
 #include "status.h"
 
 #include <algorithm>
@@ -17,6 +18,7 @@
 
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace asd_host {
 namespace {
@@ -92,11 +94,26 @@ bool serve_next(StreamClient &client, const IpmiRegistry &registry) {
                                                       .privilege = kAdministrator})));
 }
 
+// Connects to a peer. The descriptor, or none and *error says why: EAGAIN, its queue is full; EACCES, it is no peer.
+Fd peer_connect(const std::filesystem::path &socket, int *error) {
+    static Seldom says_stranger;
+    Fd peer = unix_connect(socket, error);
+    if (!peer || unix_peer_user(peer) == geteuid()) {
+        return peer;
+    }
+    if (says_stranger.due()) {
+        HOST_LOG(kLogError, "%s: a process of another user listens there; it is taken for no controller",
+                 socket.c_str());
+    }
+    *error = EACCES;
+    return {};
+}
+
 // A peer that is stopped keeps its queue, which may be full; room may come before the deadline.
 gint32 connect_until(const std::filesystem::path &socket, Deadline deadline, Fd *peer) {
     for (;;) {
         int error = 0;
-        *peer = unix_connect(socket, &error);
+        *peer = peer_connect(socket, &error);
         if (*peer) {
             return 0;
         }
@@ -207,7 +224,7 @@ std::unique_ptr<StreamServer> open_peer_link(const std::filesystem::path &socket
         while (serve_next(client, registry)) {
         }
     };
-    return StreamServer::open(socket, "asd-link", protocol, mistake);
+    return StreamServer::open(socket, "asd-link", protocol, mistake, geteuid());
 }
 
 gint32 peer_request(const std::filesystem::path &socket, const IpmiRequest &request, std::chrono::nanoseconds limit,
@@ -225,7 +242,7 @@ gint32 peer_request(const std::filesystem::path &socket, const IpmiRequest &requ
 
 bool peer_listens(const std::filesystem::path &socket) {
     int error = 0;
-    return unix_connect(socket, &error) || error == EAGAIN;
+    return peer_connect(socket, &error) || error == EAGAIN;
 }
 
 bool peer_online(std::uint8_t slot) {

@@ -14,6 +14,9 @@
 //   response  completion code, then 0 to 1024 bytes of data
 //
 // A connection carries any number of requests, each answered in turn. Another head than this ends the connection.
+//
+// All controllers of an enclosure run as one user: requests come with every privilege, so each side of a connection
+// makes sure that the other is a process of its own user.
 
 #include "ipmi_registry.h"
 #include "stream_server.h"
@@ -27,11 +30,11 @@
 namespace asd_host {
 
 // The statuses of ipmi_send_request besides those of status.h.
-inline constexpr gint32 kPeerAbsent = -2010; // nobody listens in that slot
+inline constexpr gint32 kPeerAbsent = -2010; // nobody listens in that slot, or somebody who is no peer
 inline constexpr gint32 kPeerFailed = -2011; // the peer closed the connection or answered something that is no response
 
-// Serves the requests of peers, as administrator, until the server is stopped; the registry outlives it. Null: *mistake
-// says why.
+// Serves the requests of peers, as administrator, until the server is stopped; the registry outlives it. Processes of
+// another user are no peers and cut. Null: *mistake says why.
 [[nodiscard]] std::unique_ptr<StreamServer> open_peer_link(const std::filesystem::path &socket,
                                                            const IpmiRegistry &registry, std::string *mistake);
 
@@ -40,7 +43,7 @@ inline constexpr gint32 kPeerFailed = -2011; // the peer closed the connection o
 [[nodiscard]] gint32 peer_request(const std::filesystem::path &socket, const IpmiRequest &request,
                                   std::chrono::nanoseconds limit, IpmiResponse *response);
 
-// A controller listens at socket.
+// A controller listens at socket: a process of this process's user.
 [[nodiscard]] bool peer_listens(const std::filesystem::path &socket);
 
 // This process's own slot, or a slot whose controller listens at its link.

@@ -6,17 +6,30 @@
 
 #include "atomic_file.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <thread>
 
+#include <sys/types.h>
+
 namespace asd_host {
+
+// What a client could make the log repeat is said at most once a minute. Any thread.
+class Seldom {
+public:
+    [[nodiscard]] bool due();
+
+private:
+    std::atomic<std::int64_t> next_ms_{0}; // relaxed: guards nothing, and a line said twice does no harm
+};
 
 struct StreamShared; // what a server and its clients' threads share
 
@@ -32,35 +45,42 @@ public:
     // is waiting for an answer.
     [[nodiscard]] bool await_request();
 
-    // Fills all of out. False: the client has gone, or has sent nothing more for ten seconds.
+    // Fills all of out. False: the client has gone, or the request is not whole ten seconds after its first byte.
     [[nodiscard]] bool read(std::span<std::uint8_t> out);
 
     // Sends all of it in one call: some clients cannot put a split answer together. False: it did not go out whole.
     [[nodiscard]] bool send(std::span<const std::uint8_t> data);
 
-    // True once this client is one of the first kServedClients; another's place is taken when it has become free.
+    // Takes one of the kServedClients places until the request is answered. False: they are all taken.
     [[nodiscard]] bool admitted();
 
 private:
     [[nodiscard]] bool await_input(std::chrono::milliseconds limit, std::chrono::milliseconds ending_limit);
+    void leave_place();
 
     StreamShared &shared_;
     int fd_;
+    std::chrono::steady_clock::time_point whole_by_; // the request that is being read
     bool admitted_ = false;
     bool answered_ = false; // since the last await_request
 };
 
 class StreamServer {
 public:
-    static constexpr std::size_t kServedClients = 64;
-    static constexpr std::size_t kClients = 256; // further ones wait in the kernel's queue
+    static constexpr std::size_t kServedClients = 64; // with a request under way
+    // Connected; for a further one the connection that has been idle longest, and for a second at least, is closed.
+    // While there is none, further ones wait in the kernel's queue.
+    static constexpr std::size_t kClients = 256;
 
     // Serves a client until it returns; runs on that client's thread.
     using Protocol = std::function<void(StreamClient &)>;
 
-    // Listens at path (mode 0660), replacing what a dead process left there. Null: *mistake says why, in a sentence.
+    // Listens at path, replacing what a dead process left there. With only_user the mode is 0600 and connections from
+    // processes of other users are closed unread; without, 0660: who may connect is the folder's and the group's
+    // matter. Null: *mistake says why, in a sentence.
     [[nodiscard]] static std::unique_ptr<StreamServer> open(const std::filesystem::path &path, std::string thread_name,
-                                                            Protocol protocol, std::string *mistake);
+                                                            Protocol protocol, std::string *mistake,
+                                                            std::optional<uid_t> only_user = {});
     ~StreamServer();
     StreamServer(const StreamServer &) = delete;
     StreamServer &operator=(const StreamServer &) = delete;
@@ -79,5 +99,8 @@ private:
 // Connects to path without blocking. The descriptor (non-blocking), or none and *error says why; EAGAIN: its queue is
 // full.
 [[nodiscard]] Fd unix_connect(const std::filesystem::path &path, int *error);
+
+// The user that the process at the other end had when it connected or began to listen. Empty: the kernel does not say.
+[[nodiscard]] std::optional<uid_t> unix_peer_user(const Fd &socket);
 
 } // namespace asd_host

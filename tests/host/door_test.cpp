@@ -6,6 +6,9 @@
 #include "host_test.h"
 #include "peer_link.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 namespace asd_host {
 namespace {
 
@@ -44,8 +47,11 @@ Bytes dummy_request(std::uint8_t netfn, std::uint8_t cmd, const Bytes &data, std
 
 class Client {
 public:
-    explicit Client(const fs::path &path) : fd_(unix_socket(::connect, path)) {}
+    explicit Client(const fs::path &path) : Client() { connect(path); }
+    Client() : fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
+    void connect(const fs::path &path) const { unix_attach(fd_, ::connect, path); }
     void send(const Bytes &bytes) const { send_all(fd_, bytes); }
+    void try_send(const Bytes &bytes) const { (void)::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL); }
     // True when the server ends the connection without a word.
     [[nodiscard]] bool ended() const { return take(1) == Bytes{}; }
     // The completion code of an answer, which must come whole, its fields checked against the request's.
@@ -102,6 +108,12 @@ protected:
     std::unique_ptr<StreamServer> door_;
     std::unique_ptr<StreamServer> link_;
 };
+
+// Answers nothing and ends connections that it may serve after their first byte.
+std::unique_ptr<StreamServer> open_server(const fs::path &path, std::optional<uid_t> only_user, std::string *mistake) {
+    return StreamServer::open(
+        path, "other", [](StreamClient &client) { (void)client.await_request(); }, mistake, only_user);
+}
 
 using DummyDoor = Sockets;
 using PeerLink = Sockets;
@@ -174,11 +186,70 @@ TEST_F(DummyDoor, ServesManyClientsAtOnceAndAnswersBusyBeyond) {
     for (const Client &served : clients) {
         EXPECT_EQ(served.code(0x32, 2), 0x00);
     }
-    clients.clear();
-    EXPECT_TRUE(eventually([&late] {
-        late.send(dummy_request(0x32, 9, {}));
-        return late.code(0x32, 9) == 0xC1;
-    })) << "a free place is taken";
+    for (const Client &served : clients) { // who has been served keeps no place, but may have one again
+        for (const Client *one : {&late, &served}) {
+            one->send(dummy_request(0x32, 9, {}));
+            EXPECT_EQ(one->code(0x32, 9), 0xC1);
+        }
+    }
+}
+
+TEST_F(DummyDoor, FullOfIdleAndSlowClientsItStillLetsOthersIn) {
+    const Client running = client();
+    running.send(dummy_request(0x32, 2, {}));
+    ASSERT_TRUE(eventually([] { return blocked == 1; }));
+    const Client asked = client();
+    asked.send(dummy_request(0x32, 9, {}));
+    EXPECT_EQ(asked.code(0x32, 9), 0xC1);
+    const Client dripping = client();
+    std::vector<Client> idle;
+    while (idle.size() < StreamServer::kClients - 3) {
+        idle.push_back(client());
+    }
+    std::atomic<bool> over = false;
+    std::thread drops([&] { // a byte at a time, fast enough for any limit between two bytes
+        for (const std::uint8_t byte : dummy_request(0x32, 1, Bytes(200))) {
+            dripping.try_send({byte});
+            for (const auto next = std::chrono::steady_clock::now() + milliseconds(100);
+                 !over && std::chrono::steady_clock::now() < next; std::this_thread::yield()) {
+            }
+        }
+    });
+    const Texts lines = logged([&] {
+        for (int i = 0; i < 3; ++i) {
+            const Client newcomer = client();
+            newcomer.send(dummy_request(0x32, 1, {7}));
+            EXPECT_EQ(newcomer.code(0x32, 1, {7}), 0x00) << i;
+            idle.push_back(client());
+        }
+        EXPECT_TRUE(asked.ended()) << "idle longest";
+    });
+    EXPECT_EQ(std::ranges::count_if(lines, [](const std::string &line) { return line.find("is full") != line.npos; }),
+              1);
+    EXPECT_EQ(dripping.code(0x32, 1), 0xC7) << "ten seconds for a whole request";
+    EXPECT_TRUE(dripping.ended());
+    over = true;
+    drops.join();
+    gate_open = true;
+    EXPECT_EQ(running.code(0x32, 2), 0x00) << "a request under way is not cut";
+}
+
+TEST_F(DummyDoor, WithoutDescriptorsItWaitsAndSaysSoOnce) {
+    Client waiting; // a descriptor of its own, not connected yet
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const Texts lines = logged([&] {
+        const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        waiting.connect(folder_ / "ipmi.sock");
+        const auto end = std::chrono::steady_clock::now() + milliseconds(500);
+        EXPECT_TRUE(eventually([end] { return std::chrono::steady_clock::now() > end; }));
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+        waiting.send(dummy_request(0x32, 1, {3}));
+        EXPECT_EQ(waiting.code(0x32, 1, {3}), 0x00);
+    });
+    ASSERT_EQ(lines.size(), 1U);
+    EXPECT_NE(lines[0].find("Too many open files"), std::string::npos);
 }
 
 TEST_F(DummyDoor, AnswersWhatHasArrivedBeforeItCloses) {
@@ -266,6 +337,31 @@ TEST_F(PeerLink, PeersThatFailGiveAStatusInTime) {
     }
     IpmiResponse response;
     EXPECT_EQ(peer_request(socket, {.netfn = 0x32, .cmd = 1}, milliseconds(kLimitMs), &response), kPeerAbsent);
+}
+
+TEST_F(PeerLink, ProcessesOfOtherUsersAreNoPeers) {
+    EXPECT_EQ(fs::status(folder_ / "link.sock").permissions(), fs::perms(0600));
+    std::string mistake;
+    const auto others = open_server(folder_ / "others.sock", geteuid() + 1, &mistake);
+    ASSERT_NE(others, nullptr) << mistake;
+    const Texts lines = logged([&] {
+        for (int i = 0; i < 20; ++i) {
+            EXPECT_TRUE(Client(folder_ / "others.sock").ended()) << "we are not that user";
+        }
+    });
+    EXPECT_EQ(lines.size(), 1U);
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can listen as somebody else";
+    }
+    fs::permissions(folder_, fs::perms(0777));
+    ASSERT_EQ(seteuid(65534), 0); // who listens is who it was at that moment
+    const auto strange = open_server(folder_ / "strange.sock", {}, &mistake);
+    ASSERT_EQ(seteuid(0), 0);
+    ASSERT_NE(strange, nullptr) << mistake;
+    EXPECT_FALSE(peer_listens(folder_ / "strange.sock"));
+    IpmiResponse response;
+    EXPECT_EQ(peer_request(folder_ / "strange.sock", {.netfn = 0x32, .cmd = 1}, milliseconds(kLimitMs), &response),
+              kPeerAbsent);
 }
 
 } // namespace

@@ -94,12 +94,16 @@ inline Texts logged(const std::function<void()> &action) {
 
 using SocketCall = int(int, const sockaddr *, socklen_t);
 
-// A Unix socket that is connected (with ::connect) or bound (with ::bind) to that short path.
-inline Fd unix_socket(SocketCall *attach, const fs::path &path) {
-    Fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+// Connects (with ::connect) or binds (with ::bind) a Unix socket to that short path.
+inline void unix_attach(const Fd &fd, SocketCall *attach, const fs::path &path) {
     sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
     std::ranges::copy(path.native(), address.sun_path);
     EXPECT_EQ(attach(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+}
+
+inline Fd unix_socket(SocketCall *attach, const fs::path &path) {
+    Fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    unix_attach(fd, attach, path);
     return fd;
 }
 
