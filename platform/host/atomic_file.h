@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <optional>
 #include <span>
-#include <utility>
 #include <vector>
 
 namespace asd_host {
@@ -27,7 +26,6 @@ public:
     [[nodiscard]] int get() const { return fd_; }
     [[nodiscard]] explicit operator bool() const { return fd_ >= 0; }
     void reset();
-    [[nodiscard]] int release() { return std::exchange(fd_, -1); } // the caller closes it
 
 private:
     int fd_ = -1;

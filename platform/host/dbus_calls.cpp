@@ -3,6 +3,7 @@
 #include "dbus_calls.h"
 
 #include "dbus_board.h"
+#include "item_request.h"
 #include "log.h"
 #include "module_call.h"
 #include "property_variant.h"
@@ -38,7 +39,12 @@ CallResult memory_refusal(const ObjectStore &objects, OBJ_HANDLE item, gint32 st
 
 CallResult run_handler(const ObjectStore &objects, OBJ_HANDLE object, const ModuleRegistry::Method &method,
                        const std::vector<PropertyValue> &arguments) {
+    ItemRequest scope(object);
+    if (!scope.has_turn()) {
+        return refusal(kErrorFailed, "other requests of this object have not ended within ten seconds; try again");
+    }
     MethodOutcome outcome = call_method(method, object, arguments);
+    scope.end();
     // With an output the call ran; a write's status is that output.
     if (outcome.status == 0 || !outcome.outputs.empty()) {
         return {.outputs = std::move(outcome.outputs), .error = nullptr, .message = {}};

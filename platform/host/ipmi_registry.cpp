@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipmi_registry.h"
 
+#include "item_request.h"
 #include "log.h"
 
 #include <algorithm>
@@ -116,7 +117,10 @@ bool IpmiRegistry::add(std::span<const IPMI_CMD_S> rows) {
                      row.netfn, row.cmd, fault);
             return false;
         }
-        commands.push_back({.row = &row, .number = 0, .terms = std::move(*terms)});
+        commands.push_back({.row = &row,
+                            .number = 0,
+                            .item = item_named(static_cast<const char *>(row.user_data)),
+                            .terms = std::move(*terms)});
     }
     for (Command &command : commands) {
         command.number = ++last_number_;
@@ -147,7 +151,7 @@ IpmiRegistry::Choice IpmiRegistry::choose(const IpmiRequest &request) const {
         }
         permitted = true;
         if (request.data.size() >= command.row->min_length && request.data.size() <= command.row->max_length) {
-            return {.row = command.row, .number = command.number, .code = kCompleted};
+            return {.row = command.row, .number = command.number, .item = command.item, .code = kCompleted};
         }
     }
     if (!matched) {
@@ -161,7 +165,16 @@ IpmiResponse IpmiRegistry::serve(const IpmiRequest &request) const {
         return {kRequestLengthExceeded};
     }
     const Choice choice = choose(request);
-    return choice.row != nullptr ? run_handler(*choice.row, request) : IpmiResponse{choice.code};
+    if (choice.row == nullptr) {
+        return {choice.code};
+    }
+    ItemRequest scope(choice.item);
+    if (!scope.has_turn()) {
+        return {kNodeBusy};
+    }
+    IpmiResponse response = run_handler(*choice.row, request);
+    scope.end();
+    return response;
 }
 
 gint32 IpmiRegistry::row_number(const IpmiRequest &request) const {

@@ -28,8 +28,10 @@ enum CompletionCode : std::uint8_t {
     kTimeout = 0xC3,
     kRequestLengthInvalid = 0xC7,
     kRequestLengthExceeded = 0xC8,
+    kDataAbsent = 0xCB,
     kInvalidField = 0xCC,
     kInsufficientPrivilege = 0xD4,
+    kNotInThisState = 0xD5,
     kUnspecifiedError = 0xFF,
 };
 
@@ -61,7 +63,8 @@ public:
 
     // Serves one request on the caller's thread and returns the answer, whatever the handler does: no row 0xC1 (0xC7
     // when the request is too short to tell), privilege too low 0xD4, length out of bounds 0xC7, a handler that sends
-    // nothing 0xFF. Any thread.
+    // nothing 0xFF. Requests whose row names an item are carried out one after the other, reads too; 0xC0 when its turn
+    // does not come within ItemTurn::kLimit. Any thread.
     [[nodiscard]] IpmiResponse serve(const IpmiRequest &request) const;
 
     // The number of the row that would serve the request, from 1 on; 0: none would.
@@ -73,11 +76,13 @@ private:
     struct Command {
         const IPMI_CMD_S *row;
         gint32 number;
+        OBJ_HANDLE item; // 0: none
         std::vector<FilterTerm> terms;
     };
     struct Choice { // the row that serves a request, or the code to answer with
         const IPMI_CMD_S *row = nullptr;
         gint32 number = 0;
+        OBJ_HANDLE item = 0;
         CompletionCode code = kInvalidCommand;
     };
     [[nodiscard]] Choice choose(const IpmiRequest &request) const;

@@ -7,6 +7,7 @@
 #include "dummy_door.h"
 #include "host.h"
 #include "ipmi_registry.h"
+#include "item_request.h"
 #include "log.h"
 #include "manager_notice.h"
 #include "module_registry.h"
@@ -92,7 +93,7 @@ bool open_doors(Host &platform, Doors *doors, std::string *mistake) {
     if (opened.bus == nullptr) {
         return false;
     }
-    opened.link = open_peer_link(folder / "link.sock", ipmi_registry(), mistake);
+    opened.link = open_peer_link(folder / "link.sock", ipmi_registry(), reload_for_peer, mistake);
     if (opened.link == nullptr) {
         return false;
     }

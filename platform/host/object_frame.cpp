@@ -3,6 +3,7 @@
 #include "object_frame.h"
 
 #include "host.h"
+#include "item_request.h"
 #include "property_variant.h"
 #include "status.h"
 
@@ -190,5 +191,11 @@ gint32 dfl_block_write(OBJ_HANDLE object_handle, const gchar *property_name, gui
                        const guint8 *buffer) {
     gint32 status = 0;
     Part *part = part_of(object_handle, property_name, buffer, &status);
-    return part == nullptr ? status : part->write(offset, {buffer, length}, chip_protected(object_handle));
+    if (part != nullptr) {
+        status = part->write(offset, {buffer, length}, chip_protected(object_handle));
+    }
+    if (status == 0) {
+        asd_host::note_chip_written(object_handle);
+    }
+    return status;
 }

@@ -29,10 +29,12 @@ using std::chrono::milliseconds;
 constexpr std::array<std::uint8_t, 5> kMagicAndVersion = {'A', 'S', 'D', 'L', 1};
 constexpr std::size_t kHeadSize = 8;
 constexpr std::size_t kRequestHeadSize = 3; // network function, LUN, command
-constexpr milliseconds kShortestLimit{50};  // real time: with a high time scale a peer still needs some
-constexpr milliseconds kQueuePause{5};      // between attempts to enter a peer's full queue
+constexpr std::size_t kLongestName = 255;
+constexpr std::uint8_t kHighestSlot = 3;
+constexpr milliseconds kShortestLimit{50}; // real time: with a high time scale a peer still needs some
+constexpr milliseconds kQueuePause{5};     // between attempts to enter a peer's full queue
 
-enum Kind : std::uint8_t { kRequest = 1, kResponse = 2 };
+enum Kind : std::uint8_t { kRequest = 1, kResponse = 2, kReload = 3 };
 using Head = std::array<std::uint8_t, kHeadSize>;
 
 Head head_of(Kind kind, std::size_t length) {
@@ -69,13 +71,22 @@ std::vector<std::uint8_t> request_frame(const IpmiRequest &request) {
     return frame;
 }
 
+std::vector<std::uint8_t> reload_frame(std::string_view item) {
+    const Head head = head_of(kReload, item.size());
+    std::vector<std::uint8_t> frame(head.begin(), head.end());
+    frame.insert(frame.end(), item.begin(), item.end());
+    return frame;
+}
+
 // Serves one request of a peer. False: the connection is at its end.
-bool serve_next(StreamClient &client, const IpmiRegistry &registry) {
+bool serve_next(StreamClient &client, const IpmiRegistry &registry, const PeerReload &reload) {
     Head head{};
     if (!client.await_request() || !client.read(head)) {
         return false;
     }
-    const auto length = body_length(head, kRequest, kRequestHeadSize, kRequestHeadSize + kRequestLimit);
+    const bool is_reload = head[5] == kReload;
+    const auto length = is_reload ? body_length(head, kReload, 1, kLongestName)
+                                  : body_length(head, kRequest, kRequestHeadSize, kRequestHeadSize + kRequestLimit);
     if (!length) {
         return false;
     }
@@ -86,6 +97,9 @@ bool serve_next(StreamClient &client, const IpmiRegistry &registry) {
     }
     if (!client.admitted()) {
         return client.send(response_frame({kNodeBusy}));
+    }
+    if (is_reload) {
+        return client.send(response_frame({reload(std::string(body.begin(), body.end()))}));
     }
     return client.send(response_frame(registry.serve({.netfn = body[0],
                                                       .lun = body[1],
@@ -192,6 +206,52 @@ gint32 receive_response(const Fd &peer, Deadline deadline, IpmiResponse *respons
     return 0;
 }
 
+// Sends the wish to one peer. 0 and the connection, or why it has none.
+gint32 ask_to_reload(const std::filesystem::path &socket, std::string_view item, Deadline deadline, Fd *peer) {
+    int error = 0;
+    *peer = peer_connect(socket, &error);
+    if (!*peer) {
+        return error == EAGAIN ? kTimedOut : kPeerAbsent;
+    }
+    return send_all(*peer, reload_frame(item), deadline);
+}
+
+// Waits for the peers' answers, whoever is first.
+Reloaded await_reload(std::vector<Fd> peers, Deadline deadline) {
+    Reloaded outcome = Reloaded::kNoMaster;
+    while (!peers.empty()) {
+        std::vector<pollfd> fds;
+        for (const Fd &peer : peers) {
+            fds.push_back({.fd = peer.get(), .events = POLLIN, .revents = 0});
+        }
+        const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now());
+        const int ready = poll(fds.data(), fds.size(), static_cast<int>(std::max<milliseconds::rep>(left.count(), 0)));
+        if (ready < 0 && errno == EINTR) {
+            continue;
+        }
+        const auto answering = std::ranges::find_if(fds, [](const pollfd &fd) { return fd.revents != 0; });
+        if (ready <= 0 || answering == fds.end()) {
+            return Reloaded::kUnknown;
+        }
+        const auto peer = peers.begin() + (answering - fds.begin());
+        IpmiResponse response;
+        const gint32 status = receive_response(*peer, deadline, &response);
+        if (status == 0 && response.front() == kCompleted) {
+            return Reloaded::kByMaster;
+        }
+        if (status != 0 || response.front() != kNotInThisState) {
+            outcome = Reloaded::kUnknown;
+        }
+        peers.erase(peer);
+    }
+    return outcome;
+}
+
+PeerPatience &peer_patience() {
+    static PeerPatience &patience = *new PeerPatience(clock_real(1000)); // never destroyed: tasks use it to the end
+    return patience;
+}
+
 std::filesystem::path link_of(std::uint8_t slot) {
     Options options = host()->options;
     options.slot = slot;
@@ -211,17 +271,25 @@ IPMI_RESP_MSG_S *message_of(const IpmiResponse &response) {
     return message;
 }
 
-std::chrono::nanoseconds limit_of(gint32 timeout_s) {
-    const auto milliseconds_of_module = static_cast<std::uint64_t>(std::max(timeout_s, 0)) * 1000;
-    return std::max<std::chrono::nanoseconds>(clock_real(milliseconds_of_module), kShortestLimit);
+// Peers that have just not answered are not asked: kTimedOut at once.
+gint32 patient_request(std::uint8_t slot, const IpmiRequest &request, gint32 timeout_s, IpmiResponse *response) {
+    const auto wanted = clock_real(static_cast<std::uint64_t>(std::max(timeout_s, 0)) * 1000);
+    const auto limit = peer_patience().limit(slot, wanted, std::chrono::steady_clock::now());
+    if (!limit) {
+        return kTimedOut;
+    }
+    const gint32 status =
+        peer_request(link_of(slot), request, std::max<std::chrono::nanoseconds>(*limit, kShortestLimit), response);
+    peer_patience().note(slot, status != kTimedOut, std::chrono::steady_clock::now());
+    return status;
 }
 
 } // namespace
 
 std::unique_ptr<StreamServer> open_peer_link(const std::filesystem::path &socket, const IpmiRegistry &registry,
-                                             std::string *mistake) {
-    const auto protocol = [&registry](StreamClient &client) {
-        while (serve_next(client, registry)) {
+                                             PeerReload reload, std::string *mistake) {
+    const auto protocol = [&registry, reload = std::move(reload)](StreamClient &client) {
+        while (serve_next(client, registry, reload)) {
         }
     };
     return StreamServer::open(socket, "asd-link", protocol, mistake, geteuid());
@@ -238,6 +306,62 @@ gint32 peer_request(const std::filesystem::path &socket, const IpmiRequest &requ
         return status;
     }
     return response != nullptr ? receive_response(peer, deadline, response) : 0;
+}
+
+Reloaded peers_reload(const std::vector<std::filesystem::path> &sockets, std::string_view item, Deadline deadline) {
+    std::vector<Fd> asked;
+    bool all_asked = true;
+    for (const std::filesystem::path &socket : sockets) {
+        Fd peer;
+        const gint32 status = ask_to_reload(socket, item, deadline, &peer);
+        if (status == 0) {
+            asked.push_back(std::move(peer));
+        }
+        all_asked = all_asked && (status == 0 || status == kPeerAbsent);
+    }
+    const Reloaded outcome = await_reload(std::move(asked), deadline);
+    return outcome == Reloaded::kNoMaster && !all_asked ? Reloaded::kUnknown : outcome;
+}
+
+bool tell_master(std::string_view item, Deadline deadline) {
+    std::vector<std::filesystem::path> sockets;
+    bool all_answer = true;
+    for (std::uint8_t slot = 0; slot <= kHighestSlot; ++slot) {
+        if (slot == host()->options.slot) {
+            continue;
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (peer_patience().limit(slot, deadline - now, now)) {
+            sockets.push_back(link_of(slot));
+        } else {
+            all_answer = false;
+        }
+    }
+    const Reloaded outcome = peers_reload(sockets, item, deadline);
+    return outcome == Reloaded::kByMaster || (outcome == Reloaded::kNoMaster && all_answer);
+}
+
+std::optional<std::chrono::nanoseconds> PeerPatience::limit(std::uint8_t slot, std::chrono::nanoseconds wanted,
+                                                            Time now) {
+    constexpr int kPauseSeconds = 5; // without a request to a peer that does not answer
+    constexpr int kPassSeconds = 2;  // within which the others are waited for less long
+    const std::lock_guard lock(mutex_);
+    const auto silent = silent_since_.find(slot);
+    if (silent != silent_since_.end() && now < silent->second + kPauseSeconds * second_) {
+        return std::nullopt;
+    }
+    const bool in_haste = last_silence_ && now < *last_silence_ + kPassSeconds * second_;
+    return silent != silent_since_.end() || in_haste ? wanted / 4 : wanted;
+}
+
+void PeerPatience::note(std::uint8_t slot, bool answered, Time now) {
+    const std::lock_guard lock(mutex_);
+    if (answered) {
+        silent_since_.erase(slot);
+        return;
+    }
+    silent_since_[slot] = now;
+    last_silence_ = now;
 }
 
 bool peer_listens(const std::filesystem::path &socket) {
@@ -269,8 +393,8 @@ gint32 ipmi_send_request(const IPMI_REQ_MSG_HEAD_S *head, const void *data, gint
                                         .cmd = head->cmd,
                                         .data = {static_cast<const std::uint8_t *>(data), head->src_len}};
     asd_host::IpmiResponse received;
-    const gint32 status = asd_host::peer_request(asd_host::link_of(head->target_instance), request,
-                                                 asd_host::limit_of(timeout_s), waits ? &received : nullptr);
+    const gint32 status =
+        asd_host::patient_request(head->target_instance, request, timeout_s, waits ? &received : nullptr);
     if (status != 0 || !waits) {
         return status;
     }

@@ -114,27 +114,28 @@ void pause_accepting(StreamShared &shared) {
     (void)wait_readable(fds, static_cast<int>(kAcceptPause.count()));
 }
 
-void run_client(const std::shared_ptr<StreamShared> &shared, int fd) {
+void run_client(const std::shared_ptr<StreamShared> &shared, const std::shared_ptr<Fd> &connection) {
     (void)pthread_setname_np(pthread_self(), shared->thread_name.c_str());
     {
-        StreamClient client(*shared, fd);
+        StreamClient client(*shared, connection->get());
         shared->protocol(client);
     }
     const std::lock_guard lock(shared->mutex);
-    shared->clients.erase(fd);
-    (void)close(fd);
+    shared->clients.erase(connection->get());
+    connection->reset();
     shared->said_full = shared->said_full && shared->clients.size() > StreamServer::kClients / 2;
     shared->client_gone.notify_all();
 }
 
 // A client that has been accepted gets its thread, even if that takes a while: it waits for answers for ever.
-void start_client(const std::shared_ptr<StreamShared> &shared, int fd) {
+void start_client(const std::shared_ptr<StreamShared> &shared, Fd client) {
     const timeval limit{.tv_sec = kWholeLimit.count() / 1000, .tv_usec = 0};
-    (void)setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    shared->set_idle(fd, true);
+    (void)setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    shared->set_idle(client.get(), true);
+    const auto connection = std::make_shared<Fd>(std::move(client));
     for (;;) {
         try {
-            std::thread(run_client, shared, fd).detach();
+            std::thread(run_client, shared, connection).detach();
             return;
         } catch (const std::system_error &failure) {
             if (shared->says_shortage.due()) {
@@ -193,7 +194,7 @@ int accept_client(const std::shared_ptr<StreamShared> &shared) {
         return errno;
     }
     if (!refuse_stranger(*shared, &client)) {
-        start_client(shared, client.release());
+        start_client(shared, std::move(client));
     }
     return 0;
 }

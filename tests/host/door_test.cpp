@@ -4,6 +4,7 @@
 
 #include "dummy_door.h"
 #include "host_test.h"
+#include "item_turns.h"
 #include "peer_link.h"
 
 #include <sys/resource.h>
@@ -89,7 +90,8 @@ protected:
         ASSERT_TRUE(registry_.add(kRows));
         std::string mistake;
         door_ = open_dummy_door(folder_ / "ipmi.sock", registry_, 3, &mistake);
-        link_ = open_peer_link(folder_ / "link.sock", registry_, &mistake);
+        link_ = open_peer_link(
+            folder_ / "link.sock", registry_, [](std::string_view) { return kCompleted; }, &mistake);
         ASSERT_EQ(mistake, "");
     }
     void TearDown() override {
@@ -362,6 +364,100 @@ TEST_F(PeerLink, ProcessesOfOtherUsersAreNoPeers) {
     IpmiResponse response;
     EXPECT_EQ(peer_request(folder_ / "strange.sock", {.netfn = 0x32, .cmd = 1}, milliseconds(kLimitMs), &response),
               kPeerAbsent);
+}
+
+TEST_F(PeerLink, TheMasterReloadsWhatAPeerHasWrittenOrTheWriterKnowsThatNobodyDid) {
+    struct Peer { // how it answers; none: it hangs
+        std::optional<Bytes> answer;
+    };
+    const Peer master{Bytes{'A', 'S', 'D', 'L', 1, 2, 1, 0, kCompleted}};
+    const Peer slave{Bytes{'A', 'S', 'D', 'L', 1, 2, 1, 0, kNotInThisState}};
+    const Peer failing{Bytes{'A', 'S', 'D', 'L', 1, 2, 1, 0, kUnspecifiedError}};
+    const Peer old{Bytes{}}; // does not know the request
+    const Peer hanging{};
+    const struct {
+        const char *name;
+        std::vector<Peer> peers;
+        Reloaded outcome;
+    } rows[] = {
+        {"nobody is there", {}, Reloaded::kNoMaster},
+        {"slaves alone", {slave, slave}, Reloaded::kNoMaster},
+        {"the master behind one that hangs", {hanging, old, slave, master}, Reloaded::kByMaster},
+        {"the master cannot", {slave, failing}, Reloaded::kUnknown},
+        {"an older release", {slave, old}, Reloaded::kUnknown},
+        {"one hangs", {slave, hanging}, Reloaded::kUnknown},
+    };
+    for (const auto &c : rows) {
+        SCOPED_TRACE(c.name);
+        std::vector<std::unique_ptr<StreamServer>> servers;
+        std::vector<fs::path> sockets{folder_ / "absent.sock"};
+        std::string mistake;
+        for (const Peer &peer : c.peers) {
+            sockets.push_back(folder_ / ("peer" + std::to_string(servers.size())));
+            servers.push_back(StreamServer::open(
+                sockets.back(), "peer",
+                [peer](StreamClient &client) {
+                    Bytes wish(8 + 5);
+                    (void)(client.await_request() && client.read(wish));
+                    EXPECT_EQ(wish, (Bytes{'A', 'S', 'D', 'L', 1, 3, 5, 0, 'A', 'S', 'D', '1', '4'}));
+                    (void)(peer.answer ? client.send(*peer.answer) : client.read(wish));
+                },
+                &mistake));
+            ASSERT_NE(servers.back(), nullptr) << mistake;
+        }
+        const bool hangs = c.outcome == Reloaded::kUnknown && !c.peers.back().answer;
+        const auto deadline = std::chrono::steady_clock::now() + milliseconds(hangs ? 100 : kLimitMs);
+        EXPECT_EQ(peers_reload(sockets, "ASD14", deadline), c.outcome);
+    }
+    EXPECT_EQ(peers_reload({folder_ / "link.sock"}, "ASD14", std::chrono::steady_clock::now() + milliseconds(kLimitMs)),
+              Reloaded::kByMaster);
+}
+
+TEST(PeerPatience, PeersThatHangCostAPassLessThanTwoSeconds) {
+    using std::chrono::seconds;
+    constexpr int kItems = 5;
+    PeerPatience patience(seconds(1));
+    PeerPatience::Time now{};
+    for (int pass = 0; pass < 20; ++pass) {
+        const PeerPatience::Time began = now;
+        for (int request = 0; request < kItems * 3; ++request) {
+            const auto slot = static_cast<std::uint8_t>(1 + request % 3);
+            if (const auto limit = patience.limit(slot, seconds(1), now)) {
+                now += std::chrono::duration_cast<PeerPatience::Time::duration>(*limit);
+                patience.note(slot, false, now);
+            }
+        }
+        EXPECT_LE(now - began, milliseconds(pass == 0 ? 1500 : 750)) << pass;
+        now += seconds(1);
+    }
+    now += seconds(5);
+    EXPECT_EQ(patience.limit(1, seconds(1), now), milliseconds(250)) << "asked again";
+    patience.note(1, true, now);
+    now += seconds(2);
+    EXPECT_EQ(patience.limit(1, seconds(1), now), seconds(1)) << "it answers: as before";
+}
+
+TEST(ItemTurns, OneAtATimeByItemAndWithinALimit) {
+    ItemTurns turns;
+    ASSERT_TRUE(turns.take(1, milliseconds(0)));
+    EXPECT_FALSE(turns.take(1, milliseconds(1)));
+    EXPECT_TRUE(turns.take(2, milliseconds(0)));
+    std::atomic<int> had = 0;
+    std::vector<std::thread> waiting;
+    for (int i = 0; i < 8; ++i) {
+        waiting.emplace_back([&] {
+            EXPECT_TRUE(turns.take(1, milliseconds(kLimitMs)));
+            EXPECT_EQ(++had, 1) << "alone";
+            std::this_thread::yield();
+            --had;
+            turns.give_back(1);
+        });
+    }
+    turns.give_back(1);
+    for (std::thread &thread : waiting) {
+        thread.join();
+    }
+    EXPECT_TRUE(turns.take(1, milliseconds(0)));
 }
 
 } // namespace
