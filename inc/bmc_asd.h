@@ -12,24 +12,24 @@ inline constexpr const gchar *kClassItem = "AtomStorageData";
 inline constexpr const gchar *kClassChip = "AtomStorageDataDev";
 
 // Properties of an item.
-inline constexpr const gchar *kPropOnline = "Online";            // y: non-zero when the item is present on this board
-inline constexpr const gchar *kPropDevCount = "DevCount";        // u: chips that hold the item, 1 or 2
-inline constexpr const gchar *kPropDev0 = "AtomStorageDataDev0"; // reference: first or only chip
-inline constexpr const gchar *kPropDev1 = "AtomStorageDataDev1"; // reference: second chip of a mirrored item
-inline constexpr const gchar *kPropLength = "Length";            // u: data bytes
-inline constexpr const gchar *kPropValue = "Value";              // ay: the in-memory copy that other modules read
-inline constexpr const gchar *kPropReady = "Ready";              // y: 1 when Value holds what was read or written last
-inline constexpr const gchar *kPropNum = "Num";                  // y: the item's number, the same on every controller
-inline constexpr const gchar *kPropNeedSync = "NeedSync";        // y: non-zero when the master pushes it to its peers
+inline constexpr const gchar *PROPERTY_ASD_ONLINE = "Online";     // y: non-zero when the item is present on this board
+inline constexpr const gchar *PROPERTY_ASD_DEVCOUNT = "DevCount"; // u: chips that hold the item, 1 or 2
+inline constexpr const gchar *PROPERTY_ASD_DEV0 = "AtomStorageDataDev0"; // reference: first or only chip
+inline constexpr const gchar *PROPERTY_ASD_DEV1 = "AtomStorageDataDev1"; // reference: second chip of a mirrored item
+inline constexpr const gchar *PROPERTY_ASD_LENGTH = "Length";            // u: data bytes
+inline constexpr const gchar *PROPERTY_ASD_VALUE = "Value";       // ay: the in-memory copy that other modules read
+inline constexpr const gchar *PROPERTY_ASD_READY = "Ready";       // y: 1 when Value holds what was read or written last
+inline constexpr const gchar *PROPERTY_ASD_NUM = "Num";           // y: the item's number, the same on every controller
+inline constexpr const gchar *PROPERTY_ASD_NEEDSYNC = "NeedSync"; // y: non-zero when the master pushes it to its peers
 
 // Properties of a chip.
-inline constexpr const gchar *kPropStorageLoc = "StorageLoc";   // block access: the chip's byte space
-inline constexpr const gchar *kPropOffset = "Offset";           // u: address of the record
-inline constexpr const gchar *kPropRetryNumber = "RetryNumber"; // u: failed transfers tolerated in one call
-inline constexpr const gchar *kPropHealth = "Health";           // y: 0 when the last access succeeded
-inline constexpr const gchar *kPropErrorCode = "ErrorCode";     // i: status of the last access
-inline constexpr const gchar *kPropStgWp = "StgWp";             // y: 0 lifts the chip's own protection, 1 sets it
-inline constexpr const gchar *kPropStgIsWp = "StgIsWp";         // y: 1 when protection is driven through StgWp
+inline constexpr const gchar *PROPERTY_ASD_DEV_STORAGELOC = "StorageLoc";   // block access: the chip's byte space
+inline constexpr const gchar *PROPERTY_ASD_DEV_OFFSET = "Offset";           // u: address of the record
+inline constexpr const gchar *PROPERTY_ASD_DEV_RETRYNUMBER = "RetryNumber"; // u: failed transfers tolerated in one call
+inline constexpr const gchar *PROPERTY_ASD_DEV_HEALTH = "Health";           // y: 0 when the last access succeeded
+inline constexpr const gchar *PROPERTY_ASD_DEV_ERRORCODE = "ErrorCode";     // i: status of the last access
+inline constexpr const gchar *PROPERTY_ASD_DEV_STGWP = "StgWp";     // y: 0 lifts the chip's own protection, 1 sets it
+inline constexpr const gchar *PROPERTY_ASD_DEV_STGISWP = "StgIsWp"; // y: 1 when protection is driven through StgWp
 
 inline constexpr DF_OPTIONS kOptionsNone = 0;
 inline constexpr DF_OPTIONS kOptionsStgWp = 16; // goes with every write of StgWp

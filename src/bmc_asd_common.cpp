@@ -4,6 +4,8 @@
 #include "bmc_asd_common.h"
 
 #include "bmc_asd_log.h"
+#include "bmc_asd_objects.h"
+#include "bmc_asd_property.h"
 #include "bmc_asd_read.h"
 #include "bmc_asd_update_property.h"
 #include "bmc_asd_write.h"
@@ -12,7 +14,6 @@
 #include "securec.h"
 
 #include <algorithm>
-#include <cstdarg>
 #include <cstring>
 #include <iterator>
 
@@ -55,80 +56,11 @@ static constexpr guint8 kModelFailed = 0xFF;
 static constexpr guint32 kModelAttempts = 3;
 static constexpr guint32 kModelPauseMs = 100;
 
-// ---- Logs ----
-
-void maintenance_log(gint32 level, const gchar *file, gint32 line, const gchar *format, ...) {
-    std::array<gchar, 1024> text{};
-    va_list arguments;
-    va_start(arguments, format);
-    (void)g_vsnprintf(text.data(), text.size(), format, arguments); // a longer text is cut
-    va_end(arguments);
-    dbg_log(level, "%s(%d)(%lu): %s", file, line, vos_tick_get(), text.data());
-}
-
-// ---- Values and properties ----
-
-bool name_in(const gchar *name, std::span<const std::string_view> names) {
-    return name != nullptr && std::ranges::find(names, std::string_view(name)) != names.end();
-}
-
-const gchar *logged_name(OBJ_HANDLE object) {
-    const gchar *name = dfl_get_object_name(object);
-    return name != nullptr ? name : "(null)";
-}
-
-std::span<const guint8> variant_bytes(GVariant *value) {
-    if (value == nullptr || !g_variant_is_of_type(value, G_VARIANT_TYPE_BYTESTRING)) {
-        return {};
-    }
-    gsize count = 0;
-    const auto *bytes = static_cast<const guint8 *>(g_variant_get_fixed_array(value, &count, sizeof(guint8)));
-    return bytes != nullptr ? std::span(bytes, count) : std::span<const guint8>();
-}
-
-Variant variant_from_bytes(const guint8 *data, guint32 len) {
-    return Variant::sink(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, data, len, sizeof(guint8)));
-}
-
-// Reads a property that must be of the given type.
-static gint32 typed_read(OBJ_HANDLE object, const gchar *property, const GVariantType *type, Variant *value) {
-    if (const gint32 ret = dfl_get_property_value(object, property, value->out()); ret != 0) {
-        return ret;
-    }
-    return *value && g_variant_is_of_type(value->get(), type) ? kStatusOk : kStatusFailed;
-}
-
-gint32 property_read(OBJ_HANDLE object, const gchar *property, guint8 *value) {
-    Variant holder;
-    const gint32 ret = typed_read(object, property, G_VARIANT_TYPE_BYTE, &holder);
-    if (ret == 0) {
-        *value = g_variant_get_byte(holder.get());
-    }
-    return ret;
-}
-
-gint32 property_read(OBJ_HANDLE object, const gchar *property, guint32 *value) {
-    Variant holder;
-    const gint32 ret = typed_read(object, property, G_VARIANT_TYPE_UINT32, &holder);
-    if (ret == 0) {
-        *value = g_variant_get_uint32(holder.get());
-    }
-    return ret;
-}
-
-gint32 property_write(OBJ_HANDLE object, const gchar *property, guint8 value, DF_OPTIONS options) {
-    return dfl_set_property_value(object, property, Variant::sink(g_variant_new_byte(value)).get(), options);
-}
-
-gint32 property_write(OBJ_HANDLE object, const gchar *property, gint32 value, DF_OPTIONS options) {
-    return dfl_set_property_value(object, property, Variant::sink(g_variant_new_int32(value)).get(), options);
-}
-
 // ---- Objects ----
 
 guint8 asd_obj_is_online(OBJ_HANDLE object_handle) {
     guint8 online = 0;
-    if (const gint32 ret = property_read(object_handle, kPropOnline, &online); ret != 0) {
+    if (const gint32 ret = property_read(object_handle, PROPERTY_ASD_ONLINE, &online); ret != 0) {
         ASD_LOG_ERROR("Get PROPERTY_ASD_ONLINE property failed! result: %d.", ret);
         return 0;
     }
@@ -139,7 +71,7 @@ gint32 asd_get_eeprom_count(OBJ_HANDLE obj_handle, guint32 *count) {
     if (count == nullptr) {
         return kStatusFailed;
     }
-    if (const gint32 ret = property_read(obj_handle, kPropDevCount, count); ret != 0) {
+    if (const gint32 ret = property_read(obj_handle, PROPERTY_ASD_DEVCOUNT, count); ret != 0) {
         ASD_LOG_ERROR("Get PROPERTY_ASD_DEVCOUNT property failed! result: %d.", ret);
         return kStatusFailed;
     }
@@ -175,7 +107,7 @@ gint32 asd_choose_asd_dev(gchar *asd_dev_name, guint8 buf_len) {
     }
     const gint32 cleared = memset_s(asd_dev_name, buf_len, 0, buf_len);
     // NOLINTNEXTLINE(bugprone-not-null-terminated-result): the zero fill ends the name
-    const gint32 copied = memcpy_s(asd_dev_name, buf_len, kPropDev1, std::strlen(kPropDev1));
+    const gint32 copied = memcpy_s(asd_dev_name, buf_len, PROPERTY_ASD_DEV1, std::strlen(PROPERTY_ASD_DEV1));
     if ((cleared | copied) != 0) {
         ASD_LOG_ERROR("Error: init and copy asd devname failed, result = %d.", cleared | copied);
     }
@@ -235,13 +167,13 @@ static GVariant *first_argument(GSList *input_list) {
     return static_cast<GVariant *>(g_slist_nth_data(input_list, 0));
 }
 
-// Gives a new value to the framework.
-static void output_append(GSList **output_list, Variant value) {
-    *output_list = g_slist_append(*output_list, value.release());
+// Gives a new value to the framework, floating: the framework sinks and releases what the list holds.
+static void output_append(GSList **output_list, GVariant *value) {
+    *output_list = g_slist_append(*output_list, value);
 }
 
 static gint32 output_status(GSList **output_list, gint32 status) {
-    output_append(output_list, Variant::sink(g_variant_new_int32(status)));
+    output_append(output_list, g_variant_new_int32(status));
     return status;
 }
 
@@ -273,10 +205,13 @@ static gint32 bucklecard_write(OBJ_HANDLE item, const guint8 *data, guint32 len)
     return asd_bucklecard_writetype(item, type.data(), len);
 }
 
+static gint32 item_write(OBJ_HANDLE item, const guint8 *data, guint32 len) {
+    return name_in(dfl_get_object_name(item), kBucklecardItems) ? bucklecard_write(item, data, len)
+                                                                : asd_write_method(item, data, len);
+}
+
 gint32 asd_write_data(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSList *input_list, GSList **output_list) {
-    const bool bucklecard = name_in(dfl_get_object_name(object_handle), kBucklecardItems);
-    return write_method_run(__func__, bucklecard ? bucklecard_write : asd_write_method, object_handle, input_list,
-                            output_list);
+    return write_method_run(__func__, item_write, object_handle, input_list, output_list);
 }
 
 gint32 asd_eqwrite_data(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSList *input_list, GSList **output_list) {
@@ -322,14 +257,14 @@ gint32 asd_read_data(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSList 
     if (const gint32 ret = asd_read_method(object_handle, buffer.get(), length); ret != 0) {
         return ret;
     }
-    Variant bytes = variant_from_bytes(buffer.get(), length);
-    if (!bytes) {
-        return kStatusByteArray;
-    }
     if (output_list == nullptr) {
         return kStatusArguments;
     }
-    output_append(output_list, std::move(bytes));
+    GVariant *bytes = new_byte_array(buffer.get(), length);
+    if (bytes == nullptr) {
+        return kStatusByteArray;
+    }
+    output_append(output_list, bytes);
     return kStatusOk;
 }
 
@@ -340,7 +275,7 @@ static bool mem_data_ready(OBJ_HANDLE item, const gchar *name) {
         return false;
     }
     guint8 ready = 0;
-    if (const gint32 ret = property_read(item, kPropReady, &ready); ret != 0) {
+    if (const gint32 ret = property_read(item, PROPERTY_ASD_READY, &ready); ret != 0) {
         ASD_LOG_ERROR("[%s] get property ready failed![%d]", name, ret);
         return false;
     }
@@ -351,26 +286,26 @@ static bool mem_data_ready(OBJ_HANDLE item, const gchar *name) {
     return true;
 }
 
-// The first Length bytes of Value as a new value; empty after a logged failure.
-static Variant mem_data_take(OBJ_HANDLE item, const gchar *name) {
+// The first Length bytes of Value as a new, floating value; null after a logged failure.
+static GVariant *mem_data_take(OBJ_HANDLE item, const gchar *name) {
     guint32 length = 0;
-    if (const gint32 ret = property_read(item, kPropLength, &length); ret != 0) {
+    if (const gint32 ret = property_read(item, PROPERTY_ASD_LENGTH, &length); ret != 0) {
         ASD_LOG_ERROR("[%s] get property length failed![%d]", name, ret);
-        return {};
+        return nullptr;
     }
     Variant value;
-    if (const gint32 ret = dfl_get_property_value(item, kPropValue, value.out()); ret != 0) {
+    if (const gint32 ret = dfl_get_property_value(item, PROPERTY_ASD_VALUE, value.out()); ret != 0) {
         ASD_LOG_ERROR("[%s] get value failed, ret[%d]", name, ret);
-        return {};
+        return nullptr;
     }
     const std::span<const guint8> bytes = variant_bytes(value.get());
     if (bytes.empty()) {
         ASD_LOG_ERROR("[%s] get array failed!", name);
-        return {};
+        return nullptr;
     }
     const gsize count = std::min<gsize>(std::min(length, kItemMax), bytes.size());
-    Variant data = variant_from_bytes(bytes.data(), static_cast<guint32>(count));
-    if (!data) {
+    GVariant *data = new_byte_array(bytes.data(), static_cast<guint32>(count));
+    if (data == nullptr) {
         ASD_LOG_ERROR("[%s] get property data failed!", name);
     }
     return data;
@@ -386,12 +321,14 @@ gint32 Asd_GetAsdMemData(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSL
     if (!mem_data_ready(object_handle, name)) {
         return kStatusFailed;
     }
-    Variant data = mem_data_take(object_handle, name);
-    if (!data) {
+    GVariant *data = mem_data_take(object_handle, name);
+    if (data == nullptr) {
         return kStatusFailed;
     }
     if (output_list != nullptr) {
-        output_append(output_list, std::move(data));
+        output_append(output_list, data);
+    } else {
+        g_variant_unref(data);
     }
     return kStatusOk;
 }
@@ -399,7 +336,7 @@ gint32 Asd_GetAsdMemData(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSL
 // Kept: only the first chip is cleared, also of a mirrored item.
 static gint32 first_chip_clear(OBJ_HANDLE item, const gchar *method, const gchar *name) {
     OBJ_HANDLE chip = 0;
-    if (const gint32 ret = dfl_get_referenced_object(item, kPropDev0, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(item, PROPERTY_ASD_DEV0, &chip); ret != 0) {
         ASD_LOG_ERROR("%s: %s Get dev handle failed! ret: %d.", method, name, ret);
         return kStatusFailed;
     }
@@ -421,7 +358,7 @@ gint32 asd_clear_memdata(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSL
         return kStatusFailed;
     }
     guint32 length = 0;
-    if (const gint32 ret = asd_get_length(object_handle, &length); ret != 0) {
+    if (const gint32 ret = property_read(object_handle, PROPERTY_ASD_LENGTH, &length); ret != 0) {
         ASD_LOG_ERROR("get length fail: %d", ret);
         return kStatusFailed;
     }
@@ -446,7 +383,7 @@ gint32 Asd_SetErrCode(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSList
     if (argument == nullptr || !g_variant_is_of_type(argument, G_VARIANT_TYPE_INT32)) {
         return kStatusFailed;
     }
-    return property_write(object_handle, kPropErrorCode, g_variant_get_int32(argument), kOptionsNone);
+    return property_write(object_handle, PROPERTY_ASD_DEV_ERRORCODE, g_variant_get_int32(argument), kOptionsNone);
 }
 
 // ---- Reload ----
@@ -454,7 +391,7 @@ gint32 Asd_SetErrCode(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSList
 // A set customer block waits in Value for its deferred write; a reload would replace it by the chip's older one.
 static bool ccdb_is_ready(OBJ_HANDLE item) {
     guint8 ready = 0;
-    if (property_read(item, kPropReady, &ready) != 0) {
+    if (property_read(item, PROPERTY_ASD_READY, &ready) != 0) {
         ASD_LOG_ERROR("Get CCDB ready signal failed.");
         return false;
     }
@@ -463,7 +400,7 @@ static bool ccdb_is_ready(OBJ_HANDLE item) {
 
 // The item's Length, when it can be loaded.
 static gint32 reload_length(OBJ_HANDLE item, const gchar *name, guint32 *length) {
-    if (const gint32 ret = property_read(item, kPropLength, length); ret != 0) {
+    if (const gint32 ret = property_read(item, PROPERTY_ASD_LENGTH, length); ret != 0) {
         ASD_LOG_ERROR("%s: get data length failed[%d]!", name, ret);
         return kStatusFailed;
     }
@@ -475,7 +412,7 @@ static gint32 reload_length(OBJ_HANDLE item, const gchar *name, guint32 *length)
 }
 
 gint32 process_each_asd_object(OBJ_HANDLE object_handle, gpointer callback_data) {
-    const guint8 clear_all_flag = callback_data != nullptr ? *static_cast<const guint8 *>(callback_data) : guint8{0};
+    const guint8 clearAllFlag = callback_data != nullptr ? *static_cast<const guint8 *>(callback_data) : guint8{0};
     const gchar *name = dfl_get_object_name(object_handle);
     if (name == nullptr) {
         return kStatusFailed;
@@ -483,7 +420,7 @@ gint32 process_each_asd_object(OBJ_HANDLE object_handle, gpointer callback_data)
     if (name == kItemNeverReloaded || asd_obj_is_online(object_handle) == 0) {
         return kStatusOk;
     }
-    if (name == kItemCcdb && clear_all_flag == 0 && ccdb_is_ready(object_handle)) {
+    if (name == kItemCcdb && clearAllFlag == 0 && ccdb_is_ready(object_handle)) {
         return kStatusOk;
     }
     guint32 length = 0;

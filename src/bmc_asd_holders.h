@@ -33,8 +33,6 @@ public:
         reset();
         return &value_;
     }
-    // The holder gives the reference away.
-    [[nodiscard]] GVariant *release() { return std::exchange(value_, nullptr); }
 
 private:
     explicit Variant(GVariant *value) : value_(value) {}

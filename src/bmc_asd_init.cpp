@@ -5,9 +5,10 @@
 
 #include "bmc_asd_common.h"
 #include "bmc_asd_holders.h"
-#include "bmc_asd_ipmi_setter.h"
 #include "bmc_asd_log.h"
+#include "bmc_asd_property.h"
 #include "bmc_asd_read.h"
+#include "bmc_asd_state.h"
 #include "bmc_asd_update_property.h"
 #include "bmc_asd_write.h"
 #include "board.h"
@@ -21,8 +22,6 @@
 #include <bit>
 #include <cstring>
 #include <string_view>
-
-std::atomic<guint32> g_masterMode{BOARD_MOS_ERROR};
 
 static constexpr guint32 kLongSleepMs = 120000; // long waits are made of these
 static constexpr guint32 kUpgradeSettleMs = 10000;
@@ -45,7 +44,7 @@ static void long_sleep(guint32 times) {
 
 gint32 ASD_SyncSourceObjectForeach(OBJ_HANDLE object_handle, gpointer /*user_data*/) {
     guint8 num = 0;
-    if (const gint32 ret = property_read(object_handle, kPropNum, &num); ret != 0) {
+    if (const gint32 ret = property_read(object_handle, PROPERTY_ASD_NUM, &num); ret != 0) {
         ASD_LOG_DEBUG("dfl get property value failed (%d)", ret);
         return kStatusOk;
     }
@@ -309,7 +308,7 @@ gint32 AsdReadCcdbDataFromRam(void) {
         return kStatusFailed;
     }
     guint8 ready = 0;
-    if (property_read(item, kPropReady, &ready) != 0) {
+    if (property_read(item, PROPERTY_ASD_READY, &ready) != 0) {
         ASD_LOG_ERROR("Get CCDB data ready signal failed");
         return kStatusFailed;
     }
@@ -520,10 +519,10 @@ gint32 ASD_SyncEEpromToSlaveForeach(OBJ_HANDLE object_handle, gpointer /*callbac
     guint8 ready = 0;
     guint8 num = 0;
     guint32 length = 0;
-    if (property_read(object_handle, kPropNeedSync, &need_sync) != 0 || need_sync == 0 ||
-        property_read(object_handle, kPropReady, &ready) != 0 || ready == 0 ||
-        property_read(object_handle, kPropNum, &num) != 0 || property_read(object_handle, kPropLength, &length) != 0 ||
-        length > kSyncDataMax) {
+    if (property_read(object_handle, PROPERTY_ASD_NEEDSYNC, &need_sync) != 0 || need_sync == 0 ||
+        property_read(object_handle, PROPERTY_ASD_READY, &ready) != 0 || ready == 0 ||
+        property_read(object_handle, PROPERTY_ASD_NUM, &num) != 0 ||
+        property_read(object_handle, PROPERTY_ASD_LENGTH, &length) != 0 || length > kSyncDataMax) {
         return kStatusOk;
     }
     std::array<guint8, kSyncDataMax> data{};

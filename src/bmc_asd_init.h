@@ -6,17 +6,6 @@
 
 #include "bmc_asd.h"
 
-#include <atomic>
-
-// The board's role as last read, a BOARD_MOS_E. A number, because a board may report a role beyond the three; atomic,
-// because the role monitor alone writes it and everybody reads it without a lock.
-extern std::atomic<guint32> g_masterMode;
-
-// The error role is no master.
-[[nodiscard]] inline bool is_master() {
-    return g_masterMode == BOARD_MASTER;
-}
-
 // One entry of the routine that reloads items while the board is master.
 struct ASD_MASTER_ROUTINEINFO {
     const gchar *asdName;
@@ -41,9 +30,10 @@ extern "C" {
 
 // ---- Start ----
 
-gint32 asd_init(void);  // creates the locks and binds every item's number; 0 or -1
-gint32 asd_start(void); // creates the four tasks; 0 or the status of the creation that failed
-gint32 ASD_SyncSourceObjectForeach(OBJ_HANDLE object_handle, gpointer user_data); // binds one item's number; 0
+[[nodiscard]] gint32 asd_init(void);  // creates the locks and binds every item's number; 0 or -1
+[[nodiscard]] gint32 asd_start(void); // creates the four tasks; 0 or the status of the creation that failed
+[[nodiscard]] gint32 ASD_SyncSourceObjectForeach(OBJ_HANDLE object_handle,
+                                                 gpointer user_data); // binds one item's number; 0
 
 // ---- Tasks; they never return ----
 
@@ -58,32 +48,32 @@ void ASD_EEprom_MasterWriteCcdb(void); // requested and standby writes of the cu
 
 // ---- Customer block: the pending copy, its request and its lock ----
 
-gint32 update_ccdb_data_of_ram(gconstpointer Data); // publishes 128 bytes as Value
+[[nodiscard]] gint32 update_ccdb_data_of_ram(gconstpointer Data); // publishes 128 bytes as Value
 // Writes the pending block; with the lock held. An unknown one is read from Value first, and not written when that
 // fails.
 void AsdWriteCcdbDataToEeprom(void);
 // Fills the pending block from Value; with the lock held. 0; or -1 with the block as it was, also while the item is not
 // online.
-gint32 AsdReadCcdbDataFromRam(void);
+[[nodiscard]] gint32 AsdReadCcdbDataFromRam(void);
 
-gulong AsdGetGCcdbSetEnLock(void);
+[[nodiscard]] gulong AsdGetGCcdbSetEnLock(void);
 void AsdSetGCcdbSetEnLock(gulong lock);
-guint8 *AsdGetGCcdbSetData(void);            // 128 bytes; with the lock held
-void AsdSetGCcdbSetData(const guint8 *data); // 128 bytes; with the lock held
-guint8 AsdGetGCcdbSetEn(void);               // 1: an immediate write waits for the master check
+[[nodiscard]] guint8 *AsdGetGCcdbSetData(void); // 128 bytes; with the lock held
+void AsdSetGCcdbSetData(const guint8 *data);    // 128 bytes; with the lock held
+[[nodiscard]] guint8 AsdGetGCcdbSetEn(void);    // 1: an immediate write waits for the master check
 void AsdSetGCcdbSetEn(guint8 value);
 
 // ---- Node view: the last one written, its flag and its lock ----
 
-gint32 AsdSetNodevie2E2prom(OBJ_HANDLE objHandle, const guint8 *srcData, gint32 lenth); // 0 or -1
-gint32 AsdSetGNodeviewLockMutex(void); // waits at most 10000 ms: 0 when obtained
+[[nodiscard]] gint32 AsdSetNodevie2E2prom(OBJ_HANDLE objHandle, const guint8 *srcData, gint32 lenth); // 0 or -1
+[[nodiscard]] gint32 AsdSetGNodeviewLockMutex(void); // waits at most 10000 ms: 0 when obtained
 void AsdSetGNodeviewunLockMutex(void);
 // 0: the next set writes whatever its data, also after a set that is under way meanwhile; takes no lock.
 void AsdSetNodeviewFlag(guint8 value);
 
 // ---- Push ----
 
-gint32 ASD_SyncEEpromToSlaveForeach(OBJ_HANDLE object_handle, gpointer callback_data); // 0 always
+[[nodiscard]] gint32 ASD_SyncEEpromToSlaveForeach(OBJ_HANDLE object_handle, gpointer callback_data); // 0 always
 // One item to every peer; a Len above 128 is logged, and nothing is sent.
 void ASD_EEprom_Sync(const UINT8 *Data, UINT8 NumId, UINT32 Len);
 
@@ -97,10 +87,10 @@ void ASD_SyncProCfgInfo(const guint8 *data, guint32 len);
 
 // ---- I/O card PCIe 4.0 record: 8 bytes, the first a setting code ----
 
-guint8 ASD_JudgeValidIocardPcie4(guint8 data); // 0xAA for 0xAA, 0x55 for everything else
+[[nodiscard]] guint8 ASD_JudgeValidIocardPcie4(guint8 data); // 0xAA for 0xAA, 0x55 for everything else
 // Three attempts each; len must be 8. 0, or -1 with *data untouched.
-gint32 ASD_GetIocardPcie4FromEEP(guint8 *data, guint32 len);
-gint32 ASD_SetIocardPcie4ToEEP(const guint8 *data, guint32 len);
+[[nodiscard]] gint32 ASD_GetIocardPcie4FromEEP(guint8 *data, guint32 len);
+[[nodiscard]] gint32 ASD_SetIocardPcie4ToEEP(const guint8 *data, guint32 len);
 void ASD_SetCtrlIocardPcie2Cpldram(void); // the controller's setting, from flash to CPLD RAM
 // The EEPROM's setting to CPLD RAM and flash; isMaster: a record without a setting may be completed from flash and
 // written.

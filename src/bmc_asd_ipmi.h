@@ -48,18 +48,18 @@ struct Response {
 };
 
 // Answers with a completion code alone.
-inline gint32 answer_code(const IPMI_MSG_S *req_msg, guint8 completion_code) {
+[[nodiscard]] inline gint32 answer_code(const IPMI_MSG_S *req_msg, guint8 completion_code) {
     return ipmi_send_simple_response(req_msg, completion_code);
 }
 
 // Answers with code 0x00 and the response's data bytes.
 template <guint32 N>
-gint32 answer_record(const IPMI_MSG_S *req_msg, const Response<N> &response) {
+[[nodiscard]] gint32 answer_record(const IPMI_MSG_S *req_msg, const Response<N> &response) {
     return ipmi_send_response(req_msg, static_cast<guint32>(response.bytes.size()), response.bytes.data());
 }
 
 // The item that a command's row names.
-inline const gchar *row_item(gconstpointer user_data) {
+[[nodiscard]] inline const gchar *row_item(gconstpointer user_data) {
     return static_cast<const gchar *>(user_data);
 }
 
@@ -69,12 +69,16 @@ struct asd_ipmi_frame_number {
     guint16 current_number;
 };
 
-using FrameHead = std::array<guint8, kFrameHeadSize>;
+// The same as they travel.
+struct asd_ipmi_mframe_head {
+    std::array<guint8, kFrameHeadSize> data;
 
-inline asd_ipmi_frame_number frame_number(const FrameHead &head) {
-    return {.total_number = static_cast<guint16>(head[0] | (head[1] << 8U)),
-            .current_number = static_cast<guint16>(head[2] | (head[3] << 8U))};
-}
+    [[nodiscard]] asd_ipmi_frame_number number() const {
+        return {.total_number = static_cast<guint16>(data[0] | (data[1] << 8U)),
+                .current_number = static_cast<guint16>(data[2] | (data[3] << 8U))};
+    }
+};
+static_assert(sizeof(asd_ipmi_mframe_head) == kFrameHeadSize);
 
 // The same in a bay configuration request.
 struct ASD_MULTI_FRAME_INFO_S {
@@ -91,12 +95,15 @@ void ASD_GetBayconfigCmdFrameInfo(const guint8 *request, ASD_MULTI_FRAME_INFO_S 
 void ASD_GetLastFrameDataLen(guint32 request_len, guint32 *last_len, const ASD_MULTI_FRAME_INFO_S *info);
 
 // True when message and data are there. A null message: logged, not answered; null data: logged and answered 0xFF.
-gboolean ASD_CheckIpmiMsgData(const IPMI_MSG_S *req_msg);
+[[nodiscard]] gboolean ASD_CheckIpmiMsgData(const IPMI_MSG_S *req_msg);
 
 // 0 when a multi-frame write request carries 10 to 229 bytes, else -1, logged but for a null pointer.
-gint32 ASD_RequestDataCheck(const guint8 *request, guint32 length);
+[[nodiscard]] gint32 ASD_RequestDataCheck(const guint8 *request, guint32 length);
 
 // True when all bytes are 0xFF; false for a null pointer or no bytes.
-gboolean ASD_CheckAsdDataIsFullF(const guint8 *data, guint32 maxLen);
+[[nodiscard]] gboolean ASD_CheckAsdDataIsFullF(const guint8 *data, guint32 maxLen);
+
+// Traces bytes: as text, then the first six in hexadecimal, zeros where there are fewer.
+void Asd_PrintData(const guint8 *String, guint8 Len);
 
 } // extern "C"

@@ -5,65 +5,17 @@
 
 #include "bmc_asd_common.h"
 #include "bmc_asd_holders.h"
-#include "bmc_asd_init.h"
 #include "bmc_asd_ipmi.h"
-#include "bmc_asd_ipmi_setter.h"
 #include "bmc_asd_log.h"
+#include "bmc_asd_property.h"
 #include "bmc_asd_read.h"
+#include "bmc_asd_state.h"
 #include "bmc_asd_update_property.h"
 #include "board.h"
 #include "object_frame.h"
 #include "securec.h"
 
 #include <algorithm>
-
-// ---- Shared checks ----
-
-gboolean ASD_CheckIpmiMsgData(const IPMI_MSG_S *req_msg) {
-    if (req_msg == nullptr) {
-        ASD_LOG_ERROR("MsgData is %p.", static_cast<const void *>(req_msg));
-        return FALSE;
-    }
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (request == nullptr) {
-        ASD_LOG_ERROR("ReqData is %p.", static_cast<const void *>(request));
-        (void)answer_code(req_msg, kUnspecifiedError); // the caller only learns that the request is done with
-        return FALSE;
-    }
-    return TRUE;
-}
-
-gint32 ASD_RequestDataCheck(const guint8 *request, guint32 length) {
-    if (request == nullptr) {
-        return kStatusFailed;
-    }
-    if (length <= kFrameData || length > kFrameRequestMax) {
-        ASD_LOG_ERROR("multi frame, head DataLen is %d.", length);
-        return kStatusFailed;
-    }
-    return kStatusOk;
-}
-
-gboolean ASD_CheckAsdDataIsFullF(const guint8 *data, guint32 maxLen) {
-    if (data == nullptr || maxLen == 0) {
-        return FALSE;
-    }
-    return std::all_of(data, data + maxLen, [](guint8 byte) { return byte == kErased; }) ? TRUE : FALSE;
-}
-
-void Asd_PrintData(const guint8 *String, guint8 Len) {
-    constexpr guint32 kPrintMax = 229;
-    constexpr std::size_t kTraced = 6;
-    std::array<guint8, kPrintMax> text{};
-    if (const gint32 ret = memcpy_s(text.data(), text.size(), String, Len); ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd ipmi print data failed, result = %d.", ret);
-    }
-    ASD_LOG_DEBUG("len is %d.Asd_print : [%.*s]. begin...", Len, static_cast<int>(text.size()),
-                  reinterpret_cast<const char *>(text.data()));
-    for (std::size_t i = 0; i < kTraced; ++i) {
-        ASD_LOG_DEBUG("[0x%02x]. ", text[i]);
-    }
-}
 
 // ---- Identity records ----
 
@@ -111,7 +63,7 @@ static guint8 record_fetch(const gchar *item_name, guint8 *data, guint32 size, b
         return kInvalidField;
     }
     guint8 ready = 0;
-    if (const gint32 ret = property_read(item, kPropReady, &ready); ret != 0) {
+    if (const gint32 ret = property_read(item, PROPERTY_ASD_READY, &ready); ret != 0) {
         ASD_LOG_ERROR("[%s] get property failed![%d]", item_name, ret);
         return kInvalidField;
     }
@@ -327,11 +279,11 @@ static constexpr guint32 kEkeyLastReadFrame = kEkeySize - ((kEkeyFrames - 1) * k
 static_assert(kEkeyLastReadFrame == 112);
 
 // Copies the frame numbers of a request into a head that is cleared.
-static asd_ipmi_frame_number ekey_frame_head(const guint8 *request, FrameHead head = {}) {
-    if (const gint32 ret = memcpy_s(head.data(), head.size(), request + kHeadSize, kFrameHeadSize); ret != 0) {
+static asd_ipmi_frame_number ekey_frame_head(const guint8 *request, asd_ipmi_mframe_head head = {}) {
+    if (const gint32 ret = memcpy_s(&head, sizeof head, request + kHeadSize, kFrameHeadSize); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ipmi frame header failed, result = %d.", ret);
     }
-    return frame_number(head);
+    return head.number();
 }
 
 static void frame_prefill(Response<kReadFrameSize> *response) {
@@ -360,8 +312,8 @@ gint32 ipmi_cmd_get_ekey(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
     }
     const gchar *item_name = row_item(user_data);
     ASD_LOG_DEBUG("user data is %s", item_name);
-    FrameHead head{};
-    if (const gint32 ret = memset_s(head.data(), head.size(), 0, head.size()); ret != 0) {
+    asd_ipmi_mframe_head head{};
+    if (const gint32 ret = memset_s(&head, sizeof head, 0, sizeof head); ret != 0) {
         ASD_LOG_ERROR("Error: init asd ipmi frame failed, result = %d.", ret);
     }
     const guint8 *request = get_ipmi_src_data(req_msg);
@@ -639,7 +591,7 @@ gint32 Ipmi_cmdGetProductCfgInfo(const IPMI_MSG_S *req_msg, gconstpointer user_d
         return answer_code(req_msg, kInvalidField);
     }
     guint8 ready = 0;
-    if (dfl_get_property_ubyte(item, kPropReady, &ready) != 0) {
+    if (dfl_get_property_ubyte(item, PROPERTY_ASD_READY, &ready) != 0) {
         return answer_code(req_msg, kNoResponse);
     }
     Response<kProductInfoSize> response;

@@ -43,7 +43,4 @@ gint32 IpmiCmdGetNodeView(const IPMI_MSG_S *req_msg, gconstpointer user_data); /
 gint32 ipmi_cmd_get_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer user_data); // also 0xD6, 0xE0
 gint32 Ipmi_cmdGetProductCfgInfo(const IPMI_MSG_S *req_msg, gconstpointer user_data);
 
-// Traces bytes: as text, then the first six in hexadecimal, zeros where there are fewer.
-void Asd_PrintData(const guint8 *String, guint8 Len);
-
 } // extern "C"

@@ -6,8 +6,9 @@
 #include "bmc_asd_common.h"
 #include "bmc_asd_init.h"
 #include "bmc_asd_ipmi.h"
-#include "bmc_asd_ipmi_getter.h"
 #include "bmc_asd_log.h"
+#include "bmc_asd_property.h"
+#include "bmc_asd_state.h"
 #include "bmc_asd_update_property.h"
 #include "bmc_asd_write.h"
 #include "board.h"
@@ -17,66 +18,6 @@
 
 #include <algorithm>
 #include <cstring>
-
-// ---- Locks ----
-
-gulong g_ekey_buffer_lock;
-gulong g_BayconfigBufLock;
-gulong g_eeprom_lock;
-gulong g_ccdbSetEnLock;
-gulong g_setNodeviewLock;
-
-namespace {
-
-struct ModuleLock {
-    gulong *handle;
-    const gchar *name;
-    const gchar *failure;
-};
-
-} // namespace
-
-// clang-format off
-static constexpr std::array<ModuleLock, 5> kLocks = {{
-    {.handle = &g_ekey_buffer_lock, .name = "ekey",        .failure = "Create g_ekey_buffer_lock failed!"},
-    {.handle = &g_BayconfigBufLock, .name = "bayconfig",   .failure = "Create g_BayconfigBufLock failed!"},
-    {.handle = &g_eeprom_lock,      .name = "eeprom",      .failure = "Create g_eeprom_lock failed!"},
-    {.handle = &g_ccdbSetEnLock,    .name = "CcdbSetEn",   .failure = "Create g_ccdbSetEnLock failed!"},
-    {.handle = &g_setNodeviewLock,  .name = "SetNodeview", .failure = "Create g_setNodeviewLock failed!"},
-}};
-// clang-format on
-
-static std::size_t locks_created; // the first so many of kLocks exist; written at start alone
-
-gint32 asd_ekey_lock_init(void) {
-    for (locks_created = 0; locks_created < kLocks.size(); ++locks_created) {
-        const ModuleLock &lock = kLocks[locks_created];
-        if (vos_thread_mutex_sem4_create(lock.name, lock.handle) != 0) {
-            ASD_LOG_ERROR("%s", lock.failure);
-            asd_delete_sem();
-            return kStatusFailed;
-        }
-    }
-    return kStatusOk;
-}
-
-void asd_delete_sem(void) {
-    for (; locks_created > 0; --locks_created) {
-        (void)vos_thread_sem4_delete(*kLocks[locks_created - 1].handle); // start fails in any case
-    }
-}
-
-gint32 asd_eeprom_lock(void) {
-    if (vos_thread_sem4_p(g_eeprom_lock, 2000) != 0) {
-        ASD_LOG_ERROR("Get g_eeprom_lock failed!");
-        return kStatusFailed;
-    }
-    return kStatusOk;
-}
-
-void asd_eeprom_unlock(void) {
-    (void)vos_thread_sem4_v(g_eeprom_lock); // nothing a caller could do
-}
 
 // ---- Fixed-size records ----
 
@@ -307,17 +248,15 @@ gint32 ipmi_cmd_set_baycfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
 
 // ---- Electronic keys ----
 
-SharedBytes<kEkeySize> g_ekey_buffer;
-
 static constexpr guint32 kEkeyLastWriteFrame = kEkeySize - ((kEkeyFrames - 1) * kWriteFrameSize);
 static_assert(kEkeyLastWriteFrame == 144);
 
 // Clears and copies the frame numbers of a request. *ret: both results combined.
 static asd_ipmi_frame_number ekey_frame_head(const guint8 *request, gint32 *ret) {
-    FrameHead head{};
-    *ret = memset_s(head.data(), head.size(), 0, head.size());
-    *ret |= memcpy_s(head.data(), head.size(), request + kHeadSize, kFrameHeadSize);
-    return frame_number(head);
+    asd_ipmi_mframe_head head{};
+    *ret = memset_s(&head, sizeof head, 0, sizeof head);
+    *ret |= memcpy_s(&head, sizeof head, request + kHeadSize, kFrameHeadSize);
+    return head.number();
 }
 
 // Stages a frame whose number is 1 to 5, with the lock held. The copy's result.
@@ -464,20 +403,6 @@ static_assert(kBayconfigLastFrameMax == 72);
 
 // Staging area of frame writes, guarded by g_BayconfigBufLock; cleared by the erase alone.
 static std::array<guint8, kBayconfigSize> g_BayconfigBuf;
-
-void ASD_GetBayconfigCmdFrameInfo(const guint8 *request, ASD_MULTI_FRAME_INFO_S *info) {
-    FrameHead head{};
-    std::copy_n(request + kHeadSize, head.size(), head.begin());
-    const asd_ipmi_frame_number number = frame_number(head);
-    info->FrameSendTimes = number.total_number;
-    info->CurrentFramNum = number.current_number;
-}
-
-void ASD_GetLastFrameDataLen(guint32 request_len, guint32 *last_len, const ASD_MULTI_FRAME_INFO_S *info) {
-    if (info->CurrentFramNum == info->FrameSendTimes) {
-        *last_len = request_len - kFrameData;
-    }
-}
 
 // Checks a frame write and takes its numbers. 0x00 or the code to answer.
 static guint8 bayconfig_frame_check(const IPMI_MSG_S *req_msg, ASD_MULTI_FRAME_INFO_S *info, guint32 *last_len) {
@@ -735,7 +660,7 @@ gint32 Ipmi_cmdSetProductCfgInfo(const IPMI_MSG_S *req_msg, gconstpointer user_d
 // Takes the value out of a sync message that is as long as its item. 0x00 or the code to answer.
 static guint8 sync_store(OBJ_HANDLE item, const guint8 *request, guint8 request_len) {
     guint32 length = 0;
-    if (const gint32 ret = property_read(item, kPropLength, &length); ret != 0) {
+    if (const gint32 ret = property_read(item, PROPERTY_ASD_LENGTH, &length); ret != 0) {
         ASD_LOG_DEBUG("ASD get property Length failed, ret(%d).", ret);
         return kKeyUnavailable;
     }

@@ -2,33 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// IPMI commands that write, the module's locks, and the key buffer.
+// IPMI commands that write.
 // Each handler answers its request once and returns the status of that answer, or -1 when the message is null (nothing
 // is sent). user_data: the item's name. They run on the stack's threads, many at once.
 
-#include "bmc_asd.h"
-#include "bmc_asd_holders.h"
 #include "ipmi_stack.h"
-
-// Staging area of key writes and cache of key reads from the chip, shared by all four keys. Written with
-// g_ekey_buffer_lock held; frames 2 to 5 of a chip read take no lock, hence the atomic bytes.
-extern SharedBytes<kEkeySize> g_ekey_buffer;
+#include "platform_types.h"
 
 extern "C" {
-
-// ---- Locks: five mutual-exclusion semaphores, created at start and never deleted ----
-// The only nesting is a buffer or data lock, then the EEPROM lock.
-
-extern gulong g_ekey_buffer_lock; // g_ekey_buffer
-extern gulong g_BayconfigBufLock; // the bay configuration buffer
-extern gulong g_eeprom_lock;      // chip access of the record write and of the E2PWP test read
-extern gulong g_ccdbSetEnLock;    // the pending customer block and its request
-extern gulong g_setNodeviewLock;  // the last node view and its flag
-
-gint32 asd_ekey_lock_init(void); // creates all five: 0, or -1 with none left
-void asd_delete_sem(void);       // deletes those that were created
-gint32 asd_eeprom_lock(void);    // waits at most 2000 ms: 0 or -1
-void asd_eeprom_unlock(void);
 
 // ---- Fixed-size records; 0xCC no data, 0xCE not written ----
 // Kept: each stores its fixed number of bytes, whatever the request's length; a short request stores the zeros behind

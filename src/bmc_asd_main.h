@@ -17,10 +17,10 @@ extern const std::array<IPMI_CMD_S, kIpmiCommandCount> _ipmi_cmd;
 extern "C" {
 
 // Registers module, classes, methods and handlers. 0, or the status of the first call that failed.
-gint32 _app_init(void);
+[[nodiscard]] gint32 _app_init(void);
 
 // Kept empty: the module looks objects up whenever it needs them.
-gint32 asd_add_obj_handle(const gchar *class_name, OBJ_HANDLE object_handle);
-gint32 asd_del_obj_handle(const gchar *class_name, OBJ_HANDLE object_handle);
+[[nodiscard]] gint32 asd_add_obj_handle(const gchar *class_name, OBJ_HANDLE object_handle);
+[[nodiscard]] gint32 asd_del_obj_handle(const gchar *class_name, OBJ_HANDLE object_handle);
 
 } // extern "C"

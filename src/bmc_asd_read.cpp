@@ -4,9 +4,11 @@
 #include "bmc_asd_read.h"
 
 #include "arith.h"
-#include "bmc_asd_common.h"
 #include "bmc_asd_holders.h"
 #include "bmc_asd_log.h"
+#include "bmc_asd_objects.h"
+#include "bmc_asd_property.h"
+#include "bmc_asd_record.h"
 #include "bmc_asd_update_property.h"
 #include "bmc_asd_write.h"
 #include "object_frame.h"
@@ -15,6 +17,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cstring>
 #include <string_view>
 
@@ -65,11 +68,11 @@ gint32 asd_eeprom_getoffset(OBJ_HANDLE dev_handle, guint32 *retry, guint32 *offs
     if (retry == nullptr || offset == nullptr) {
         return kStatusFailed;
     }
-    if (const gint32 ret = property_read(dev_handle, kPropOffset, offset); ret != 0) {
+    if (const gint32 ret = property_read(dev_handle, PROPERTY_ASD_DEV_OFFSET, offset); ret != 0) {
         ASD_LOG_ERROR("[%s] Get eeprom offset failed! result: %d.", logged_name(dev_handle), ret);
         return kStatusFailed;
     }
-    if (property_read(dev_handle, kPropRetryNumber, retry) != 0) {
+    if (property_read(dev_handle, PROPERTY_ASD_DEV_RETRYNUMBER, retry) != 0) {
         *retry = kRetryDefault;
     }
     return kStatusOk;
@@ -79,7 +82,7 @@ gint32 ASD_IsNeedCcrRetry(const gchar *dev_name, guint32 len, const guint8 *work
     if (!name_in(dev_name, kBlankTolerantChips)) {
         return 1;
     }
-    const std::span record(work, len + kChecksumSize);
+    const std::span record(work, gsize{len} + kChecksumSize);
     return std::ranges::all_of(record, [](guint8 byte) { return byte == kErased; }) ? 0 : 1;
 }
 
@@ -109,35 +112,34 @@ static bool any_reads_again(const gchar *dev_name, guint32 len, const guint8 *wo
 
 // Transfers until one succeeds or the budget, which all rounds of a call share, is spent. Without budget no transfer is
 // made and the previous result stands.
-static gint32 record_transfer(OBJ_HANDLE chip, guint8 *work, guint32 size, guint32 offset, guint32 *retry,
-                              gint32 previous) {
+static gint32 record_transfer(ChipRecord *record, gint32 previous) {
     gint32 ret = previous;
-    while (*retry != 0) {
-        ret = dfl_block_read(chip, kPropStorageLoc, offset, size, work);
+    while (record->retry != 0) {
+        ret = dfl_block_read(record->chip, PROPERTY_ASD_DEV_STORAGELOC, record->offset, record_size(record->len),
+                             record->bytes);
         if (ret == 0) {
             return ret;
         }
         vos_task_delay(kReadPauseMs);
-        --*retry;
+        --record->retry;
     }
     return ret;
 }
 
-// Reads a record into work until its checksum is good, again says that another round is not worth it, or three rounds
-// are done.
-static RecordRead record_read(OBJ_HANDLE chip, guint8 *work, guint32 len, guint32 offset, guint32 retry,
-                              ReadAgain again) {
-    const gchar *name = dfl_get_object_name(chip);
+// Reads a record until its checksum is good, again says that another round is not worth it, or three rounds are done.
+static RecordRead record_read(ChipRecord record, ReadAgain again) {
+    const gchar *name = dfl_get_object_name(record.chip);
     RecordRead read;
     for (guint32 round = 0; round < kReadRounds; ++round) {
-        read.ret = record_transfer(chip, work, len + kChecksumSize, offset, &retry, read.ret);
-        (void)asd_update_dev_errcode(chip, read.ret); // logged there
+        read.ret = record_transfer(&record, read.ret);
+        (void)asd_update_dev_errcode(record.chip, read.ret); // logged there
         if (read.ret != 0) {
             return read;
         }
-        read.computed = arith_make_crc_checksum(0, work, len);
-        read.stored = static_cast<guint16>(work[len] | (work[len + 1] << 8U));
-        if (read.matches() || !again(name, len, work)) {
+        const guint8 *checksum = record.bytes + record.len;
+        read.computed = arith_make_crc_checksum(0, record.bytes, record.len);
+        read.stored = static_cast<guint16>(checksum[0] | (checksum[1] << 8U));
+        if (read.matches() || !again(name, record.len, record.bytes)) {
             return read;
         }
     }
@@ -145,14 +147,14 @@ static RecordRead record_read(OBJ_HANDLE chip, guint8 *work, guint32 len, guint3
     return read;
 }
 
-static void record_deliver(guint8 *data, const guint8 *work, guint32 len) {
-    if (const gint32 ret = memcpy_s(data, len, work, len); ret != 0) {
+static void record_deliver(const ChipRecord &record, guint8 *data) {
+    if (const gint32 ret = memcpy_s(data, record.len, record.bytes, record.len); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd check data failed, result = %d.", ret);
     }
 }
 
 // Logs, and on accepted data delivers, what a read found.
-static void record_conclude(const gchar *name, const RecordRead &read, guint8 *data, const guint8 *work, guint32 len) {
+static void record_conclude(const ChipRecord &record, const gchar *name, const RecordRead &read, guint8 *data) {
     const bool power_threshold = name == kPowerThresholdChip;
     if (read.ret != 0) {
         if (power_threshold && !power_threshold_chip_failed.exchange(true)) {
@@ -165,14 +167,14 @@ static void record_conclude(const gchar *name, const RecordRead &read, guint8 *d
             ASD_LOG_INFO("Read backBoard(%s) eeprom ok but crc check failed(CrcRet=%d, CrcReal=%d)", name,
                          read.computed, read.stored);
         }
-        record_deliver(data, work, len);
+        record_deliver(record, data);
         return;
     }
     if (!read.matches()) {
         ASD_LOG_INFO("%s Read eeprom OK but CRC check failed.CrcRet[%d], CrcReal[%d]!", name, read.computed,
                      read.stored);
     }
-    record_deliver(data, work, len);
+    record_deliver(record, data);
     if (power_threshold) {
         power_threshold_chip_failed = false;
     }
@@ -180,66 +182,67 @@ static void record_conclude(const gchar *name, const RecordRead &read, guint8 *d
 
 gint32 asd_eeprom_readblk(OBJ_HANDLE dev_handle, guint8 *data, guint32 len, guint8 *work, guint32 offset,
                           guint32 retry) {
+    assert(data != nullptr && work != nullptr && record_size(len) != 0);
     const gchar *name = logged_name(dev_handle);
-    const RecordRead read = record_read(dev_handle, work, len, offset, retry, any_reads_again);
-    record_conclude(name, read, data, work, len);
+    ChipRecord record = {.chip = dev_handle, .len = len, .offset = offset, .retry = retry};
+    record.bytes = work;
+    const RecordRead read = record_read(record, any_reads_again);
+    record_conclude(record, name, read, data);
     asd_check_errlevel(dev_handle, read.ret, name, read.ret != 0 ? 1 : 0);
     if (name_in(name, kStrictChips) && !read.matches()) {
         return read.ret | 1;
     }
-    // Kept: elsewhere a bad checksum is no failure; the bytes are delivered as they were read.
+    // Kept (answer): elsewhere a bad checksum is no failure; the bytes are delivered as they were read.
     return read.ret;
 }
 
 // What both reads of a record do first: the address, the budget and the work buffer.
-static WorkBuffer read_prepare(OBJ_HANDLE chip, const guint8 *data, guint32 len, guint32 *retry, guint32 *offset) {
+static WorkBuffer read_prepare(ChipRecord *record, const guint8 *data) {
     if (data == nullptr) {
         ASD_LOG_ERROR("Input parameter error.");
         return WorkBuffer::allocate(0);
     }
-    if (asd_eeprom_getoffset(chip, retry, offset) != 0) {
+    if (asd_eeprom_getoffset(record->chip, &record->retry, &record->offset) != 0) {
         ASD_LOG_ERROR("Get eeprom offset faild.");
         return WorkBuffer::allocate(0);
     }
-    WorkBuffer work = WorkBuffer::allocate(len + kChecksumSize);
+    WorkBuffer work = WorkBuffer::allocate(record_size(record->len));
     if (!work) {
-        ASD_LOG_ERROR("%s malloc memory failed.", logged_name(chip));
+        ASD_LOG_ERROR("%s malloc memory failed.", logged_name(record->chip));
     }
+    record->bytes = work.get();
     return work;
 }
 
 gint32 asd_eeprom_read(OBJ_HANDLE dev_handle, guint8 *data, guint32 len) {
-    guint32 retry = kRetryDefault;
-    guint32 offset = 0;
-    const WorkBuffer work = read_prepare(dev_handle, data, len, &retry, &offset);
+    ChipRecord record = {.chip = dev_handle, .len = len};
+    const WorkBuffer work = read_prepare(&record, data);
     if (!work) {
         return kStatusFailed;
     }
-    return asd_eeprom_readblk(dev_handle, data, len, work.get(), offset, retry);
+    return asd_eeprom_readblk(dev_handle, data, len, work.get(), record.offset, record.retry);
 }
 
 // Reads, delivers and frees the work buffer: it must not outlive the transfer, writing Health may take its time.
-static RecordRead check_read_run(OBJ_HANDLE chip, guint8 *data, guint32 len, WorkBuffer work, guint32 offset,
-                                 guint32 retry) {
-    const RecordRead read = record_read(chip, work.get(), len, offset, retry, strict_reads_again);
+static RecordRead check_read_run(const ChipRecord &record, WorkBuffer /*work*/, guint8 *data) {
+    const RecordRead read = record_read(record, strict_reads_again);
     if (read.ret == 0) {
         if (read.rounds_used_up) {
             ASD_LOG_ERROR("Read BackBoard [%s] eeprom OK but CRC check failed.CrcRet[%d], CrcReal[%d]!",
-                          logged_name(chip), read.computed, read.stored);
+                          logged_name(record.chip), read.computed, read.stored);
         }
-        record_deliver(data, work.get(), len);
+        record_deliver(record, data);
     }
     return read;
 }
 
 gint32 asd_eeprom_check_read(OBJ_HANDLE dev_handle, guint8 *data, guint32 len) {
-    guint32 retry = kRetryDefault;
-    guint32 offset = 0;
-    WorkBuffer work = read_prepare(dev_handle, data, len, &retry, &offset);
+    ChipRecord record = {.chip = dev_handle, .len = len};
+    WorkBuffer work = read_prepare(&record, data);
     if (!work) {
         return kStatusFailed;
     }
-    const RecordRead read = check_read_run(dev_handle, data, len, std::move(work), offset, retry);
+    const RecordRead read = check_read_run(record, std::move(work), data);
     asd_check_errlevel(dev_handle, read.ret, dfl_get_object_name(dev_handle), read.ret != 0 ? 1 : 0);
     return read.rounds_used_up ? kStatusChecksum : read.ret;
 }
@@ -260,7 +263,7 @@ gint32 asd_read_equip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
 // Both chips of a pair, which must hold the same bytes.
 static gint32 read_both(const gchar *function, const gchar *name, OBJ_HANDLE item, guint8 *data, guint32 len) {
     OBJ_HANDLE chip = 0;
-    if (const gint32 ret = dfl_get_referenced_object(item, kPropDev0, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(item, PROPERTY_ASD_DEV0, &chip); ret != 0) {
         ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV0 failed! ret: %d.", function, name, ret);
         return ret;
     }
@@ -268,7 +271,7 @@ static gint32 read_both(const gchar *function, const gchar *name, OBJ_HANDLE ite
         ASD_LOG_ERROR("%s: %s Read 1st EEPROM failed! ret: %d.", function, name, ret);
         return ret;
     }
-    if (const gint32 ret = dfl_get_referenced_object(item, kPropDev1, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(item, PROPERTY_ASD_DEV1, &chip); ret != 0) {
         ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV1 failed! ret: %d.", function, name, ret);
         return ret;
     }
@@ -304,7 +307,7 @@ gint32 asd_read_chip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     }
     if (count == 1) {
         OBJ_HANDLE chip = 0;
-        if (const gint32 ret = dfl_get_referenced_object(obj_handle, property.name, &chip); ret != 0) {
+        if (const gint32 ret = referenced_chip(obj_handle, property.name, &chip); ret != 0) {
             ASD_LOG_ERROR("%s: %s Get dev failed! ret: %d.", __func__, name, ret);
             return ret;
         }
@@ -335,7 +338,7 @@ static gint32 read_device(OBJ_HANDLE item, guint8 *data, guint32 len, guint8 dev
                           RecordReader read) {
     OBJ_HANDLE chip = 0;
     if (device_id == 0) {
-        if (const gint32 ret = dfl_get_referenced_object(item, first_property, &chip); ret != 0) {
+        if (const gint32 ret = referenced_chip(item, first_property, &chip); ret != 0) {
             ASD_LOG_ERROR("Get dev failed! ret: %d.", ret);
             return ret;
         }
@@ -346,7 +349,7 @@ static gint32 read_device(OBJ_HANDLE item, guint8 *data, guint32 len, guint8 dev
         return ret;
     }
     if (device_id == 1) {
-        if (const gint32 ret = dfl_get_referenced_object(item, kPropDev1, &chip); ret != 0) {
+        if (const gint32 ret = referenced_chip(item, PROPERTY_ASD_DEV1, &chip); ret != 0) {
             ASD_LOG_ERROR("Get PROPERTY_ASD_DEV1 failed! ret: %d.", ret);
             return ret;
         }
@@ -407,7 +410,7 @@ gint32 asd_read_check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     }
     if (count == 1) {
         OBJ_HANDLE chip = 0;
-        if (const gint32 ret = dfl_get_referenced_object(obj_handle, property.name, &chip); ret != 0) {
+        if (const gint32 ret = referenced_chip(obj_handle, property.name, &chip); ret != 0) {
             ASD_LOG_ERROR("%s: (%s)Get dev failed! ret(%d).", __func__, name, ret);
             return ret;
         }
@@ -420,8 +423,8 @@ gint32 asd_read_check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     return kStatusChipCount;
 }
 
-// Kept: this and the pairs' paths start from AtomStorageDataDev0 on every board; only the single-chip paths above
-// choose.
+// Kept (answer): this, the pairs and the repair start from AtomStorageDataDev0 on every board; only the paths of a
+// single chip, and of the chip that the caller names, choose.
 gint32 asd_read_one_chip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     const gchar *name = logged_name(obj_handle);
     gint32 count_ret = 0;
@@ -433,7 +436,7 @@ gint32 asd_read_one_chip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
         ASD_LOG_ERROR("%s chip count(%u) is wrong!", name, count);
         return kStatusChipCount;
     }
-    gint32 ret = asd_read_devchip(obj_handle, data, len, kPropDev0);
+    gint32 ret = asd_read_devchip(obj_handle, data, len, PROPERTY_ASD_DEV0);
     if (ret == 0) {
         return ret;
     }
@@ -441,7 +444,7 @@ gint32 asd_read_one_chip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
         ASD_LOG_ERROR("%s read eeprom count 1 failed, ret=%d", name, ret);
         return ret;
     }
-    ret = asd_read_devchip(obj_handle, data, len, kPropDev1);
+    ret = asd_read_devchip(obj_handle, data, len, PROPERTY_ASD_DEV1);
     if (ret != 0) {
         ASD_LOG_ERROR("%s read eeprom count 2 failed, ret=%d", name, ret);
     }
@@ -451,7 +454,7 @@ gint32 asd_read_one_chip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
 gint32 asd_read_devchip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, const gchar *property) {
     const gchar *name = logged_name(obj_handle);
     OBJ_HANDLE chip = 0;
-    if (const gint32 ret = dfl_get_referenced_object(obj_handle, property, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(obj_handle, property, &chip); ret != 0) {
         ASD_LOG_ERROR("%s Get dev failed(ret=%d)", name, ret);
         return ret;
     }
@@ -482,14 +485,14 @@ gint32 asd_read_check_flag(OBJ_HANDLE chk_obj_handle, guint8 *check_flag) {
     }
     OBJ_HANDLE chip = 0;
     guint8 stored0 = 0;
-    gint32 ret0 = dfl_get_referenced_object(chk_obj_handle, kPropDev0, &chip);
+    gint32 ret0 = referenced_chip(chk_obj_handle, PROPERTY_ASD_DEV0, &chip);
     if (ret0 != 0) {
         ASD_LOG_ERROR("%s: (%s)Get check_flag PROPERTY_ASD_DEV0 failed! ret: %d.", __func__, name, ret0);
     } else {
         ret0 = flag_chip_read(chip, name, 1, &stored0);
     }
     guint8 stored1 = 0;
-    gint32 ret1 = dfl_get_referenced_object(chk_obj_handle, kPropDev1, &chip);
+    gint32 ret1 = referenced_chip(chk_obj_handle, PROPERTY_ASD_DEV1, &chip);
     if (ret1 != 0) {
         ASD_LOG_ERROR("%s: (%s)Get check_flag PROPERTY_ASD_DEV1 failed! ret: %d.", __func__, name, ret1);
     } else {
@@ -521,7 +524,7 @@ gint32 asd_choose_object_read(OBJ_HANDLE obj_handle, guint8 *check_flag) {
 gint32 asd_read_chip_dev0check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, guint8 check_flag) {
     const gchar *name = logged_name(obj_handle);
     OBJ_HANDLE chip = 0;
-    if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev0, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(obj_handle, PROPERTY_ASD_DEV0, &chip); ret != 0) {
         ASD_LOG_ERROR("(%s)Get PROPERTY_ASD_DEV0 failed! ret: %d.", name, ret);
         return ret;
     }
@@ -546,7 +549,7 @@ gint32 asd_read_chip_dev0check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len,
 gint32 asd_read_chip_dev1check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, guint8 check_flag) {
     const gchar *name = logged_name(obj_handle);
     OBJ_HANDLE chip = 0;
-    if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev1, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(obj_handle, PROPERTY_ASD_DEV1, &chip); ret != 0) {
         ASD_LOG_ERROR("(%s)Get PROPERTY_ASD_DEV1 failed! ret: %d.", name, ret);
         return ret;
     }
@@ -581,7 +584,7 @@ gint32 asd_read_chip_check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
 // ---- Compare and repair ----
 
 gint32 asd_check_read_chip_one(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, guint8 DeviceId) {
-    return read_device(obj_handle, data, len, DeviceId, kPropDev0, asd_eeprom_check_read);
+    return read_device(obj_handle, data, len, DeviceId, PROPERTY_ASD_DEV0, asd_eeprom_check_read);
 }
 
 // An all-0xFF buffer: a copy that could not be read looks erased.

@@ -3,9 +3,10 @@
 
 #include "bmc_asd_update_property.h"
 
-#include "bmc_asd_common.h"
 #include "bmc_asd_holders.h"
 #include "bmc_asd_log.h"
+#include "bmc_asd_objects.h"
+#include "bmc_asd_property.h"
 #include "object_frame.h"
 #include "securec.h"
 
@@ -37,12 +38,12 @@ gint32 asd_set_value2(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len, DF
         ASD_LOG_ERROR("Input parameter NULL!");
         return kStatusFailed;
     }
-    const Variant value = variant_from_bytes(data, len);
+    const Variant value = Variant::sink(new_byte_array(data, len));
     if (!value) {
         ASD_LOG_ERROR("New fixed array fail.");
         return kStatusByteArray;
     }
-    if (const gint32 ret = dfl_set_property_value(obj_handle, kPropValue, value.get(), options); ret != 0) {
+    if (const gint32 ret = dfl_set_property_value(obj_handle, PROPERTY_ASD_VALUE, value.get(), options); ret != 0) {
         ASD_LOG_ERROR("%s: %s set dev value failed!ret(%d)", __func__, logged_name(obj_handle), ret);
         return kStatusValueRefused;
     }
@@ -50,7 +51,7 @@ gint32 asd_set_value2(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len, DF
 }
 
 gint32 asd_set_ready(OBJ_HANDLE obj_handle, guint8 ready, DF_OPTIONS options) {
-    const gint32 ret = property_write(obj_handle, kPropReady, ready, options);
+    const gint32 ret = property_write(obj_handle, PROPERTY_ASD_READY, ready, options);
     if (ret != 0) {
         ASD_LOG_ERROR("Set PROPERTY_ASD_READY failed! result: %d.", ret);
     }
@@ -87,7 +88,7 @@ gint32 asd_get_value(const gchar *obj_name, guint32 data_len, guint8 *data, gsiz
         return kStatusOk;
     }
     Variant value;
-    if (const gint32 ret = dfl_get_property_value(object, kPropValue, value.out()); ret != 0) {
+    if (const gint32 ret = dfl_get_property_value(object, PROPERTY_ASD_VALUE, value.out()); ret != 0) {
         ASD_LOG_ERROR("Get %s value failed! ret: %d.", obj_name, ret);
         return ret;
     }
@@ -99,7 +100,7 @@ gint32 asd_get_length(OBJ_HANDLE obj_handle, guint32 *len) {
         ASD_LOG_ERROR("Input parameter error.");
         return kStatusFailed;
     }
-    const gint32 ret = property_read(obj_handle, kPropLength, len);
+    const gint32 ret = property_read(obj_handle, PROPERTY_ASD_LENGTH, len);
     if (ret != 0) {
         ASD_LOG_ERROR("Get PROPERTY_ASD_LENGTH failed! result: %d.", ret);
     }
@@ -109,7 +110,7 @@ gint32 asd_get_length(OBJ_HANDLE obj_handle, guint32 *len) {
 // ---- Health and ErrorCode ----
 
 gint32 asd_update_dev_health(OBJ_HANDLE dev_handle, guint8 health) {
-    const gint32 ret = property_write(dev_handle, kPropHealth, health, kOptionsNone);
+    const gint32 ret = property_write(dev_handle, PROPERTY_ASD_DEV_HEALTH, health, kOptionsNone);
     if (ret != 0) {
         ASD_LOG_ERROR("%s Set PROPERTY_ASD_DEV_HEALTH failed! result: %d.", logged_name(dev_handle), ret);
     }
@@ -117,7 +118,7 @@ gint32 asd_update_dev_health(OBJ_HANDLE dev_handle, guint8 health) {
 }
 
 gint32 asd_update_dev_errcode(OBJ_HANDLE dev_handle, gint32 errcode) {
-    const gint32 ret = property_write(dev_handle, kPropErrorCode, errcode, kOptionsNone);
+    const gint32 ret = property_write(dev_handle, PROPERTY_ASD_DEV_ERRORCODE, errcode, kOptionsNone);
     if (ret != 0) {
         ASD_LOG_ERROR("%s Set PROPERTY_ASD_DEV_ERRORCODE failed! result: %d.", logged_name(dev_handle), ret);
     }

@@ -4,11 +4,13 @@
 #include "bmc_asd_write.h"
 
 #include "arith.h"
-#include "bmc_asd_common.h"
 #include "bmc_asd_holders.h"
-#include "bmc_asd_ipmi_setter.h"
 #include "bmc_asd_log.h"
+#include "bmc_asd_objects.h"
+#include "bmc_asd_property.h"
 #include "bmc_asd_read.h"
+#include "bmc_asd_record.h"
+#include "bmc_asd_state.h"
 #include "bmc_asd_update_property.h"
 #include "object_frame.h"
 #include "securec.h"
@@ -32,10 +34,11 @@ static constexpr std::array<std::string_view, 6> kFanChips = {"ASDDev3",  "ASDDe
 // ---- One record on one chip ----
 
 gint32 asd_eeprom_writecrc(const guint8 *data, guint32 len, guint8 *out) {
-    if (data == nullptr || out == nullptr) {
+    const guint32 size = record_size(len);
+    if (data == nullptr || out == nullptr || size == 0) {
         return kStatusFailed;
     }
-    if (const gint32 ret = memcpy_s(out, len + kChecksumSize, data, len); ret != 0) {
+    if (const gint32 ret = memcpy_s(out, size, data, len); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd check data failed, result = %d.", ret);
     }
     const guint16 checksum = arith_make_crc_checksum(0, data, len);
@@ -44,27 +47,31 @@ gint32 asd_eeprom_writecrc(const guint8 *data, guint32 len, guint8 *out) {
     return kStatusOk;
 }
 
-// Attempts a write until one succeeds or retry attempts are used up. An attempt that does not get the lock is used up
-// without a transfer and without a pause.
-static gint32 record_attempts(OBJ_HANDLE chip, const gchar *name, guint32 offset, guint32 size, const guint8 *record,
-                              guint32 retry) {
+static gint32 record_transfer(const ChipRecord &record) {
+    return dfl_block_write(record.chip, PROPERTY_ASD_DEV_STORAGELOC, record.offset, record_size(record.len),
+                           record.bytes);
+}
+
+// Attempts a write until one succeeds or the attempts are used up. One that does not get the lock is used up without a
+// transfer and without a pause.
+static gint32 record_attempts(const ChipRecord &record, const gchar *name) {
     gint32 ret = kStatusOk;
     bool transferred = false;
     bool lock_lost = false;
-    for (guint32 attempt = 0; attempt < retry; ++attempt) {
+    for (guint32 attempt = 0; attempt < record.retry; ++attempt) {
         if (asd_eeprom_lock() != 0) {
             lock_lost = true;
             continue;
         }
         asd_write_enable(name);
-        ret = dfl_block_write(chip, kPropStorageLoc, offset, size, record);
+        ret = record_transfer(record);
         asd_write_disable(name);
         asd_eeprom_unlock();
         transferred = true;
         if (ret == 0) {
             return ret;
         }
-        if (attempt + 1 < retry) {
+        if (attempt + 1 < record.retry) {
             vos_task_delay(kWritePauseMs);
         }
     }
@@ -73,23 +80,23 @@ static gint32 record_attempts(OBJ_HANDLE chip, const gchar *name, guint32 offset
 
 gint32 asd_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, guint32 /*crc_kind*/) {
     static RateLimit limit(300000, 3);
-    guint32 retry = kRetryDefault;
-    guint32 offset = 0;
-    if (asd_eeprom_getoffset(dev_handle, &retry, &offset) != 0) {
+    ChipRecord record = {.chip = dev_handle, .len = len};
+    if (asd_eeprom_getoffset(dev_handle, &record.retry, &record.offset) != 0) {
         ASD_LOG_ERROR("Get eeprom offset faild.");
         return kStatusFailed;
     }
-    const guint32 size = len + kChecksumSize;
-    const WorkBuffer record = WorkBuffer::allocate(size);
-    if (!record) {
+    const guint32 size = record_size(len);
+    const WorkBuffer bytes = WorkBuffer::allocate(size);
+    if (!bytes) {
         ASD_LOG_ERROR("Malloc asd write buff(len=%d) fail", size);
         return kStatusFailed;
     }
-    if (asd_eeprom_writecrc(data, len, record.get()) != 0) {
+    record.bytes = bytes.get();
+    if (asd_eeprom_writecrc(data, len, record.bytes) != 0) {
         return kStatusFailed;
     }
     const gchar *name = dfl_get_object_name(dev_handle);
-    const gint32 ret = record_attempts(dev_handle, name, offset, size, record.get(), retry);
+    const gint32 ret = record_attempts(record, name);
     if (ret != 0 && limit.admits()) {
         ASD_LOG_ERROR("[%s] Write eeprom failed! result: %d.", logged_name(dev_handle), ret);
     }
@@ -160,14 +167,14 @@ gint32 asd_write_equip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
 static gint32 write_both(const gchar *function, const gchar *name, OBJ_HANDLE item, const guint8 *data, guint32 len) {
     gint32 failure = kStatusOk;
     OBJ_HANDLE chip = 0;
-    if (const gint32 ret = dfl_get_referenced_object(item, kPropDev0, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(item, PROPERTY_ASD_DEV0, &chip); ret != 0) {
         ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV0 failed! ret(%d).", function, name, ret);
         failure = ret;
     } else if (const gint32 write_ret = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16); write_ret != 0) {
         ASD_LOG_ERROR("%s: %s Write 1st EEPROM failed! ret(%d).", function, name, write_ret);
         failure = write_ret;
     }
-    if (const gint32 ret = dfl_get_referenced_object(item, kPropDev1, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(item, PROPERTY_ASD_DEV1, &chip); ret != 0) {
         ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV1 failed! ret(%d).", function, name, ret);
         return ret;
     }
@@ -194,7 +201,7 @@ gint32 asd_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
     }
     if (count == 1) {
         OBJ_HANDLE chip = 0;
-        if (const gint32 ret = dfl_get_referenced_object(obj_handle, property.name, &chip); ret != 0) {
+        if (const gint32 ret = referenced_chip(obj_handle, property.name, &chip); ret != 0) {
             ASD_LOG_ERROR("%s: %s Get dev failed! ret(%d).", __func__, name, ret);
             return ret;
         }
@@ -243,7 +250,7 @@ gint32 asd_write_chip_one(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len
     }
     OBJ_HANDLE chip = 0;
     if (DeviceId == 0) {
-        ret = dfl_get_referenced_object(obj_handle, property.name, &chip);
+        ret = referenced_chip(obj_handle, property.name, &chip);
         if (ret != 0) {
             ASD_LOG_ERROR("Get dev failed! ret(%d).", ret);
             return ret;
@@ -255,7 +262,7 @@ gint32 asd_write_chip_one(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len
         return ret;
     }
     if (DeviceId == 1) {
-        ret = dfl_get_referenced_object(obj_handle, kPropDev1, &chip);
+        ret = referenced_chip(obj_handle, PROPERTY_ASD_DEV1, &chip);
         if (ret != 0) {
             ASD_LOG_ERROR("Get PROPERTY_ASD_DEV1 failed! ret(%d).", ret);
             return ret;
@@ -308,7 +315,7 @@ gint32 asd_write_check(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
     }
     if (count == 1) {
         OBJ_HANDLE chip = 0;
-        if (const gint32 ret = dfl_get_referenced_object(obj_handle, property.name, &chip); ret != 0) {
+        if (const gint32 ret = referenced_chip(obj_handle, property.name, &chip); ret != 0) {
             ASD_LOG_ERROR("%s: %s Get dev failed! ret: %d.", __func__, name, ret);
             return ret;
         }
@@ -356,7 +363,7 @@ gint32 asd_write_chip_check(OBJ_HANDLE obj_handle, const guint8 *data, guint32 l
         return kStatusFailed;
     }
     OBJ_HANDLE chip = 0;
-    gint32 ret0 = dfl_get_referenced_object(obj_handle, kPropDev0, &chip);
+    gint32 ret0 = referenced_chip(obj_handle, PROPERTY_ASD_DEV0, &chip);
     if (ret0 != 0) {
         ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV0 failed! ret: %d.", __func__, name, ret0);
     } else {
@@ -365,7 +372,7 @@ gint32 asd_write_chip_check(OBJ_HANDLE obj_handle, const guint8 *data, guint32 l
             ASD_LOG_INFO("%s: Write 1st EEPROM failed! ret: %d.", __func__, ret0);
         }
     }
-    gint32 ret1 = dfl_get_referenced_object(obj_handle, kPropDev1, &chip);
+    gint32 ret1 = referenced_chip(obj_handle, PROPERTY_ASD_DEV1, &chip);
     if (ret1 != 0) {
         ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV1 failed! ret: %d.", __func__, name, ret1);
     } else {
@@ -400,8 +407,12 @@ gint32 asd_write_check_flag(OBJ_HANDLE chk_obj_handle, guint8 check_flag) {
         ASD_LOG_ERROR("Get objname failed.");
         return kStatusFailed;
     }
+    if (check_flag > kFlagBoth) {
+        ASD_LOG_ERROR("%s check_flag(%d) is wrong!", name, check_flag);
+        return kStatusFailed;
+    }
     OBJ_HANDLE chip = 0;
-    gint32 ret = dfl_get_referenced_object(chk_obj_handle, kPropDev0, &chip);
+    gint32 ret = referenced_chip(chk_obj_handle, PROPERTY_ASD_DEV0, &chip);
     if (ret != 0) {
         ASD_LOG_ERROR("%s Get check_flag PROPERTY_ASD_DEV0 failed! ret: %d.", name, ret);
     } else if (check_flag != kFlagChip1) {
@@ -417,7 +428,7 @@ gint32 asd_write_check_flag(OBJ_HANDLE chk_obj_handle, guint8 check_flag) {
         }
         return ret;
     }
-    ret = dfl_get_referenced_object(chk_obj_handle, kPropDev1, &chip);
+    ret = referenced_chip(chk_obj_handle, PROPERTY_ASD_DEV1, &chip);
     if (ret != 0) {
         ASD_LOG_ERROR("%s Get check_flag PROPERTY_ASD_DEV1 failed! ret: %d.", name, ret);
         return ret;
@@ -469,7 +480,7 @@ gint32 asd_power_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 l
         return kStatusChipCount;
     }
     OBJ_HANDLE chip = 0;
-    if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev0, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(obj_handle, PROPERTY_ASD_DEV0, &chip); ret != 0) {
         ASD_LOG_ERROR("get dev failed, ret(%d)", ret);
         return ret;
     }
@@ -478,27 +489,26 @@ gint32 asd_power_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 l
 
 // Chips with a control of their own: whether it worked shows in the transfer.
 void asd_power_eprom_write_enable(OBJ_HANDLE dev_handle) {
-    (void)property_write(dev_handle, kPropStgWp, kProtectOff, kOptionsStgWp); // the transfer decides
+    (void)property_write(dev_handle, PROPERTY_ASD_DEV_STGWP, kProtectOff, kOptionsStgWp); // the transfer decides
     vos_task_delay(kProtectSettleMs);
 }
 
 void asd_power_eprom_write_disable(OBJ_HANDLE dev_handle) {
-    (void)property_write(dev_handle, kPropStgWp, kProtectOn, kOptionsStgWp); // the transfer decides
+    (void)property_write(dev_handle, PROPERTY_ASD_DEV_STGWP, kProtectOn, kOptionsStgWp); // the transfer decides
 }
 
 using AttemptHook = void (*)(OBJ_HANDLE chip);
 
 // Attempts a write without the EEPROM lock and the shared lines, before and after each attempt the hooks, where given.
-static gint32 special_attempts(OBJ_HANDLE chip, guint32 offset, guint32 size, const guint8 *record, guint32 retry,
-                               AttemptHook before, AttemptHook after) {
+static gint32 special_attempts(const ChipRecord &record, AttemptHook before, AttemptHook after) {
     gint32 ret = kStatusOk;
-    for (guint32 attempt = 0; attempt < retry; ++attempt) {
+    for (guint32 attempt = 0; attempt < record.retry; ++attempt) {
         if (before != nullptr) {
-            before(chip);
+            before(record.chip);
         }
-        ret = dfl_block_write(chip, kPropStorageLoc, offset, size, record);
+        ret = record_transfer(record);
         if (after != nullptr) {
-            after(chip);
+            after(record.chip);
         }
         if (ret == 0) {
             return ret;
@@ -508,9 +518,20 @@ static gint32 special_attempts(OBJ_HANDLE chip, guint32 offset, guint32 size, co
     return ret;
 }
 
-static void special_outcome(OBJ_HANDLE chip, gint32 ret) {
+// Builds the record in a buffer of its own; empty without memory or data.
+static WorkBuffer special_build(ChipRecord *record, const guint8 *data) {
+    WorkBuffer bytes = WorkBuffer::allocate(data != nullptr ? record_size(record->len) : 0);
+    if (bytes) {
+        (void)asd_eeprom_writecrc(data, record->len, bytes.get()); // fails for what has been checked alone
+    }
+    record->bytes = bytes.get();
+    return bytes;
+}
+
+static gint32 special_outcome(OBJ_HANDLE chip, gint32 ret) {
     (void)asd_update_dev_health(chip, ret != 0 ? 1 : 0); // logged there
     (void)asd_update_dev_errcode(chip, ret);             // logged there
+    return ret;
 }
 
 gint32 asd_power_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, guint32 /*crc_kind*/) {
@@ -519,28 +540,25 @@ gint32 asd_power_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32
         ASD_LOG_ERROR("get object name fail.");
         return kStatusFailed;
     }
-    guint32 offset = 0;
-    if (const gint32 ret = property_read(dev_handle, kPropOffset, &offset); ret != 0) {
+    ChipRecord record = {.chip = dev_handle, .len = len};
+    if (const gint32 ret = property_read(dev_handle, PROPERTY_ASD_DEV_OFFSET, &record.offset); ret != 0) {
         ASD_LOG_ERROR("Get power eeprom offset failed! result: %d.", ret);
         return kStatusFailed;
     }
-    guint32 retry = kRetryDefault;
-    (void)property_read(dev_handle, kPropRetryNumber, &retry); // missing: the default stands
+    (void)property_read(dev_handle, PROPERTY_ASD_DEV_RETRYNUMBER, &record.retry); // missing: the default stands
     if (!name_in(name, kPowerChips)) {
         ASD_LOG_ERROR("Please check whether this eeprom is in power.");
         return kStatusFailed;
     }
-    const WorkBuffer record = WorkBuffer::allocate(len + kChecksumSize);
-    if (!record || asd_eeprom_writecrc(data, len, record.get()) != 0) {
+    const WorkBuffer bytes = special_build(&record, data);
+    if (!bytes) {
         return kStatusFailed;
     }
-    const gint32 ret = special_attempts(dev_handle, offset, len + kChecksumSize, record.get(), retry,
-                                        asd_power_eprom_write_enable, asd_power_eprom_write_disable);
+    const gint32 ret = special_attempts(record, asd_power_eprom_write_enable, asd_power_eprom_write_disable);
     if (ret != 0) {
         ASD_LOG_ERROR("write power eeprom failed! result: %d.", ret);
     }
-    special_outcome(dev_handle, ret);
-    return ret;
+    return special_outcome(dev_handle, ret);
 }
 
 // ---- Fan modules ----
@@ -556,7 +574,7 @@ gint32 asd_fan_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len
         return kStatusChipCount;
     }
     OBJ_HANDLE chip = 0;
-    if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev0, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(obj_handle, PROPERTY_ASD_DEV0, &chip); ret != 0) {
         ASD_LOG_ERROR("%s: get dev failed!(line:%d) ret(%d)", __func__, __LINE__, ret);
         return ret;
     }
@@ -564,9 +582,8 @@ gint32 asd_fan_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len
 }
 
 gint32 asd_fan_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, guint32 /*crc_kind*/) {
-    guint32 retry = kRetryDefault;
-    guint32 offset = 0;
-    if (asd_eeprom_getoffset(dev_handle, &retry, &offset) != 0) {
+    ChipRecord record = {.chip = dev_handle, .len = len};
+    if (asd_eeprom_getoffset(dev_handle, &record.retry, &record.offset) != 0) {
         ASD_LOG_ERROR("Get eeprom offset faild.");
         return kStatusFailed;
     }
@@ -574,16 +591,15 @@ gint32 asd_fan_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 l
         ASD_LOG_ERROR("Please check whether this eeprom is in fan mode.");
         return kStatusFailed;
     }
-    const WorkBuffer record = WorkBuffer::allocate(len + kChecksumSize);
-    if (!record || asd_eeprom_writecrc(data, len, record.get()) != 0) {
+    const WorkBuffer bytes = special_build(&record, data);
+    if (!bytes) {
         return kStatusFailed;
     }
-    const gint32 ret = special_attempts(dev_handle, offset, len + kChecksumSize, record.get(), retry, nullptr, nullptr);
+    const gint32 ret = special_attempts(record, nullptr, nullptr);
     if (ret != 0) {
         ASD_LOG_ERROR("write fan eeprom failed! result: %d.", ret);
     }
-    special_outcome(dev_handle, ret);
-    return ret;
+    return special_outcome(dev_handle, ret);
 }
 
 // ---- Buckle cards ----
@@ -610,7 +626,7 @@ gint32 asd_bucklecard_eeprom_write(OBJ_HANDLE obj_handle, const guint8 *data, gu
         return kStatusFailed;
     }
     OBJ_HANDLE chip = 0;
-    if (const gint32 ret = dfl_get_referenced_object(obj_handle, kPropDev0, &chip); ret != 0) {
+    if (const gint32 ret = referenced_chip(obj_handle, PROPERTY_ASD_DEV0, &chip); ret != 0) {
         ASD_LOG_ERROR("%s: get dev obj failed(ret=%d)", __func__, ret);
         return kStatusFailed;
     }
@@ -630,14 +646,14 @@ gint32 asd_bucklecard_eeprom_wp(OBJ_HANDLE dev_handle, guint8 value) {
         return kStatusFailed;
     }
     guint8 protectable = 0;
-    if (const gint32 ret = property_read(dev_handle, kPropStgIsWp, &protectable); ret != 0) {
+    if (const gint32 ret = property_read(dev_handle, PROPERTY_ASD_DEV_STGISWP, &protectable); ret != 0) {
         ASD_LOG_ERROR("%s get eeprom is need protect value failed(ret=%d)", name, ret);
         return ret;
     }
     if (protectable != 1) {
         return kStatusOk;
     }
-    const gint32 ret = property_write(dev_handle, kPropStgWp, value, kOptionsStgWp);
+    const gint32 ret = property_write(dev_handle, PROPERTY_ASD_DEV_STGWP, value, kOptionsStgWp);
     if (ret != 0) {
         ASD_LOG_ERROR("%s set eeprom wp %d failed(ret=%d)", name, value, ret);
     }
@@ -645,24 +661,23 @@ gint32 asd_bucklecard_eeprom_wp(OBJ_HANDLE dev_handle, guint8 value) {
 }
 
 gint32 asd_bucklecard_eeprom_writedata(OBJ_HANDLE dev_handle, const guint8 *data, guint32 len, guint32 /*crc_kind*/) {
-    if (dfl_get_object_name(dev_handle) == nullptr) {
+    const gchar *name = dfl_get_object_name(dev_handle);
+    if (name == nullptr) {
         ASD_LOG_ERROR("get object name fail.");
         return kStatusFailed;
     }
-    guint32 retry = kRetryDefault;
-    guint32 offset = 0;
-    if (asd_eeprom_getoffset(dev_handle, &retry, &offset) != 0) {
+    ChipRecord record = {.chip = dev_handle, .len = len};
+    if (asd_eeprom_getoffset(dev_handle, &record.retry, &record.offset) != 0) {
         ASD_LOG_ERROR("Get eeprom offset faild.");
         return kStatusFailed;
     }
-    const WorkBuffer record = WorkBuffer::allocate(len + kChecksumSize);
-    if (!record || asd_eeprom_writecrc(data, len, record.get()) != 0) {
+    const WorkBuffer bytes = special_build(&record, data);
+    if (!bytes) {
         return kStatusFailed;
     }
-    const gint32 ret = special_attempts(dev_handle, offset, len + kChecksumSize, record.get(), retry, nullptr, nullptr);
+    const gint32 ret = special_attempts(record, nullptr, nullptr);
     if (ret != 0) {
-        ASD_LOG_ERROR("%s: write failed(ret=%d)", __func__, ret);
+        ASD_LOG_ERROR("%s: write failed(ret=%d)", name, ret);
     }
-    special_outcome(dev_handle, ret);
-    return ret;
+    return special_outcome(dev_handle, ret);
 }

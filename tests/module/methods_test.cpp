@@ -106,6 +106,11 @@ TEST_F(MethodsTest, Writes) {
     // clang-format on
 }
 
+TEST_F(MethodsTest, ListsAreCheckedBeforeTheNameIsAskedFor) {
+    EXPECT_EQ(fake::call_method(asd_write_data, fake::add_item("ASD14", {}), {}).status, -1014);
+    EXPECT_EQ(fake::calls("dfl_get_object_name"), 0U);
+}
+
 TEST_F(MethodsTest, ReadsFromTheChips) {
     const Bytes whole = pattern(8192);
     const auto long_item = [&whole] {
@@ -152,7 +157,7 @@ TEST_F(MethodsTest, ClearsMemoryAndTheFirstChipsStates) {
     const Arrange mirrored = both(number_set("ASD14", "Length", 2048), number_set("ASD14", "DevCount", 2));
     // clang-format off
     run_methods(asd_clear_memdata, {
-        {"Length unreadable", unreadable("ASD14.Length"), kNone, -1, {}, {"0 Get PROPERTY_ASD_LENGTH failed! result: 7.", "0 get length fail: 7"}},
+        {"Length unreadable", unreadable("ASD14.Length"), kNone, -1, {}, {"0 get length fail: 7"}},
         {"Length 0", number_set("ASD14", "Length", 0), kNone, -1, {}, {"0 ASD14 malloc memory failed."}},
         {"Value refused", refused("ASD14.Value"), kNone, -1, {},
          {"0 asd_set_value2: ASD14 set dev value failed!ret(7)", "0 ASD14 Call asd_clear_memdata failed[-1012]!"}},

@@ -7,6 +7,7 @@
 #include "bmc_asd.h"
 #include "bmc_asd_init.h"
 #include "bmc_asd_ipmi_setter.h"
+#include "bmc_asd_state.h"
 #include "fake_platform.h"
 
 #include <cstdlib>

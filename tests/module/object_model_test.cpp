@@ -4,6 +4,7 @@
 // Lookups of items, the property mirror, and the write-protect lines.
 
 #include "bmc_asd_common.h"
+#include "bmc_asd_objects.h"
 #include "bmc_asd_update_property.h"
 #include "module_test.h"
 

@@ -169,6 +169,11 @@ TEST_F(PairTest, CheckWrite) {
     EXPECT_EQ(asd_write_chip_check(4711, kNew.data(), 8), -1);
     EXPECT_EQ(asd_write_check_flag(4711, 2), -1);
     EXPECT_EQ(fake::logs().back(), "0 Get objname failed.");
+    fake::clear_journal();
+    const OBJ_HANDLE check = fake::add_item("ASD17", {.length = 1, .chips = {"ASDDev17a", "ASDDev17b"}});
+    EXPECT_EQ(asd_write_check_flag(check, 3), -1);
+    EXPECT_EQ(fake::logs(), Texts{"0 ASD17 check_flag(3) is wrong!"});
+    EXPECT_EQ(fake::calls("dfl_block_write"), 0U);
 }
 
 // "ASD10" is its own check object: the flag overwrites the head of the item's own record.

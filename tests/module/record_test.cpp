@@ -51,6 +51,22 @@ TEST_F(RecordTest, OffsetIsNeededAndRetryNumberIsNot) {
     EXPECT_EQ(fake::calls("dfl_block_read") + fake::calls("dfl_block_write"), 0U);
 }
 
+TEST_F(RecordTest, ALengthThatLeavesNoRoomForAChecksumIsRefused) {
+    const OBJ_HANDLE chip = fake::add_chip("ASDDev1000"); // of a power supply, so that its write goes that far
+    const OBJ_HANDLE fan = fake::add_chip("ASDDev1");
+    Bytes data = kUntouched;
+    for (const guint32 len : {G_MAXUINT32, G_MAXUINT32 - 1}) {
+        EXPECT_EQ(asd_eeprom_read(chip, data.data(), len), -1);
+        EXPECT_EQ(asd_eeprom_check_read(chip, data.data(), len), -1);
+        EXPECT_EQ(asd_eeprom_write(chip, data.data(), len, ASD_CHECKSUM_CRC16), -1);
+        EXPECT_EQ(asd_eeprom_writecrc(data.data(), len, data.data()), -1);
+        EXPECT_EQ(asd_power_eeprom_write(chip, data.data(), len, ASD_CHECKSUM_CRC16), -1);
+        EXPECT_EQ(asd_fan_eeprom_write(fan, data.data(), len, ASD_CHECKSUM_CRC16), -1);
+    }
+    EXPECT_EQ(data, kUntouched);
+    EXPECT_EQ(fake::calls("dfl_block_read") + fake::calls("dfl_block_write"), 0U);
+}
+
 // ---- Reads ---------------------------------------------------------------------------------------------------------
 
 struct ReadRow {

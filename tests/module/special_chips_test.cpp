@@ -110,7 +110,7 @@ TEST_F(SpecialChipsTest, BuckleCards) {
     const std::string write = "write Card 64 6, ";
     const std::string good = "Card.Health 0x00 0, Card.ErrorCode 0 0";
     const std::string bad = write + "delay 200, " + write + "delay 200, Card.Health 0x01 0, Card.ErrorCode 5 0, ";
-    const Texts dead_log = {"0 asd_bucklecard_eeprom_writedata: write failed(ret=5)"};
+    const Texts dead_log = {"0 Card: write failed(ret=5)"};
     const auto refused = [](guint32 nth) { return fault("dfl_set_property_value", "Card.StgWp", 7, nth); };
     const auto nameless = [](guint32 nth) { return fault("dfl_get_object_name", "Card", 7, nth); };
     const std::string f = "0 asd_bucklecard_eeprom_write";

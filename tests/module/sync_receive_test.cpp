@@ -3,7 +3,7 @@
 
 // The peer's side of the master's push: the message, the receivers, and the trace of bytes.
 
-#include "bmc_asd_ipmi_getter.h"
+#include "bmc_asd_ipmi.h"
 #include "module_test.h"
 
 namespace {
