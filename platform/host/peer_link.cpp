@@ -221,6 +221,7 @@ Reloaded await_reload(std::vector<Fd> peers, Deadline deadline) {
     Reloaded outcome = Reloaded::kNoMaster;
     while (!peers.empty()) {
         std::vector<pollfd> fds;
+        fds.reserve(peers.size());
         for (const Fd &peer : peers) {
             fds.push_back({.fd = peer.get(), .events = POLLIN, .revents = 0});
         }

@@ -127,7 +127,8 @@ void run_client(const std::shared_ptr<StreamShared> &shared, const std::shared_p
     shared->client_gone.notify_all();
 }
 
-// A client that has been accepted gets its thread, even if that takes a while: it waits for answers for ever.
+// A client that has been accepted gets its thread, even if that takes a while: it waits for answers for ever. Only the
+// end of the service ends its wait.
 void start_client(const std::shared_ptr<StreamShared> &shared, Fd client) {
     const timeval limit{.tv_sec = kWholeLimit.count() / 1000, .tv_usec = 0};
     (void)setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
@@ -139,10 +140,19 @@ void start_client(const std::shared_ptr<StreamShared> &shared, Fd client) {
             return;
         } catch (const std::system_error &failure) {
             if (shared->says_shortage.due()) {
-                HOST_LOG(kLogError, "%s: no thread for a client: %s; it waits", shared->path.c_str(), failure.what());
+                HOST_LOG(kLogError, "%s: no thread for a client: %s; it waits, and idle clients make room",
+                         shared->path.c_str(), failure.what());
             }
         }
-        std::this_thread::sleep_for(kAcceptPause);
+        {
+            const std::lock_guard lock(shared->mutex);
+            if (shared->stopping) {
+                shared->clients.erase(connection->get());
+                return;
+            }
+            shared->end_longest_idle();
+        }
+        pause_accepting(*shared);
     }
 }
 

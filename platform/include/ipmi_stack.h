@@ -25,8 +25,8 @@ typedef struct {
     guint8 max_length; /* bytes of request data */
     guint8 min_length;
     IPMI_CMD_FUNC ipmi_handler;
-    gconstpointer user_data; /* NULL, or the name of the item that the command works on: the stack serves the
-                              * requests of one item, through all of its doors, one after the other */
+    gconstpointer user_data; /* NULL, or the name of the item that the command works on; a stack serves the
+                              * requests of one item one after the other, or its copies may differ */
 } IPMI_CMD_S;
 
 typedef enum { IPMI_MMC = 2 } TARGET_TYPE_E;
