@@ -395,7 +395,9 @@ class Chips(unittest.TestCase):
         self.images["two"].write_bytes(bytes(255))
         self.enclosure["Items"][1]["Length"] = 250
         wrong = self.write_enclosure("wrong", self.enclosure)
+        os.mkfifo(self.folder / "pipe")
         rows = [
+            (FAILED, ("dump", self.folder / "pipe"), "is no file with a part's bytes"),
             (FAILED, ("inspect", self.images["two"], *self.config), "255 bytes"),
             (FAILED, ("inspect", self.images["one"], *self.config, "--item", "ASD99"), "no record"),
             (FAILED, ("inspect", self.images["one"], "--config", self.images["one"]), "no JSON object"),

@@ -16,6 +16,7 @@
 
 #include <fcntl.h>
 #include <glib.h>
+#include <sys/stat.h>
 
 namespace asdctl {
 
@@ -37,23 +38,36 @@ struct LoadedPart {
     }
 };
 
-// The file's bytes, at a moment when no controller is in the middle of a write.
-Bytes read_part(const std::filesystem::path &file) {
-    const Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd) {
-        throw Failure(file.string() + ": cannot be opened: " + g_strerror(errno));
-    }
+bool is_being_written(const Fd &fd) {
     struct flock lock = {};
     lock.l_type = F_RDLCK;
     lock.l_whence = SEEK_SET;
+    return ::fcntl(fd.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+// The file's bytes, at a moment when no controller is in the middle of a write: two reads say the same, and between
+// them nobody held the file's lock. It is not taken here, lest a reader that is stopped keeps the controllers from
+// writing.
+Bytes read_part(const std::filesystem::path &file) {
+    const Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!fd) {
+        throw Failure(file.string() + ": cannot be opened: " + g_strerror(errno));
+    }
+    struct stat facts = {};
+    if (::fstat(fd.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
+        throw Failure(file.string() + ": is no file with a part's bytes; name an image or the kernel's eeprom file");
+    }
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (::fcntl(fd.get(), F_OFD_SETLK, &lock) != 0 && (errno == EAGAIN || errno == EACCES)) {
+    for (;;) {
+        Bytes bytes = read_file(file.string(), kPartMax);
+        if (!is_being_written(fd) && read_file(file.string(), kPartMax) == bytes) {
+            return bytes;
+        }
         if (std::chrono::steady_clock::now() > deadline) {
             throw Failure(file.string() + ": a controller has been writing to it for 5 seconds");
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    return read_file(file.string(), kPartMax);
 }
 
 LoadedPart load(const PartPlan &plan, const std::filesystem::path &file, std::optional<unsigned> slot) {
