@@ -32,6 +32,10 @@ Fd &Fd::operator=(Fd &&other) noexcept {
     return *this;
 }
 
+int Fd::release() {
+    return std::exchange(fd_, -1);
+}
+
 void Fd::reset() {
     if (fd_ >= 0) {
         (void)::close(std::exchange(fd_, -1)); // what had to be on the disk was synced and checked before

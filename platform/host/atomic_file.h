@@ -26,6 +26,7 @@ public:
     [[nodiscard]] int get() const { return fd_; }
     [[nodiscard]] explicit operator bool() const { return fd_ >= 0; }
     void reset();
+    [[nodiscard]] int release(); // to another owner
 
 private:
     int fd_ = -1;

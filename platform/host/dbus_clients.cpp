@@ -13,7 +13,7 @@ namespace asd_host {
 
 namespace {
 
-// A client that has not taken a change after that time is cut off: it ties up a thread of GIO's.
+// A shared bus that has not taken a change after that time is left: it ties up a thread of GIO's.
 constexpr guint kUnreadLimitS = 30;
 
 // GDBus refuses arguments of a wrong type by itself, on its own thread; clients are to see one name for that.
@@ -42,7 +42,7 @@ std::string_view class_of_folder(std::string_view path) {
 
 // ---- Connections ----
 
-bool BusClients::add(ConnectionPtr connection, Kind kind, std::string *mistake) {
+bool BusClients::add(ConnectionPtr connection, Kind kind, Peer peer, std::string *mistake) {
     GDBusConnection *raw = connection.get();
     ErrorSlot error;
     if (!register_objects(raw, kind, error.out())) {
@@ -54,6 +54,7 @@ bool BusClients::add(ConnectionPtr connection, Kind kind, std::string *mistake) 
     Client client;
     client.connection = std::move(connection);
     client.kind = kind;
+    client.peer = std::move(peer);
     client.name = ":1." + std::to_string(++last_name_);
     clients_.emplace(raw, std::move(client));
     return true;
@@ -227,7 +228,7 @@ void BusClients::changed(OBJ_HANDLE object, const PropertyNames &properties) {
             continue;
         }
         client.changes[object].insert(properties.begin(), properties.end());
-        if (client.unread == nullptr) {
+        if (!client.sending) {
             send_changes(client);
         }
     }
@@ -237,12 +238,16 @@ void BusClients::send_changes(Client &client) {
     for (const auto &[object, properties] : std::exchange(client.changes, {})) {
         send_change(client, object, properties);
     }
-    client.unread = attached(g_timeout_source_new_seconds(kUnreadLimitS), on_unread, client.connection.get());
+    client.sending = true;
+    client.written = false;
+    if (client.kind == Kind::kBus) { // the relay of a client has a limit of its own
+        client.unread = attached(g_timeout_source_new_seconds(kUnreadLimitS), on_unread, client.connection.get());
+    }
     g_dbus_connection_flush(client.connection.get(), nullptr, on_sent, this);
 }
 
 gboolean BusClients::on_unread(gpointer connection) {
-    HOST_LOG(kLogInformation, "a D-Bus client has not read for %u seconds: it is cut off", kUnreadLimitS);
+    HOST_LOG(kLogInformation, "the bus has not read for %u seconds: the connection is cut off", kUnreadLimitS);
     cut(static_cast<GDBusConnection *>(connection));
     return G_SOURCE_REMOVE;
 }
@@ -253,12 +258,26 @@ void BusClients::on_sent(GObject *connection, GAsyncResult *result, gpointer sel
     (void)g_dbus_connection_flush_finish(sent, result,
                                          nullptr); // a client that has gone is taken out when it is closed
     const auto found = clients->clients_.find(sent);
-    if (found == clients->clients_.end()) {
+    if (found != clients->clients_.end()) {
+        found->second.written = true;
+        clients->finish_sending(found->second);
+    }
+}
+
+void BusClients::taken(GDBusConnection *connection) {
+    if (const auto found = clients_.find(connection); found != clients_.end()) {
+        finish_sending(found->second);
+    }
+}
+
+void BusClients::finish_sending(Client &client) {
+    if (!client.sending || !client.written || (client.peer.has_taken_all && !client.peer.has_taken_all())) {
         return;
     }
-    found->second.unread.reset();
-    if (!found->second.changes.empty()) {
-        clients->send_changes(found->second);
+    client.sending = false;
+    client.unread.reset();
+    if (!client.changes.empty()) {
+        send_changes(client);
     }
 }
 

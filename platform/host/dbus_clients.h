@@ -10,10 +10,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
 #include <string_view>
+
+#include <sys/types.h>
 
 namespace asd_host {
 
@@ -30,8 +33,16 @@ public:
         kBus,    // the connection to a shared bus
         kClient, // a client of the private socket; it finds a bus driver there too
     };
+    // Who a client of the private socket is, and whether it has taken all that was written for it.
+    struct Peer {
+        uid_t uid = 0;
+        pid_t pid = 0;
+        std::function<bool()> has_taken_all = {};
+    };
     // Puts the objects on the connection. False: *mistake says why.
-    [[nodiscard]] bool add(ConnectionPtr connection, Kind kind, std::string *mistake);
+    [[nodiscard]] bool add(ConnectionPtr connection, Kind kind, Peer peer, std::string *mistake);
+    // A client of the private socket has taken all that was written for it: what changed meanwhile is told now.
+    void taken(GDBusConnection *connection);
     [[nodiscard]] std::size_t count() const { return clients_.size(); }
 
     // The service has its name on the shared bus: changes are told there from now on. The bus judges by the name who
@@ -56,13 +67,17 @@ private:
         std::string name; // its unique name on the private socket
         bool has_called = false;
         bool said_hello = false; // it takes the private socket for a bus
-        SourcePtr unread;        // while changes are on their way: when that has taken too long
+        Peer peer;
+        bool sending = false; // changes are on their way
+        bool written = false; // GDBus has written them
+        SourcePtr unread;     // until a shared bus has taken them: when that has taken too long
         std::map<OBJ_HANDLE, PropertyNames> changes;
     };
 
     [[nodiscard]] bool register_objects(GDBusConnection *connection, Kind kind, GError **error);
     [[nodiscard]] bool register_folder(GDBusConnection *connection, std::string_view class_name, GError **error);
     void send_changes(Client &client);
+    void finish_sending(Client &client);
     void send_change(const Client &client, OBJ_HANDLE object, const PropertyNames &properties) const;
     void properties_call(OBJ_HANDLE object, std::string_view method, GVariant *parameters, InvocationPtr invocation);
     void driver_call(std::string_view method, GVariant *parameters, InvocationPtr invocation);

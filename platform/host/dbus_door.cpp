@@ -4,11 +4,14 @@
 
 #include "log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include <gio/gunixsocketaddress.h>
+#include <glib-unix.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,53 +20,42 @@ namespace asd_host {
 
 namespace {
 
-constexpr guint kHandshakeLimitS = 10;
 constexpr mode_t kOwnerAndGroup = 0660;
+constexpr int kAtOnce = 16; // clients accepted before others have their turn
 
-// On a thread of GIO's. The only mechanism that needs no files: who the peer is, as the kernel says.
-gboolean allow_mechanism(GDBusAuthObserver * /*observer*/, const gchar *mechanism, gpointer /*data*/) {
-    return std::strcmp(mechanism, "EXTERNAL") == 0 ? TRUE : FALSE;
-}
-
-bool may_connect(GSocket *socket) {
-    ErrorSlot error;
-    const ObjectPtr<GCredentials> peer(g_socket_get_credentials(socket, error.out()));
-    const uid_t uid = peer == nullptr ? static_cast<uid_t>(-1) : g_credentials_get_unix_user(peer.get(), nullptr);
-    if (uid == 0 || uid == ::geteuid()) {
+bool may_connect(const Fd &client, ucred *peer) {
+    socklen_t size = sizeof *peer;
+    if (::getsockopt(client.get(), SOL_SOCKET, SO_PEERCRED, peer, &size) != 0) {
+        return false;
+    }
+    if (peer->uid == 0 || peer->uid == ::geteuid()) {
         return true;
     }
-    HOST_LOG(kLogInformation, "user %u may not use the D-Bus socket", static_cast<unsigned>(uid));
+    HOST_LOG(kLogInformation, "user %u may not use the D-Bus socket", peer->uid);
     return false;
-}
-
-// Messages tell who sent them from now on, as the handshake needs it.
-void ask_for_credentials(GSocket *socket) {
-    (void)g_socket_set_option(socket, SOL_SOCKET, SO_PASSCRED, 1, nullptr); // GIO asks again and reports it
 }
 
 } // namespace
 
-BusDoor::~BusDoor() {
-    close();
-    for (const Greeting &greeting : greetings_) {
-        g_cancellable_cancel(greeting.cancel.get());
-    }
-}
+BusDoor::BusDoor(BusClients &clients)
+    : clients_(clients), events_{
+                             .greeted = [this](BusRelay &relay, Fd socket) { return serve(relay, std::move(socket)); },
+                             .drained = [this](BusRelay &relay) { clients_.taken(relay.connection); },
+                             .ended =
+                                 [this](BusRelay &relay) {
+                                     relays_.remove_if([&relay](const auto &one) { return one.get() == &relay; });
+                                 }} {}
 
 bool BusDoor::open(const std::filesystem::path &path, std::string *mistake) {
     guid_.reset(g_dbus_generate_guid());
-    observer_.reset(g_dbus_auth_observer_new());
-    g_signal_connect(observer_.get(), "allow-mechanism", G_CALLBACK(allow_mechanism), nullptr);
-    service_.reset(g_socket_service_new());
-    g_socket_service_stop(service_.get()); // until everything is ready
     ErrorSlot error;
     if (!listen_at(path, error.out())) {
         *mistake = "cannot listen at " + path.native() + ": " + error.text();
         return false;
     }
     path_ = path;
-    g_signal_connect(service_.get(), "incoming", G_CALLBACK(on_incoming), this);
-    g_socket_service_start(service_.get());
+    listen();
+    second_ = attached(g_timeout_source_new_seconds(1), on_second, this);
     return true;
 }
 
@@ -71,7 +63,7 @@ bool BusDoor::open(const std::filesystem::path &path, std::string *mistake) {
 bool BusDoor::listen_at(const std::filesystem::path &path, GError **error) {
     (void)::unlink(path.c_str()); // when it cannot go, bind says why
     const ObjectPtr<GSocketAddress> address(g_unix_socket_address_new(path.c_str()));
-    const ObjectPtr<GSocket> socket(
+    ObjectPtr<GSocket> socket(
         g_socket_new(G_SOCKET_FAMILY_UNIX, G_SOCKET_TYPE_STREAM, G_SOCKET_PROTOCOL_DEFAULT, error));
     if (socket == nullptr || g_socket_bind(socket.get(), address.get(), FALSE, error) == 0) {
         return false;
@@ -81,102 +73,147 @@ bool BusDoor::listen_at(const std::filesystem::path &path, GError **error) {
         g_set_error_literal(error, G_IO_ERROR, g_io_error_from_errno(reason), g_strerror(reason));
         return false;
     }
-    ask_for_credentials(socket.get());
+    g_socket_set_blocking(socket.get(), FALSE);
     g_socket_set_listen_backlog(socket.get(), SOMAXCONN);
-    return g_socket_listen(socket.get(), error) != 0 &&
-           g_socket_listener_add_socket(G_SOCKET_LISTENER(service_.get()), socket.get(), nullptr, error) != 0;
+    if (g_socket_listen(socket.get(), error) == 0) {
+        return false;
+    }
+    socket_ = std::move(socket);
+    return true;
+}
+
+void BusDoor::listen() {
+    incoming_ =
+        attached(g_unix_fd_source_new(g_socket_get_fd(socket_.get()), G_IO_IN), G_SOURCE_FUNC(on_incoming), this);
 }
 
 void BusDoor::close() {
-    if (service_ == nullptr) {
+    if (socket_ == nullptr) {
         return;
     }
-    g_signal_handlers_disconnect_by_data(service_.get(), this);
-    g_socket_service_stop(service_.get());
-    g_socket_listener_close(G_SOCKET_LISTENER(service_.get()));
-    service_.reset();
-    if (!path_.empty()) {
-        (void)::unlink(path_.c_str()); // what remains is replaced by the next process
+    incoming_.reset();
+    second_.reset();
+    socket_.reset();
+    (void)::unlink(path_.c_str()); // what remains is replaced by the next process
+    for (const auto &relay : std::vector(relays_.begin(), relays_.end())) {
+        if (relay->greeting()) {
+            relay->end();
+        }
     }
 }
 
-gboolean BusDoor::on_incoming(GSocketService * /*service*/, GSocketConnection *stream, GObject * /*source*/,
-                              gpointer self) {
+void BusDoor::cut_off() {
+    for (const auto &relay : std::vector(relays_.begin(), relays_.end())) {
+        relay->end();
+    }
+}
+
+gboolean BusDoor::on_second(gpointer self) {
     auto *door = static_cast<BusDoor *>(self);
-    GSocket *socket = g_socket_connection_get_socket(stream);
-    ask_for_credentials(socket);
-    if (!may_connect(socket)) {
-        return TRUE;
+    for (const auto &relay : std::vector(door->relays_.begin(), door->relays_.end())) {
+        relay->check_limits();
     }
-    if (door->clients_.count() + door->greetings_.size() >= kClients) {
-        HOST_LOG(kLogInformation, "a D-Bus client is refused: %zu are connected", kClients);
-        return TRUE;
+    door->full_told_ = door->full_told_ && door->relays_.size() > kClients / 2;
+    if (door->incoming_ == nullptr) {
+        door->listen();
     }
-    door->await_first_word(stream);
-    return TRUE; // nobody else is to handle it
+    return G_SOURCE_CONTINUE;
 }
 
-// A client that says nothing costs no thread.
-void BusDoor::await_first_word(GSocketConnection *stream) {
-    Greeting &greeting = greetings_.emplace_back();
-    greeting.door = this;
-    greeting.stream.reset(G_SOCKET_CONNECTION(g_object_ref(stream)));
-    greeting.cancel.reset(g_cancellable_new());
-    greeting.limit = attached(g_timeout_source_new_seconds(kHandshakeLimitS), on_limit, &greeting);
-    greeting.first_word = attached(g_socket_create_source(g_socket_connection_get_socket(stream), G_IO_IN, nullptr),
-                                   G_SOURCE_FUNC(on_first_word), &greeting);
-}
+// ---- Clients ----
 
-gboolean BusDoor::on_first_word(GSocket * /*socket*/, GIOCondition /*condition*/, gpointer greeting) {
-    auto *speaking = static_cast<Greeting *>(greeting);
-    speaking->door->start_handshake(*speaking);
-    return G_SOURCE_REMOVE;
-}
-
-// On a thread of GIO's, which waits for the client.
-void BusDoor::start_handshake(Greeting &greeting) {
-    constexpr auto kFlags =
-        static_cast<GDBusConnectionFlags>(static_cast<unsigned>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER) |
-                                          static_cast<unsigned>(G_DBUS_CONNECTION_FLAGS_DELAY_MESSAGE_PROCESSING));
-    const ObjectPtr<GSocketConnection> stream = std::move(greeting.stream);
-    g_dbus_connection_new(G_IO_STREAM(stream.get()), guid_.get(), kFlags, observer_.get(), greeting.cancel.get(),
-                          on_greeted, &greeting);
-}
-
-gboolean BusDoor::on_limit(gpointer greeting) {
-    auto *late = static_cast<Greeting *>(greeting);
-    if (late->stream != nullptr) {
-        late->door->drop(late); // it has not said a word
-        return G_SOURCE_REMOVE;
+gboolean BusDoor::on_incoming(gint /*fd*/, GIOCondition /*condition*/, gpointer self) {
+    auto *door = static_cast<BusDoor *>(self);
+    for (int i = 0; i < kAtOnce && door->accept_one(); ++i) {
     }
-    g_cancellable_cancel(late->cancel.get()); // ends the handshake
-    return G_SOURCE_REMOVE;
+    return G_SOURCE_CONTINUE;
 }
 
-void BusDoor::drop(const Greeting *greeting) {
-    greetings_.remove_if([greeting](const Greeting &one) { return &one == greeting; });
+bool BusDoor::accept_one() {
+    Fd client(::accept4(g_socket_get_fd(socket_.get()), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!client) {
+        if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED) {
+            pause(errno);
+        } else if (errno == EAGAIN) {
+            pause_told_ = false;
+        }
+        return false;
+    }
+    take(std::move(client));
+    return true;
 }
 
-void BusDoor::on_greeted(GObject * /*source*/, GAsyncResult *result, gpointer greeting) {
-    BusDoor *door = static_cast<Greeting *>(greeting)->door;
-    door->drop(static_cast<Greeting *>(greeting));
-    ErrorSlot error;
-    ConnectionPtr connection(g_dbus_connection_new_finish(result, error.out()));
-    if (connection == nullptr) {
-        HOST_LOG(kLogDebug, "a D-Bus client has not finished its handshake: %s", error.text());
+// Whoever waits makes the socket ready again and again: without the pause nothing else would run.
+void BusDoor::pause(int reason) {
+    incoming_.reset();
+    if (!std::exchange(pause_told_, true)) {
+        HOST_LOG(kLogError, "no D-Bus client can be taken: %s; tried again every second", std::strerror(reason));
+    }
+}
+
+void BusDoor::take(Fd client) {
+    ucred peer{};
+    if (!may_connect(client, &peer)) {
         return;
     }
-    door->serve(std::move(connection));
+    if (relays_.size() >= kClients && !make_room()) {
+        return;
+    }
+    relays_.push_back(std::make_shared<BusRelay>(std::move(client), peer, guid_.get(), events_));
+    relays_.back()->start();
 }
 
-void BusDoor::serve(ConnectionPtr connection) {
+// False: nobody is idle.
+bool BusDoor::make_room() {
+    const auto later = [](const auto &one, const auto &other) {
+        return std::pair(!one->idle(), one->last_used()) < std::pair(!other->idle(), other->last_used());
+    };
+    const std::shared_ptr<BusRelay> longest = *std::ranges::min_element(relays_, later);
+    if (!std::exchange(full_told_, true)) {
+        HOST_LOG(kLogInformation,
+                 "%zu D-Bus clients are connected: a further one takes the place of the one that has been "
+                 "idle longest, or is refused when none is idle",
+                 kClients);
+    }
+    if (!longest->idle()) {
+        return false;
+    }
+    longest->end();
+    return true;
+}
+
+// The relay has done the handshake. Made on this thread, the connection reports its end to this thread too, and not
+// before somebody listens for it.
+bool BusDoor::serve(BusRelay &relay, Fd socket) {
+    ErrorSlot error;
+    const ObjectPtr<GSocket> inner(g_socket_new_from_fd(socket.get(), error.out()));
+    if (inner == nullptr) {
+        HOST_LOG(kLogError, "a D-Bus client cannot be served: %s", error.text());
+        return false;
+    }
+    (void)socket.release(); // it is the GSocket's now
+    const ObjectPtr<GSocketConnection> stream(g_socket_connection_factory_create_connection(inner.get()));
+    ConnectionPtr connection(g_dbus_connection_new_sync(G_IO_STREAM(stream.get()), guid_.get(),
+                                                        G_DBUS_CONNECTION_FLAGS_DELAY_MESSAGE_PROCESSING, nullptr,
+                                                        nullptr, error.out()));
+    if (connection == nullptr) {
+        HOST_LOG(kLogError, "a D-Bus client cannot be served: %s", error.text());
+        return false;
+    }
     GDBusConnection *raw = connection.get();
     std::string mistake;
-    if (!clients_.add(std::move(connection), BusClients::Kind::kClient, &mistake)) {
+    const BusClients::Peer peer{
+        .uid = relay.peer().uid, .pid = relay.peer().pid, .has_taken_all = [weak = relay.weak_from_this()] {
+            const auto there = weak.lock();
+            return there == nullptr || there->quiet();
+        }};
+    if (!clients_.add(std::move(connection), BusClients::Kind::kClient, peer, &mistake)) {
         HOST_LOG(kLogError, "a D-Bus client cannot be served: %s", mistake.c_str());
-        return;
+        return false;
     }
+    relay.connection = raw;
     g_dbus_connection_start_message_processing(raw);
+    return true;
 }
 
 } // namespace asd_host

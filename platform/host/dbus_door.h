@@ -8,22 +8,24 @@
 // the default main context, which nobody runs here.
 
 #include "dbus_clients.h"
+#include "dbus_relay.h"
 #include "gio_holders.h"
 
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <list>
+#include <memory>
 #include <string>
 
 namespace asd_host {
 
 class BusDoor {
 public:
-    static constexpr std::size_t kClients = 64; // with those that have not finished the handshake; others are closed
+    // With those that have not finished the handshake. The one that has been idle longest makes room for a further one;
+    // when all wait for answers, the further one is closed.
+    static constexpr std::size_t kClients = 64;
 
-    explicit BusDoor(BusClients &clients) : clients_(clients) {}
-    ~BusDoor();
+    explicit BusDoor(BusClients &clients);
     BusDoor(const BusDoor &) = delete;
     BusDoor &operator=(const BusDoor &) = delete;
 
@@ -31,36 +33,34 @@ public:
     // connect. False: *mistake says why, in a sentence.
     [[nodiscard]] bool open(const std::filesystem::path &path, std::string *mistake);
 
-    // Stops accepting and removes the socket.
+    // Stops accepting and removes the socket; clients that have not finished the handshake are closed.
     void close();
+    // Ends the clients that are left.
+    void cut_off();
+    [[nodiscard]] bool gone() const { return relays_.empty(); }
 
 private:
-    // A client that has not finished the handshake.
-    struct Greeting {
-        BusDoor *door = nullptr;
-        ObjectPtr<GSocketConnection> stream;
-        ObjectPtr<GCancellable> cancel;
-        SourcePtr limit;
-        SourcePtr first_word;
-    };
-
     [[nodiscard]] bool listen_at(const std::filesystem::path &path, GError **error);
-    void await_first_word(GSocketConnection *stream);
-    void start_handshake(Greeting &greeting);
-    void drop(const Greeting *greeting);
-    void serve(ConnectionPtr connection);
+    void listen();
+    [[nodiscard]] bool accept_one();
+    void pause(int reason);
+    void take(Fd client);
+    [[nodiscard]] bool make_room();
+    [[nodiscard]] bool serve(BusRelay &relay, Fd socket);
 
-    static gboolean on_incoming(GSocketService *service, GSocketConnection *stream, GObject *source, gpointer self);
-    static gboolean on_first_word(GSocket *socket, GIOCondition condition, gpointer greeting);
-    static void on_greeted(GObject *source, GAsyncResult *result, gpointer greeting);
-    static gboolean on_limit(gpointer greeting);
+    static gboolean on_incoming(gint fd, GIOCondition condition, gpointer self);
+    static gboolean on_second(gpointer self);
 
     BusClients &clients_;
+    BusRelay::Events events_;
     std::filesystem::path path_;
-    ObjectPtr<GSocketService> service_;
-    ObjectPtr<GDBusAuthObserver> observer_;
+    ObjectPtr<GSocket> socket_;
+    SourcePtr incoming_; // null: closed, or it pauses
+    SourcePtr second_;
     TextPtr guid_;
-    std::list<Greeting> greetings_;
+    std::list<std::shared_ptr<BusRelay>> relays_;
+    bool full_told_ = false;
+    bool pause_told_ = false;
 };
 
 } // namespace asd_host

@@ -60,10 +60,9 @@ GVariant *BusClients::credentials_answer(const Client &client, std::string_view 
     }
     guint32 uid = ::geteuid();
     auto pid = static_cast<guint32>(::getpid());
-    GCredentials *peer = g_dbus_connection_get_peer_credentials(client.connection.get());
-    if (name == client.name && peer != nullptr) {
-        uid = g_credentials_get_unix_user(peer, nullptr);
-        pid = static_cast<guint32>(g_credentials_get_unix_pid(peer, nullptr));
+    if (name == client.name) {
+        uid = client.peer.uid;
+        pid = static_cast<guint32>(client.peer.pid);
     }
     if (method == "GetConnectionCredentials") {
         return credentials(uid, pid);

@@ -67,7 +67,7 @@ struct BusDoors {
         // The name comes last: who finds it finds the objects too.
         const auto put_objects = [this, &owner](const ConnectionPtr &connection, std::string *mistake) {
             ConnectionPtr held(G_DBUS_CONNECTION(g_object_ref(connection.get())));
-            if (!owner.clients.add(std::move(held), BusClients::Kind::kBus, mistake)) {
+            if (!owner.clients.add(std::move(held), BusClients::Kind::kBus, {}, mistake)) {
                 return false;
             }
             member.ask_for_name();
@@ -81,7 +81,8 @@ struct BusDoors {
                 .needed_at_start = true};
     }
     [[nodiscard]] bool gone() const {
-        return shared.clients.count() == 0 && member.gone() && (shared.ipmi == nullptr || shared.ipmi->gone());
+        return shared.clients.count() == 0 && socket.gone() && member.gone() &&
+               (shared.ipmi == nullptr || shared.ipmi->gone());
     }
 };
 
@@ -108,6 +109,7 @@ bool open_doors(BusDoors &doors, std::string *mistake) {
 
 gboolean cut_off(gpointer doors) {
     auto *open = static_cast<BusDoors *>(doors);
+    open->socket.cut_off();
     open->shared.clients.cut_all();
     open->member.cut_off();
     if (open->shared.ipmi != nullptr) {

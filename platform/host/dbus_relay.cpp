@@ -1,0 +1,364 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "dbus_relay.h"
+
+#include "bus_message.h"
+#include "log.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include <glib-unix.h>
+#include <sys/ioctl.h>
+
+namespace asd_host {
+
+namespace {
+
+constexpr std::size_t kPiece = 64 << 10;      // read at once
+constexpr std::size_t kLongestLine = 1 << 10; // of the handshake
+constexpr unsigned kRefusals = 8;             // of a handshake
+
+// Reads once. False: the other side is gone.
+bool read_piece(const Fd &fd, ByteQueue &into) {
+    std::array<std::uint8_t, kPiece> piece{};
+    const ssize_t got = ::recv(fd.get(), piece.data(), piece.size(), MSG_DONTWAIT);
+    if (got > 0) {
+        into.append(std::span(piece).first(static_cast<std::size_t>(got)));
+        return true;
+    }
+    return got < 0 && (errno == EAGAIN || errno == EINTR);
+}
+
+// Sends what the socket takes. False: the other side is gone.
+bool send_piece(const Fd &fd, ByteQueue &from) {
+    const ssize_t sent = ::send(fd.get(), from.bytes().data(), from.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent > 0) {
+        from.drop(static_cast<std::size_t>(sent));
+        return true;
+    }
+    return sent < 0 && (errno == EAGAIN || errno == EINTR);
+}
+
+std::span<const std::uint8_t> bytes_of(std::string_view text) {
+    return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()};
+}
+
+} // namespace
+
+void ByteQueue::drop(std::size_t count) {
+    gone_ += count;
+    if (gone_ == bytes_.size()) {
+        bytes_ = {}; // gives the memory of a long answer back
+        gone_ = 0;
+    } else if (gone_ > bytes_.size() / 2) {
+        bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(gone_));
+        gone_ = 0;
+    }
+}
+
+BusRelay::BusRelay(Fd client, const ucred &peer, const char *guid, const Events &events)
+    : client_(std::move(client)), peer_(peer), guid_(guid), events_(events) {}
+
+void BusRelay::start() {
+    watch();
+}
+
+bool BusRelay::quiet() const {
+    int waiting = 0;
+    return out_.empty() && answers_.empty() &&
+           (!service_ || ::ioctl(service_.get(), FIONREAD, &waiting) != 0 || waiting == 0);
+}
+
+// ---- Events ----
+
+gboolean BusRelay::on_ready(gint /*fd*/, GIOCondition /*condition*/, gpointer self) {
+    static_cast<BusRelay *>(self)->pump();
+    return G_SOURCE_CONTINUE;
+}
+
+// One piece each way: whatever is left makes the sockets ready again, and the other clients have their turn before.
+void BusRelay::pump() {
+    const auto self = shared_from_this(); // it is forgotten when it ends
+    take_answers();
+    if (phase_ != Phase::kOver) {
+        send_to_client();
+        read_client();
+    }
+    if (phase_ == Phase::kGreeting) {
+        answer_greeting();
+    }
+    if (phase_ == Phase::kServing) {
+        pass_calls();
+        send_to_service();
+    }
+    send_to_client();
+    const bool heard_all = ended_ && !held_back_ && forward_.empty();
+    if (phase_ == Phase::kOver || heard_all || (phase_ == Phase::kDraining && (deaf_ || out_.empty()))) {
+        end();
+        return;
+    }
+    if (quiet()) {
+        events_.drained(*this);
+    }
+    watch();
+}
+
+void BusRelay::end() {
+    phase_ = Phase::kOver;
+    client_source_.reset();
+    service_source_.reset();
+    events_.ended(*this);
+}
+
+void BusRelay::watch(SourcePtr *source, GIOCondition *watched, int fd, unsigned condition) {
+    const auto wanted = static_cast<GIOCondition>(condition);
+    if (*watched == wanted) {
+        return;
+    }
+    *watched = wanted;
+    source->reset();
+    if (condition != 0) {
+        *source = attached(g_unix_fd_source_new(fd, wanted), G_SOURCE_FUNC(on_ready), this);
+    }
+}
+
+void BusRelay::watch() {
+    const auto flag = [](bool on, GIOCondition condition) { return on ? static_cast<unsigned>(condition) : 0U; };
+    const bool hears = phase_ != Phase::kDraining && !ended_ && !held_back_;
+    watch(&client_source_, &client_watched_, client_.get(), flag(hears, G_IO_IN) | flag(!out_.empty(), G_IO_OUT));
+    watch(&service_source_, &service_watched_, service_.get(),
+          flag(static_cast<bool>(service_), G_IO_IN) | flag(service_ && !forward_.empty(), G_IO_OUT));
+}
+
+void BusRelay::check_limits() {
+    const auto now = Clock::now();
+    const auto self = shared_from_this();
+    const uid_t user = peer_.uid;
+    if (phase_ == Phase::kGreeting && now - message_began_ > kGreetingLimit) {
+        HOST_LOG(kLogDebug, "a D-Bus client of user %u has not finished its handshake in time", user);
+    } else if (!out_.empty() && now - last_taken_ > kUnreadLimit) {
+        HOST_LOG(kLogInformation, "a D-Bus client of user %u has not read for %d seconds: it is cut off", user,
+                 static_cast<int>(kUnreadLimit.count()));
+    } else if (phase_ == Phase::kServing && !in_.empty() && !held_back_ && now - message_began_ > kMessageLimit) {
+        HOST_LOG(kLogInformation, "a D-Bus client of user %u has begun a message and not ended it: it is cut off",
+                 user);
+    } else {
+        return;
+    }
+    end();
+}
+
+void BusRelay::refuse(const std::string &mistake) {
+    HOST_LOG(kLogInformation, "a D-Bus client of user %u, process %d, is cut off: %s", peer_.uid, peer_.pid,
+             mistake.c_str());
+    phase_ = Phase::kOver;
+}
+
+// ---- To the client ----
+
+void BusRelay::take_answers() {
+    if (!service_) {
+        return;
+    }
+    const bool there = read_piece(service_, answers_);
+    pass_answers();
+    if (phase_ == Phase::kServing && !there) {
+        service_source_.reset();
+        service_watched_ = {};
+        service_ = Fd();
+        phase_ = Phase::kDraining;
+    }
+}
+
+void BusRelay::pass_answers() {
+    if (out_.empty()) {
+        last_taken_ = Clock::now();
+    }
+    for (;;) {
+        const BusFrame frame = bus_frame(answers_.bytes(), kQueued);
+        if (frame.mistake != nullptr || out_.size() + answers_.size() > kQueued) {
+            refuse("more than " + std::to_string(kQueued) + " bytes wait for it");
+            return;
+        }
+        if (frame.size == 0 || frame.size > answers_.size()) {
+            return;
+        }
+        const auto message = answers_.bytes().first(frame.size);
+        const auto call = calls_.find(read_bus_message(message).reply_serial);
+        const bool wanted = call == calls_.end() || call->second.wants_answer;
+        if (wanted && !deaf_) {
+            out_.append(message);
+        }
+        if (call != calls_.end()) {
+            load_ -= call->second.weight;
+            calls_.erase(call);
+            last_used_ = Clock::now();
+        }
+        answers_.drop(frame.size);
+    }
+}
+
+void BusRelay::send_to_client() {
+    if (out_.empty() || deaf_) {
+        return;
+    }
+    const std::size_t before = out_.size();
+    deaf_ = !send_piece(client_, out_);
+    if (out_.size() < before) {
+        last_taken_ = Clock::now();
+    }
+    if (deaf_) {
+        out_ = {};
+    }
+}
+
+// ---- From the client ----
+
+void BusRelay::read_client() {
+    if (!ended_ && !held_back_ && phase_ != Phase::kDraining) {
+        if (in_.empty() && phase_ == Phase::kServing) {
+            message_began_ = Clock::now();
+        }
+        ended_ = !read_piece(client_, in_);
+    }
+}
+
+void BusRelay::answer_greeting() {
+    if (!nul_seen_ && !in_.empty()) {
+        nul_seen_ = in_.bytes()[0] == 0;
+        in_.drop(1);
+        if (!nul_seen_) {
+            refuse("its handshake does not begin with a zero byte");
+        }
+    }
+    while (phase_ == Phase::kGreeting) {
+        const auto bytes = in_.bytes();
+        const auto end = std::ranges::search(bytes, bytes_of("\r\n")).begin();
+        if (end == bytes.end()) {
+            if (bytes.size() > kLongestLine) {
+                refuse("a line of its handshake is too long");
+            }
+            return;
+        }
+        const std::string line(bytes.begin(), end);
+        in_.drop(line.size() + 2);
+        if (proven_ && line == "BEGIN") {
+            begin();
+            return;
+        }
+        const std::string reply = greeting_reply(line);
+        out_.append(bytes_of(reply + (reply == "OK" ? " " + guid_ : "") + "\r\n"));
+        if (reply != "OK" && reply != "DATA" && ++refusals_ > kRefusals) {
+            refuse("its handshake comes to no end");
+        }
+    }
+}
+
+// The only mechanism is the one that needs no files: who the peer is, as the kernel says.
+const char *BusRelay::greeting_reply(const std::string &line) {
+    constexpr std::string_view kExternal = "AUTH EXTERNAL";
+    constexpr std::string_view kData = "DATA";
+    const bool auth = line.starts_with("AUTH");
+    if (proven_ && !auth && line != "CANCEL") {
+        return "ERROR"; // NEGOTIATE_UNIX_FD too: no descriptors are passed here
+    }
+    proven_ = false;
+    if (line == kExternal) {
+        return "DATA";
+    }
+    const std::string_view prefix = auth ? kExternal : kData;
+    if (!line.starts_with(prefix)) {
+        return auth || line == "CANCEL" || line.starts_with("ERROR") ? "REJECTED EXTERNAL" : "ERROR";
+    }
+    proven_ = proves_user(line.substr(std::min(line.size(), prefix.size() + 1)));
+    return proven_ ? "OK" : "REJECTED EXTERNAL";
+}
+
+// Its user's number as hexadecimal text, or nothing: then it is whom the kernel says.
+bool BusRelay::proves_user(const std::string &hex) const {
+    std::string expected;
+    for (const char digit : std::to_string(peer_.uid)) {
+        expected += std::string("3") + digit;
+    }
+    return hex.empty() || hex == expected;
+}
+
+void BusRelay::begin() {
+    std::array<int, 2> ends{-1, -1};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0) {
+        refuse(std::string("nothing can serve it: ") + std::strerror(errno));
+        return;
+    }
+    service_ = Fd(ends[0]);
+    phase_ = Phase::kServing;
+    message_began_ = last_used_ = Clock::now();
+    if (!events_.greeted(*this, Fd(ends[1]))) {
+        phase_ = Phase::kOver;
+    }
+}
+
+// What is left in in_ afterwards is the beginning of a message, or held back.
+void BusRelay::pass_calls() {
+    held_back_ = false;
+    while (phase_ == Phase::kServing) {
+        const BusFrame frame = bus_frame(in_.bytes(), kLongestMessage);
+        if (frame.mistake != nullptr) {
+            refuse(frame.mistake);
+            return;
+        }
+        if (frame.size == 0 || frame.size > in_.size()) {
+            return;
+        }
+        if (!forward_.empty() || out_.size() > kQuiet || !pass_call(in_.bytes().first(frame.size))) {
+            held_back_ = phase_ == Phase::kServing;
+            return;
+        }
+        in_.drop(frame.size);
+        message_began_ = last_used_ = Clock::now();
+        send_to_service();
+    }
+}
+
+// False: it has to wait. Every call is answered here, so that those that want no answer are counted too; signals and
+// answers are for nobody.
+bool BusRelay::pass_call(std::span<const std::uint8_t> message) {
+    const BusMessage read = read_bus_message(message);
+    if (!read.mistake.empty() || calls_.contains(read.serial)) {
+        refuse(read.mistake.empty() ? "a serial comes again before its answer" : read.mistake);
+        return false;
+    }
+    if (read.type != BusMessage::Type::kCall) {
+        return true;
+    }
+    // The longest answer by far: one at a time.
+    const unsigned weight = read.member == "GetManagedObjects" ? kCalls : 1;
+    if (load_ > 0 && load_ + weight > kCalls) {
+        return false;
+    }
+    // GDBus writes a body that it cannot read into the log.
+    std::vector<std::uint8_t> copy(message.begin(), message.end());
+    ErrorSlot error;
+    const ObjectPtr<GDBusMessage> decoded(
+        g_dbus_message_new_from_blob(copy.data(), copy.size(), G_DBUS_CAPABILITY_FLAGS_NONE, error.out()));
+    if (decoded == nullptr) {
+        refuse(error.text());
+        return false;
+    }
+    copy[kBusFlagsAt] = static_cast<std::uint8_t>(copy[kBusFlagsAt] & ~kBusNoAnswer);
+    calls_[read.serial] = {.wants_answer = read.wants_answer, .weight = weight};
+    load_ += weight;
+    forward_.append(copy);
+    return true;
+}
+
+void BusRelay::send_to_service() {
+    if (!forward_.empty() && !send_piece(service_, forward_)) {
+        forward_ = {}; // its end is seen when answers are taken
+    }
+}
+
+} // namespace asd_host
