@@ -8,6 +8,7 @@
 #include "host.h"
 #include "ipmi_registry.h"
 #include "item_request.h"
+#include "late_load.h"
 #include "log.h"
 #include "manager_notice.h"
 #include "module_registry.h"
@@ -269,6 +270,8 @@ gint32 static_start_rpc_service(void) {
     if (platform == nullptr) {
         return asd_host::kUnsupported;
     }
+    asd_host::LateLoad late_load(*platform);
+    late_load.start();
     asd_host::Doors doors;
     std::string mistake;
     if (!asd_host::open_doors(*platform, &doors, &mistake)) {
@@ -283,6 +286,7 @@ gint32 static_start_rpc_service(void) {
     const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);
     const bool link_closed = doors.link->stop(asd_host::kDoorLimit);
     const bool bus_closed = doors.bus->stop(asd_host::kDoorLimit);
-    asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed, 0);
+    const bool load_ended = late_load.stop(asd_host::kDoorLimit);
+    asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed && load_ended, 0);
     return 0;
 }

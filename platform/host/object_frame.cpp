@@ -4,6 +4,7 @@
 
 #include "host.h"
 #include "item_request.h"
+#include "late_load.h"
 #include "property_variant.h"
 #include "status.h"
 
@@ -22,6 +23,7 @@ namespace {
 
 constexpr std::string_view kStorage = "StorageLoc";
 constexpr std::string_view kWriteProtect = "StgWp";
+constexpr std::string_view kRetryNumber = "RetryNumber";
 
 // The property's value; 0, kBadArgument or the store's status.
 gint32 property_of(OBJ_HANDLE object_handle, const gchar *property_name, PropertyValue *value) {
@@ -48,6 +50,16 @@ Part *part_of(OBJ_HANDLE object_handle, const gchar *property_name, const void *
     }
     *status = 0;
     return chip->second.part;
+}
+
+// Of a part that is known not to answer more than one attempt is a waste: each costs the caller a pause. Never 0, which
+// would mean none, and success.
+bool one_attempt_will_do(OBJ_HANDLE object_handle, std::string_view property_name) {
+    if (kRetryNumber != property_name) {
+        return false;
+    }
+    const auto chip = host()->chips.find(object_handle);
+    return chip != host()->chips.end() && !chip->second.part->answering();
 }
 
 bool chip_protected(OBJ_HANDLE chip) {
@@ -97,6 +109,10 @@ gint32 dfl_get_property_value(OBJ_HANDLE object_handle, const gchar *property_na
     PropertyValue held;
     if (const gint32 status = property_of(object_handle, property_name, &held); status != 0) {
         return status;
+    }
+    if (auto *number = std::get_if<std::uint32_t>(&held);
+        number != nullptr && *number > 1 && one_attempt_will_do(object_handle, property_name)) {
+        *number = 1;
     }
     GVariant *variant = variant_of(held);
     if (variant == nullptr) {
@@ -184,7 +200,11 @@ gint32 dfl_block_read(OBJ_HANDLE object_handle, const gchar *property_name, guin
                       guint8 *buffer) {
     gint32 status = 0;
     Part *part = part_of(object_handle, property_name, buffer, &status);
-    return part == nullptr ? status : part->read(offset, {buffer, length});
+    if (part != nullptr) {
+        status = part->read(offset, {buffer, length});
+        asd_host::note_chip_read(object_handle, status);
+    }
+    return status;
 }
 
 gint32 dfl_block_write(OBJ_HANDLE object_handle, const gchar *property_name, guint32 offset, guint32 length,

@@ -6,6 +6,7 @@
 #include "atomic_file.h"
 #include "clock.h"
 #include "log.h"
+#include "part_reach.h"
 #include "record_write.h"
 #include "status.h"
 
@@ -185,6 +186,7 @@ struct Part::Impl {
     int read_failure = 0;       // errno values that are said in the log
     int write_failure = 0;
     std::chrono::milliseconds patience; // with a holder of the lock
+    PartReach reach;                    // guarded by mutex
     std::atomic<std::uint64_t> page_cycles = 0;
 
     Impl(const PartConfig &part, const PartPaths &where, Protected protects)
@@ -206,6 +208,12 @@ struct Part::Impl {
     // Finishes what a crash left, with the file opened for it.
     void recover();
     [[nodiscard]] gint32 begin_read(std::uint32_t offset, std::size_t length, Fd *fd);
+    // With the mutex held.
+    [[nodiscard]] gint32 read(std::uint32_t offset, std::span<std::uint8_t> out);
+    [[nodiscard]] gint32 write(std::uint32_t offset, std::span<const std::uint8_t> data, bool chip_protected);
+    [[nodiscard]] bool may_refuse() const { // an image costs no bus time: its file is looked at each time
+        return config.kind == PartKind::kDevice;
+    }
 };
 
 gint32 Part::Impl::begin(int access, Fd *fd) {
@@ -334,16 +342,32 @@ std::unique_ptr<Part> Part::open(const PartConfig &config, const PartPaths &path
     return part;
 }
 
+gint32 Part::Impl::read(std::uint32_t offset, std::span<std::uint8_t> out) {
+    Fd fd;
+    if (const gint32 ret = begin_read(offset, out.size(), &fd); ret != 0) {
+        return ret;
+    }
+    return outcome(O_RDONLY, part_status(PartStep::kRead, pread_all(fd.get(), out, offset)));
+}
+
+gint32 Part::Impl::write(std::uint32_t offset, std::span<const std::uint8_t> data, bool chip_protected) {
+    Fd fd;
+    if (const gint32 ret = begin(O_RDWR, &fd); ret != 0) {
+        return ret;
+    }
+    const auto protects = [&] { return chip_protected || (protected_by_line && protected_by_line()); };
+    FileDevice device(config, fd, protects, &page_cycles);
+    const gint32 ret = writer.write(device, offset, data);
+    unrecoverable = false; // what is left over may be within reach again
+    return outcome(O_RDWR, ret);
+}
+
 gint32 Part::read(std::uint32_t offset, std::span<std::uint8_t> out) {
     if (!impl_->within(offset, out.size())) {
         return kBadArgument;
     }
     const std::lock_guard lock(impl_->mutex);
-    Fd fd;
-    if (const gint32 ret = impl_->begin_read(offset, out.size(), &fd); ret != 0) {
-        return ret;
-    }
-    return impl_->outcome(O_RDONLY, part_status(PartStep::kRead, pread_all(fd.get(), out, offset)));
+    return impl_->reach.attempt(impl_->may_refuse(), [&] { return impl_->read(offset, out); });
 }
 
 gint32 Part::write(std::uint32_t offset, std::span<const std::uint8_t> data, bool chip_protected) {
@@ -351,15 +375,18 @@ gint32 Part::write(std::uint32_t offset, std::span<const std::uint8_t> data, boo
         return kBadArgument;
     }
     const std::lock_guard lock(impl_->mutex);
-    Fd fd;
-    if (const gint32 ret = impl_->begin(O_RDWR, &fd); ret != 0) {
-        return ret;
-    }
-    const auto protects = [&] { return chip_protected || (impl_->protected_by_line && impl_->protected_by_line()); };
-    FileDevice device(impl_->config, fd, protects, &impl_->page_cycles);
-    const gint32 ret = impl_->writer.write(device, offset, data);
-    impl_->unrecoverable = false; // what is left over may be within reach again
-    return impl_->outcome(O_RDWR, ret);
+    return impl_->reach.attempt(impl_->may_refuse(), [&] { return impl_->write(offset, data, chip_protected); });
+}
+
+bool Part::probe() {
+    std::uint8_t byte = 0;
+    const std::lock_guard lock(impl_->mutex);
+    impl_->reach.suspect();
+    return (impl_->reach.attempt(false, [&] { return impl_->read(0, {&byte, 1}); }) & kPartAbsent) == 0;
+}
+
+bool Part::answering() const {
+    return impl_->reach.answering();
 }
 
 const PartConfig &Part::config() const {

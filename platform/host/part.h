@@ -62,6 +62,14 @@ public:
     // thread; blocks for the write.
     [[nodiscard]] gint32 write(std::uint32_t offset, std::span<const std::uint8_t> data, bool chip_protected);
 
+    // Reads a byte: whether the part answers. One that does not is silent from then on. Any thread; blocks for the
+    // transfer.
+    [[nodiscard]] bool probe();
+    // False: the part is silent. Its last transfers failed as absent (kPartAbsent), five in a row or for 250 ms in all.
+    // Until one succeeds, a silent device is tried at most twice a second; what is asked of it in between fails at once
+    // with its last status. Any thread.
+    [[nodiscard]] bool answering() const;
+
     [[nodiscard]] const PartConfig &config() const;
     [[nodiscard]] std::uint64_t page_cycles() const; // pages written since start: the wear this process caused
 

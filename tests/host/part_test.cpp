@@ -8,6 +8,7 @@
 #include "intent_record.h"
 #include "log.h"
 #include "part.h"
+#include "part_reach.h"
 #include "record_write.h"
 
 #include <random>
@@ -452,6 +453,25 @@ TEST_F(PartFile, DeviceThatIsAbsentAnswersWhenItAppears) {
     fs::create_directory(image_);
     EXPECT_FALSE(open());
     EXPECT_EQ(mistake_, image_.string() + ": part \"bp/0\" cannot be opened: Is a directory");
+}
+
+TEST(PartReach, SilentPartIsTriedOnceAPause) {
+    PartReach reach;
+    int made = 0;
+    const auto absent = [&made] { return ++made, kPartAbsent | ETIMEDOUT; };
+    for (int failure = 1; failure <= PartReach::kFailures; ++failure) {
+        EXPECT_TRUE(reach.answering());
+        EXPECT_EQ(reach.attempt(true, absent), kPartAbsent | ETIMEDOUT);
+        EXPECT_EQ(made, failure);
+    }
+    EXPECT_FALSE(reach.answering());
+    const auto began = std::chrono::steady_clock::now();
+    for (int i = 0; i < 1000; ++i) {
+        EXPECT_EQ(reach.attempt(true, absent), kPartAbsent | ETIMEDOUT);
+    }
+    EXPECT_LE(made - PartReach::kFailures, 1 + (std::chrono::steady_clock::now() - began) / PartReach::kPause);
+    EXPECT_EQ(reach.attempt(false, [] { return 0; }), 0);
+    EXPECT_TRUE(reach.answering());
 }
 
 TEST(PartStatus, TellsAnAbsentPartFromAFailedTransfer) {

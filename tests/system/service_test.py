@@ -58,6 +58,27 @@ class Damage(unittest.TestCase):
             self.assertEqual(get(service, "logo"), (0xCE, b""))
             self.assertEqual((put(service, "logo", logo), get(service, "logo")), (0, (0, logo)))
 
+    def test_dead_parts_do_not_keep_a_start_and_are_loaded_when_they_answer(self):
+        with Service() as service:  # in real time, in which five attempts at every chip take longer than start_as waits
+            service.start_as("master")
+            self.assertEqual(put(service, "brand", pattern(32, 5)), 0)
+            service.end()
+            images = []
+            for part in service.enclosure["Parts"]:
+                part["Kind"] = "device"
+                images.append(service.state_dir / ("" if part.get("Shared") else "slot0") / part["File"])
+            service.use_changed_enclosure()
+            for image in images:
+                image.rename(f"{image}.gone")
+            service.start_as("master")
+            self.assertIsNone(service.ctl("get", "ASD14"))
+            for image in images:
+                os.rename(f"{image}.gone", image)
+            loaded = wait_for(lambda: service.ctl("get", "ASD14"), "the late load")
+            self.assertEqual(loaded["value"], pattern(32, 5).hex())
+            self.assertIn("Part backplane_a answers again: ", service.log())
+            service.end()
+
 
 class Requests(unittest.TestCase):
     def test_the_enclosure_file_rules(self):
