@@ -55,9 +55,7 @@ void Asd_PrintData(const guint8 *String, guint8 Len) {
 }
 
 void ASD_GetBayconfigCmdFrameInfo(const guint8 *request, ASD_MULTI_FRAME_INFO_S *info) {
-    asd_ipmi_mframe_head head{};
-    std::copy_n(request + kHeadSize, kFrameHeadSize, head.data.begin());
-    const asd_ipmi_frame_number number = head.number();
+    const asd_ipmi_frame_number number = reinterpret_cast<const FrameRequest *>(request)->numbers.number();
     info->FrameSendTimes = number.total_number;
     info->CurrentFramNum = number.current_number;
 }

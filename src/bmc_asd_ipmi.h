@@ -9,9 +9,7 @@
 #include "object_frame.h"
 
 #include <array>
-
-// What most handlers log of a request whose data they cannot get.
-inline constexpr const gchar *kNoData = "get ipmi src data failed!";
+#include <cstddef>
 
 // Completion codes (IPMI 2.0, table 5-2; 0x80 to 0xBE are the command's own).
 enum CompletionCode : guint8 {
@@ -28,17 +26,28 @@ enum CompletionCode : guint8 {
     kUnspecifiedError = 0xFF,
 };
 
-// Request data: FruId, FruType0, FruType1, DeviceId, CmdSdrType, then the payload. The stack's buffer has 255 bytes and
-// is zero past the request, so a fixed-size payload may be read whatever the request's length.
-inline constexpr guint32 kByteFruId = 0;
-inline constexpr guint32 kByteDeviceId = 3;
-inline constexpr guint32 kByteSdrType = 4;
-inline constexpr guint32 kHeadSize = 5;
-inline constexpr guint32 kFrameHeadSize = 4;                      // total and current frame number, low bytes first
-inline constexpr guint32 kFrameData = kHeadSize + kFrameHeadSize; // where a frame's bytes start
-inline constexpr guint32 kFrameRequestMax = 229;                  // request data of a full frame
-inline constexpr guint32 kReadFrameSize = 228;                    // bytes in a read frame's response
-inline constexpr guint32 kWriteFrameSize = 220;                   // bytes in a write frame's request
+// A request's data: head, then payload. The stack's buffer is zero past the request, so a fixed-size payload may be
+// read whatever the request's length.
+struct RequestHead {
+    guint8 fru_id;
+    guint8 fru_type[2];
+    guint8 device_id; // the chip of a pair, where a command asks for one
+    guint8 selector;  // of the record
+};
+inline constexpr guint32 kHeadSize = sizeof(RequestHead);
+static_assert(kHeadSize == 5);
+
+inline constexpr guint32 kRequestMax = 255;
+
+struct Request {
+    RequestHead head;
+    guint8 payload[kRequestMax - kHeadSize];
+};
+static_assert(sizeof(Request) == kRequestMax);
+
+inline constexpr guint32 kFrameRequestMax = 229; // request data of a full frame
+inline constexpr guint32 kReadFrameSize = 228;   // bytes in a read frame's response
+inline constexpr guint32 kWriteFrameSize = 220;  // bytes in a write frame's request
 
 // A response with N data bytes, zero at first.
 template <guint32 N>
@@ -58,6 +67,14 @@ template <guint32 N>
     return ipmi_send_response(req_msg, static_cast<guint32>(response.bytes.size()), response.bytes.data());
 }
 
+// The request's data as what travels; null when it has none.
+template <typename T>
+[[nodiscard]] const T *request_as(const IPMI_MSG_S *req_msg) {
+    static_assert(alignof(T) == 1); // the buffer begins anywhere
+    static_assert(sizeof(T) <= kRequestMax);
+    return reinterpret_cast<const T *>(get_ipmi_src_data(req_msg));
+}
+
 // The item that a command's row names.
 [[nodiscard]] inline const gchar *row_item(gconstpointer user_data) {
     return static_cast<const gchar *>(user_data);
@@ -69,16 +86,24 @@ struct asd_ipmi_frame_number {
     guint16 current_number;
 };
 
-// The same as they travel.
+// The same as they travel, low bytes first.
 struct asd_ipmi_mframe_head {
-    std::array<guint8, kFrameHeadSize> data;
+    std::array<guint8, 4> data;
 
     [[nodiscard]] asd_ipmi_frame_number number() const {
         return {.total_number = static_cast<guint16>(data[0] | (data[1] << 8U)),
                 .current_number = static_cast<guint16>(data[2] | (data[3] << 8U))};
     }
 };
-static_assert(sizeof(asd_ipmi_mframe_head) == kFrameHeadSize);
+
+// A request that carries a frame.
+struct FrameRequest {
+    RequestHead head;
+    asd_ipmi_mframe_head numbers;
+    guint8 frame[kRequestMax - kHeadSize - sizeof(asd_ipmi_mframe_head)];
+};
+inline constexpr guint32 kFrameData = offsetof(FrameRequest, frame); // request data before the frame's bytes
+static_assert(sizeof(FrameRequest) == kRequestMax && kFrameData == 9);
 
 // The same in a bay configuration request.
 struct ASD_MULTI_FRAME_INFO_S {

@@ -9,6 +9,7 @@
 #include "bmc_asd_log.h"
 #include "bmc_asd_property.h"
 #include "bmc_asd_read.h"
+#include "bmc_asd_records.h"
 #include "bmc_asd_state.h"
 #include "bmc_asd_update_property.h"
 #include "board.h"
@@ -17,43 +18,7 @@
 
 #include <algorithm>
 
-// ---- Identity records ----
-
-namespace {
-
-struct IdentityRead {
-    guint32 size;              // of the record
-    const gchar *null_message; // null: nothing is logged
-    const gchar *no_data;
-    const gchar *enter;  // logged before the item's name; null: nothing
-    const gchar *leave;  // the same, before a successful answer
-    bool refuses_erased; // a loaded record that is all 0xFF is not returned
-};
-
-} // namespace
-
-static constexpr guint32 kIdentityMax = 32;
-
-// clang-format off
-static constexpr const gchar *kEnter = "user data is ";
-static constexpr const gchar *kLeave = "Leave user data is ";
-
-static constexpr IdentityRead kReadMac      = {.size = 6,  .null_message = nullptr, .no_data = kNoData, .enter = kEnter, .leave = nullptr, .refuses_erased = true};
-static constexpr IdentityRead kReadSn       = {.size = 20, .null_message = nullptr, .no_data = kNoData, .enter = kEnter, .leave = nullptr, .refuses_erased = true};
-static constexpr IdentityRead kReadBrand    = {.size = 32, .null_message = "Get brand: input parameter is null.",  .no_data = kNoData, .enter = kEnter, .leave = kLeave, .refuses_erased = true};
-static constexpr IdentityRead kReadVendor   = {.size = 32, .null_message = "Get vendor: input parameter is null.", .no_data = kNoData, .enter = kEnter, .leave = kLeave, .refuses_erased = true};
-static constexpr IdentityRead kReadModel    = {.size = 16, .null_message = nullptr, .no_data = kNoData, .enter = kEnter, .leave = kLeave, .refuses_erased = true};
-static constexpr IdentityRead kReadOemModel = {.size = 16, .null_message = nullptr, .no_data = kNoData, .enter = kEnter, .leave = kLeave, .refuses_erased = true};
-static constexpr IdentityRead kReadOverseas = {.size = 16, .null_message = "Get overseas flag, input parameter pointer is null.",
-                                               .no_data = "Get overseas flag, get ipmi src data failed!",
-                                               .enter = nullptr, .leave = "Get overseas flag is ", .refuses_erased = false};
-static constexpr IdentityRead kReadFrameCfg = {.size = 16, .null_message = "Get product frame cfg failed(input parameter is null)",
-                                               .no_data = "Get product frame cfg failed(get ipmi src data failed)",
-                                               .enter = nullptr, .leave = nullptr, .refuses_erased = false};
-static constexpr IdentityRead kReadIocard   = {.size = 8, .null_message = "Get backboard iocard pcie4.0 data failed, input parameter pointer is null.",
-                                               .no_data = "Get backboard iocard pcie4.0 data failed(get ipmi src data failed)",
-                                               .enter = nullptr, .leave = nullptr, .refuses_erased = false};
-// clang-format on
+// ---- Records read in one message ----
 
 // Takes a record from Value when it is loaded, else from the chip. *mirrored: which. 0x00 or the code to answer.
 static guint8 record_fetch(const gchar *item_name, guint8 *data, guint32 size, bool *mirrored) {
@@ -78,147 +43,75 @@ static guint8 record_fetch(const gchar *item_name, guint8 *data, guint32 size, b
     return kCompleted;
 }
 
-static gint32 identity_read(const IPMI_MSG_S *req_msg, gconstpointer user_data, const IdentityRead &record) {
+// Reads the record on this board. 0x00 or the code to answer.
+static guint8 record_get(const gchar *item_name, guint32 size, const RecordRead &read, Response<kRecordMax> *response) {
+    bool mirrored = false;
+    if (read.zeros == nullptr) {
+        const guint8 code = record_fetch(item_name, response->data(), size, &mirrored);
+        const bool refused =
+            code == kCompleted && read.refuses_erased && mirrored && ASD_CheckAsdDataIsFullF(response->data(), size);
+        return refused ? guint8{kNoResponse} : code;
+    }
+    gsize value_size = 0;
+    if (const gint32 ret = asd_get_value(item_name, size, response->data(), &value_size); ret != 0) {
+        ASD_LOG_ERROR("Call asd_get_value failed! result: %d.", ret);
+        return kNoResponse;
+    }
+    return kCompleted;
+}
+
+static gint32 record_read(const IPMI_MSG_S *req_msg, gconstpointer user_data, guint32 size, const RecordRead &read) {
     if (req_msg == nullptr) {
-        if (record.null_message != nullptr) {
-            ASD_LOG_ERROR("%s", record.null_message);
+        if (read.null_message != nullptr) {
+            ASD_LOG_ERROR("%s", read.null_message);
         }
         return kStatusFailed;
     }
     const gchar *item_name = row_item(user_data);
-    if (record.enter != nullptr) {
-        ASD_LOG_DEBUG("%s%s", record.enter, item_name);
+    if (read.names_item) {
+        ASD_LOG_DEBUG("user data is %s", item_name);
     }
     if (get_ipmi_src_data(req_msg) == nullptr) {
-        ASD_LOG_ERROR("%s", record.no_data);
+        ASD_LOG_ERROR("%s", read.no_data);
         return answer_code(req_msg, kInvalidField);
     }
-    Response<kIdentityMax> response;
-    bool mirrored = false;
-    if (const guint8 code = record_fetch(item_name, response.data(), record.size, &mirrored); code != kCompleted) {
+    Response<kRecordMax> response;
+    if (read.zeros != nullptr && !is_master()) {
+        // Kept: a slave answers success with an empty record, not a failure.
+        const gint32 ret = memset_s(response.bytes.data(), response.bytes.size(), 0, response.bytes.size());
+        if (ret != 0) {
+            ASD_LOG_ERROR("Error: init asd ipmi %s failed, result = %d.", read.zeros, ret);
+        }
+        ASD_LOG_INFO("This smm board is SLAVE.");
+        return ipmi_send_response(req_msg, 1 + size, response.bytes.data());
+    }
+    if (const guint8 code = record_get(item_name, size, read, &response); code != kCompleted) {
         return answer_code(req_msg, code);
     }
-    if (record.refuses_erased && mirrored && ASD_CheckAsdDataIsFullF(response.data(), record.size)) {
-        return answer_code(req_msg, kNoResponse);
+    if (read.leave != nullptr) {
+        ASD_LOG_DEBUG("%s%s", read.leave, item_name);
     }
-    if (record.leave != nullptr) {
-        ASD_LOG_DEBUG("%s%s", record.leave, item_name);
-    }
-    return ipmi_send_response(req_msg, 1 + record.size, response.bytes.data());
+    return ipmi_send_response(req_msg, 1 + size, response.bytes.data());
 }
 
-gint32 ipmi_cmd_get_mac(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return identity_read(req_msg, user_data, kReadMac);
-}
-
-gint32 ipmi_cmd_get_sn(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return identity_read(req_msg, user_data, kReadSn);
-}
-
-gint32 ipmi_cmd_get_brand(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return identity_read(req_msg, user_data, kReadBrand);
-}
-
-gint32 ipmi_cmd_get_vendor(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return identity_read(req_msg, user_data, kReadVendor);
-}
-
-gint32 ipmi_cmd_get_model(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return identity_read(req_msg, user_data, kReadModel);
-}
-
-gint32 ipmi_cmd_get_oem_model(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return identity_read(req_msg, user_data, kReadOemModel);
-}
-
-gint32 ipmi_cmd_get_overseas(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return identity_read(req_msg, user_data, kReadOverseas);
-}
-
-gint32 Ipmi_cmdGetProductFrameCfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return identity_read(req_msg, user_data, kReadFrameCfg);
-}
-
-gint32 ASD_IPMI_GetIocardPCIE4(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return identity_read(req_msg, user_data, kReadIocard);
-}
-
-// ---- Configuration records ----
-
-namespace {
-
-struct ConfigRead {
-    guint32 size;
-    const gchar *no_data;
-    const gchar *buffer; // as the text of a buffer that could not be cleared names it
-    bool logs_leave;
-};
-
-} // namespace
-
-static constexpr guint32 kConfigMax = 128;
+// The rows' reads, so that the rest of the table is not in the program.
+static constexpr auto kReads = [] {
+    std::array<RecordRead, kRecords.size()> reads{};
+    std::ranges::transform(kRecords, reads.begin(), &Record::read);
+    return reads;
+}();
 
 // clang-format off
-static constexpr ConfigRead kReadSpec        = {.size = 16,  .no_data = kNoData,                 .buffer = "spec",      .logs_leave = true};
-static constexpr ConfigRead kReadFrameInfo   = {.size = 32,  .no_data = kNoData,                 .buffer = "frame",     .logs_leave = true};
-static constexpr ConfigRead kReadLogo        = {.size = 8,   .no_data = kNoData,                 .buffer = "logo",      .logs_leave = false};
-static constexpr ConfigRead kReadPowerConfig = {.size = 128, .no_data = "data pointer is null!", .buffer = "config",    .logs_leave = true};
-static constexpr ConfigRead kReadBaycfg      = {.size = 128, .no_data = kNoData,                 .buffer = "bayconfig", .logs_leave = false};
+#define ASD_DEFINE_READ(item, get, set)                              \
+    gint32 get(const IPMI_MSG_S *req_msg, gconstpointer user_data) { \
+        return record_read(req_msg, user_data, kRecords[row_of(item)].size, kReads[row_of(item)]); \
+    }
+ASD_RECORD_HANDLERS(ASD_DEFINE_READ)
 // clang-format on
-
-static gint32 config_read(const IPMI_MSG_S *req_msg, gconstpointer user_data, const ConfigRead &record) {
-    if (req_msg == nullptr) {
-        return kStatusFailed;
-    }
-    const gchar *item_name = row_item(user_data);
-    ASD_LOG_DEBUG("user data is %s", item_name);
-    if (get_ipmi_src_data(req_msg) == nullptr) {
-        ASD_LOG_ERROR("%s", record.no_data);
-        return answer_code(req_msg, kInvalidField);
-    }
-    Response<kConfigMax> response;
-    if (is_master()) {
-        gsize value_size = 0;
-        if (const gint32 ret = asd_get_value(item_name, record.size, response.data(), &value_size); ret != 0) {
-            ASD_LOG_ERROR("Call asd_get_value failed! result: %d.", ret);
-            return answer_code(req_msg, kNoResponse);
-        }
-        if (record.logs_leave) {
-            ASD_LOG_DEBUG("Leave user data is %s", item_name);
-        }
-        return ipmi_send_response(req_msg, 1 + record.size, response.bytes.data());
-    }
-    // Kept: a slave answers success with an empty record, not a failure.
-    if (const gint32 ret = memset_s(response.bytes.data(), response.bytes.size(), 0, response.bytes.size()); ret != 0) {
-        ASD_LOG_ERROR("Error: init asd ipmi %s failed, result = %d.", record.buffer, ret);
-    }
-    ASD_LOG_INFO("This smm board is SLAVE.");
-    return ipmi_send_response(req_msg, 1 + record.size, response.bytes.data());
-}
-
-gint32 ipmi_cmd_get_spec(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return config_read(req_msg, user_data, kReadSpec);
-}
-
-gint32 ipmi_cmd_get_frameinfo(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return config_read(req_msg, user_data, kReadFrameInfo);
-}
-
-gint32 ipmi_cmd_get_logo(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return config_read(req_msg, user_data, kReadLogo);
-}
-
-gint32 ipmi_cmd_get_powerconfig(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return config_read(req_msg, user_data, kReadPowerConfig);
-}
-
-gint32 ipmi_cmd_get_baycfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return config_read(req_msg, user_data, kReadBaycfg);
-}
 
 // ---- E2PWP test ----
 
-static constexpr guint32 kE2pwpSize = 32;
+static constexpr guint32 kE2pwpSize = kRecords[row_of("ASD_E2PWP")].size;
 
 // Reads the item from one chip. 0x00 or the code to answer.
 static guint8 e2pwp_fetch(const gchar *item_name, guint8 device_id, guint8 *data) {
@@ -256,7 +149,7 @@ gint32 ipmi_cmd_get_e2pwp_test(const IPMI_MSG_S *req_msg, gconstpointer user_dat
     }
     const gchar *item_name = row_item(user_data);
     ASD_LOG_DEBUG("user data is %s", item_name);
-    const guint8 *request = get_ipmi_src_data(req_msg);
+    const auto *request = request_as<Request>(req_msg);
     if (request == nullptr) {
         ASD_LOG_ERROR("data pointer is null.");
         return answer_code(req_msg, kInvalidField);
@@ -266,7 +159,7 @@ gint32 ipmi_cmd_get_e2pwp_test(const IPMI_MSG_S *req_msg, gconstpointer user_dat
         ASD_LOG_INFO("This smm board is SLAVE.");
         return answer_record(req_msg, response);
     }
-    if (const guint8 code = e2pwp_fetch(item_name, request[kByteDeviceId], response.data()); code != kCompleted) {
+    if (const guint8 code = e2pwp_fetch(item_name, request->head.device_id, response.data()); code != kCompleted) {
         return answer_code(req_msg, code);
     }
     ASD_LOG_DEBUG("Leave user data is %s", item_name);
@@ -279,8 +172,8 @@ static constexpr guint32 kEkeyLastReadFrame = kEkeySize - ((kEkeyFrames - 1) * k
 static_assert(kEkeyLastReadFrame == 112);
 
 // Copies the frame numbers of a request into a head that is cleared.
-static asd_ipmi_frame_number ekey_frame_head(const guint8 *request, asd_ipmi_mframe_head head = {}) {
-    if (const gint32 ret = memcpy_s(&head, sizeof head, request + kHeadSize, kFrameHeadSize); ret != 0) {
+static asd_ipmi_frame_number ekey_frame_head(const FrameRequest &request, asd_ipmi_mframe_head head = {}) {
+    if (const gint32 ret = memcpy_s(&head, sizeof head, &request.numbers, sizeof request.numbers); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ipmi frame header failed, result = %d.", ret);
     }
     return head.number();
@@ -316,12 +209,12 @@ gint32 ipmi_cmd_get_ekey(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
     if (const gint32 ret = memset_s(&head, sizeof head, 0, sizeof head); ret != 0) {
         ASD_LOG_ERROR("Error: init asd ipmi frame failed, result = %d.", ret);
     }
-    const guint8 *request = get_ipmi_src_data(req_msg);
+    const auto *request = request_as<FrameRequest>(req_msg);
     if (request == nullptr) {
         ASD_LOG_ERROR("get ipmi src data failed!");
         return answer_code(req_msg, kInvalidField);
     }
-    const asd_ipmi_frame_number number = ekey_frame_head(request, head);
+    const asd_ipmi_frame_number number = ekey_frame_head(*request, head);
     ASD_LOG_DEBUG("total number %u, current number %u", number.total_number, number.current_number);
     Response<kReadFrameSize> response;
     frame_prefill(&response);
@@ -368,12 +261,12 @@ gint32 ipmi_cmd_get_ekey_ep(const IPMI_MSG_S *req_msg, gconstpointer user_data) 
     }
     const gchar *item_name = row_item(user_data);
     ASD_LOG_DEBUG("user data is %s", item_name);
-    const guint8 *request = get_ipmi_src_data(req_msg);
+    const auto *request = request_as<FrameRequest>(req_msg);
     if (request == nullptr) {
         ASD_LOG_ERROR("get ipmi src data failed!");
         return answer_code(req_msg, kInvalidField);
     }
-    const asd_ipmi_frame_number number = ekey_frame_head(request);
+    const asd_ipmi_frame_number number = ekey_frame_head(*request);
     OBJ_HANDLE item = 0;
     if (const gint32 ret = dfl_get_object_handle(item_name, &item); ret != 0) {
         ASD_LOG_ERROR("Get object handle fail! result(%d).", ret);

@@ -3,30 +3,19 @@
 #pragma once
 
 // IPMI commands that read. Each handler answers its request once and returns the status of that answer, or -1 when the
-// message is null (nothing is sent). user_data: the item's name. They run on the stack's threads, many at once.
+// message is null (nothing is sent). The bay configuration file's also return -1 for a request without data, which they
+// have answered with 0xFF. user_data: the item's name. They run on the stack's threads, many at once.
 
+#include "bmc_asd_records.h"
 #include "ipmi_stack.h"
 #include "platform_types.h"
 
 extern "C" {
 
-// ---- Identity records: from Value when it is loaded, else from the chip; 0xCC, 0xCE ----
-gint32 ipmi_cmd_get_mac(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_sn(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_brand(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_vendor(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_model(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_oem_model(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_overseas(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 Ipmi_cmdGetProductFrameCfg(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ASD_IPMI_GetIocardPCIE4(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-
-// ---- Configuration records: from Value on the master, zeros and 0x00 on any other board; 0xCC, 0xCE ----
-gint32 ipmi_cmd_get_spec(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_frameinfo(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_logo(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_powerconfig(const IPMI_MSG_S *req_msg, gconstpointer user_data);
-gint32 ipmi_cmd_get_baycfg(const IPMI_MSG_S *req_msg, gconstpointer user_data);
+// ---- Records: 0xCC, 0xCE; where the bytes come from is in their rows ----
+#define ASD_DECLARE_READ(item, get, set) gint32 get(const IPMI_MSG_S *req_msg, gconstpointer user_data);
+ASD_RECORD_HANDLERS(ASD_DECLARE_READ)
+#undef ASD_DECLARE_READ
 gint32 ipmi_cmd_get_e2pwp_test(const IPMI_MSG_S *req_msg, gconstpointer user_data); // reads the chip DeviceId names
 
 // ---- Electronic keys, frame by frame; 0xC7, 0xC9, 0xCC, 0xCE ----

@@ -8,6 +8,7 @@
 #include "bmc_asd_ipmi.h"
 #include "bmc_asd_log.h"
 #include "bmc_asd_property.h"
+#include "bmc_asd_records.h"
 #include "bmc_asd_state.h"
 #include "bmc_asd_update_property.h"
 #include "bmc_asd_write.h"
@@ -19,79 +20,14 @@
 #include <algorithm>
 #include <cstring>
 
-// ---- Fixed-size records ----
+// ---- Records written in one message ----
 
-namespace {
+// A step after a record is stored, with the stored bytes; it logs the success. 0x00, or the code to answer instead.
+using AfterStore = guint8 (*)(const guint8 *data);
 
-struct RecordWrite {
-    guint32 size;         // bytes stored, from the payload's start
-    const gchar *begin;   // null: the handler logs its own
-    const gchar *success; // null: nothing
-    const gchar *suffix;  // behind every failure text
-    const gchar *no_data; // when the request data is missing, before the suffix
-};
-
-} // namespace
-
-// clang-format off
-static constexpr RecordWrite kWriteMac         = {.size = 6,   .begin = "Begin to set MAC.",       .success = nullptr,                  .suffix = " Set MAC fail.",       .no_data = kNoData};
-static constexpr RecordWrite kWriteSn          = {.size = 20,  .begin = "Begin to set SN.",        .success = "Set SN success.",        .suffix = " Set SN fail.",        .no_data = kNoData};
-static constexpr RecordWrite kWriteBrand       = {.size = 32,  .begin = "Begin to set Brand.",     .success = "Set Brand success.",     .suffix = " Set Brand fail.",     .no_data = kNoData};
-static constexpr RecordWrite kWriteVendor      = {.size = 32,  .begin = "Begin to set Vendor.",    .success = "Set Vendor success.",    .suffix = " Set Vendor fail.",    .no_data = kNoData};
-static constexpr RecordWrite kWriteModel       = {.size = 16,  .begin = "Begin to set Model.",     .success = "Set Model success.",     .suffix = " Set Model fail.",     .no_data = kNoData};
-static constexpr RecordWrite kWriteOemModel    = {.size = 16,  .begin = "Begin to set OEM Model.", .success = "Set OEM Model success.", .suffix = " Set OEM Model fail.", .no_data = kNoData};
-static constexpr RecordWrite kWriteSpec        = {.size = 16,  .begin = "Begin to set spec.",      .success = "Set spec success.",      .suffix = "",                     .no_data = kNoData};
-static constexpr RecordWrite kWriteFrameInfo   = {.size = 32,  .begin = "Begin to set FrameInfo.", .success = "Set FrameInfo success.", .suffix = "",                     .no_data = kNoData};
-static constexpr RecordWrite kWriteLogo        = {.size = 8,   .begin = "Begin to set Logo.",      .success = "Set Logo success.",      .suffix = " Set Logo fail.",      .no_data = kNoData};
-static constexpr RecordWrite kWritePowerConfig = {.size = 128, .begin = nullptr,                   .success = nullptr,                  .suffix = "",                     .no_data = "data pointer is null!"};
-// clang-format on
-
-// A step after the record is stored, with the payload. 0x00, or the code to answer instead.
-using AfterStore = guint8 (*)(const guint8 *payload);
-
-// Finds the item and stores the record's bytes. 0x00 or the code to answer.
-static guint8 record_store(const guint8 *payload, const gchar *item_name, const RecordWrite &record) {
-    OBJ_HANDLE item = 0;
-    if (const gint32 ret = dfl_get_object_handle(item_name, &item); ret != 0) {
-        ASD_LOG_ERROR("Call dfl_get_object_handle failed! result: %d.%s", ret, record.suffix);
-        return kNoResponse;
-    }
-    if (const gint32 ret = asd_write_equip(item, payload, record.size); ret != 0) {
-        ASD_LOG_ERROR("Call asd_write_equip failed! result: %d.%s", ret, record.suffix);
-        return kNoResponse;
-    }
-    return kCompleted;
-}
-
-static gint32 record_write(const IPMI_MSG_S *req_msg, gconstpointer user_data, const RecordWrite &record,
-                           AfterStore after = nullptr) {
-    if (req_msg == nullptr) {
-        return kStatusFailed;
-    }
-    if (record.begin != nullptr) {
-        ASD_LOG_INFO("%s", record.begin);
-    }
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (request == nullptr) {
-        ASD_LOG_ERROR("%s%s", record.no_data, record.suffix);
-        return answer_code(req_msg, kInvalidField);
-    }
-    const guint8 *payload = request + kHeadSize;
-    if (const guint8 code = record_store(payload, row_item(user_data), record); code != kCompleted) {
-        return answer_code(req_msg, code);
-    }
-    if (const guint8 code = after != nullptr ? after(payload) : guint8{kCompleted}; code != kCompleted) {
-        return answer_code(req_msg, code);
-    }
-    if (record.success != nullptr) {
-        ASD_LOG_INFO("%s", record.success);
-    }
-    return answer_code(req_msg, kCompleted);
-}
-
-static guint8 mac_to_cpld(const guint8 *payload) {
-    std::array<guint8, 6> mac{};
-    if (const gint32 ret = memcpy_s(mac.data(), mac.size(), payload, mac.size()); ret != 0) {
+static guint8 mac_stored(const guint8 *data) {
+    std::array<guint8, kRecords[row_of("ASD10")].size> mac{};
+    if (const gint32 ret = memcpy_s(mac.data(), mac.size(), data, mac.size()); ret != 0) {
         ASD_LOG_ERROR("memcpy srcdata to mac fail, ret_s = %d", ret);
     }
     if (const gint32 ret = BSP_SetWwn2CpldRam(mac.data(), static_cast<UINT32>(mac.size())); ret != 0) {
@@ -102,148 +38,160 @@ static guint8 mac_to_cpld(const guint8 *payload) {
     return kCompleted;
 }
 
-static guint8 model_to_cpld(const guint8 *payload) {
-    std::array<guint8, 16> model{};
-    if (const gint32 ret = memcpy_s(model.data(), model.size(), payload, model.size()); ret != 0) {
+static guint8 model_stored(const guint8 *data) {
+    std::array<guint8, kRecords[row_of("ASD13")].size> model{};
+    if (const gint32 ret = memcpy_s(model.data(), model.size(), data, model.size()); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ipmi model failed, result = %d.", ret);
     }
-    (void)BSP_SetFrameModelToCpldRam(
-        model.data(), static_cast<UINT32>(model.size())); // Kept: unlike the MAC, whose failure is answered
+    // Kept: unlike the MAC, whose failure is answered.
+    (void)BSP_SetFrameModelToCpldRam(model.data(), static_cast<UINT32>(model.size()));
+    ASD_LOG_INFO("Set Model success.");
     return kCompleted;
 }
 
-gint32 ipmi_cmd_set_mac(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return record_write(req_msg, user_data, kWriteMac, mac_to_cpld);
+static guint8 baycfg_stored(const guint8 * /*data*/) {
+    ASD_LOG_ERROR("Set Baycfg success."); // Kept: at the error level
+    return kCompleted;
 }
 
-gint32 ipmi_cmd_set_sn(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return record_write(req_msg, user_data, kWriteSn);
+static guint8 overseas_stored(const guint8 *data) {
+    ASD_LOG_INFO("Set overseas flag=%s succeed", reinterpret_cast<const char *>(data));
+    return kCompleted;
 }
 
-gint32 ipmi_cmd_set_brand(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return record_write(req_msg, user_data, kWriteBrand);
+static guint8 iocard_stored(const guint8 *data) {
+    ASD_LOG_INFO("Set backboard iocard pcie4.0 data succeed(0x%x 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x).", data[0],
+                 data[1], data[2], data[3], data[4], data[5], data[6], data[7]);
+    return kCompleted;
 }
 
-gint32 ipmi_cmd_set_vendor(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return record_write(req_msg, user_data, kWriteVendor);
+static guint8 frame_cfg_stored(const guint8 *data) {
+    ASD_LOG_INFO("Set product frame cfg "
+                 "succeed(0x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x).",
+                 data[0], data[1], data[2], data[3], data[4], data[5], data[6], data[7], data[8], data[9], data[10],
+                 data[11], data[12], data[13], data[14], data[15]);
+    return kCompleted;
 }
 
-gint32 ipmi_cmd_set_model(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return record_write(req_msg, user_data, kWriteModel, model_to_cpld);
+// The payload of a request: its own bytes, never what lies behind them.
+static guint32 payload_size(const IPMI_MSG_S *req_msg) {
+    const guint32 length = get_ipmi_src_data_len(req_msg);
+    return length > kHeadSize ? length - kHeadSize : 0;
 }
 
-gint32 ipmi_cmd_set_oem_model(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return record_write(req_msg, user_data, kWriteOemModel);
+// The same for a record that is stored as it was sent. Kept: without a whole head its bytes count as payload.
+static guint32 sent_size(const IPMI_MSG_S *req_msg) {
+    const guint32 length = get_ipmi_src_data_len(req_msg);
+    return length >= kHeadSize ? length - kHeadSize : length;
 }
 
-gint32 ipmi_cmd_set_spec(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return record_write(req_msg, user_data, kWriteSpec);
+// Logs a row's text with a status at its %d, and the suffix.
+static void status_log(const gchar *text, gint32 status, const gchar *suffix) {
+    const gchar *at = std::strstr(text, "%d");
+    ASD_LOG_ERROR("%.*s%d%s%s", static_cast<int>(at - text), text, status, at + 2, suffix);
 }
 
-gint32 ipmi_cmd_set_frameinfo(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return record_write(req_msg, user_data, kWriteFrameInfo);
+// Stores the record's bytes. 0x00 or the code to answer.
+static guint8 record_store(const IPMI_MSG_S *req_msg, const Request &request, const gchar *item_name, guint32 size,
+                           const RecordWrite &write, AfterStore after) {
+    OBJ_HANDLE item = 0;
+    if (const gint32 ret = dfl_get_object_handle(item_name, &item); ret != 0) {
+        status_log(write.no_item, ret, write.suffix);
+        return kNoResponse;
+    }
+    if (write.measured && payload_size(req_msg) != size) {
+        return kOutOfRange;
+    }
+    const guint8 *data = request.payload;
+    std::array<guint8, kRecordCopyMax + 1> copy{}; // one more, so that it prints as text
+    if (write.copy != nullptr) {
+        if (const gint32 ret = memcpy_s(copy.data(), copy.size(), data, size); ret != 0) {
+            ASD_LOG_ERROR("Error: copy asd ipmi %s failed, result = %d.", write.copy, ret);
+        }
+        data = copy.data();
+    }
+    const guint32 stored = write.as_sent ? sent_size(req_msg) : size;
+    // Kept: unlike the read from one chip this takes no lock around the whole; each transfer takes it.
+    const gint32 ret = write.chip_of_request ? asd_write_equip_one(item, data, stored, request.head.device_id)
+                                             : asd_write_equip(item, data, stored);
+    if (ret != 0) {
+        status_log(write.not_written, ret, write.suffix);
+        return write.failed_code;
+    }
+    return after != nullptr ? after(data) : guint8{kCompleted};
 }
 
-gint32 ipmi_cmd_set_logo(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    return record_write(req_msg, user_data, kWriteLogo);
-}
-
-// The payload of a request as text for a log line: its own bytes, never what lies behind them.
-static int payload_size(const IPMI_MSG_S *req_msg) {
-    const guint8 length = get_ipmi_src_data_len(req_msg);
-    return length > kHeadSize ? static_cast<int>(length - kHeadSize) : 0;
-}
-
-static const char *payload_text(const guint8 *request) {
-    return reinterpret_cast<const char *>(request + kHeadSize);
-}
-
-gint32 ipmi_cmd_set_powerconfig(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+static gint32 record_write(const IPMI_MSG_S *req_msg, gconstpointer user_data, guint32 size, const RecordWrite &write,
+                           AfterStore after) {
     if (req_msg == nullptr) {
+        if (write.null_message != nullptr) {
+            ASD_LOG_ERROR("%s", write.null_message);
+        }
         return kStatusFailed;
     }
-    if (const guint8 *request = get_ipmi_src_data(req_msg); request != nullptr) {
-        ASD_LOG_INFO("Begin to set powerconfig, config is %.*s.", payload_size(req_msg), payload_text(request));
+    if (write.name != nullptr) {
+        ASD_LOG_INFO("Begin to set %s.", write.name);
     }
-    return record_write(req_msg, user_data, kWritePowerConfig);
+    const auto *request = request_as<Request>(req_msg);
+    if (request == nullptr) {
+        ASD_LOG_ERROR("%s%s", write.no_data, write.suffix);
+        return answer_code(req_msg, kInvalidField);
+    }
+    if (write.payload != nullptr) {
+        ASD_LOG_INFO("%s%.*s.", write.payload, static_cast<int>(payload_size(req_msg)),
+                     reinterpret_cast<const char *>(request->payload));
+    }
+    const guint8 code = record_store(req_msg, *request, row_item(user_data), size, write, after);
+    if (code == kCompleted && write.name != nullptr && after == nullptr) {
+        ASD_LOG_INFO("Set %s success.", write.name);
+    }
+    return answer_code(req_msg, code);
 }
+
+namespace {
+
+struct RecordStep {
+    std::string_view item;
+    AfterStore after;
+};
+
+} // namespace
+
+static constexpr auto kSteps = std::to_array<RecordStep>({{.item = "ASD10", .after = mac_stored},
+                                                          {.item = "ASD13", .after = model_stored},
+                                                          {.item = "ASD24", .after = baycfg_stored},
+                                                          {.item = "ASD_IOCARD_PCIE4", .after = iocard_stored},
+                                                          {.item = "ASD_OVERSEAS", .after = overseas_stored},
+                                                          {.item = "ASD_PRODUCT_FRAMECFG", .after = frame_cfg_stored}});
+
+static constexpr AfterStore step_of(std::string_view item) {
+    const auto *step = std::ranges::find(kSteps, item, &RecordStep::item);
+    return step != kSteps.end() ? step->after : nullptr;
+}
+
+// The rows' writes, so that the rest of the table is not in the program.
+static constexpr auto kWrites = [] {
+    std::array<RecordWrite, kRecords.size()> writes{};
+    std::ranges::transform(kRecords, writes.begin(), &Record::write);
+    return writes;
+}();
+
+template <std::size_t row>
+static gint32 record_write(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
+    constexpr AfterStore kAfter = step_of(kRecords[row].item);
+    return record_write(req_msg, user_data, kRecords[row].size, kWrites[row], kAfter);
+}
+
+// clang-format off
+#define ASD_DEFINE_WRITE(item, get, set)                             \
+    gint32 set(const IPMI_MSG_S *req_msg, gconstpointer user_data) { \
+        return record_write<row_of(item)>(req_msg, user_data);       \
+    }
+ASD_RECORD_HANDLERS(ASD_DEFINE_WRITE)
+// clang-format on
 
 gint32 ipmi_cmd_set_e2pwp_test(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    constexpr guint32 kSize = 32;
-    if (req_msg == nullptr) {
-        return kStatusFailed;
-    }
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (request == nullptr) {
-        ASD_LOG_ERROR("data pointer is null!");
-        return answer_code(req_msg, kInvalidField);
-    }
-    ASD_LOG_INFO("Begin to set E2pwp, E2pwp is %.*s.", payload_size(req_msg), payload_text(request));
-    OBJ_HANDLE item = 0;
-    if (const gint32 ret = dfl_get_object_handle(row_item(user_data), &item); ret != 0) {
-        ASD_LOG_ERROR("Call dfl_get_object_handle failed! result: %d.", ret);
-        return answer_code(req_msg, kNoResponse);
-    }
-    // Kept: unlike the read this takes no lock around the whole; each transfer takes it.
-    const gint32 ret = asd_write_equip_one(item, request + kHeadSize, kSize, request[kByteDeviceId]);
-    if (ret != 0) {
-        ASD_LOG_ERROR("Call asd_write_equip_one failed! result: %d.", ret);
-        return answer_code(req_msg, kNoResponse);
-    }
-    return answer_code(req_msg, kCompleted);
-}
-
-gint32 ipmi_cmd_set_overseas(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    constexpr guint32 kSize = 16;
-    if (req_msg == nullptr) {
-        ASD_LOG_ERROR("Set overseas flag, input parameter pointer is null.");
-        return kStatusFailed;
-    }
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (request == nullptr) {
-        ASD_LOG_ERROR("Set overseas flag, get ipmi src data failed");
-        return answer_code(req_msg, kInvalidField);
-    }
-    OBJ_HANDLE item = 0;
-    if (const gint32 ret = dfl_get_object_handle(row_item(user_data), &item); ret != 0) {
-        ASD_LOG_ERROR("Set overseas flag get handle failed(ret=%d)", ret);
-        return answer_code(req_msg, kNoResponse);
-    }
-    std::array<guint8, kSize + 1> flag{}; // one more, so that it prints as text
-    if (const gint32 ret = memcpy_s(flag.data(), flag.size(), request + kHeadSize, kSize); ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd ipmi overseas failed, result = %d.", ret);
-    }
-    if (const gint32 ret = asd_write_equip(item, flag.data(), kSize); ret != 0) {
-        ASD_LOG_ERROR("Set overseas flag write eeprom failed(ret=%d).", ret);
-        return answer_code(req_msg, kUnspecifiedError);
-    }
-    ASD_LOG_INFO("Set overseas flag=%s succeed", reinterpret_cast<const char *>(flag.data()));
-    return answer_code(req_msg, kCompleted);
-}
-
-gint32 ipmi_cmd_set_baycfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    if (req_msg == nullptr) {
-        return kStatusFailed;
-    }
-    ASD_LOG_INFO("Begin to set Baycfg.");
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (request == nullptr) {
-        ASD_LOG_ERROR("get ipmi src data failed! Set Baycfg fail.");
-        return answer_code(req_msg, kInvalidField);
-    }
-    OBJ_HANDLE item = 0;
-    if (const gint32 ret = dfl_get_object_handle(row_item(user_data), &item); ret != 0) {
-        ASD_LOG_ERROR("Call dfl_get_object_handle failed! result: %d. Set Baycfg fail.", ret);
-        return answer_code(req_msg, kNoResponse);
-    }
-    const guint32 length = get_ipmi_src_data_len(req_msg);
-    const guint32 size = length >= kHeadSize ? length - kHeadSize : length;
-    if (const gint32 ret = asd_write_equip(item, request + kHeadSize, size); ret != 0) {
-        ASD_LOG_ERROR("Call asd_write_equip failed! result: %d. Set Baycfg fail.", ret);
-        return answer_code(req_msg, kCannotReturnBytes);
-    }
-    ASD_LOG_ERROR("Set Baycfg success."); // Kept: at the error level
-    return answer_code(req_msg, kCompleted);
+    return record_write<row_of("ASD_E2PWP")>(req_msg, user_data);
 }
 
 // ---- Electronic keys ----
@@ -251,52 +199,95 @@ gint32 ipmi_cmd_set_baycfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
 static constexpr guint32 kEkeyLastWriteFrame = kEkeySize - ((kEkeyFrames - 1) * kWriteFrameSize);
 static_assert(kEkeyLastWriteFrame == 144);
 
-// Clears and copies the frame numbers of a request. *ret: both results combined.
-static asd_ipmi_frame_number ekey_frame_head(const guint8 *request, gint32 *ret) {
+using ItemWrite = gint32 (*)(OBJ_HANDLE item, const guint8 *data, guint32 len);
+
+namespace {
+
+// What the writes of a board's key and of a power supply's key differ in.
+struct KeyWrite {
+    bool of_supply;
+    const gchar *lock;        // before the text of a buffer that was not obtained
+    const gchar *head;        // what failed with the frame numbers
+    const gchar *frame;       // what failed with a frame
+    const gchar *commit_name; // as the text of a failed commit has it
+    ItemWrite commit;         // stores the whole key
+    guint32 lock_ms;          // how long to wait for the buffer
+    guint8 unavailable_code;  // without buffer or item
+};
+
+// Whose key it is, for the texts. Kept (log text): one has no blank before a supply's number.
+struct KeyOwner {
+    std::array<gchar, 16> name{};
+    std::array<gchar, 16> squeezed{};
+};
+
+} // namespace
+
+// clang-format off
+static constexpr KeyWrite kBoardKey  = {.of_supply = false, .lock = "[Set_Ekey] ", .head = "init or copy asd ipmi frame header", .frame = "copy asd ipmi ekey",
+                                        .commit_name = "asd_write_equip", .commit = asd_write_equip, .lock_ms = 2000, .unavailable_code = kKeyUnavailable};
+static constexpr KeyWrite kSupplyKey = {.of_supply = true,  .lock = "",            .head = "copy asd ipmi frame",                .frame = "copy asd ipmi frame",
+                                        .commit_name = "asd_power_write", .commit = asd_power_write, .lock_ms = 1000, .unavailable_code = kNoResponse};
+// clang-format on
+
+static const gchar *key_board(const gchar *item_name) {
+    return g_strcmp0(item_name, "ASD5") == 0 ? "Frameboard" : "LeftEar";
+}
+
+static KeyOwner key_owner(const KeyWrite &key, const gchar *item_name, const FrameRequest &request) {
+    KeyOwner owner;
+    if (key.of_supply) {
+        (void)g_snprintf(owner.name.data(), owner.name.size(), "Power %d", request.head.fru_id);
+        (void)g_snprintf(owner.squeezed.data(), owner.squeezed.size(), "Power%d", request.head.fru_id);
+        return owner;
+    }
+    (void)g_snprintf(owner.name.data(), owner.name.size(), "%s", key_board(item_name));
+    owner.squeezed = owner.name;
+    return owner;
+}
+
+// Takes the frame numbers of a request. *ret: the results of clearing and copying, combined.
+static asd_ipmi_frame_number key_frame_number(const FrameRequest &request, gint32 *ret) {
     asd_ipmi_mframe_head head{};
     *ret = memset_s(&head, sizeof head, 0, sizeof head);
-    *ret |= memcpy_s(&head, sizeof head, request + kHeadSize, kFrameHeadSize);
+    *ret |= memcpy_s(&head, sizeof head, &request.numbers, sizeof request.numbers);
     return head.number();
 }
 
 // Stages a frame whose number is 1 to 5, with the lock held. The copy's result.
-static gint32 ekey_frame_stage(const guint8 *request, guint16 current) {
+static gint32 key_frame_stage(const FrameRequest &request, guint16 current) {
     const guint32 offset = kWriteFrameSize * (current - 1U);
     const guint32 size = current == kEkeyFrames ? kEkeyLastWriteFrame : kWriteFrameSize;
-    std::array<guint8, kEkeySize> key{};
-    g_ekey_buffer.load(0, key);
-    const gint32 ret = memcpy_s(key.data() + offset, kEkeySize - offset, request + kFrameData, size);
-    g_ekey_buffer.store(0, key);
+    std::array<guint8, kEkeySize> bytes{};
+    g_ekey_buffer.load(0, bytes);
+    const gint32 ret = memcpy_s(bytes.data() + offset, kEkeySize - offset, request.frame, size);
+    g_ekey_buffer.store(0, bytes);
     return ret;
 }
 
-static bool ekey_frame_valid(guint16 current) {
-    return current >= 1 && current <= kEkeyFrames;
-}
-
-using ItemWrite = gint32 (*)(OBJ_HANDLE item, const guint8 *data, guint32 len);
-
 // Writes the whole buffer to the item, with the lock held.
-static gint32 ekey_commit(OBJ_HANDLE item, ItemWrite write) {
-    std::array<guint8, kEkeySize> key{};
-    g_ekey_buffer.load(0, key);
-    return write(item, key.data(), kEkeySize);
+static gint32 key_commit(OBJ_HANDLE item, ItemWrite commit) {
+    std::array<guint8, kEkeySize> bytes{};
+    g_ekey_buffer.load(0, bytes);
+    return commit(item, bytes.data(), kEkeySize);
 }
 
 // Stages one frame and, with the last, commits. 0x00 or the code to answer.
-static guint8 ekey_frame_write(const guint8 *request, guint16 current, const gchar *item_name, const gchar *board) {
-    HeldLock lock = HeldLock::take(g_ekey_buffer_lock, 2000);
+static guint8 key_frame_write(const KeyWrite &key, const FrameRequest &request, guint16 current,
+                              const gchar *item_name) {
+    const KeyOwner owner = key_owner(key, item_name, request);
+    HeldLock lock = HeldLock::take(g_ekey_buffer_lock, key.lock_ms);
     if (lock.result() != 0) {
-        ASD_LOG_ERROR("[Set_Ekey] Lock g_ekey_buffer_lock failed! %s set ekey fail.", board);
-        return kKeyUnavailable;
+        ASD_LOG_ERROR("%sLock g_ekey_buffer_lock failed! %s set ekey fail.", key.lock, owner.name.data());
+        return key.unavailable_code;
     }
-    if (!ekey_frame_valid(current)) {
+    if (current < 1 || current > kEkeyFrames) {
         lock.release();
-        ASD_LOG_ERROR("Error frame number! current_number: %d.%s set ekey fail.", current, board);
+        ASD_LOG_ERROR("Error frame number! current_number: %d.%s set ekey fail.", current, owner.squeezed.data());
         return kOutOfRange;
     }
-    if (const gint32 ret = ekey_frame_stage(request, current); ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd ipmi ekey failed, result = %d.", ret);
+    if (const gint32 ret = key_frame_stage(request, current); ret != 0) {
+        ASD_LOG_ERROR("Error: %s failed, result = %d.", key.frame, ret);
     }
     // Kept: nothing checks that frames 1 to 4 came before; the last frame commits what the buffer holds.
     if (current != kEkeyFrames) {
@@ -305,94 +296,52 @@ static guint8 ekey_frame_write(const guint8 *request, guint16 current, const gch
     OBJ_HANDLE item = 0;
     if (const gint32 ret = dfl_get_object_handle(item_name, &item); ret != 0) {
         lock.release();
-        ASD_LOG_ERROR("Get object handle failed! result: %d.%s set ekey fail.", ret, board);
-        return kKeyUnavailable;
+        ASD_LOG_ERROR("Get object handle failed! result: %d.%s set ekey fail.", ret, owner.name.data());
+        return key.unavailable_code;
     }
-    if (const gint32 ret = ekey_commit(item, asd_write_equip); ret != 0) {
-        ASD_LOG_ERROR("Call asd_write_equip failed! result: %d.%s set ekey fail.", ret, board);
+    if (const gint32 ret = key_commit(item, key.commit); ret != 0) {
+        ASD_LOG_ERROR("Call %s failed! result: %d.%s set ekey fail.", key.commit_name, ret, owner.name.data());
         return kNoResponse;
     }
     return kCompleted;
+}
+
+static gint32 key_write(const IPMI_MSG_S *req_msg, gconstpointer user_data, const KeyWrite &key) {
+    if (req_msg == nullptr) {
+        return kStatusFailed;
+    }
+    const gchar *item_name = row_item(user_data);
+    const auto *request = request_as<FrameRequest>(req_msg);
+    if (request == nullptr) {
+        ASD_LOG_ERROR("get ipmi src data failed!%s set ekey fail.", key.of_supply ? item_name : key_board(item_name));
+        return answer_code(req_msg, kInvalidField);
+    }
+    const KeyOwner owner = key_owner(key, item_name, *request);
+    if (key.of_supply) {
+        ASD_LOG_INFO("%s begin to set ekey.", owner.name.data());
+    }
+    gint32 head_ret = 0;
+    const asd_ipmi_frame_number number = key_frame_number(*request, &head_ret);
+    if (head_ret != 0) {
+        ASD_LOG_ERROR("Error: %s failed, result = %d.", key.head, head_ret);
+    }
+    if (!key.of_supply) {
+        ASD_LOG_INFO("set %s ekey, total number %u, current number %u", owner.name.data(), number.total_number,
+                     number.current_number);
+    }
+    const guint8 code = key_frame_write(key, *request, number.current_number, item_name);
+    if (code == kCompleted) {
+        ASD_LOG_INFO("%s set ekey success.", owner.name.data());
+    }
+    return answer_code(req_msg, code);
 }
 
 gint32 ipmi_cmd_set_ekey(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    if (req_msg == nullptr) {
-        return kStatusFailed;
-    }
-    const gchar *item_name = row_item(user_data);
-    const gchar *board = g_strcmp0(item_name, "ASD5") == 0 ? "Frameboard" : "LeftEar";
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (request == nullptr) {
-        ASD_LOG_ERROR("get ipmi src data failed!%s set ekey fail.", board);
-        return answer_code(req_msg, kInvalidField);
-    }
-    gint32 head_ret = 0;
-    const asd_ipmi_frame_number number = ekey_frame_head(request, &head_ret);
-    if (head_ret != 0) {
-        ASD_LOG_ERROR("Error: init or copy asd ipmi frame header failed, result = %d.", head_ret);
-    }
-    ASD_LOG_INFO("set %s ekey, total number %u, current number %u", board, number.total_number, number.current_number);
-    if (const guint8 code = ekey_frame_write(request, number.current_number, item_name, board); code != kCompleted) {
-        return answer_code(req_msg, code);
-    }
-    ASD_LOG_INFO("%s set ekey success.", board);
-    return answer_code(req_msg, kCompleted);
-}
-
-// The same for a power supply: other texts, limit and codes. Kept: one text has no blank before the supply's number.
-static guint8 power_frame_write(const guint8 *request, guint16 current, const gchar *item_name) {
-    const int supply = request[kByteFruId];
-    HeldLock lock = HeldLock::take(g_ekey_buffer_lock, 1000);
-    if (lock.result() != 0) {
-        ASD_LOG_ERROR("Lock g_ekey_buffer_lock failed! Power %d set ekey fail.", supply);
-        return kNoResponse;
-    }
-    if (!ekey_frame_valid(current)) {
-        lock.release();
-        ASD_LOG_ERROR("Error frame number! current_number: %d.Power%d set ekey fail.", current, supply);
-        return kOutOfRange;
-    }
-    if (const gint32 ret = ekey_frame_stage(request, current); ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd ipmi frame failed, result = %d.", ret);
-    }
-    if (current != kEkeyFrames) {
-        return kCompleted;
-    }
-    OBJ_HANDLE item = 0;
-    if (const gint32 ret = dfl_get_object_handle(item_name, &item); ret != 0) {
-        lock.release();
-        ASD_LOG_ERROR("Get object handle failed! result: %d.Power %d set ekey fail.", ret, supply);
-        return kNoResponse;
-    }
-    if (const gint32 ret = ekey_commit(item, asd_power_write); ret != 0) {
-        ASD_LOG_ERROR("Call asd_power_write failed! result: %d.Power %d set ekey fail.", ret, supply);
-        return kNoResponse;
-    }
-    return kCompleted;
+    return key_write(req_msg, user_data, kBoardKey);
 }
 
 gint32 ipmi_cmd_set_power_ekey(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    if (req_msg == nullptr) {
-        return kStatusFailed;
-    }
-    const gchar *item_name = row_item(user_data);
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (request == nullptr) {
-        ASD_LOG_ERROR("get ipmi src data failed!%s set ekey fail.", item_name);
-        return answer_code(req_msg, kInvalidField);
-    }
-    const int supply = request[kByteFruId];
-    ASD_LOG_INFO("Power %d begin to set ekey.", supply);
-    gint32 head_ret = 0;
-    const asd_ipmi_frame_number number = ekey_frame_head(request, &head_ret);
-    if (head_ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd ipmi frame failed, result = %d.", head_ret);
-    }
-    if (const guint8 code = power_frame_write(request, number.current_number, item_name); code != kCompleted) {
-        return answer_code(req_msg, code);
-    }
-    ASD_LOG_INFO("Power %d set ekey success.", supply);
-    return answer_code(req_msg, kCompleted);
+    return key_write(req_msg, user_data, kSupplyKey);
 }
 
 // ---- Bay configuration file ----
@@ -431,15 +380,15 @@ static guint8 bayconfig_frame_check(const IPMI_MSG_S *req_msg, ASD_MULTI_FRAME_I
 }
 
 // Stages one frame, with the lock held. Kept: a middle frame is 220 bytes whatever the request's length.
-static void bayconfig_frame_stage(const guint8 *request, const ASD_MULTI_FRAME_INFO_S &info, guint32 last_len) {
+static void bayconfig_frame_stage(const FrameRequest &request, const ASD_MULTI_FRAME_INFO_S &info, guint32 last_len) {
     const bool last = info.CurrentFramNum == info.FrameSendTimes;
     const guint32 offset = kWriteFrameSize * (info.CurrentFramNum - 1U);
     const guint32 size = last ? last_len : kWriteFrameSize;
-    const gint32 ret = memcpy_s(&g_BayconfigBuf[offset], kBayconfigSize - offset, request + kFrameData, size);
+    const gint32 ret = memcpy_s(&g_BayconfigBuf[offset], kBayconfigSize - offset, request.frame, size);
     if (ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ipmi bayconfig failed, result = %d.", ret);
     }
-    Asd_PrintData(request + kFrameData, static_cast<guint8>(size));
+    Asd_PrintData(request.frame, static_cast<guint8>(size));
 }
 
 // Writes the whole buffer to the item, with the lock held.
@@ -452,8 +401,8 @@ static gint32 bayconfig_commit(OBJ_HANDLE item) {
 }
 
 // Stages one frame and, with the last, commits. 0x00 or the code to answer.
-static guint8 bayconfig_frame_write(const guint8 *request, const gchar *item_name, const ASD_MULTI_FRAME_INFO_S &info,
-                                    guint32 last_len) {
+static guint8 bayconfig_frame_write(const FrameRequest &request, const gchar *item_name,
+                                    const ASD_MULTI_FRAME_INFO_S &info, guint32 last_len) {
     HeldLock lock = HeldLock::take(g_BayconfigBufLock, 2000);
     if (lock.result() != 0) {
         ASD_LOG_ERROR("Get g_BayconfigBufLock failed!");
@@ -485,8 +434,8 @@ gint32 ASD_IpmiSetBayconfig(const IPMI_MSG_S *req_msg, gconstpointer user_data) 
     }
     ASD_LOG_INFO("total frame num %u, current number %u, last frame len: %u.", info.FrameSendTimes, info.CurrentFramNum,
                  last_len);
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (const guint8 code = bayconfig_frame_write(request, row_item(user_data), info, last_len); code != kCompleted) {
+    const auto *request = request_as<FrameRequest>(req_msg);
+    if (const guint8 code = bayconfig_frame_write(*request, row_item(user_data), info, last_len); code != kCompleted) {
         return answer_code(req_msg, code);
     }
     const gulong end = vos_tick_get();
@@ -543,7 +492,7 @@ gint32 ipmi_cmd_set_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer
     if (BSP_Is4U4CBoard() == 0) {
         return answer_code(req_msg, kInvalidCommand);
     }
-    const guint8 *request = get_ipmi_src_data(req_msg);
+    const auto *request = request_as<Request>(req_msg);
     if (request == nullptr) {
         ASD_LOG_ERROR("Set backboard model failed(get ipmi src data failed).");
         return answer_code(req_msg, kInvalidField);
@@ -555,7 +504,7 @@ gint32 ipmi_cmd_set_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer
     }
     // Kept: neither is the code checked nor the flash copy written; the next entry into the master role brings them
     // together.
-    const guint8 code = request[kHeadSize];
+    const guint8 code = request->payload[0];
     const ModelRecord record = model_record(code);
     if (const gint32 ret = asd_write_equip(item, record.data(), kModelRecordSize); ret != 0) {
         ASD_LOG_ERROR("Set backboard model 0x%x failed(Call asd_write_equip failed,ret=%d).", code, ret);
@@ -566,71 +515,12 @@ gint32 ipmi_cmd_set_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer
     return answer_code(req_msg, kCompleted);
 }
 
-gint32 ASD_IPMI_SetIocardPCIE4(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    constexpr guint32 kSize = 8;
-    if (req_msg == nullptr) {
-        return kStatusFailed;
-    }
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (request == nullptr) {
-        ASD_LOG_ERROR("Set backboard iocard pcie4.0 data failed(get ipmi src data failed).");
-        return answer_code(req_msg, kInvalidField);
-    }
-    OBJ_HANDLE item = 0;
-    if (const gint32 ret = dfl_get_object_handle(row_item(user_data), &item); ret != 0) {
-        ASD_LOG_ERROR("Set backboard iocard pcie4.0 data failed(Call dfl_get_object_handle failed, ret=%d).", ret);
-        return answer_code(req_msg, kNoResponse);
-    }
-    if (get_ipmi_src_data_len(req_msg) != kHeadSize + kSize) {
-        return answer_code(req_msg, kOutOfRange);
-    }
-    std::array<guint8, kSize> data{};
-    if (const gint32 ret = memcpy_s(data.data(), data.size(), request + kHeadSize, kSize); ret != 0) {
-        ASD_LOG_ERROR("Error: copy asd ipmi pcie4.0 failed, result = %d.", ret);
-    }
-    if (const gint32 ret = asd_write_equip(item, data.data(), kSize); ret != 0) {
-        ASD_LOG_ERROR("Set backboard iocard pcie4.0 data failed(Call asd_write_equip failed,ret=%d).", ret);
-        return answer_code(req_msg, kNoResponse);
-    }
-    ASD_LOG_INFO("Set backboard iocard pcie4.0 data succeed(0x%x 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x).", data[0],
-                 data[1], data[2], data[3], data[4], data[5], data[6], data[7]);
-    return answer_code(req_msg, kCompleted);
-}
-
-gint32 Ipmi_cmdSetProductFrameCfg(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    constexpr guint32 kSize = 16;
-    if (req_msg == nullptr) {
-        ASD_LOG_ERROR("Set product frame cfg failed(input parameter is null)");
-        return kStatusFailed;
-    }
-    const guint8 *request = get_ipmi_src_data(req_msg);
-    if (request == nullptr) {
-        ASD_LOG_ERROR("Set product frame cfg failed(get ipmi src data failed)");
-        return answer_code(req_msg, kInvalidField);
-    }
-    OBJ_HANDLE item = 0;
-    if (const gint32 ret = dfl_get_object_handle(row_item(user_data), &item); ret != 0) {
-        ASD_LOG_ERROR("Set product frame cfg failed(get handle failed ret=%d)", ret);
-        return answer_code(req_msg, kNoResponse);
-    }
-    const guint8 *cfg = request + kHeadSize;
-    if (const gint32 ret = asd_write_equip(item, cfg, kSize); ret != 0) {
-        ASD_LOG_ERROR("Set product frame cfg failed(write failed ret=%d)", ret);
-        return answer_code(req_msg, kNoResponse);
-    }
-    ASD_LOG_INFO("Set product frame cfg "
-                 "succeed(0x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x%02x).",
-                 cfg[0], cfg[1], cfg[2], cfg[3], cfg[4], cfg[5], cfg[6], cfg[7], cfg[8], cfg[9], cfg[10], cfg[11],
-                 cfg[12], cfg[13], cfg[14], cfg[15]);
-    return answer_code(req_msg, kCompleted);
-}
-
 gint32 Ipmi_cmdSetProductCfgInfo(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
     if (req_msg == nullptr) {
         ASD_LOG_ERROR("Set product cfg info failed(input parameter is null)");
         return kStatusFailed;
     }
-    const guint8 *request = get_ipmi_src_data(req_msg);
+    const auto *request = request_as<Asd_Product_CfgInfoReq>(req_msg);
     if (request == nullptr) {
         ASD_LOG_ERROR("Set product cfg info failed(get ipmi src data failed)");
         return answer_code(req_msg, kInvalidField);
@@ -642,7 +532,7 @@ gint32 Ipmi_cmdSetProductCfgInfo(const IPMI_MSG_S *req_msg, gconstpointer user_d
         return answer_code(req_msg, kNoResponse);
     }
     std::array<guint8, kProductInfoSize> info{};
-    std::copy_n(request + kHeadSize, info.size(), info.begin());
+    std::copy_n(request->proCfgInfo, info.size(), info.begin());
     if (const gint32 ret = asd_write_method(item, info.data(), kProductInfoSize); ret != 0) {
         ASD_LOG_ERROR("Set product cfg info failed(write failed ret=%d)", ret);
         return answer_code(req_msg, kNoResponse);
@@ -657,8 +547,20 @@ gint32 Ipmi_cmdSetProductCfgInfo(const IPMI_MSG_S *req_msg, gconstpointer user_d
 
 // ---- The peer's side of the master's push ----
 
+namespace {
+
+// The push as a peer takes it: a value may be as long as a request has room for.
+struct SyncRequest {
+    RequestHead head;
+    guint8 item_number;
+    guint8 value[kRequestMax - kSyncHeadSize];
+};
+static_assert(sizeof(SyncRequest) == kRequestMax && offsetof(SyncRequest, value) == kSyncHeadSize);
+
+} // namespace
+
 // Takes the value out of a sync message that is as long as its item. 0x00 or the code to answer.
-static guint8 sync_store(OBJ_HANDLE item, const guint8 *request, guint8 request_len) {
+static guint8 sync_store(OBJ_HANDLE item, const SyncRequest &request, guint8 request_len) {
     guint32 length = 0;
     if (const gint32 ret = property_read(item, PROPERTY_ASD_LENGTH, &length); ret != 0) {
         ASD_LOG_DEBUG("ASD get property Length failed, ret(%d).", ret);
@@ -671,7 +573,7 @@ static guint8 sync_store(OBJ_HANDLE item, const guint8 *request, guint8 request_
     if (!value) {
         return kNoResponse;
     }
-    if (const gint32 ret = memcpy_s(value.get(), length + 1, request + kSyncHeadSize, length); ret != 0) {
+    if (const gint32 ret = memcpy_s(value.get(), length + 1, request.value, length); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ipmi sync data failed, result = %d.", ret);
     }
     const gint32 ret = asd_update_property(item, value.get(), length);
@@ -680,22 +582,21 @@ static guint8 sync_store(OBJ_HANDLE item, const guint8 *request, guint8 request_
 }
 
 gint32 ASD_GetEEPromData(const IPMI_MSG_S *req_msg, gconstpointer /*user_data*/) {
-    constexpr guint32 kByteAsdNum = 5;
     if (req_msg == nullptr) {
         ASD_LOG_ERROR("Input Parameter is Null.");
         return kStatusFailed;
     }
-    const guint8 *request = get_ipmi_src_data(req_msg);
+    const auto *request = request_as<SyncRequest>(req_msg);
     if (request == nullptr) {
         return answer_code(req_msg, kUnspecifiedError);
     }
     const guint8 request_len = get_ipmi_src_data_len(req_msg);
     OBJ_HANDLE item = 0;
-    if (const gint32 ret = dfl_get_binded_object(kClassItem, request[kByteAsdNum], &item); ret != 0) {
+    if (const gint32 ret = dfl_get_binded_object(kClassItem, request->item_number, &item); ret != 0) {
         ASD_LOG_DEBUG("ASD get property AtomStorageData failed, ret(%d).", ret);
         return answer_code(req_msg, kInvalidField);
     }
-    return answer_code(req_msg, sync_store(item, request, request_len));
+    return answer_code(req_msg, sync_store(item, *request, request_len));
 }
 
 // ---- Customer block ----
@@ -708,7 +609,7 @@ gint32 ipmi_cmd_set_ccdb(const IPMI_MSG_S *req_msg, gconstpointer /*user_data*/)
         ASD_LOG_ERROR("Input parameter pointer is null!");
         return kStatusFailed;
     }
-    const guint8 *request = get_ipmi_src_data(req_msg);
+    const auto *request = request_as<Request>(req_msg);
     if (request == nullptr) {
         ASD_LOG_ERROR("get ipmi src data failed!");
         return answer_code(req_msg, kInvalidField);
@@ -718,14 +619,14 @@ gint32 ipmi_cmd_set_ccdb(const IPMI_MSG_S *req_msg, gconstpointer /*user_data*/)
         ASD_LOG_ERROR("Set ccdb get lock failed(ret=%d)", lock.result());
         return answer_code(req_msg, kNoResponse);
     }
-    // Kept: an immediate set of an unchanged block requests nothing; the block is on its way already.
-    const guint8 *block = request + kHeadSize;
+    // Kept (answer): an immediate set of the pending block requests nothing, even when that waits for the daily write.
+    const guint8 *block = request->payload;
     if (!ccdb_is_pending(block)) {
         if (ccdb_make_pending(block) != 0) {
             ASD_LOG_INFO("Error: copy ccdb data failed."); // the write then takes the block from what is published here
         }
         (void)update_ccdb_data_of_ram(block); // logged there; the block is pending all the same
-        if (request[kByteSdrType] == kCcdbImmediate) {
+        if (request->head.selector == kCcdbImmediate) {
             AsdSetGCcdbSetEn(1);
             ASD_LOG_INFO("set ccdb data immediately");
         } else {
@@ -744,7 +645,7 @@ gint32 IpmiCmdSetNodeView(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
         return kStatusFailed;
     }
     ASD_LOG_MAINTENANCE(1, "Start to set node view.");
-    const guint8 *request = get_ipmi_src_data(req_msg);
+    const auto *request = request_as<Request>(req_msg);
     if (request == nullptr) {
         ASD_LOG_ERROR("Set nodeView, get ipmi src data failed");
         return answer_code(req_msg, kInvalidField);
@@ -754,6 +655,6 @@ gint32 IpmiCmdSetNodeView(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
         ASD_LOG_ERROR("Set nodeView, get handle failed(%d)", ret);
         return answer_code(req_msg, kNoResponse);
     }
-    const gint32 ret = AsdSetNodevie2E2prom(item, request + kHeadSize, kNodeViewSize);
+    const gint32 ret = AsdSetNodevie2E2prom(item, request->payload, kNodeViewSize);
     return answer_code(req_msg, ret == 0 ? kCompleted : kNoResponse);
 }

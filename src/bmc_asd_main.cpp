@@ -5,9 +5,11 @@
 
 #include "bmc_asd_common.h"
 #include "bmc_asd_init.h"
+#include "bmc_asd_ipmi.h"
 #include "bmc_asd_ipmi_getter.h"
 #include "bmc_asd_ipmi_setter.h"
 #include "bmc_asd_log.h"
+#include "bmc_asd_records.h"
 #include "board.h"
 #include "module_frame.h"
 #include "object_frame.h"
@@ -33,7 +35,7 @@ struct OemCommand {
 
 static constexpr guint8 kOemNetfn = 0x32;
 
-static constexpr IPMI_CMD_S oem(const OemCommand &command) {
+static consteval IPMI_CMD_S oem(const OemCommand &command) {
     return {.netfn = kOemNetfn,
             .cmd = command.cmd,
             .filter = command.filter,
@@ -45,65 +47,80 @@ static constexpr IPMI_CMD_S oem(const OemCommand &command) {
             .user_data = command.item};
 }
 
-// Kept, though they look wrong: key frames may be as short as one byte (the handlers read a whole frame, zeros past the
-// request), file reads check their length themselves, and writes of fixed records take a bare head.
+// The command that reads a record.
+static consteval IPMI_CMD_S read_of(std::string_view item, IPMI_CMD_FUNC handler) {
+    const Record &record = kRecords[row_of(item)];
+    return oem({record.get.number, record.get.filter, record.privilege, kHeadSize, kHeadSize, handler, record.item});
+}
+
+// The command that writes a record.
+static consteval IPMI_CMD_S write_of(std::string_view item, IPMI_CMD_FUNC handler) {
+    const Record &record = kRecords[row_of(item)];
+    const guint8 whole = kHeadSize + record.size;
+    const guint8 min = record.short_set ? guint8{kHeadSize} : whole;
+    const guint8 max = record.longest_set != 0 ? record.longest_set : whole;
+    return oem({record.set.number, record.set.filter, record.privilege, min, max, handler, record.item});
+}
+
+// Kept (answer), though they look wrong: key frames may be as short as one byte (the handlers read a whole frame, zeros
+// past the request), and file reads check their length themselves.
 // clang-format off
-constexpr std::array<IPMI_CMD_S, kIpmiCommandCount> _ipmi_cmd = {{
-    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=1bh", .privilege = 0, .min = 9,   .max = 9,   .handler = ipmi_cmd_get_ekey,                .item = "ASD5"}),
-    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=1ch", .privilege = 0, .min = 9,   .max = 9,   .handler = ipmi_cmd_get_ekey_ep,             .item = "ASD5"}),
-    oem({.cmd = 0x13, .filter = "data[0]=00h,data[1]=00h,data[2]=80h",             .privilege = 0, .min = 1,   .max = 229, .handler = ipmi_cmd_set_ekey,                .item = "ASD5"}),
-    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=80h,data[2]=00h,data[4]=1bh", .privilege = 0, .min = 9,   .max = 9,   .handler = ipmi_cmd_get_ekey,                .item = "ASD7"}),
-    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=80h,data[2]=00h,data[4]=1ch", .privilege = 0, .min = 9,   .max = 9,   .handler = ipmi_cmd_get_ekey_ep,             .item = "ASD7"}),
-    oem({.cmd = 0x13, .filter = "data[0]=00h,data[1]=80h,data[2]=00h",             .privilege = 0, .min = 1,   .max = 229, .handler = ipmi_cmd_set_ekey,                .item = "ASD7"}),
-    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=10h,data[2]=00h,data[4]=1ch", .privilege = 0, .min = 9,   .max = 9,   .handler = ipmi_cmd_get_ekey_ep,             .item = "ASD1000"}),
-    oem({.cmd = 0x13, .filter = "data[0]=00h,data[1]=10h,data[2]=00h",             .privilege = 0, .min = 1,   .max = 229, .handler = ipmi_cmd_set_power_ekey,          .item = "ASD1000"}),
-    oem({.cmd = 0x12, .filter = "data[0]=01h,data[1]=10h,data[2]=00h,data[4]=1ch", .privilege = 0, .min = 9,   .max = 9,   .handler = ipmi_cmd_get_ekey_ep,             .item = "ASD1001"}),
-    oem({.cmd = 0x13, .filter = "data[0]=01h,data[1]=10h,data[2]=00h",             .privilege = 0, .min = 1,   .max = 229, .handler = ipmi_cmd_set_power_ekey,          .item = "ASD1001"}),
-    oem({.cmd = 0x16, .filter = "data[1]=00h,data[2]=80h,data[4]=10h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_mac,                 .item = "ASD10"}),
-    oem({.cmd = 0x17, .filter = "data[1]=00h,data[2]=80h,data[4]=10h",             .privilege = 0, .min = 11,  .max = 11,  .handler = ipmi_cmd_set_mac,                 .item = "ASD10"}),
-    oem({.cmd = 0x16, .filter = "data[1]=00h,data[2]=80h,data[4]=11h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_sn,                  .item = "ASD11"}),
-    oem({.cmd = 0x17, .filter = "data[1]=00h,data[2]=80h,data[4]=11h",             .privilege = 0, .min = 25,  .max = 25,  .handler = ipmi_cmd_set_sn,                  .item = "ASD11"}),
-    oem({.cmd = 0x16, .filter = "data[1]=00h,data[2]=80h,data[4]=15h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_logo,                .item = "ASD21"}),
-    oem({.cmd = 0x17, .filter = "data[1]=00h,data[2]=80h,data[4]=15h",             .privilege = 0, .min = 13,  .max = 13,  .handler = ipmi_cmd_set_logo,                .item = "ASD21"}),
-    oem({.cmd = 0x16, .filter = "data[1]=00h,data[2]=80h,data[4]=14h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_brand,               .item = "ASD14"}),
-    oem({.cmd = 0x17, .filter = "data[1]=00h,data[2]=80h,data[4]=14h",             .privilege = 0, .min = 5,   .max = 37,  .handler = ipmi_cmd_set_brand,               .item = "ASD14"}),
-    oem({.cmd = 0x16, .filter = "data[1]=00h,data[2]=80h,data[4]=13h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_vendor,              .item = "ASD15"}),
-    oem({.cmd = 0x17, .filter = "data[1]=00h,data[2]=80h,data[4]=13h",             .privilege = 0, .min = 5,   .max = 37,  .handler = ipmi_cmd_set_vendor,              .item = "ASD15"}),
-    oem({.cmd = 0x16, .filter = "data[1]=00h,data[2]=80h,data[4]=19h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_model,               .item = "ASD13"}),
-    oem({.cmd = 0x17, .filter = "data[1]=00h,data[2]=80h,data[4]=19h",             .privilege = 0, .min = 5,   .max = 21,  .handler = ipmi_cmd_set_model,               .item = "ASD13"}),
-    oem({.cmd = 0x16, .filter = "data[1]=00h,data[2]=80h,data[4]=1ah",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_oem_model,           .item = "ASD20"}),
-    oem({.cmd = 0x17, .filter = "data[1]=00h,data[2]=80h,data[4]=1ah",             .privilege = 0, .min = 5,   .max = 21,  .handler = ipmi_cmd_set_oem_model,           .item = "ASD20"}),
-    oem({.cmd = 0x16, .filter = "data[1]=00h,data[2]=80h,data[4]=1eh",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_spec,                .item = "ASD26"}),
-    oem({.cmd = 0x17, .filter = "data[1]=00h,data[2]=80h,data[4]=1eh",             .privilege = 0, .min = 5,   .max = 21,  .handler = ipmi_cmd_set_spec,                .item = "ASD26"}),
-    oem({.cmd = 0x16, .filter = "data[1]=00h,data[2]=80h,data[4]=1fh",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_frameinfo,           .item = "ASD27"}),
-    oem({.cmd = 0x17, .filter = "data[1]=00h,data[2]=80h,data[4]=1fh",             .privilege = 0, .min = 5,   .max = 37,  .handler = ipmi_cmd_set_frameinfo,           .item = "ASD27"}),
-    oem({.cmd = 0xbb, .filter = "data[1]=00h,data[2]=80h,data[4]=21h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_ccdb,                .item = "ASD_CCDB"}),
-    oem({.cmd = 0xbc, .filter = "data[1]=00h,data[2]=80h,data[4]=2ch",             .privilege = 0, .min = 133, .max = 133, .handler = ipmi_cmd_set_ccdb,                .item = "ASD_CCDB"}),
-    oem({.cmd = 0xbc, .filter = "data[1]=00h,data[2]=80h,data[4]=32h",             .privilege = 0, .min = 133, .max = 133, .handler = ipmi_cmd_set_ccdb,                .item = "ASD_CCDB"}),
-    oem({.cmd = 0xb4, .filter = "data[1]=00h,data[2]=80h,data[4]=56h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_powerconfig,         .item = "ASD_PowerConfig"}),
-    oem({.cmd = 0xb5, .filter = "data[1]=00h,data[2]=80h,data[4]=56h",             .privilege = 0, .min = 5,   .max = 255, .handler = ipmi_cmd_set_powerconfig,         .item = "ASD_PowerConfig"}),
-    oem({.cmd = 0x92, .filter = "data[0]=00h,data[1]=00h,data[2]=80h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_baycfg,              .item = "ASD24"}),
-    oem({.cmd = 0x93, .filter = "data[0]=00h,data[1]=00h,data[2]=80h",             .privilege = 0, .min = 5,   .max = 229, .handler = ipmi_cmd_set_baycfg,              .item = "ASD24"}),
-    oem({.cmd = 0x91, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=70h", .privilege = 0, .min = 1,   .max = 32,  .handler = ASD_IpmiGetBayconfig,             .item = "ASD25"}),
-    oem({.cmd = 0x94, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=70h", .privilege = 0, .min = 5,   .max = 255, .handler = ASD_IpmiSetBayconfig,             .item = "ASD25"}),
-    oem({.cmd = 0x91, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=71h", .privilege = 0, .min = 1,   .max = 32,  .handler = ASD_IpmiGetBayconfigFileLen,      .item = "ASD25"}),
-    oem({.cmd = 0x94, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=72h", .privilege = 0, .min = 5,   .max = 255, .handler = ASD_IpmiClearBayconfig,           .item = "ASD25"}),
-    oem({.cmd = 0xb4, .filter = "data[1]=00h,data[2]=80h,data[4]=62h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_e2pwp_test,          .item = "ASD_E2PWP"}),
-    oem({.cmd = 0xb5, .filter = "data[1]=00h,data[2]=80h,data[4]=62h",             .privilege = 0, .min = 5,   .max = 255, .handler = ipmi_cmd_set_e2pwp_test,          .item = "ASD_E2PWP"}),
-    oem({.cmd = 0xf9, .filter = "data[1]=02h,data[2]=00h,data[4]=2ah",             .privilege = 4, .min = 0,   .max = 255, .handler = ASD_GetEEPromData,                .item = nullptr}),
-    oem({.cmd = 0xbc, .filter = "data[1]=00h,data[2]=80h,data[4]=19h",             .privilege = 4, .min = 6,   .max = 6,   .handler = ipmi_cmd_set_backboard_pcieorsas, .item = "ASD_PCIEORSAS"}),
-    oem({.cmd = 0xbb, .filter = "data[1]=00h,data[2]=80h,data[4]=1ah",             .privilege = 4, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_backboard_pcieorsas, .item = "ASD_PCIEORSAS"}),
-    oem({.cmd = 0xbc, .filter = "data[1]=00h,data[2]=80h,data[4]=1eh",             .privilege = 4, .min = 13,  .max = 13,  .handler = ASD_IPMI_SetIocardPCIE4,          .item = "ASD_IOCARD_PCIE4"}),
-    oem({.cmd = 0xbb, .filter = "data[1]=00h,data[2]=80h,data[4]=25h",             .privilege = 4, .min = 5,   .max = 5,   .handler = ASD_IPMI_GetIocardPCIE4,          .item = "ASD_IOCARD_PCIE4"}),
-    oem({.cmd = 0xbc, .filter = "data[1]=00h,data[2]=80h,data[4]=36h",             .privilege = 0, .min = 21,  .max = 21,  .handler = ipmi_cmd_set_overseas,            .item = "ASD_OVERSEAS"}),
-    oem({.cmd = 0xbb, .filter = "data[1]=00h,data[2]=80h,data[4]=36h",             .privilege = 0, .min = 5,   .max = 5,   .handler = ipmi_cmd_get_overseas,            .item = "ASD_OVERSEAS"}),
-    oem({.cmd = 0xbb, .filter = "data[1]=00h,data[2]=80h,data[4]=44h",             .privilege = 0, .min = 5,   .max = 5,   .handler = IpmiCmdGetNodeView,               .item = "ASD_NODE_VIEW"}),
-    oem({.cmd = 0xbc, .filter = "data[1]=00h,data[2]=80h,data[4]=43h",             .privilege = 0, .min = 69,  .max = 69,  .handler = IpmiCmdSetNodeView,               .item = "ASD_NODE_VIEW"}),
-    oem({.cmd = 0xbb, .filter = "data[1]=00h,data[2]=80h,data[4]=5ah",             .privilege = 0, .min = 5,   .max = 5,   .handler = Ipmi_cmdGetProductFrameCfg,       .item = "ASD_PRODUCT_FRAMECFG"}),
-    oem({.cmd = 0xbc, .filter = "data[1]=00h,data[2]=80h,data[4]=4ch",             .privilege = 0, .min = 21,  .max = 21,  .handler = Ipmi_cmdSetProductFrameCfg,       .item = "ASD_PRODUCT_FRAMECFG"}),
-    oem({.cmd = 0xbb, .filter = "data[1]=00h,data[2]=80h,data[4]=5ch",             .privilege = 0, .min = 5,   .max = 5,   .handler = Ipmi_cmdGetProductCfgInfo,        .item = "ASD_PRODUCT_CFGINFO"}),
-    oem({.cmd = 0xbc, .filter = "data[1]=00h,data[2]=80h,data[4]=4fh",             .privilege = 0, .min = 69,  .max = 69,  .handler = Ipmi_cmdSetProductCfgInfo,        .item = "ASD_PRODUCT_CFGINFO"}),
-}};
+extern constexpr auto _ipmi_cmd = std::to_array<IPMI_CMD_S>({
+    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=1bh", .privilege = 0, .min = kFrameData, .max = kFrameData, .handler = ipmi_cmd_get_ekey, .item = "ASD5"}),
+    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=1ch", .privilege = 0, .min = kFrameData, .max = kFrameData, .handler = ipmi_cmd_get_ekey_ep, .item = "ASD5"}),
+    oem({.cmd = 0x13, .filter = "data[0]=00h,data[1]=00h,data[2]=80h", .privilege = 0, .min = 1, .max = kFrameRequestMax, .handler = ipmi_cmd_set_ekey, .item = "ASD5"}),
+    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=80h,data[2]=00h,data[4]=1bh", .privilege = 0, .min = kFrameData, .max = kFrameData, .handler = ipmi_cmd_get_ekey, .item = "ASD7"}),
+    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=80h,data[2]=00h,data[4]=1ch", .privilege = 0, .min = kFrameData, .max = kFrameData, .handler = ipmi_cmd_get_ekey_ep, .item = "ASD7"}),
+    oem({.cmd = 0x13, .filter = "data[0]=00h,data[1]=80h,data[2]=00h", .privilege = 0, .min = 1, .max = kFrameRequestMax, .handler = ipmi_cmd_set_ekey, .item = "ASD7"}),
+    oem({.cmd = 0x12, .filter = "data[0]=00h,data[1]=10h,data[2]=00h,data[4]=1ch", .privilege = 0, .min = kFrameData, .max = kFrameData, .handler = ipmi_cmd_get_ekey_ep, .item = "ASD1000"}),
+    oem({.cmd = 0x13, .filter = "data[0]=00h,data[1]=10h,data[2]=00h", .privilege = 0, .min = 1, .max = kFrameRequestMax, .handler = ipmi_cmd_set_power_ekey, .item = "ASD1000"}),
+    oem({.cmd = 0x12, .filter = "data[0]=01h,data[1]=10h,data[2]=00h,data[4]=1ch", .privilege = 0, .min = kFrameData, .max = kFrameData, .handler = ipmi_cmd_get_ekey_ep, .item = "ASD1001"}),
+    oem({.cmd = 0x13, .filter = "data[0]=01h,data[1]=10h,data[2]=00h", .privilege = 0, .min = 1, .max = kFrameRequestMax, .handler = ipmi_cmd_set_power_ekey, .item = "ASD1001"}),
+    read_of("ASD10", ipmi_cmd_get_mac),
+    write_of("ASD10", ipmi_cmd_set_mac),
+    read_of("ASD11", ipmi_cmd_get_sn),
+    write_of("ASD11", ipmi_cmd_set_sn),
+    read_of("ASD21", ipmi_cmd_get_logo),
+    write_of("ASD21", ipmi_cmd_set_logo),
+    read_of("ASD14", ipmi_cmd_get_brand),
+    write_of("ASD14", ipmi_cmd_set_brand),
+    read_of("ASD15", ipmi_cmd_get_vendor),
+    write_of("ASD15", ipmi_cmd_set_vendor),
+    read_of("ASD13", ipmi_cmd_get_model),
+    write_of("ASD13", ipmi_cmd_set_model),
+    read_of("ASD20", ipmi_cmd_get_oem_model),
+    write_of("ASD20", ipmi_cmd_set_oem_model),
+    read_of("ASD26", ipmi_cmd_get_spec),
+    write_of("ASD26", ipmi_cmd_set_spec),
+    read_of("ASD27", ipmi_cmd_get_frameinfo),
+    write_of("ASD27", ipmi_cmd_set_frameinfo),
+    oem({.cmd = 0xbb, .filter = ASD_SELECTOR("21"), .privilege = 0, .min = kHeadSize, .max = kHeadSize, .handler = ipmi_cmd_get_ccdb, .item = "ASD_CCDB"}),
+    oem({.cmd = 0xbc, .filter = ASD_SELECTOR("2c"), .privilege = 0, .min = kHeadSize + kCcdbSize, .max = kHeadSize + kCcdbSize, .handler = ipmi_cmd_set_ccdb, .item = "ASD_CCDB"}),
+    oem({.cmd = 0xbc, .filter = ASD_SELECTOR("32"), .privilege = 0, .min = kHeadSize + kCcdbSize, .max = kHeadSize + kCcdbSize, .handler = ipmi_cmd_set_ccdb, .item = "ASD_CCDB"}),
+    read_of("ASD_PowerConfig", ipmi_cmd_get_powerconfig),
+    write_of("ASD_PowerConfig", ipmi_cmd_set_powerconfig),
+    read_of("ASD24", ipmi_cmd_get_baycfg),
+    write_of("ASD24", ipmi_cmd_set_baycfg),
+    oem({.cmd = 0x91, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=70h", .privilege = 0, .min = 1, .max = 32, .handler = ASD_IpmiGetBayconfig, .item = "ASD25"}),
+    oem({.cmd = 0x94, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=70h", .privilege = 0, .min = kHeadSize, .max = kRequestMax, .handler = ASD_IpmiSetBayconfig, .item = "ASD25"}),
+    oem({.cmd = 0x91, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=71h", .privilege = 0, .min = 1, .max = 32, .handler = ASD_IpmiGetBayconfigFileLen, .item = "ASD25"}),
+    oem({.cmd = 0x94, .filter = "data[0]=00h,data[1]=00h,data[2]=80h,data[4]=72h", .privilege = 0, .min = kHeadSize, .max = kRequestMax, .handler = ASD_IpmiClearBayconfig, .item = "ASD25"}),
+    read_of("ASD_E2PWP", ipmi_cmd_get_e2pwp_test),
+    write_of("ASD_E2PWP", ipmi_cmd_set_e2pwp_test),
+    oem({.cmd = 0xf9, .filter = "data[1]=02h,data[2]=00h,data[4]=2ah", .privilege = 4, .min = 0, .max = kRequestMax, .handler = ASD_GetEEPromData, .item = nullptr}),
+    oem({.cmd = 0xbc, .filter = ASD_SELECTOR("19"), .privilege = 4, .min = kHeadSize + 1, .max = kHeadSize + 1, .handler = ipmi_cmd_set_backboard_pcieorsas, .item = "ASD_PCIEORSAS"}),
+    oem({.cmd = 0xbb, .filter = ASD_SELECTOR("1a"), .privilege = 4, .min = kHeadSize, .max = kHeadSize, .handler = ipmi_cmd_get_backboard_pcieorsas, .item = "ASD_PCIEORSAS"}),
+    write_of("ASD_IOCARD_PCIE4", ASD_IPMI_SetIocardPCIE4),
+    read_of("ASD_IOCARD_PCIE4", ASD_IPMI_GetIocardPCIE4),
+    write_of("ASD_OVERSEAS", ipmi_cmd_set_overseas),
+    read_of("ASD_OVERSEAS", ipmi_cmd_get_overseas),
+    oem({.cmd = 0xbb, .filter = ASD_SELECTOR("44"), .privilege = 0, .min = kHeadSize, .max = kHeadSize, .handler = IpmiCmdGetNodeView, .item = "ASD_NODE_VIEW"}),
+    oem({.cmd = 0xbc, .filter = ASD_SELECTOR("43"), .privilege = 0, .min = kHeadSize + kNodeViewSize, .max = kHeadSize + kNodeViewSize, .handler = IpmiCmdSetNodeView, .item = "ASD_NODE_VIEW"}),
+    read_of("ASD_PRODUCT_FRAMECFG", Ipmi_cmdGetProductFrameCfg),
+    write_of("ASD_PRODUCT_FRAMECFG", Ipmi_cmdSetProductFrameCfg),
+    oem({.cmd = 0xbb, .filter = ASD_SELECTOR("5c"), .privilege = 0, .min = kHeadSize, .max = kHeadSize, .handler = Ipmi_cmdGetProductCfgInfo, .item = "ASD_PRODUCT_CFGINFO"}),
+    oem({.cmd = 0xbc, .filter = ASD_SELECTOR("4f"), .privilege = 0, .min = kHeadSize + kProductInfoSize, .max = kHeadSize + kProductInfoSize, .handler = Ipmi_cmdSetProductCfgInfo, .item = "ASD_PRODUCT_CFGINFO"}),
+});
 // clang-format on
 
 // No two rows may answer the same request.

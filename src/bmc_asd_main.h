@@ -4,15 +4,7 @@
 
 // Registration of the module with the framework.
 
-#include "ipmi_stack.h"
 #include "platform_types.h"
-
-#include <array>
-
-inline constexpr guint32 kIpmiCommandCount = 54;
-
-// The IPMI commands that the module serves.
-extern const std::array<IPMI_CMD_S, kIpmiCommandCount> _ipmi_cmd;
 
 extern "C" {
 

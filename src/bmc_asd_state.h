@@ -24,7 +24,7 @@ extern SharedBytes<kEkeySize> g_ekey_buffer;
 
 extern "C" {
 
-// ---- Locks: five mutual-exclusion semaphores, created at start and never deleted ----
+// ---- Locks: five mutual-exclusion semaphores, created at start; a module that has started keeps them ----
 // The only nesting is a buffer or data lock, then the EEPROM lock.
 
 extern gulong g_ekey_buffer_lock; // g_ekey_buffer

@@ -65,8 +65,7 @@ TEST(CommandsDoc, TheTableIsWhatTheModuleRegisters) {
     ASSERT_EQ(asd_module_main(0, nullptr), 0);
     const std::vector<IPMI_CMD_S> &rows = fake::world().registered.rows;
     const std::vector<Texts> documented = documented_rows();
-    ASSERT_EQ(rows.size(), 54U);
-    ASSERT_EQ(documented.size(), 54U);
+    ASSERT_EQ(rows.size(), documented.size());
     for (std::size_t i = 0; i < rows.size(); ++i) {
         SCOPED_TRACE("row " + std::to_string(i + 1));
         const Texts &doc = documented[i];

@@ -7,6 +7,7 @@
 #include "fake_platform.h"
 
 #include <algorithm>
+#include <fstream>
 
 #include <gtest/gtest.h>
 
@@ -19,10 +20,20 @@ using fake::Texts;
 struct Step {
     const char *operation;
     const char *subject;
-    const char *arguments;
+    std::string arguments;
     const char *what; // the failure's text names it so; empty: nothing is logged
     DFL_METHOD_FUNC method = nullptr;
 };
+
+// As many commands as the document's table numbers.
+std::string command_count() {
+    int count = 0;
+    std::ifstream document(ASD_COMMANDS_DOC);
+    for (std::string line; std::getline(document, line);) {
+        count += line.starts_with("| " + std::to_string(count + 1) + " |") ? 1 : 0;
+    }
+    return " " + std::to_string(count);
+}
 
 // clang-format off
 const std::vector<Step> kSteps = {
@@ -42,7 +53,7 @@ const std::vector<Step> kSteps = {
     {"static_register_reboot_handler", "", "", "register reboot handler"},
     {"dfl_add_object_handler", "", "", "register add object handler"},
     {"dfl_del_object_handler", "", "", "register del object handler"},
-    {"static_implementation_ipmicmd", "", " 54", "register ipmi command"},
+    {"static_implementation_ipmicmd", "", command_count(), "register ipmi command"},
     {"static_complete_module_register", "", "", "get object/class/route info"},
     {"static_module_init", "", " -1", "module asd init"},
     {"static_module_start", "", " 0", "module asd start"},
