@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host.h"
 
+#include "intent_record.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -40,8 +42,6 @@ public:
         make_folder(options.slot_run_dir(), kEntered);
         make_folder(options.state_dir, kPrivate);
         make_folder(options.slot_state_dir(), kPrivate);
-        make_folder(options.state_dir / kIntents, kPrivate);
-        make_folder(options.slot_state_dir() / kIntents, kPrivate);
         // A running instance owns what follows: nothing of it is touched before the lock is held.
         if (mistakes_.empty()) {
             lock_instance();
@@ -57,6 +57,9 @@ public:
         for (const PartConfig &part : host_->enclosure.parts) {
             open_part(part);
         }
+        // Only now: an image that is missing beside them has been there before.
+        prepare_intents(options.state_dir / kIntents, true);
+        prepare_intents(options.slot_state_dir() / kIntents, false);
         add_chips();
         add_items();
         return mistakes_;
@@ -153,6 +156,18 @@ private:
             return;
         }
         host_->parts.emplace(config.name, std::move(part));
+    }
+
+    // Of the shared parts, or of those that the slot has for itself.
+    void prepare_intents(const std::filesystem::path &folder, bool shared) {
+        std::vector<std::string> parts;
+        for (const PartConfig &part : host_->enclosure.parts) {
+            if (part.shared == shared) {
+                parts.push_back(part.name);
+            }
+        }
+        say_strange_intents(folder, parts);
+        make_folder(folder, kPrivate);
     }
 
     void add_chips() {

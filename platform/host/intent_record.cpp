@@ -7,8 +7,10 @@
 #include "byte_codec.h"
 #include "log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <string_view>
+#include <system_error>
 
 #include <glib.h>
 #include <sys/stat.h>
@@ -133,6 +135,27 @@ int IntentFile::save(const Intent &intent) {
 
 int IntentFile::drop() {
     return remove_file(file_);
+}
+
+void say_strange_intents(const std::filesystem::path &folder, const std::vector<std::string> &parts) {
+    std::size_t count = 0;
+    std::string example;
+    std::error_code end; // a folder that is not there yet has no files
+    for (std::filesystem::directory_iterator file(folder, end); !end && file != std::filesystem::directory_iterator();
+         file.increment(end)) {
+        const std::string name = file->path().filename().native();
+        if (std::ranges::none_of(parts, [&](const auto &part) { return name.starts_with(file_name_of(part)); })) {
+            example = name;
+            ++count;
+        }
+    }
+    if (count > 0) {
+        HOST_LOG(kLogError,
+                 "%s: files of no part in the enclosure: %zu, such as %s. What they would finish stays as it is, and "
+                 "they may "
+                 "hold keys; remove them unless the part comes back.",
+                 folder.c_str(), count, example.c_str());
+    }
 }
 
 } // namespace asd_host

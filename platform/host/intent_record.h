@@ -67,4 +67,8 @@ private:
     bool refused_ = false; // what is there was said in the log and can't be removed
 };
 
+// Says in the log how many files of the folder belong to none of these parts: left by one that was renamed or taken out
+// of the enclosure, their writes stay unfinished, and the bytes in them may be keys.
+void say_strange_intents(const std::filesystem::path &folder, const std::vector<std::string> &parts);
+
 } // namespace asd_host

@@ -57,6 +57,13 @@ class Damage(unittest.TestCase):
             service.start_as("master")
             self.assertEqual(get(service, "logo"), (0xCE, b""))
             self.assertEqual((put(service, "logo", logo), get(service, "logo")), (0, (0, logo)))
+            said = ("is missing, though records were written", "files of no part in the enclosure: 1, such as old.intent.")
+            self.assertFalse([text for text in said if text in service.log()])
+            service.end()
+            service.chip("ASDDev21a").image.unlink()
+            (service.state_dir / "intents" / "old.intent").touch()
+            service.start()
+            self.assertEqual([service.log().count(text) for text in said], [1, 1])
 
     def test_dead_parts_do_not_keep_a_start_and_are_loaded_when_they_answer(self):
         with Service() as service:  # in real time, in which five attempts at every chip take longer than start_as waits
