@@ -237,7 +237,8 @@ void BusRelay::answer_greeting() {
     }
     while (phase_ == Phase::kGreeting) {
         const auto bytes = in_.bytes();
-        const auto end = std::ranges::search(bytes, bytes_of("\r\n")).begin();
+        const auto line_end = bytes_of("\r\n");
+        const auto end = std::search(bytes.begin(), bytes.end(), line_end.begin(), line_end.end());
         if (end == bytes.end()) {
             if (bytes.size() > kLongestLine) {
                 refuse("a line of its handshake is too long");

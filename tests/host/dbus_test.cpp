@@ -309,7 +309,8 @@ TEST_F(DbusTest, AnEndLetsTheRunningCallBeAnsweredAndRefusesTheWaitingOne) {
     Client client(socket_path());
     ASSERT_NO_FATAL_FAILURE(block(client));
     client.send_write("ITEM0", 2);
-    (void)client.item("EqWriteAtomStorageData"); // answered in turn: the one before has arrived
+    // Its turn comes after that of the one before, which has arrived then.
+    EXPECT_EQ(client.call("AtomStorageData/ITEM1", kItem, "ClearMemData"), "()");
     auto stopped = std::async(std::launch::async, [this] { return service_->stop(kStopLimit); });
     // Until calls are refused: then it waits for the one that runs. A call that it finds waiting has its answer later.
     ASSERT_TRUE(eventually([&client] {
@@ -352,8 +353,10 @@ TEST_F(DbusTest, AFullDoorTakesTheIdleOnesPlacesAndNoneThatWaits) {
 TEST_F(DbusTest, AClientMayLeaveAtEveryPointOfItsHandshake) {
     const std::string words = std::string(1, '\0') + "AUTH EXTERNAL\r\nDATA\r\nNEGOTIATE_UNIX_FD\r\nBEGIN\r\nl\1";
     for (std::size_t i = 0; i < 300; ++i) {
-        const Fd leaving = raw_client();
-        send_all(leaving, words.substr(0, i % (words.size() + 1)));
+        const Fd leaving = i % 2 == 0 ? raw_client() : greeted_client(); // the latter's connection is just being made
+        if (i % 2 == 0) {
+            send_all(leaving, words.substr(0, i / 2 % (words.size() + 1)));
+        }
         if (i % 3 == 0) {
             (void)::shutdown(leaving.get(), SHUT_RDWR);
         }
