@@ -44,6 +44,6 @@ void note_chip_written(OBJ_HANDLE chip);
 // Carries out a peer's wish that the master read an item from its chips again. The completion code: 0x00 done, 0xC0 its
 // turn did not come within a second, 0xCB no such item, 0xD5 this controller is not the master, 0xFF the chips hold no
 // good record or cannot be read (the log says why). Blocks for the transfers.
-[[nodiscard]] std::uint8_t reload_for_peer(std::string_view item);
+[[nodiscard]] std::uint8_t reload_for_peer(std::string_view name);
 
 } // namespace asd_host
