@@ -172,6 +172,7 @@ class Looks(Case):
         board = self.json("board", "show")
         self.assertEqual((board["equipment_mode"], board["cpld_upgrading"], board["power_standby"]), (1, 1, 1))
         self.assertEqual(self.service.gdbus(BOARD_PATH, f"{BOARD}.GetCpldBit", 0x200, 3)[0], "(byte 0x01,)")
+        self.assertIn("InvalidArguments", self.service.gdbus(BOARD_PATH, f"{BOARD}.SetCpldBit", 0x1000, 3, 1)[1])
         self.assertEqual(board["faults"], {"BSP_GetEquipMode": -5})
         self.assertIn("BSP_GetEquipMode", self.ctl("status").decode())
         for words in (("SetFault", "BSP_GetEquipMode", 0), ("EquipmentMode", 0), ("CpldUpgrading", 0), ("PowerStandBy", 0)):
