@@ -66,12 +66,12 @@ inline constexpr guint8 kErased = 0xFF;     // every byte of an erased chip
 inline constexpr guint32 kRetryDefault = 5; // failed transfers tolerated on a chip that does not say
 inline constexpr guint32 kEkeyFrames = 5;   // frames of an electronic key, both ways
 
-// While this CPLD bit reads 1 the board idles: the tasks rest and failures are not counted.
+// While this CPLD bit reads 1 the board idles: the role monitor and the hourly check rest, and failures do not mark a
+// chip unhealthy. The push and the daily write go on.
 inline constexpr UINT32 kCpldIdleRegister = 0x1F8;
 inline constexpr UINT32 kCpldIdleBit = 1;
 
-// The checksum a caller of a chip write asks for. Kept: every record gets the 16-bit one, whatever is asked, so that
-// one read rule fits every record.
+// The checksum a caller of a chip write asks for. Kept (record): every record gets the 16-bit one, whatever is asked.
 enum tag_asd_checksum_crc {
     ASD_CHECKSUM_CRC16 = 2,
     ASD_CHECKSUM_CRC32 = 4,

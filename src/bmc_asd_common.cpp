@@ -22,7 +22,7 @@
 // clang-format off
 const std::array<asd_handle_bakname_s, 10> g_astasd_handle_bakname = {{
     {.handle_name = "ASD16",               .handle_bakname = "ASD17"},
-    {.handle_name = "ASD10",               .handle_bakname = "ASD10"}, // Kept: this item's first byte is its own flag
+    {.handle_name = "ASD10",               .handle_bakname = "ASD10"}, // Kept (record)
     {.handle_name = "ASD22",               .handle_bakname = "ASD23"},
     {.handle_name = "ASD_FrameLedRule",    .handle_bakname = "ASD_FrameLedRuleValid"},
     {.handle_name = "ASD52",               .handle_bakname = "ASD53"},
@@ -136,7 +136,7 @@ void asd_WriteEnableOrDisable(guint8 isEnabled) {
     ret |= gpio_init(kWriteLineCommon, kGpioOutput);
     ret |= gpio_write(kWriteLineCommon, level);
     if (ret != 0) {
-        // The transfer decides: a chip that stayed protected fails its read-back.
+        // The transfer decides: a write that the platform reports as done is on the chip.
         ASD_LOG_ERROR("Gpio init or write failed! ret: %d.", ret);
     }
 }
@@ -333,7 +333,7 @@ gint32 Asd_GetAsdMemData(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSL
     return kStatusOk;
 }
 
-// Kept: only the first chip is cleared, also of a mirrored item.
+// Kept (answer): only the first chip is cleared, also of a mirrored item.
 static gint32 first_chip_clear(OBJ_HANDLE item, const gchar *method, const gchar *name) {
     OBJ_HANDLE chip = 0;
     if (const gint32 ret = referenced_chip(item, PROPERTY_ASD_DEV0, &chip); ret != 0) {
@@ -362,8 +362,7 @@ gint32 asd_clear_memdata(OBJ_HANDLE object_handle, GSList * /*caller_info*/, GSL
         ASD_LOG_ERROR("get length fail: %d", ret);
         return kStatusFailed;
     }
-    // Kept: a longer item is left with 1024 zero bytes, though reads go up to
-    // 8192.
+    // Kept (answer): a longer item is left with 1024 zero bytes, though reads go up to 8192.
     length = std::min(length, kClearMax);
     const WorkBuffer zeros = WorkBuffer::allocate(length);
     if (!zeros) {
@@ -437,8 +436,7 @@ gint32 process_each_asd_object(OBJ_HANDLE object_handle, gpointer callback_data)
         if (BSP_IsManuVersion() == 0) {
             return kStatusOk;
         }
-        // Kept: a manufacturing build publishes what the buffer holds, zeros where nothing was
-        // read.
+        // Kept (answer): a manufacturing build publishes what the buffer holds, zeros where nothing was read.
     } else {
         ASD_LOG_DEBUG("%s: Read eeprom OK!", name);
     }
@@ -483,7 +481,7 @@ guint8 asd_get_backboard_mode_from_backboard(guint8 *BackboardMode) {
         ASD_LOG_ERROR("%s: Read eeprom failed! result: %d.", kModelItem, ret);
         return kModelFailed;
     }
-    // Kept: the markers are not looked at; the CRC covers them.
+    // Kept (answer): the markers are not looked at, though a good CRC does not say that they are right.
     if (const guint8 crc = BSP_CalCrc8(0, record.data(), kModelCrcOffset); crc != record[kModelCrcOffset]) {
         ASD_LOG_ERROR(" backboard_mode CalCrc8 from e2prom not fit(realcrc8=0x%x,calccrc8=0x%x)",
                       record[kModelCrcOffset], crc);

@@ -108,9 +108,8 @@ private:
 };
 
 // Rations a message: at most allowance prints until more than quiet_ms have passed since the last print.
-// Kept: last print and allowance start at 0, so nothing is printed before the tick counter first passes quiet_ms; a
-// chip that is missing from the start would otherwise fill the log while the machine boots. Atomic because several
-// threads may fail at once; a race only miscounts a message.
+// Kept (log text): last print and allowance start at 0, so nothing is printed before the tick counter first passes
+// quiet_ms. Atomic because several threads may fail at once; a race only miscounts a message.
 class RateLimit {
 public:
     constexpr RateLimit(guint32 quiet_ms, guint32 allowance) : quiet_ms_(quiet_ms), allowance_(allowance) {}

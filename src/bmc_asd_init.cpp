@@ -169,7 +169,7 @@ void asd_master_check_task(void * /*data*/) {
 
 // ---- Check and routine reload ----
 
-// Kept: the last one is listed but not checked.
+// Kept (answer): the last one is listed but not checked.
 static constexpr std::array<const gchar *, 4> kCheckNames = {"ASD10", "ASD11", "ASD13", "ASD_CCDB"};
 static constexpr std::size_t kCheckedNames = 3;
 static constexpr std::string_view kItemNotOn2U = "ASD13";
@@ -179,7 +179,7 @@ static bool check_one(const gchar *objname) {
     if (BSP_Is2UExpBoard() != 0 && objname == kItemNotOn2U) {
         return false;
     }
-    // Kept: a board in the error role checks too.
+    // Kept (answer): a board in the error role checks too.
     if (g_masterMode == BOARD_SLAVE) {
         return false;
     }
@@ -344,7 +344,8 @@ void ASD_EEprom_MasterWriteCcdb(void) {
         }
         if (AsdGetGCcdbSetEn() == 1) {
             AsdWriteCcdbDataToEeprom();
-            AsdSetGCcdbSetEn(0); // Kept: also when the write failed; the daily write or the next set tries again
+            AsdSetGCcdbSetEn(0); // Kept (answer): also when the write failed; until standby, the day's write or a set
+                                 // of another block
         }
     }
     BOOL standby = 1;
@@ -385,8 +386,8 @@ void ASD_ROUTINE_SYS_CCDB_Task(void * /*data*/) {
 static std::array<guint8, kNodeViewSize> g_nodeviewSetData; // guarded by g_setNodeviewLock
 // Counts how often the last one was declared out of date. Atomic: the role monitor does it without the lock.
 static std::atomic<guint32> g_nodeviewEra{1};
-// The era in which g_nodeviewSetData was written. Equal to the present one: it is what the chips hold. A set that began
-// in an earlier era so never makes its view the known one.
+// The era in which g_nodeviewSetData was written. Equal to the present one: it is what this controller wrote last, and
+// since it last entered the slave role. A set that began in an earlier era never makes its view the known one.
 static std::atomic<guint32> g_nodeviewSetEra{0};
 
 gint32 AsdSetGNodeviewLockMutex(void) {
@@ -620,7 +621,7 @@ void ASD_SyncASD10(const guint8 *data, guint32 len) {
 void ASD_SyncASD13(const guint8 *data, guint32 len) {
     const auto model = first_bytes<16>(data, len);
     (void)BSP_SetFrameModelToCpldRam(data, len); // the next push tries again
-    // Kept: the line ends with -1 whatever happened; its text is interface.
+    // Kept (log text): the line ends with -1 whatever happened.
     ASD_LOG_DEBUG(
         "Proc master sync product model=0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,"
         "0x%02x,0x%02x,0x%02x,0x%02x,0x%02x,0x%02x, ret=%d",
@@ -783,12 +784,13 @@ void ASD_SetEepIocardPcie2Cpldram(guint8 *eepData, guint32 dataLen, guint8 isMas
         return;
     }
     if (!flash_read || flash != eepData[0]) {
-        (void)BMC_FlashWriteCfgPara(kFlashEeprom, 1, eepData); // Kept: the raw byte; the next start compares it again
+        (void)BMC_FlashWriteCfgPara(kFlashEeprom, 1,
+                                    eepData); // Kept (answer): the raw byte; the next start compares it again
     }
     (void)BSP_SetCpldRam(kCpldEeprom, ASD_JudgeValidIocardPcie4(eepData[0])); // as above
 }
 
-// Kept: after a failed read the record is zeros, so the CPLD byte becomes 0x55 and flash follows to 0.
+// Kept (answer): after a failed read the record is zeros, so the CPLD byte becomes 0x55 and flash follows to 0.
 void ASD_InitIocardPcie4(void) {
     std::array<guint8, kIocardSize> record{};
     if (ASD_GetIocardPcie4FromEEP(record.data(), kIocardSize) != 0) {

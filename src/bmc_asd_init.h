@@ -2,7 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Start-up, the four background tasks, the push to the peers and the I/O card record.
+// Start-up, the four background tasks, the push to the peers and the I/O card record. Start-up runs on the main thread,
+// the receivers of pushed items on request threads; where nothing else is said a function may be called on any thread.
 
 #include "bmc_asd.h"
 
@@ -35,12 +36,12 @@ extern "C" {
 [[nodiscard]] gint32 ASD_SyncSourceObjectForeach(OBJ_HANDLE object_handle,
                                                  gpointer user_data); // binds one item's number; 0
 
-// ---- Tasks; they never return ----
+// ---- Tasks; they never return, but for the last on a management module ----
 
 void asd_master_check_task(void *data);     // every 500 ms: the role and what its change requires
 void asd_eeprom_check_task(void *data);     // hourly: compares and repairs the identity records
 void ASD_ROUTINE_SYS_CCDB_Task(void *data); // daily: writes the customer block
-void ASD_EEprom_Sync_Task(void *Data);      // every 1000 ms: pushes items to the peers; returns on a management module
+void ASD_EEprom_Sync_Task(void *Data);      // every 1000 ms: pushes items to the peers
 
 void GetInfofromRam(void);             // the board records and the pending customer block, on becoming master
 void asd_master_eepromroutine(void);   // reloads the routine items whose period has passed
@@ -57,17 +58,17 @@ void AsdWriteCcdbDataToEeprom(void);
 [[nodiscard]] gint32 AsdReadCcdbDataFromRam(void);
 
 [[nodiscard]] gulong AsdGetGCcdbSetEnLock(void);
-void AsdSetGCcdbSetEnLock(gulong lock);
+void AsdSetGCcdbSetEnLock(gulong lock);         // for other modules; start creates and sets it
 [[nodiscard]] guint8 *AsdGetGCcdbSetData(void); // 128 bytes; with the lock held
 void AsdSetGCcdbSetData(const guint8 *data);    // 128 bytes; with the lock held
 [[nodiscard]] guint8 AsdGetGCcdbSetEn(void);    // 1: an immediate write waits for the master check
-void AsdSetGCcdbSetEn(guint8 value);
+void AsdSetGCcdbSetEn(guint8 value);            // with the lock held
 
 // ---- Node view: the last one written, its flag and its lock ----
 
 [[nodiscard]] gint32 AsdSetNodevie2E2prom(OBJ_HANDLE objHandle, const guint8 *srcData, gint32 lenth); // 0 or -1
 [[nodiscard]] gint32 AsdSetGNodeviewLockMutex(void); // waits at most 10000 ms: 0 when obtained
-void AsdSetGNodeviewunLockMutex(void);
+void AsdSetGNodeviewunLockMutex(void);               // on the thread that took it
 // 0: the next set writes whatever its data, also after a set that is under way meanwhile; takes no lock.
 void AsdSetNodeviewFlag(guint8 value);
 
@@ -77,7 +78,8 @@ void AsdSetNodeviewFlag(guint8 value);
 // One item to every peer; a Len above 128 is logged, and nothing is sent.
 void ASD_EEprom_Sync(const UINT8 *Data, UINT8 NumId, UINT32 Len);
 
-// Hands received bytes to the receiver of the item, if it has one.
+// Hands received bytes to the receiver of the item, if it has one. The receivers take what the item is mirrored into,
+// CPLD RAM or flash, along; bytes that a shorter item does not have are zeros. What fails comes again with the next push.
 void asd_update_local_data(OBJ_HANDLE objHandle, const UINT8 *data, UINT32 len);
 void ASD_SyncASD10(const guint8 *data, guint32 len);
 void ASD_SyncASD13(const guint8 *data, guint32 len);
@@ -95,6 +97,6 @@ void ASD_SetCtrlIocardPcie2Cpldram(void); // the controller's setting, from flas
 // The EEPROM's setting to CPLD RAM and flash; isMaster: a record without a setting may be completed from flash and
 // written.
 void ASD_SetEepIocardPcie2Cpldram(guint8 *eepData, guint32 dataLen, guint8 isMaster);
-void ASD_InitIocardPcie4(void);
+void ASD_InitIocardPcie4(void); // reads the record and brings both settings into CPLD RAM, on becoming master
 
 } // extern "C"

@@ -11,7 +11,7 @@ extern "C" {
 // Registers module, classes, methods and handlers. 0, or the status of the first call that failed.
 [[nodiscard]] gint32 _app_init(void);
 
-// Kept empty: the module looks objects up whenever it needs them.
+// Do nothing: the module looks objects up whenever it needs them. 0.
 [[nodiscard]] gint32 asd_add_obj_handle(const gchar *class_name, OBJ_HANDLE object_handle);
 [[nodiscard]] gint32 asd_del_obj_handle(const gchar *class_name, OBJ_HANDLE object_handle);
 

@@ -23,7 +23,7 @@
 
 // ---- Chips by checksum rule ----
 
-// A bad checksum on these is a failure. Kept: 24a to 27a have no second chip.
+// A bad checksum on these is a failure. Kept (answer): 24a to 27a have no second chip.
 static constexpr std::array<std::string_view, 18> kStrictChips = {"ASDDev5a",
                                                                   "ASDDev5b",
                                                                   "ASDDev21a",
@@ -371,7 +371,7 @@ gint32 asd_read_chip_one(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, guint
         ASD_LOG_ERROR("Get eeprom count failed! ret: %d.", ret);
     }
     if (count != 2) {
-        ASD_LOG_ERROR("eeprom count is not 2! result: %d.", ret); // Kept: the lookup's result, not the count
+        ASD_LOG_ERROR("eeprom count is not 2! result: %d.", ret); // Kept (log text): the lookup's result, not the count
         return kStatusFailed;
     }
     return read_device(obj_handle, data, len, DeviceId, property.name, asd_eeprom_read);
@@ -399,7 +399,7 @@ gint32 asd_read_method(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     return ret;
 }
 
-// Kept: unlike asd_read_chip this does not ask how many EEPROMs the backplane has; a flagged pair is always a pair.
+// Kept (answer): unlike asd_read_chip this does not ask how many EEPROMs the backplane has.
 gint32 asd_read_check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     const DevProperty property = chosen_dev_property();
     const gchar *name = logged_name(obj_handle);
@@ -502,7 +502,7 @@ gint32 asd_read_check_flag(OBJ_HANDLE chk_obj_handle, guint8 *check_flag) {
         *check_flag = kFlagUnread;
         return kStatusNoChipUsable;
     }
-    // Kept: chip 0's flag is looked at first, also when chip 1 was written alone after it; see the write.
+    // Kept (answer): chip 0's flag is looked at first, also when chip 1 was written alone after it; see the write.
     if (stored0 == kStoredAlone) {
         *check_flag = kFlagChip0;
     } else if (stored1 == kStoredAlone) {
@@ -568,7 +568,7 @@ gint32 asd_read_chip_dev1check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len,
     return ret;
 }
 
-// Kept: with both chips expected good, a failing chip 0 is not replaced by chip 1: the read fails.
+// Kept (answer): with both chips expected good, a failing chip 0 is not replaced by chip 1: the read fails.
 gint32 asd_read_chip_check(OBJ_HANDLE obj_handle, guint8 *data, guint32 len) {
     guint8 check_flag = kFlagUnread;
     if (const gint32 ret = asd_choose_object_read(obj_handle, &check_flag); ret != 0) {
@@ -614,7 +614,7 @@ gint32 asd_eeprom_check(const gchar *obj_name) {
     guint32 length = 0;
     if (const gint32 length_ret = asd_get_length(item, &length); length_ret != 0) {
         ASD_LOG_ERROR("%s get length failed! result: %d.", obj_name, length_ret);
-        return ret; // Kept: the lookup's 0; the log has said what failed
+        return ret; // Kept (answer): the lookup's 0; the log has said what failed
     }
     if (length > kItemMax) {
         ASD_LOG_ERROR("%s length(%d) exceed asd eep max size(%d).", obj_name, length, kItemMax);
@@ -644,7 +644,7 @@ gint32 asd_eeprom_check(const gchar *obj_name) {
 
 // ---- Failure loggers ----
 
-// Kept: the ordinal's suffix depends on the object, not on the chip's number.
+// Kept (log text): the ordinal's suffix depends on the object, not on the chip's number.
 void AsdCheckFlagErrorlog(const gchar *obj_name, gint32 chip, gint32 ret) {
     static RateLimit limit(600000, 4);
     if (obj_name == nullptr || std::string_view(obj_name) != "ASD_BBUSWITCH1") {

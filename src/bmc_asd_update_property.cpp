@@ -14,7 +14,7 @@
 #include <array>
 #include <string_view>
 
-// Kept: failures of these chips mark them unhealthy only with status bit 0x20000.
+// Kept (answer): failures of these chips mark them unhealthy only with status bit 0x20000.
 static constexpr std::array<std::string_view, 5> kSparedChips = {"ASDDev5a", "ASDDev5b", "ASDDev7", "ASDDev11a",
                                                                  "ASDDev11b"};
 static constexpr guint32 kSparedFailureBit = 0x20000;

@@ -10,8 +10,8 @@
 extern "C" {
 
 // Publishes an item's bytes: Value, then Ready 1 (0 when Value was refused).
-// Kept: the result is that of the Ready write, or -1001 for null data. Callers learn of a refused Value through Ready
-// alone.
+// Kept (answer): the result is that of the Ready write, or -1001 for null data. Callers learn of a refused Value
+// through Ready alone.
 [[nodiscard]] gint32 asd_update_property(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len);
 
 // Writes Value. 0, -1 (null data), -1005 (array not built), -1012 (refused by the framework).

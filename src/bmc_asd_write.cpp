@@ -185,8 +185,8 @@ static gint32 write_both(const gchar *function, const gchar *name, OBJ_HANDLE it
     return failure;
 }
 
-// Kept: unlike asd_read_chip this does not ask how many EEPROMs the backplane has; a write goes to every chip the item
-// names.
+// Kept (answer): unlike asd_read_chip this does not ask how many EEPROMs the backplane has; a write goes to every chip
+// the item names.
 gint32 asd_write_chip(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
     const DevProperty property = chosen_dev_property();
     const gchar *name = dfl_get_object_name(obj_handle);
@@ -245,7 +245,7 @@ gint32 asd_write_chip_one(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len
         ASD_LOG_ERROR("Get eeprom count failed! result: %d.", ret);
     }
     if (count != 2) {
-        ASD_LOG_ERROR("eeprom count is not 2! result: %d.", ret); // Kept: the lookup's result, not the count
+        ASD_LOG_ERROR("eeprom count is not 2! result: %d.", ret); // Kept (log text): the lookup's result, not the count
         return kStatusFailed;
     }
     OBJ_HANDLE chip = 0;
@@ -399,8 +399,8 @@ static gint32 flag_chip_write(OBJ_HANDLE chip, guint8 stored) {
     return asd_eeprom_write(chip, &stored, 1, ASD_CHECKSUM_CRC16);
 }
 
-// Kept: the flag of the chip that failed stays as it was, so that the good chip, holding 2, is picked first. A 2 left
-// on chip 0 by an earlier one-sided write wins over chip 1's.
+// Kept (record): the flag of the chip that failed stays as it was, so that the good chip, holding 2, is picked first. A
+// 2 left on chip 0 by an earlier one-sided write wins over chip 1's.
 gint32 asd_write_check_flag(OBJ_HANDLE chk_obj_handle, guint8 check_flag) {
     const gchar *name = dfl_get_object_name(chk_obj_handle);
     if (name == nullptr) {
@@ -443,7 +443,7 @@ gint32 asd_write_check_flag(OBJ_HANDLE chk_obj_handle, guint8 check_flag) {
 // ---- Power supplies ----
 
 gint32 asd_power_write(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
-    // Kept: no online check on this path, unlike all others.
+    // Kept (answer): no online check on this path, unlike all others.
     const gchar *name = dfl_get_object_name(obj_handle);
     if (name == nullptr) {
         ASD_LOG_ERROR("Get objname failed.");
@@ -605,7 +605,7 @@ gint32 asd_fan_eeprom_write(OBJ_HANDLE dev_handle, const guint8 *data, guint32 l
 // ---- Buckle cards ----
 
 gint32 asd_bucklecard_writetype(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
-    // Kept: the test is looser than the copy; callers hand in four bytes.
+    // Kept (answer): the test is looser than the copy; callers hand in four bytes.
     if (data == nullptr || len < 2) {
         ASD_LOG_ERROR("Write bucklecard type input data len is invalid");
         return kStatusFailed;
@@ -635,7 +635,7 @@ gint32 asd_bucklecard_eeprom_write(OBJ_HANDLE obj_handle, const guint8 *data, gu
     }
     vos_task_delay(kProtectSettleMs);
     (void)asd_bucklecard_eeprom_writedata(chip, data, len, ASD_CHECKSUM_CRC16); // shows in Health and ErrorCode
-    // Kept: the result is that of protecting the card again; a failed write shows in Health and ErrorCode.
+    // Kept (answer): the result is that of protecting the card again; a failed write shows in Health and ErrorCode.
     return asd_bucklecard_eeprom_wp(chip, kProtectOn);
 }
 

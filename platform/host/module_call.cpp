@@ -25,13 +25,12 @@ ListPtr argument_list(const std::vector<PropertyValue> &arguments) {
     return ListPtr(list);
 }
 
-// What the handler appended, which may be floating. A value that no method has is left out, so that the answer's type
-// is found wrong.
+// What the handler appended: sunk here, released with the list. A value that no method has is left out, so that the
+// answer's type is found wrong.
 std::vector<PropertyValue> output_values(GSList *outputs) {
     std::vector<PropertyValue> values;
     for (GSList *output = outputs; output != nullptr; output = output->next) {
-        auto *variant = static_cast<GVariant *>(output->data);
-        output->data = g_variant_take_ref(variant);
+        auto *variant = g_variant_ref_sink(static_cast<GVariant *>(output->data));
         if (PropertyValue value; value_of(variant, &value)) {
             values.push_back(std::move(value));
         }

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// The checksum of chip records.
+// The checksum of chip records. Any thread; no failure.
 
 #include "platform_types.h"
 

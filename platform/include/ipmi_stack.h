@@ -2,7 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// IPMI requests and responses (IPMI 2.0: network functions, completion codes, privilege levels).
+// IPMI requests and responses (IPMI 2.0: network functions, completion codes, privilege levels). Those on a request are
+// called on the thread that serves it.
 
 #include "platform_types.h"
 
@@ -29,7 +30,7 @@ typedef struct {
                               * requests of one item one after the other, or its copies may differ */
 } IPMI_CMD_S;
 
-typedef enum { IPMI_MMC = 2 } TARGET_TYPE_E;
+typedef enum { IPMI_MMC = 2 } TARGET_TYPE_E; /* a controller of the enclosure */
 
 typedef struct {
     guint8 target_type;     /* TARGET_TYPE_E */
@@ -55,7 +56,7 @@ guint8 get_ipmi_src_data_len(const IPMI_MSG_S *req_msg);
 /* Answers with length bytes, the first of which is the completion code. 0, or why it could not be sent. */
 gint32 ipmi_send_response(const IPMI_MSG_S *req_msg, guint32 length, const guint8 *buffer);
 
-/* Answers with the completion code alone. */
+/* Answers with the completion code alone. Status as above. */
 gint32 ipmi_send_simple_response(const IPMI_MSG_S *req_msg, guint8 completion_code);
 
 /* Sends a request of head->src_len data bytes to a peer controller and, with wait_response 1, waits up to timeout_s
