@@ -38,7 +38,8 @@ namespace {
 
 constexpr std::chrono::seconds kDoorLimit{5}; // to finish what runs when the service ends
 constexpr std::chrono::seconds kTaskLimit{5};
-constexpr int kRefused = 1; // exit status
+constexpr std::chrono::seconds kLateLoadLimit{1}; // it may be within a transfer of a bus that hangs
+constexpr int kRefused = 1;                       // exit status
 
 // Ends the process before anything runs.
 [[noreturn]] void refuse(std::span<const std::string> mistakes, const std::string &outcome) {
@@ -283,10 +284,10 @@ gint32 static_start_rpc_service(void) {
     asd_host::manager_notify("READY=1");
     asd_host::await_end_signal();
     asd_host::manager_notify("STOPPING=1");
+    const bool load_ended = late_load.stop(asd_host::kLateLoadLimit);
     const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);
     const bool link_closed = doors.link->stop(asd_host::kDoorLimit);
     const bool bus_closed = doors.bus->stop(asd_host::kDoorLimit);
-    const bool load_ended = late_load.stop(asd_host::kDoorLimit);
     asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed && load_ended, 0);
     return 0;
 }
