@@ -79,7 +79,8 @@ void AsdSetNodeviewFlag(guint8 value);
 void ASD_EEprom_Sync(const UINT8 *Data, UINT8 NumId, UINT32 Len);
 
 // Hands received bytes to the receiver of the item, if it has one. The receivers take what the item is mirrored into,
-// CPLD RAM or flash, along; bytes that a shorter item does not have are zeros. What fails comes again with the next push.
+// CPLD RAM or flash, along; bytes that a shorter item does not have are zeros. What fails comes again with the next
+// push.
 void asd_update_local_data(OBJ_HANDLE objHandle, const UINT8 *data, UINT32 len);
 void ASD_SyncASD10(const guint8 *data, guint32 len);
 void ASD_SyncASD13(const guint8 *data, guint32 len);

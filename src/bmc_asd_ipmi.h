@@ -20,9 +20,9 @@ enum CompletionCode : guint8 {
     kOutOfRange = 0xC9,
     kCannotReturnBytes = 0xCA,
     kInvalidField = 0xCC,
-    kNoResponse = 0xCE,      // lookup, lock, read or write failed
-    kNotSupportedNow = 0xD6, // backplane model on a board without one
-    kModelCrcBad = 0xE0,     // backplane model record with a bad CRC
+    kNoResponse = 0xCE,  // lookup, lock, read or write failed
+    kUnavailable = 0xD6, // the function is not available here: backplane model on a board without one
+    kModelCrcBad = 0xE0, // backplane model record with a bad CRC
     kUnspecifiedError = 0xFF,
 };
 

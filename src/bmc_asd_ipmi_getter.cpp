@@ -37,7 +37,7 @@ static guint8 record_fetch(const gchar *item_name, guint8 *data, guint32 size, b
     const gint32 ret =
         *mirrored ? asd_get_value(item_name, size, data, &value_size) : asd_read_one_chip(item, data, size);
     if (ret != 0) {
-        ASD_LOG_ERROR("Call asd_get_value failed! result: %d.", ret); // Kept: one text for both sources
+        ASD_LOG_ERROR("Call asd_get_value failed! result: %d.", ret); // Kept (log text): one for both sources
         return kNoResponse;
     }
     return kCompleted;
@@ -77,7 +77,7 @@ static gint32 record_read(const IPMI_MSG_S *req_msg, gconstpointer user_data, gu
     }
     Response<kRecordMax> response;
     if (read.zeros != nullptr && !is_master()) {
-        // Kept: a slave answers success with an empty record, not a failure.
+        // Kept (answer): a slave answers success with an empty record, not a failure.
         const gint32 ret = memset_s(response.bytes.data(), response.bytes.size(), 0, response.bytes.size());
         if (ret != 0) {
             ASD_LOG_ERROR("Error: init asd ipmi %s failed, result = %d.", read.zeros, ret);
@@ -277,7 +277,8 @@ gint32 ipmi_cmd_get_ekey_ep(const IPMI_MSG_S *req_msg, gconstpointer user_data) 
         ASD_LOG_ERROR("get len value fail[%d]!", ret);
         return answer_code(req_msg, kNoResponse);
     }
-    // Kept: the chip is read with frame 1 alone; the other frames come from the buffer as it stands, without the lock.
+    // Kept (answer): the chip is read with frame 1 alone; the other frames come from the buffer as it stands, without
+    // the lock.
     if (number.current_number == 1) {
         if (const guint8 code = ekey_buffer_refill(item, std::min(length, kEkeySize)); code != kCompleted) {
             return answer_code(req_msg, code);
@@ -449,7 +450,7 @@ gint32 ipmi_cmd_get_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer
         return kStatusFailed;
     }
     if (BSP_Is4U4CBoard() == 0) {
-        return answer_code(req_msg, kNotSupportedNow);
+        return answer_code(req_msg, kUnavailable);
     }
     if (get_ipmi_src_data(req_msg) == nullptr) {
         ASD_LOG_ERROR("Get backboard model failed(get ipmi src data failed)");
@@ -462,7 +463,7 @@ gint32 ipmi_cmd_get_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer
         return answer_code(req_msg, code);
     }
     if (const guint8 crc = BSP_CalCrc8(0, record.data(), kModelCrcOffset); crc != record[kModelCrcOffset]) {
-        // Kept: the byte printed as the real CRC is the one before it; the line is interface.
+        // Kept (log text): the byte printed as the real CRC is the one before it.
         ASD_LOG_ERROR("Get backboard model failed(realcrc8=0x%x, calcrc8=0x%x)", record[2], crc);
         return answer_code(req_msg, kModelCrcBad);
     }
@@ -471,7 +472,7 @@ gint32 ipmi_cmd_get_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer
     return answer_record(req_msg, response);
 }
 
-// Kept: unlike its sibling this does not look at the request's data, and an unreadable Ready is 0xCE here.
+// Kept (answer): unlike its sibling this does not look at the request's data, and an unreadable Ready is 0xCE here.
 gint32 Ipmi_cmdGetProductCfgInfo(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
     if (req_msg == nullptr) {
         ASD_LOG_ERROR("Get product cfg info failed(input parameter is null)");

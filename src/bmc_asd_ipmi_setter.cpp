@@ -43,14 +43,14 @@ static guint8 model_stored(const guint8 *data) {
     if (const gint32 ret = memcpy_s(model.data(), model.size(), data, model.size()); ret != 0) {
         ASD_LOG_ERROR("Error: copy asd ipmi model failed, result = %d.", ret);
     }
-    // Kept: unlike the MAC, whose failure is answered.
+    // Kept (answer): unlike the MAC, whose failure is answered.
     (void)BSP_SetFrameModelToCpldRam(model.data(), static_cast<UINT32>(model.size()));
     ASD_LOG_INFO("Set Model success.");
     return kCompleted;
 }
 
 static guint8 baycfg_stored(const guint8 * /*data*/) {
-    ASD_LOG_ERROR("Set Baycfg success."); // Kept: at the error level
+    ASD_LOG_ERROR("Set Baycfg success."); // Kept (log text): at the error level
     return kCompleted;
 }
 
@@ -79,7 +79,7 @@ static guint32 payload_size(const IPMI_MSG_S *req_msg) {
     return length > kHeadSize ? length - kHeadSize : 0;
 }
 
-// The same for a record that is stored as it was sent. Kept: without a whole head its bytes count as payload.
+// The same for a record that is stored as it was sent. Kept (answer): without a whole head its bytes count as payload.
 static guint32 sent_size(const IPMI_MSG_S *req_msg) {
     const guint32 length = get_ipmi_src_data_len(req_msg);
     return length >= kHeadSize ? length - kHeadSize : length;
@@ -111,7 +111,7 @@ static guint8 record_store(const IPMI_MSG_S *req_msg, const Request &request, co
         data = copy.data();
     }
     const guint32 stored = write.as_sent ? sent_size(req_msg) : size;
-    // Kept: unlike the read from one chip this takes no lock around the whole; each transfer takes it.
+    // Kept (answer): unlike the read from one chip this takes no lock around the whole; each transfer takes it.
     const gint32 ret = write.chip_of_request ? asd_write_equip_one(item, data, stored, request.head.device_id)
                                              : asd_write_equip(item, data, stored);
     if (ret != 0) {
@@ -289,7 +289,7 @@ static guint8 key_frame_write(const KeyWrite &key, const FrameRequest &request, 
     if (const gint32 ret = key_frame_stage(request, current); ret != 0) {
         ASD_LOG_ERROR("Error: %s failed, result = %d.", key.frame, ret);
     }
-    // Kept: nothing checks that frames 1 to 4 came before; the last frame commits what the buffer holds.
+    // Kept (answer): nothing checks that frames 1 to 4 came before; the last frame commits what the buffer holds.
     if (current != kEkeyFrames) {
         return kCompleted;
     }
@@ -379,7 +379,7 @@ static guint8 bayconfig_frame_check(const IPMI_MSG_S *req_msg, ASD_MULTI_FRAME_I
     return kCompleted;
 }
 
-// Stages one frame, with the lock held. Kept: a middle frame is 220 bytes whatever the request's length.
+// Stages one frame, with the lock held. Kept (answer): a middle frame is 220 bytes whatever the request's length.
 static void bayconfig_frame_stage(const FrameRequest &request, const ASD_MULTI_FRAME_INFO_S &info, guint32 last_len) {
     const bool last = info.CurrentFramNum == info.FrameSendTimes;
     const guint32 offset = kWriteFrameSize * (info.CurrentFramNum - 1U);
@@ -502,8 +502,8 @@ gint32 ipmi_cmd_set_backboard_pcieorsas(const IPMI_MSG_S *req_msg, gconstpointer
         ASD_LOG_ERROR("Set backboard model failed(Call dfl_get_object_handle failed, ret=%d).", ret);
         return answer_code(req_msg, kNoResponse);
     }
-    // Kept: neither is the code checked nor the flash copy written; the next entry into the master role brings them
-    // together.
+    // Kept (answer): neither is the code checked nor the flash copy written; the next entry into the master role brings
+    // them together.
     const guint8 code = request->payload[0];
     const ModelRecord record = model_record(code);
     if (const gint32 ret = asd_write_equip(item, record.data(), kModelRecordSize); ret != 0) {

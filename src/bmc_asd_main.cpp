@@ -123,7 +123,8 @@ extern constexpr auto _ipmi_cmd = std::to_array<IPMI_CMD_S>({
 });
 // clang-format on
 
-// No two rows may answer the same request.
+// No row takes lengths that there are not, and none is there twice. Filters of different bytes may still meet in a
+// request.
 static_assert([] {
     for (std::size_t i = 0; i < _ipmi_cmd.size(); ++i) {
         if (_ipmi_cmd[i].min_length > _ipmi_cmd[i].max_length) {
