@@ -141,23 +141,26 @@ void asd_WriteEnableOrDisable(guint8 isEnabled) {
     }
 }
 
-void asd_write_enable(const gchar *DevObjName) {
-    if (DevObjName == nullptr) {
-        ASD_LOG_ERROR("%s: Get device object name failed!", __func__);
-    } else if (DevObjName == kChipWithoutLine) {
-        return;
+// Whether the lines serve the chip; one without a name is taken for such a chip.
+static bool lines_serve(const gchar *function, const gchar *chip) {
+    if (chip == nullptr) {
+        ASD_LOG_ERROR("%s: Get device object name failed!", function);
+        return true;
     }
-    ASD_LOG_DEBUG("==========open wp by gpio=========");
-    asd_WriteEnableOrDisable(1);
+    return chip != kChipWithoutLine;
+}
+
+void asd_write_enable(const gchar *DevObjName) {
+    if (lines_serve(__func__, DevObjName)) {
+        ASD_LOG_DEBUG("==========open wp by gpio=========");
+        asd_WriteEnableOrDisable(1);
+    }
 }
 
 void asd_write_disable(const gchar *DevObjName) {
-    if (DevObjName == nullptr) {
-        ASD_LOG_ERROR("%s: Get device object name failed!", __func__);
-    } else if (DevObjName == kChipWithoutLine) {
-        return;
+    if (lines_serve(__func__, DevObjName)) {
+        asd_WriteEnableOrDisable(0);
     }
-    asd_WriteEnableOrDisable(0);
 }
 
 // ---- Class methods ----

@@ -336,31 +336,21 @@ using RecordReader = gint32 (*)(OBJ_HANDLE chip, guint8 *data, guint32 len);
 // Reads the chip with index device_id, chip 0 behind first_property.
 static gint32 read_device(OBJ_HANDLE item, guint8 *data, guint32 len, guint8 device_id, const gchar *first_property,
                           RecordReader read) {
+    if (device_id > 1) {
+        ASD_LOG_ERROR("device id(%d) is wrong!", device_id);
+        return kStatusFailed;
+    }
+    const bool second = device_id == 1;
     OBJ_HANDLE chip = 0;
-    if (device_id == 0) {
-        if (const gint32 ret = referenced_chip(item, first_property, &chip); ret != 0) {
-            ASD_LOG_ERROR("Get dev failed! ret: %d.", ret);
-            return ret;
-        }
-        const gint32 ret = read(chip, data, len);
-        if (ret != 0) {
-            ASD_LOG_ERROR("Read 1st EEPROM failed! ret: %d.", ret);
-        }
+    if (const gint32 ret = referenced_chip(item, second ? PROPERTY_ASD_DEV1 : first_property, &chip); ret != 0) {
+        ASD_LOG_ERROR("Get %s failed! ret: %d.", second ? "PROPERTY_ASD_DEV1" : "dev", ret);
         return ret;
     }
-    if (device_id == 1) {
-        if (const gint32 ret = referenced_chip(item, PROPERTY_ASD_DEV1, &chip); ret != 0) {
-            ASD_LOG_ERROR("Get PROPERTY_ASD_DEV1 failed! ret: %d.", ret);
-            return ret;
-        }
-        const gint32 ret = read(chip, data, len);
-        if (ret != 0) {
-            ASD_LOG_ERROR("Read 2nd EEPROM failed! ret: %d.", ret);
-        }
-        return ret;
+    const gint32 ret = read(chip, data, len);
+    if (ret != 0) {
+        ASD_LOG_ERROR("Read %s EEPROM failed! ret: %d.", second ? "2nd" : "1st", ret);
     }
-    ASD_LOG_ERROR("device id(%d) is wrong!", device_id);
-    return kStatusFailed;
+    return ret;
 }
 
 gint32 asd_read_chip_one(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, guint8 DeviceId) {
@@ -467,12 +457,18 @@ gint32 asd_read_devchip(OBJ_HANDLE obj_handle, guint8 *data, guint32 len, const 
 
 // ---- Pairs with a check flag ----
 
-// The flag byte on one chip of the check object.
-static gint32 flag_chip_read(OBJ_HANDLE chip, const gchar *name, gint32 number, guint8 *stored) {
-    const gint32 ret = asd_eeprom_read(chip, stored, 1);
+// The flag byte on the chip with this index of the check object; 0 when it cannot be read.
+static gint32 flag_chip_read(OBJ_HANDLE check_object, const gchar *name, gint32 index, guint8 *stored) {
+    OBJ_HANDLE chip = 0;
+    gint32 ret = referenced_chip(check_object, index == 0 ? PROPERTY_ASD_DEV0 : PROPERTY_ASD_DEV1, &chip);
+    if (ret != 0) {
+        ASD_LOG_ERROR("asd_read_check_flag: (%s)Get check_flag PROPERTY_ASD_DEV%d failed! ret: %d.", name, index, ret);
+        return ret;
+    }
+    ret = asd_eeprom_read(chip, stored, 1);
     if (ret != 0) {
         *stored = 0; // a strict chip delivers the byte even when its checksum is bad
-        AsdCheckFlagErrorlog(name, number, ret);
+        AsdCheckFlagErrorlog(name, index + 1, ret);
     }
     return ret;
 }
@@ -483,21 +479,10 @@ gint32 asd_read_check_flag(OBJ_HANDLE chk_obj_handle, guint8 *check_flag) {
         ASD_LOG_ERROR("Get get objname failed.");
         return kStatusFailed;
     }
-    OBJ_HANDLE chip = 0;
     guint8 stored0 = 0;
-    gint32 ret0 = referenced_chip(chk_obj_handle, PROPERTY_ASD_DEV0, &chip);
-    if (ret0 != 0) {
-        ASD_LOG_ERROR("%s: (%s)Get check_flag PROPERTY_ASD_DEV0 failed! ret: %d.", __func__, name, ret0);
-    } else {
-        ret0 = flag_chip_read(chip, name, 1, &stored0);
-    }
+    const gint32 ret0 = flag_chip_read(chk_obj_handle, name, 0, &stored0);
     guint8 stored1 = 0;
-    gint32 ret1 = referenced_chip(chk_obj_handle, PROPERTY_ASD_DEV1, &chip);
-    if (ret1 != 0) {
-        ASD_LOG_ERROR("%s: (%s)Get check_flag PROPERTY_ASD_DEV1 failed! ret: %d.", __func__, name, ret1);
-    } else {
-        ret1 = flag_chip_read(chip, name, 2, &stored1);
-    }
+    const gint32 ret1 = flag_chip_read(chk_obj_handle, name, 1, &stored1);
     if (ret0 != 0 && ret1 != 0) {
         *check_flag = kFlagUnread;
         return kStatusNoChipUsable;

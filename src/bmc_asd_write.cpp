@@ -248,33 +248,22 @@ gint32 asd_write_chip_one(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len
         ASD_LOG_ERROR("eeprom count is not 2! result: %d.", ret); // Kept (log text): the lookup's result, not the count
         return kStatusFailed;
     }
+    if (DeviceId > 1) {
+        ASD_LOG_ERROR("device id(%d) is wrong!", DeviceId);
+        return kStatusFailed;
+    }
+    const bool second = DeviceId == 1;
     OBJ_HANDLE chip = 0;
-    if (DeviceId == 0) {
-        ret = referenced_chip(obj_handle, property.name, &chip);
-        if (ret != 0) {
-            ASD_LOG_ERROR("Get dev failed! ret(%d).", ret);
-            return ret;
-        }
-        ret = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
-        if (ret != 0) {
-            ASD_LOG_ERROR("Write 1st EEPROM failed! ret(%d).", ret);
-        }
+    ret = referenced_chip(obj_handle, second ? PROPERTY_ASD_DEV1 : property.name, &chip);
+    if (ret != 0) {
+        ASD_LOG_ERROR("Get %s failed! ret(%d).", second ? "PROPERTY_ASD_DEV1" : "dev", ret);
         return ret;
     }
-    if (DeviceId == 1) {
-        ret = referenced_chip(obj_handle, PROPERTY_ASD_DEV1, &chip);
-        if (ret != 0) {
-            ASD_LOG_ERROR("Get PROPERTY_ASD_DEV1 failed! ret(%d).", ret);
-            return ret;
-        }
-        ret = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
-        if (ret != 0) {
-            ASD_LOG_ERROR("Write 2nd EEPROM failed! ret(%d).", ret);
-        }
-        return ret;
+    ret = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+    if (ret != 0) {
+        ASD_LOG_ERROR("Write %s EEPROM failed! ret(%d).", second ? "2nd" : "1st", ret);
     }
-    ASD_LOG_ERROR("device id(%d) is wrong!", DeviceId);
-    return kStatusFailed;
+    return ret;
 }
 
 // ---- One chip, or both and the check flag ----
@@ -356,31 +345,29 @@ gint32 Asd_WriteMemProperty(OBJ_HANDLE obj_handle, const guint8 *data, guint32 l
 
 // ---- Pairs with a check flag ----
 
+// Writes the chip with this index of a flagged pair.
+static gint32 pair_chip_write(OBJ_HANDLE item, const gchar *name, gint32 index, const guint8 *data, guint32 len) {
+    static constexpr const gchar *kFunction = "asd_write_chip_check"; // as the texts name it
+    OBJ_HANDLE chip = 0;
+    if (const gint32 ret = referenced_chip(item, index == 0 ? PROPERTY_ASD_DEV0 : PROPERTY_ASD_DEV1, &chip); ret != 0) {
+        ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV%d failed! ret: %d.", kFunction, name, index, ret);
+        return ret;
+    }
+    const gint32 ret = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
+    if (ret != 0) {
+        ASD_LOG_INFO("%s: Write %s EEPROM failed! ret: %d.", kFunction, index == 0 ? "1st" : "2nd", ret);
+    }
+    return ret;
+}
+
 gint32 asd_write_chip_check(OBJ_HANDLE obj_handle, const guint8 *data, guint32 len) {
     const gchar *name = dfl_get_object_name(obj_handle);
     if (name == nullptr) {
         ASD_LOG_ERROR("Get objname failed.");
         return kStatusFailed;
     }
-    OBJ_HANDLE chip = 0;
-    gint32 ret0 = referenced_chip(obj_handle, PROPERTY_ASD_DEV0, &chip);
-    if (ret0 != 0) {
-        ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV0 failed! ret: %d.", __func__, name, ret0);
-    } else {
-        ret0 = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
-        if (ret0 != 0) {
-            ASD_LOG_INFO("%s: Write 1st EEPROM failed! ret: %d.", __func__, ret0);
-        }
-    }
-    gint32 ret1 = referenced_chip(obj_handle, PROPERTY_ASD_DEV1, &chip);
-    if (ret1 != 0) {
-        ASD_LOG_ERROR("%s: %s Get PROPERTY_ASD_DEV1 failed! ret: %d.", __func__, name, ret1);
-    } else {
-        ret1 = asd_eeprom_write(chip, data, len, ASD_CHECKSUM_CRC16);
-        if (ret1 != 0) {
-            ASD_LOG_INFO("%s: Write 2nd EEPROM failed! ret: %d.", __func__, ret1);
-        }
-    }
+    const gint32 ret0 = pair_chip_write(obj_handle, name, 0, data, len);
+    const gint32 ret1 = pair_chip_write(obj_handle, name, 1, data, len);
     if (ret0 == 0) {
         return asd_choose_object_write(obj_handle, ret1 == 0 ? kFlagBoth : kFlagChip0);
     }
