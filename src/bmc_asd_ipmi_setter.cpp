@@ -148,26 +148,16 @@ static gint32 record_write(const IPMI_MSG_S *req_msg, gconstpointer user_data, g
     return answer_code(req_msg, code);
 }
 
-namespace {
-
-struct RecordStep {
-    std::string_view item;
-    AfterStore after;
-};
-
-} // namespace
-
-static constexpr auto kSteps = std::to_array<RecordStep>({{.item = "ASD10", .after = mac_stored},
-                                                          {.item = "ASD13", .after = model_stored},
-                                                          {.item = "ASD24", .after = baycfg_stored},
-                                                          {.item = "ASD_IOCARD_PCIE4", .after = iocard_stored},
-                                                          {.item = "ASD_OVERSEAS", .after = overseas_stored},
-                                                          {.item = "ASD_PRODUCT_FRAMECFG", .after = frame_cfg_stored}});
-
-static constexpr AfterStore step_of(std::string_view item) {
-    const auto *step = std::ranges::find(kSteps, item, &RecordStep::item);
-    return step != kSteps.end() ? step->after : nullptr;
-}
+// The rows' steps after the store.
+// clang-format off
+template <std::size_t row> constexpr AfterStore kAfter = nullptr;
+template <> constexpr AfterStore kAfter<row_of("ASD10")> = mac_stored;
+template <> constexpr AfterStore kAfter<row_of("ASD13")> = model_stored;
+template <> constexpr AfterStore kAfter<row_of("ASD24")> = baycfg_stored;
+template <> constexpr AfterStore kAfter<row_of("ASD_IOCARD_PCIE4")> = iocard_stored;
+template <> constexpr AfterStore kAfter<row_of("ASD_OVERSEAS")> = overseas_stored;
+template <> constexpr AfterStore kAfter<row_of("ASD_PRODUCT_FRAMECFG")> = frame_cfg_stored;
+// clang-format on
 
 // The rows' writes, so that the rest of the table is not in the program.
 static constexpr auto kWrites = [] {
@@ -178,8 +168,7 @@ static constexpr auto kWrites = [] {
 
 template <std::size_t row>
 static gint32 record_write(const IPMI_MSG_S *req_msg, gconstpointer user_data) {
-    constexpr AfterStore kAfter = step_of(kRecords[row].item);
-    return record_write(req_msg, user_data, kRecords[row].size, kWrites[row], kAfter);
+    return record_write(req_msg, user_data, kRecords[row].size, kWrites[row], kAfter<row>);
 }
 
 // clang-format off

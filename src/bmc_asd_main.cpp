@@ -56,7 +56,7 @@ static consteval IPMI_CMD_S read_of(std::string_view item, IPMI_CMD_FUNC handler
 // The command that writes a record.
 static consteval IPMI_CMD_S write_of(std::string_view item, IPMI_CMD_FUNC handler) {
     const Record &record = kRecords[row_of(item)];
-    const guint8 whole = kHeadSize + record.size;
+    const auto whole = static_cast<guint8>(kHeadSize + record.size);
     const guint8 min = record.short_set ? guint8{kHeadSize} : whole;
     const guint8 max = record.longest_set != 0 ? record.longest_set : whole;
     return oem({record.set.number, record.set.filter, record.privilege, min, max, handler, record.item});

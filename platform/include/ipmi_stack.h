@@ -11,8 +11,9 @@ G_BEGIN_DECLS
 
 typedef struct IPMI_MSG_S IPMI_MSG_S; /* opaque: one request being served */
 
-/* Serves one request on one of the stack's threads; answers it exactly once. Returns the status of the
- * response call, or -1 when it sent nothing. user_data is the row's. */
+/* Serves one request on one of the stack's threads; answers it exactly once, unless req_msg is NULL. Returns the status
+ * of the response call, or -1: nothing was sent, or the request carried no data and was told so. user_data is the
+ * row's. */
 typedef gint32 (*IPMI_CMD_FUNC)(const IPMI_MSG_S *req_msg, gconstpointer user_data);
 
 /* A command registration. A request reaches ipmi_handler only when netfn, cmd and every filter term match,
