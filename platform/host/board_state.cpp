@@ -3,7 +3,7 @@
 
 #include "board_state.h"
 
-#include "atomic_file.h"
+#include "lock_file.h"
 #include "log.h"
 #include "status.h"
 
@@ -11,9 +11,7 @@
 #include <array>
 #include <cerrno>
 
-#include <fcntl.h>
 #include <glib.h>
-#include <sys/stat.h>
 
 namespace asd_host {
 
@@ -67,43 +65,52 @@ constexpr std::array<std::string_view, 14> kFaultableOperations = {
 
 } // namespace
 
-// The lock whose holder is the enclosure's master; the kernel frees it when the process dies.
+// The locks whose holder is the enclosure's master; the kernel frees them when the process dies. The one in the run
+// folder is the role. The one beside the shared chips is held with it, so that a run folder that somebody clears or
+// replaces cannot make a second master before the first one has noticed.
 class MasterLock {
 public:
-    explicit MasterLock(std::filesystem::path file) : file_(std::move(file)) {}
+    MasterLock(const std::filesystem::path &run_dir, const std::filesystem::path &state_dir)
+        : role_(run_dir / "master.lock"), chips_(state_dir / "role.lock") {}
 
     // 0: this process holds it. EAGAIN: another does. Else why it can't be asked for.
     [[nodiscard]] int take() {
-        if (held_ && exists()) {
-            return 0;
+        int error = chips_.take();
+        if (error == 0) {
+            error = role_.take();
         }
-        held_ = false;
-        fd_ = Fd(::open(file_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode));
-        if (!fd_) {
-            return errno == EAGAIN ? EIO : errno;
+        if (error != 0) {
+            chips_.release();
+            role_.release();
         }
-        struct flock lock = {};
-        lock.l_type = F_WRLCK;
-        lock.l_whence = SEEK_SET;
-        if (::fcntl(fd_.get(), F_OFD_SETLK, &lock) != 0) {
-            return errno == EACCES ? EAGAIN : errno;
-        }
-        held_ = true;
-        return 0;
+        say(error);
+        return error;
     }
+
+    // The file that take() could not use.
+    [[nodiscard]] const std::filesystem::path &path() const { return role_.path(); }
 
 private:
-    static constexpr unsigned kMode = 0600;
-
-    // A lock on a removed file excludes nobody: others lock the file that took its place.
-    [[nodiscard]] bool exists() const {
-        struct stat facts = {};
-        return ::fstat(fd_.get(), &facts) == 0 && facts.st_nlink > 0;
+    void say(int error) {
+        const bool new_error = error != 0 && error != EAGAIN && error != said_;
+        if (new_error) {
+            HOST_LOG(kLogError, "%s or %s cannot be locked, so that this controller has no role: %s.",
+                     role_.path().c_str(), chips_.path().c_str(), g_strerror(error));
+        }
+        if (const unsigned remade = role_.remade() + chips_.remade(); remade != remade_) {
+            HOST_LOG(kLogError,
+                     "The file of the master role, %s or %s, had been removed or replaced; it is made anew, "
+                     "and the role stays here.",
+                     role_.path().c_str(), chips_.path().c_str());
+            remade_ = remade;
+        }
+        said_ = error;
     }
 
-    std::filesystem::path file_;
-    Fd fd_;
-    bool held_ = false;
+    LockFile role_;
+    LockFile chips_;
+    int said_ = 0;
+    unsigned remade_ = 0;
 };
 
 BoardState::BoardState() = default;
@@ -120,11 +127,10 @@ bool BoardState::open(const Options &options, const Enclosure &enclosure, std::s
     if (role_ != Role::kAuto) {
         return true;
     }
-    const std::filesystem::path file = options.run_dir / "master.lock";
-    master_lock_ = std::make_unique<MasterLock>(file);
+    master_lock_ = std::make_unique<MasterLock>(options.run_dir, options.state_dir);
     const int error = master_lock_->take();
     if (error != 0 && error != EAGAIN) {
-        *mistake = file.string() + ": the lock of the master role cannot be used: " + g_strerror(error);
+        *mistake = master_lock_->path().string() + ": the lock of the master role cannot be used: " + g_strerror(error);
         return false;
     }
     return true;

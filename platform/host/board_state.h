@@ -33,7 +33,8 @@ public:
     [[nodiscard]] bool open(const Options &options, const Enclosure &enclosure, std::string *mistake);
 
     // Master: fixed, or this process holds the enclosure's master lock (taken when it is free, kept until the process
-    // dies). BOARD_MOS_ERROR: the lock can't be asked for.
+    // dies). A lock file that has been removed or replaced meanwhile is made anew, and the role stays; when it can't
+    // be, the role is given up. BOARD_MOS_ERROR: the lock can't be asked for; the log says why.
     [[nodiscard]] BOARD_MOS_E role();
 
     // A register of the CPLD; 0 for one never written.

@@ -29,7 +29,8 @@ constexpr std::int64_t kLargestPage = 4096;
 constexpr std::int64_t kHighestLine = 1023;
 constexpr std::int64_t kHighestOffset = 65534; // the kernel counts a chip's lines in 16 bits
 constexpr std::size_t kLongestName = 63;
-constexpr std::size_t kLargestFile = 1 << 20; // of the configuration; a full enclosure has some 20 KiB
+// Of the configuration, in bytes. A full enclosure has some 20 KiB; this much is read within a second.
+constexpr std::uintmax_t kLargestFile = 128 * 1024;
 
 constexpr NumberRange kByte = {.least = 0, .most = 255, .why = ""};
 constexpr std::array<std::string_view, 3> kRoles = {"auto", "master", "slave"};
@@ -483,18 +484,19 @@ Enclosure read_enclosure(const JsonNode &root, JsonMistakes &mistakes) {
 
 LoadedEnclosure load_enclosure(const std::filesystem::path &file) {
     JsonMistakes mistakes(file.native());
+    std::error_code no_size; // reading says more about it
+    if (const std::uintmax_t size = std::filesystem::file_size(file, no_size); !no_size && size > kLargestFile) {
+        mistakes.add(1, "",
+                     "has " + std::to_string(size) + " bytes; an enclosure file has at most " +
+                         std::to_string(kLargestFile));
+        return {.enclosure = std::nullopt, .mistakes = mistakes.lines()};
+    }
     int error = 0;
     const auto bytes = read_file(file, &error);
     if (!bytes) {
         return {.enclosure = std::nullopt,
                 .mistakes = {file.native() + ": cannot be read: " + std::strerror(error) +
                              "; name an enclosure file with --config"}};
-    }
-    if (bytes->size() > kLargestFile) {
-        mistakes.add(1, "",
-                     "has " + std::to_string(bytes->size()) + " bytes; an enclosure file has at most " +
-                         std::to_string(kLargestFile));
-        return {.enclosure = std::nullopt, .mistakes = mistakes.lines()};
     }
     const std::string text(bytes->begin(), bytes->end());
     const auto root = parse_json(text, mistakes);

@@ -3,18 +3,16 @@
 #include "host.h"
 
 #include "intent_record.h"
+#include "log.h"
+#include "safe_folder.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace asd_host {
 
@@ -38,10 +36,11 @@ public:
     // Every mistake; none: the platform is in take().
     [[nodiscard]] std::vector<std::string> start() {
         const Options &options = host_->options;
-        make_folder(options.run_dir, kEntered);
-        make_folder(options.slot_run_dir(), kEntered);
-        make_folder(options.state_dir, kPrivate);
-        make_folder(options.slot_state_dir(), kPrivate);
+        const bool nobody_enters = options.run_dir_in_tmp;
+        make_own(options.run_dir, nobody_enters ? kPrivate : kEntered, nobody_enters);
+        make_own(options.slot_run_dir(), kEntered, false);
+        make_own(options.state_dir, kPrivate, false);
+        make_own(options.slot_state_dir(), kPrivate, false);
         // A running instance owns what follows: nothing of it is touched before the lock is held.
         if (mistakes_.empty()) {
             lock_instance();
@@ -81,37 +80,40 @@ private:
         mistakes_.push_back("cannot create the folder " + folder.native() + ": " + std::strerror(reason));
     }
 
-    // The kernel drops the lock with the process, however that ends.
-    void lock_instance() {
-        const std::filesystem::path file = host_->options.slot_run_dir() / "instance.lock";
-        Fd lock(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0640));
-        if (!lock) {
-            mistakes_.push_back("cannot open " + file.native() + ": " + std::strerror(errno));
+    // Within a folder that is no good there is nothing to look at.
+    void make_own(const std::filesystem::path &folder, mode_t mode, bool nobody_enters) {
+        if (!mistakes_.empty()) {
             return;
         }
-        if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-            mistakes_.push_back(errno == EWOULDBLOCK
-                                    ? "slot " + std::to_string(host_->options.slot) + " of " +
-                                          host_->options.run_dir.native() + " is already served by process " +
-                                          holder(lock.get()) + "; stop it, or choose another --slot or --run-dir"
-                                    : "cannot lock " + file.native() + ": " + std::strerror(errno));
-            return;
+        if (std::string mistake = make_own_folder(folder, mode, nobody_enters); !mistake.empty()) {
+            mistakes_.push_back(std::move(mistake));
         }
-        const std::string pid = std::to_string(::getpid()) + "\n";
-        const bool written = ::ftruncate(lock.get(), 0) == 0 &&
-                             ::pwrite(lock.get(), pid.data(), pid.size(), 0) == static_cast<ssize_t>(pid.size());
-        if (!written) {
-            mistakes_.push_back("cannot write " + file.native() + ": " + std::strerror(errno));
-        }
-        host_->instance_lock = std::move(lock);
     }
 
-    static std::string holder(int lock_file) {
-        std::string pid(16, '\0');
-        const ssize_t length = ::pread(lock_file, pid.data(), pid.size(), 0);
-        pid.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
-        pid.resize(std::min(pid.size(), pid.find('\n')));
-        return pid.empty() ? "?" : pid;
+    // The kernel drops the locks with the process, however that ends.
+    void lock_instance() {
+        const Options &options = host_->options;
+        host_->instance_lock = LockFile(options.slot_run_dir() / "instance.lock");
+        host_->state_lock = LockFile(options.slot_state_dir() / "state.lock");
+        lock(host_->instance_lock, options.run_dir, "stop it, or choose another --slot or --run-dir");
+        if (mistakes_.empty()) {
+            lock(host_->state_lock, options.state_dir, "stop it, or choose another --slot or --state-dir");
+        }
+    }
+
+    void lock(LockFile &file, const std::filesystem::path &folder, const char *remedy) {
+        int error = file.take();
+        if (error == EAGAIN) {
+            mistakes_.push_back("slot " + std::to_string(host_->options.slot) + " of " + folder.native() +
+                                " is already served by process " + file.holder() + "; " + remedy);
+            return;
+        }
+        if (error == 0) {
+            error = file.sign();
+        }
+        if (error != 0) {
+            mistakes_.push_back("cannot lock " + file.path().native() + ": " + std::strerror(error));
+        }
     }
 
     void open_lines() {
@@ -221,7 +223,38 @@ private:
     std::vector<std::string> mistakes_;
 };
 
+// 0, or why the file is not this process' any more.
+int keep(LockFile &file) {
+    const unsigned before = file.remade();
+    const int error = file.take();
+    if (error != 0 || file.remade() == before) {
+        return error;
+    }
+    HOST_LOG(kLogError, "%s had been removed or replaced; it is made anew and locked.", file.path().c_str());
+    return file.sign();
+}
+
 } // namespace
+
+std::string host_watch(Host &host) {
+    for (LockFile *file : {&host.instance_lock, &host.state_lock}) {
+        const int error = keep(*file);
+        if (error == EAGAIN) {
+            return file->path().native() + " had been removed or replaced, and process " + file->holder() +
+                   " has locked the new one";
+        }
+        if (error != 0 && file == &host.instance_lock) {
+            return file->path().native() + " cannot be made anew: " + std::strerror(error) +
+                   "; the run folder has been removed, and with it the sockets";
+        }
+        if (error != 0 && !host.state_lock_failed) {
+            HOST_LOG(kLogError, "%s had been removed, and cannot be made anew: %s.", file->path().c_str(),
+                     std::strerror(error));
+        }
+        host.state_lock_failed = error != 0;
+    }
+    return {};
+}
 
 std::vector<std::string> host_start(Options options, Enclosure enclosure) {
     if (g_host != nullptr) {

@@ -4,9 +4,9 @@
 
 // The running platform: what the contract's operations work on.
 
-#include "atomic_file.h"
 #include "board_state.h"
 #include "enclosure.h"
+#include "lock_file.h"
 #include "object_frame.h"
 #include "object_store.h"
 #include "options.h"
@@ -39,12 +39,20 @@ struct Host {
     DFL_OBJECT_HANDLER object_added = nullptr;
     DFL_OBJECT_HANDLER object_deleted = nullptr;
 
-    Fd instance_lock; // held as long as the process lives
+    // Held as long as the process lives: the slot's place in the run folder, and what it keeps in the state folder.
+    LockFile instance_lock;
+    LockFile state_lock;
+    bool state_lock_failed = false; // said already; host_watch's
 };
 
 // Brings the platform up: folders, instance lock, parts, board state, objects. Every mistake as a sentence; empty: it
 // runs.
 [[nodiscard]] std::vector<std::string> host_start(Options options, Enclosure enclosure);
+
+// Looks after the instance's locks: a lock file that has been removed or replaced is made anew, which the log says.
+// Empty: go on. Else why this process must end: another one has taken its place, or the run folder has gone, and with
+// it the sockets. About twice a second; main thread.
+[[nodiscard]] std::string host_watch(Host &host);
 
 // The running platform; null before host_start succeeded.
 [[nodiscard]] Host *host();

@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "json_document.h"
 
+#include "printable.h"
+
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <ranges>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -185,13 +188,17 @@ void JsonMistakes::add(std::size_t line, std::string_view pointer, std::string_v
     mistakes_.push_back({.line = line, .text = std::move(text)});
 }
 
+// Keys and values of the file stand in them: whatever bytes those have, a terminal takes the lines as text.
 std::vector<std::string> JsonMistakes::lines() const {
     std::vector<Mistake> sorted = mistakes_;
     std::ranges::stable_sort(sorted, {}, &Mistake::line);
     std::vector<std::string> texts;
-    texts.reserve(sorted.size());
-    for (Mistake &mistake : sorted) {
-        texts.push_back(std::move(mistake.text));
+    for (const Mistake &mistake : sorted | std::views::take(kShown)) {
+        texts.push_back(printable(mistake.text));
+    }
+    if (sorted.size() > kShown) {
+        texts.push_back(printable(file_) + ": and " + std::to_string(sorted.size() - kShown) +
+                        " more mistakes; mend these first");
     }
     return texts;
 }

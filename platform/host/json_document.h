@@ -36,8 +36,11 @@ public:
     void add(const JsonNode &node, std::string_view what) { add(node.line, node.pointer, what); }
     void add(std::size_t line, std::string_view pointer, std::string_view what);
 
+    static constexpr std::size_t kShown = 50;
+
     [[nodiscard]] bool empty() const { return mistakes_.empty(); }
-    [[nodiscard]] std::vector<std::string> lines() const; // in the order of the file
+    // In the order of the file, printable; after the first kShown one line that says how many more there are.
+    [[nodiscard]] std::vector<std::string> lines() const;
 
 private:
     struct Mistake {

@@ -3,6 +3,9 @@
 #include "log.h"
 
 #include "debug_log.h"
+#include "log_ration.h"
+#include "patient_writer.h"
+#include "printable.h"
 
 #include <algorithm>
 #include <array>
@@ -15,6 +18,8 @@
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include <sys/stat.h>
@@ -41,13 +46,17 @@ constexpr std::array<Style, 3> kStyles{{
 }};
 // clang-format on
 
+const Style &style_of(int level) {
+    return kStyles[static_cast<std::size_t>(std::clamp(level, 0, 2))];
+}
+
 // Set before other threads exist; atomic because tests set them again.
 std::atomic<int> highest{kLogInformation};
 std::atomic<bool> coloured{false};
 std::atomic<bool> journal{false};
 
-std::mutex write_mutex; // a line too long for one atomic write to a pipe must not mix with another thread's
-bool line_unfinished = false;
+std::mutex ration_mutex; // guards ration
+LogRation ration;
 
 // A line being put together, on the stack: logging neither allocates nor fails.
 class Line {
@@ -68,47 +77,6 @@ bool continues(std::string_view text, std::size_t index) {
     return index < text.size() && (static_cast<unsigned char>(text[index]) & 0xC0U) == 0x80U;
 }
 
-// Bytes of the printable UTF-8 character at the start of text; 0: none stands there (a control character, or no UTF-8).
-std::size_t printable_length(std::string_view text) {
-    const auto first = static_cast<unsigned char>(text.front());
-    if (first < 0x80) {
-        return first >= 0x20 && first != 0x7F ? 1 : 0;
-    }
-    if (first < 0xC2 || first > 0xF4 || !continues(text, 1)) {
-        return 0;
-    }
-    const auto second = static_cast<unsigned char>(text[1]);
-    if (first < 0xE0) {
-        return first == 0xC2 && second < 0xA0 ? 0 : 2; // U+0080 to U+009F are control characters too
-    }
-    const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
-    const bool no_character = (first == 0xED && second >= 0xA0) || (first == 0xF4 && second >= 0x90);
-    if (overlong || no_character || !continues(text, 2)) {
-        return 0;
-    }
-    if (first < 0xF0) {
-        return 3;
-    }
-    return continues(text, 3) ? 4 : 0;
-}
-
-void add_escaped(Line &line, std::string_view text) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    while (!text.empty()) {
-        const std::size_t length = printable_length(text);
-        if (length > 0) {
-            line.add(text.substr(0, length));
-            text.remove_prefix(length);
-            continue;
-        }
-        const auto byte = static_cast<unsigned char>(text.front());
-        line.add("\\x");
-        line.add(kDigits.substr(byte >> 4U, 1));
-        line.add(kDigits.substr(byte & 0xFU, 1));
-        text.remove_prefix(1);
-    }
-}
-
 void add_time(Line &line) {
     timespec now{};
     (void)clock_gettime(CLOCK_REALTIME, &now);
@@ -121,27 +89,6 @@ void add_time(Line &line) {
     const auto milliseconds = static_cast<unsigned>(now.tv_nsec / 1000000) % 1000U;
     const int length = std::snprintf(text.data(), text.size(), ".%03uZ ", milliseconds);
     line.add({text.data(), static_cast<std::size_t>(length)});
-}
-
-// Writes all of it while standard error takes it; what it does not take is dropped, for the service goes on.
-void write_line(std::string_view text) {
-    const std::lock_guard lock(write_mutex);
-    if (line_unfinished && write(STDERR_FILENO, "\n", 1) == 1) {
-        line_unfinished = false;
-    }
-    bool begun = false;
-    while (!text.empty()) {
-        const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            line_unfinished = line_unfinished || begun;
-            return;
-        }
-        begun = true;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
 }
 
 // The text of a line: at most kTextLimit bytes and without the line end that many of the module's texts carry.
@@ -174,28 +121,81 @@ private:
     bool cut_ = false;
 };
 
+// Priority, or colour, time and level.
+void add_front(Line &line, int level, bool colour) {
+    const Style &style = style_of(level);
+    if (journal) {
+        line.add(style.priority);
+        return;
+    }
+    line.add(colour ? style.colour : "");
+    add_time(line);
+    line.add(style.word);
+    line.add(" ");
+}
+
+std::string dropped_note(std::uint64_t dropped) {
+    Line line;
+    add_front(line, kLogError, false);
+    line.add(std::to_string(dropped));
+    line.add(" lines were dropped here: nobody took them in time, or there was no room for them\n");
+    return std::string(line.view());
+}
+
+// Never destroyed: lines are written until the process is gone.
+PatientWriter &standard_error() {
+    static PatientWriter &writer = *new PatientWriter(STDERR_FILENO, dropped_note);
+    return writer;
+}
+
+// Says what was left out of windows that are over, or of all.
+void settle_ration(bool everything) {
+    for (;;) {
+        std::optional<LogRation::LeftOut> left_out;
+        {
+            const std::lock_guard lock(ration_mutex);
+            left_out = ration.settle(std::chrono::steady_clock::now(), everything);
+        }
+        if (!left_out) {
+            return;
+        }
+        Line line;
+        add_front(line, left_out->level, false);
+        add_printable(left_out->name.data(), [&line](std::string_view piece) { line.add(piece); });
+        line.add(" ");
+        line.add(std::to_string(left_out->lines));
+        line.add(" more lines from this place were left out\n");
+        standard_error().put(line.view());
+    }
+}
+
+// Debugging is for who looks on: all of it is printed.
+bool worth_a_line(int level, std::string_view place, std::string_view text) {
+    if (level >= kLogDebug) {
+        return true;
+    }
+    const std::lock_guard lock(ration_mutex);
+    return ration.admit({.name = place, .level = level}, text, std::chrono::steady_clock::now());
+}
+
 void log_line(int level, std::string_view place, const char *format, va_list arguments) G_GNUC_PRINTF(3, 0);
 
 void log_line(int level, std::string_view place, const char *format, va_list arguments) {
     const int error = errno; // of the caller, for %m and for what follows the line
     const Text text(format, arguments);
-    const Style &style = kStyles[static_cast<std::size_t>(std::clamp(level, 0, 2))];
-    const bool colour = !journal && coloured && !style.colour.empty();
-    Line line;
-    if (journal) {
-        line.add(style.priority);
-    } else {
-        line.add(colour ? style.colour : "");
-        add_time(line);
-        line.add(style.word);
-        line.add(" ");
+    if (!worth_a_line(level, place.empty() ? format : place, text.view())) {
+        return;
     }
-    add_escaped(line, place);
-    add_escaped(line, text.view());
+    const bool colour = !journal && coloured && !style_of(level).colour.empty();
+    Line line;
+    add_front(line, level, colour);
+    const auto add = [&line](std::string_view piece) { line.add(piece); };
+    add_printable(place, add);
+    add_printable(text.view(), add);
     line.add(text.cut() ? kCutMark : "");
     line.add(colour ? kColourOff : "");
     line.add("\n");
-    write_line(line.view());
+    standard_error().put(line.view());
     errno = error;
 }
 
@@ -214,6 +214,19 @@ bool journal_reads_standard_error() {
 }
 
 } // namespace
+
+void log_settle() {
+    settle_ration(false);
+}
+
+bool log_flush(std::chrono::milliseconds limit) {
+    settle_ration(true);
+    return standard_error().flush(limit);
+}
+
+void log_plain(std::string_view text) {
+    standard_error().put(text);
+}
 
 void log_set(int highest_level, bool colour) {
     highest = highest_level;

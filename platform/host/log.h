@@ -2,9 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// The host's own log lines; they and the module's (debug_log.h) go to standard error, one write a line.
+// The host's own log lines; they and the module's (debug_log.h) go to standard error, one write a line. Nobody waits
+// long for a standard error that takes nothing (patient_writer.h), and lines that come again and again are left out
+// (log_ration.h).
 
 #include "debug_log.h"
+
+#include <chrono>
+#include <string_view>
 
 namespace asd_host {
 
@@ -16,6 +21,15 @@ void log_set(int highest_level, bool colour);
 
 // Standard error is a terminal whose user has not asked for plain text (NO_COLOR, TERM=dumb).
 [[nodiscard]] bool log_colour_wanted();
+
+// Says how many lines were left out where the time for that has come; to be called about once a second. Any thread.
+void log_settle();
+
+// Says all that was left out and waits until every line is written; false: not within the limit. Any thread.
+[[nodiscard]] bool log_flush(std::chrono::milliseconds limit);
+
+// Writes the text, which ends with a line end, as it is, after the lines before it. Any thread.
+void log_plain(std::string_view text);
 
 } // namespace asd_host
 

@@ -8,11 +8,14 @@
 #include "host.h"
 #include "ipmi_registry.h"
 #include "item_request.h"
+#include "json_document.h"
 #include "late_load.h"
 #include "log.h"
 #include "manager_notice.h"
 #include "module_registry.h"
+#include "patient_writer.h"
 #include "peer_link.h"
+#include "printable.h"
 #include "process_start.h"
 #include "status.h"
 #include "tasks.h"
@@ -38,18 +41,20 @@ namespace {
 
 constexpr std::chrono::seconds kDoorLimit{5}; // to finish what runs when the service ends
 constexpr std::chrono::seconds kTaskLimit{5};
-constexpr std::chrono::seconds kLateLoadLimit{1}; // it may be within a transfer of a bus that hangs
-constexpr int kRefused = 1;                       // exit status
+constexpr std::chrono::seconds kLateLoadLimit{1};  // it may be within a transfer of a bus that hangs
+constexpr std::chrono::seconds kLastLinesLimit{1}; // to be taken, when the process ends
+constexpr int kFailed = 1;                         // exit status: it ran, and a new start may mend it
+constexpr int kRefused = 1;                        // exit status
 
 // Ends the process before anything runs.
 [[noreturn]] void refuse(std::span<const std::string> mistakes, const std::string &outcome) {
     const bool colour = log_colour_wanted();
     for (const std::string &mistake : mistakes) {
-        (void)std::fprintf(stderr, "%serror:%s %s\n", colour ? "\033[1;31m" : "", colour ? "\033[0m" : "",
-                           mistake.c_str());
+        log_plain((colour ? "\033[1;31merror:\033[0m " : "error: ") + printable(mistake) + "\n");
     }
-    (void)std::fprintf(stderr, "asd: %s\n", outcome.c_str());
-    std::exit(kRefused); // NOLINT(concurrency-mt-unsafe): no other thread exists
+    log_plain("asd: " + printable(outcome) + "\n");
+    (void)log_flush(kLastLinesLimit); // who does not read them by then gets the status alone
+    std::exit(kRefused);              // NOLINT(concurrency-mt-unsafe): no other thread exists
 }
 
 std::string count_of(std::size_t count, const char *thing) {
@@ -74,8 +79,10 @@ Options options_or_end() {
 Enclosure enclosure_or_end(const Options &options) {
     LoadedEnclosure loaded = load_enclosure(options.config);
     if (!loaded.enclosure) {
-        refuse(loaded.mistakes, count_of(loaded.mistakes.size(), "mistake") + " in " + options.config.native() +
-                                    "; nothing has been started");
+        const std::size_t lines = loaded.mistakes.size();
+        const bool all = lines <= JsonMistakes::kShown;
+        refuse(loaded.mistakes, (all ? count_of(lines, "mistake") : "too many mistakes to show them all") + " in " +
+                                    options.config.native() + "; nothing has been started");
     }
     return std::move(*loaded.enclosure);
 }
@@ -122,46 +129,65 @@ std::string bus_of(const Host &platform, const std::filesystem::path &folder) {
     return "not served";
 }
 
-void greet(const Host &platform) {
+std::string greeting(const Host &platform) {
     std::error_code unknown; // the path as given will do
     std::filesystem::path folder = std::filesystem::absolute(platform.options.slot_run_dir(), unknown);
     if (unknown) {
         folder = platform.options.slot_run_dir();
     }
+    const std::string slot = std::to_string(platform.options.slot);
     const std::string socket = (folder / "ipmi.sock").native();
-    (void)std::printf("asd serves slot %u of \"%s\": %s on %s.\n"
-                      "  IPMI socket  %s\n"
-                      "  D-Bus        %s\n"
-                      "  state        %s\n",
-                      unsigned{platform.options.slot}, platform.enclosure.name.c_str(),
-                      count_of(platform.enclosure.items.size(), "item").c_str(),
-                      count_of(platform.enclosure.chips.size(), "chip").c_str(), socket.c_str(),
-                      bus_of(platform, folder).c_str(), platform.options.state_dir.c_str());
+    std::string text = "asd serves slot " + slot + " of \"" + printable(platform.enclosure.name) +
+                       "\": " + count_of(platform.enclosure.items.size(), "item") + " on " +
+                       count_of(platform.enclosure.chips.size(), "chip") + ".\n" + //
+                       "  IPMI socket  " + socket + "\n" +                         //
+                       "  D-Bus        " + bus_of(platform, folder) + "\n" +       //
+                       "  state        " + platform.options.state_dir.native() + "\n";
     if (isatty(STDOUT_FILENO) == 1) { // a log needs no lesson
-        (void)std::printf("\n"
-                          "In another terminal:\n"
-                          "\n"
-                          "  export IPMI_DUMMY_SOCK=%s\n"
-                          "  ipmitool -I dummy mc info\n"
-                          "  # store a brand, 32 bytes, and read it back\n"
-                          "  ipmitool -I dummy raw 0x32 0x17 0x00 0x00 0x80 0x00 0x14 \\\n"
-                          "      $(printf '%%-32s' 'Example Brand' | od -An -v -tx1 | sed 's/ / 0x/g')\n"
-                          "  ipmitool -I dummy raw 0x32 0x16 0x00 0x00 0x80 0x00 0x14\n"
-                          "  # the operator's view\n"
-                          "  asdctl --run-dir %s --slot %u status\n"
-                          "\n"
-                          "Ctrl-C ends the service.\n",
-                          socket.c_str(), folder.parent_path().c_str(), unsigned{platform.options.slot});
+        text += "\n"
+                "In another terminal:\n"
+                "\n"
+                "  export IPMI_DUMMY_SOCK=" +
+                socket +
+                "\n"
+                "  ipmitool -I dummy mc info\n"
+                "  # store a brand, 32 bytes, and read it back\n"
+                "  ipmitool -I dummy raw 0x32 0x17 0x00 0x00 0x80 0x00 0x14 \\\n"
+                "      $(printf '%-32s' 'Example Brand' | od -An -v -tx1 | sed 's/ / 0x/g')\n"
+                "  ipmitool -I dummy raw 0x32 0x16 0x00 0x00 0x80 0x00 0x14\n"
+                "  # the operator's view\n"
+                "  asdctl --run-dir " +
+                folder.parent_path().native() + " --slot " + slot +
+                " status\n"
+                "\n"
+                "Ctrl-C ends the service.\n";
     }
-    (void)std::fflush(stdout);
+    return text;
 }
 
-void await_end_signal() {
+// A standard output that takes nothing keeps nobody from being served. Never destroyed, as its kind wants it.
+void greet(const Host &platform) {
+    static PatientWriter &output =
+        *new PatientWriter(STDOUT_FILENO, [](std::uint64_t /*dropped*/) { return std::string(); });
+    output.put(greeting(platform));
+}
+
+// Until the service is to end; what has to be looked after meanwhile is done in between. The status to end with.
+int await_end(Host &platform) {
     const sigset_t signals = end_signals();
-    int signal = 0;
-    while (sigwait(&signals, &signal) != 0) {
+    constexpr timespec kRound{.tv_sec = 0, .tv_nsec = 500'000'000};
+    for (;;) {
+        const int signal = sigtimedwait(&signals, nullptr, &kRound);
+        if (signal >= 0) {
+            HOST_LOG(kLogInformation, "%s received, the service ends", signal == SIGINT ? "SIGINT" : "SIGTERM");
+            return 0;
+        }
+        log_settle();
+        if (const std::string reason = host_watch(platform); !reason.empty()) {
+            HOST_LOG(kLogError, "%s; the service ends, to be started anew", reason.c_str());
+            return kFailed;
+        }
     }
-    HOST_LOG(kLogInformation, "%s received, the service ends", signal == SIGINT ? "SIGINT" : "SIGTERM");
 }
 
 // Stops the tasks. Should one not stop, the process ends at once: a normal end would destroy what that task uses.
@@ -171,7 +197,7 @@ void stop_tasks(bool doors_closed, int status) {
         return;
     }
     HOST_LOG(kLogError, "%s still busy; the service ends without waiting", parked ? "a client is" : "a task is");
-    (void)std::fflush(nullptr);
+    (void)log_flush(kLastLinesLimit);
     std::_Exit(status);
 }
 
@@ -265,7 +291,8 @@ gint32 static_module_start(MODULE_CALLBACK start, guint32 delay_ms) {
     return start();
 }
 
-// Ends the process itself when a door cannot be opened: the module returns 0 after this call whatever it says.
+// Ends the process itself when a door cannot be opened, or when it had to stop serving: the module returns 0 after this
+// call whatever it says.
 gint32 static_start_rpc_service(void) {
     asd_host::Host *platform = asd_host::host();
     if (platform == nullptr) {
@@ -282,12 +309,16 @@ gint32 static_start_rpc_service(void) {
     }
     asd_host::greet(*platform);
     asd_host::manager_notify("READY=1");
-    asd_host::await_end_signal();
+    const int status = asd_host::await_end(*platform);
     asd_host::manager_notify("STOPPING=1");
     const bool load_ended = late_load.stop(asd_host::kLateLoadLimit);
     const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);
     const bool link_closed = doors.link->stop(asd_host::kDoorLimit);
     const bool bus_closed = doors.bus->stop(asd_host::kDoorLimit);
-    asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed && load_ended, 0);
+    asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed && load_ended, status);
+    (void)asd_host::log_flush(asd_host::kLastLinesLimit);
+    if (status != 0) {
+        std::exit(status); // NOLINT(concurrency-mt-unsafe): as the return from main does
+    }
     return 0;
 }

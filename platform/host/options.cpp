@@ -2,6 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "options.h"
 
+#include "log.h"
+#include "printable.h"
+
 #include <array>
 #include <cstdlib>
 #include <iostream>
@@ -50,12 +53,16 @@ std::filesystem::path home() {
     return entry == nullptr ? "/" : entry->pw_dir;
 }
 
+std::filesystem::path run_dir_in_tmp() {
+    return "/tmp/asd-" + std::to_string(::geteuid());
+}
+
 std::filesystem::path default_run_dir() {
     if (::geteuid() == 0) {
         return "/run/asd";
     }
     const std::filesystem::path runtime = path_from("XDG_RUNTIME_DIR");
-    return runtime.empty() ? std::filesystem::path("/tmp/asd-" + std::to_string(::geteuid())) : runtime / "asd";
+    return runtime.empty() ? run_dir_in_tmp() : runtime / "asd";
 }
 
 std::filesystem::path default_state_dir() {
@@ -77,7 +84,8 @@ std::string mistake_in(const Options &options) {
 }
 
 ParsedOptions refuse(const std::string &mistake) {
-    std::cerr << "asd: " << mistake << "\nTry 'asd --help'.\n";
+    log_plain("asd: " + printable(mistake) + "\nTry 'asd --help'.\n");
+    (void)log_flush(std::chrono::seconds(1)); // who does not read it by then gets the status alone
     return {.options = {}, .exit_status = kWrongUsage};
 }
 
@@ -164,6 +172,7 @@ ParsedOptions parse_options(const std::vector<std::string> &arguments) {
                           "); name the folder from / on, or start asd elsewhere");
         }
     }
+    options.run_dir_in_tmp = options.run_dir == run_dir_in_tmp();
     options.log_level = named(kLogLevels, given.log_level).value_or(given.log_level.front() - '0');
     options.time_scale = static_cast<std::uint32_t>(given.time_scale);
     options.role = named(kRoles, given.role);

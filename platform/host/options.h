@@ -30,6 +30,7 @@ struct Options {
     std::filesystem::path config;    // the enclosure file
     std::uint8_t slot = 0;           // this controller's slot, 0 to 3
     std::filesystem::path run_dir;   // the enclosure's run folder: locks, sockets, emulated lines
+    bool run_dir_in_tmp = false;     // the default in /tmp, where anybody could have made it
     std::filesystem::path state_dir; // the enclosure's state folder: chip images, CPLD, flash
     int log_level = 1;               // highest level printed: 0 error, 1 information, 2 debug
     std::uint32_t time_scale = 1;    // waits are this many times shorter, ticks this many times faster; 1 to 100000

@@ -3,8 +3,8 @@
 
 #include "write_protect.h"
 
-#include "atomic_file.h"
 #include "log.h"
+#include "safe_folder.h"
 #include "status.h"
 
 #include <array>
@@ -14,7 +14,6 @@
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
 #include <glib.h>
 
 namespace asd_host {
@@ -133,7 +132,7 @@ std::map<std::uint32_t, std::uint32_t> WriteProtectLines::levels() const {
 // In place and without a sync: the file is there to be looked at, a start drives the line anew.
 int WriteProtectLines::show(std::uint32_t line, std::uint32_t level) const {
     const std::filesystem::path file = folder_ / std::to_string(line);
-    const Fd fd(::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, kFileMode));
+    const Fd fd = open_own_file(file, kFileMode);
     if (!fd) {
         return errno;
     }

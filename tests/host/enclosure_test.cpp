@@ -4,6 +4,7 @@
 #include "host_test.h"
 #include "json_document.h"
 #include "options.h"
+#include "printable.h"
 
 namespace {
 
@@ -156,6 +157,20 @@ TEST(Enclosure, WhatIsNoEnclosureIsRefused) {
         load(with("'Parts': [", "'Parts': [ // two")).mistakes,
         Texts{R"(3: /Parts: not JSON: syntax error while parsing value - invalid literal; last read: '"Parts": [ /';)"
               " comments are not part of JSON, remove it"});
+    // Bytes that a terminal would obey, and more mistakes than anybody reads.
+    for (const char *text : {"{ 'a\\u001b\\u009bx': 1, 'b\xC2\x9By': 1 }", "{ 'a': '\xFF\033[2J' }"}) {
+        for (const std::string &mistake : load(json(text)).mistakes) {
+            EXPECT_EQ(mistake, printable(mistake));
+        }
+    }
+    std::string keys;
+    for (int n = 0; n < 70; ++n) {
+        keys += ", 'k" + std::to_string(n) + "': 1";
+    }
+    const auto many = load(json("{ 'x': 1" + keys + " }")).mistakes;
+    EXPECT_EQ(many.size(), JsonMistakes::kShown + 1);
+    EXPECT_TRUE(many.back().ends_with("and 25 more mistakes; mend these first")) << many.back();
+    EXPECT_NE(load(std::string(std::size_t{1} << 20, ' ')).mistakes.at(0).find("at most 131072"), std::string::npos);
     const auto absent = load_enclosure("/nonexistent/e.json");
     ASSERT_EQ(absent.mistakes.size(), 1U);
     EXPECT_TRUE(absent.mistakes[0].starts_with("/nonexistent/e.json: cannot be read: No such file"));

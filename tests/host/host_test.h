@@ -6,6 +6,7 @@
 
 #include "atomic_file.h"
 #include "ipmi_registry.h"
+#include "log.h"
 #include "status.h"
 
 #include <algorithm>
@@ -84,6 +85,7 @@ Sequence content_of(const fs::path &file) {
 inline Texts logged(const std::function<void()> &action) {
     testing::internal::CaptureStderr();
     action();
+    EXPECT_TRUE(asd_host::log_flush(milliseconds(kLimitMs)));
     std::istringstream log(testing::internal::GetCapturedStderr());
     Texts lines;
     for (std::string line; std::getline(log, line);) {

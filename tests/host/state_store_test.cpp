@@ -142,10 +142,27 @@ TEST_F(Board, OneControllerIsMasterUntilItDies) {
     open(second, 1);
     EXPECT_EQ(first->role(), BOARD_MASTER);
     EXPECT_EQ(second.role(), BOARD_SLAVE);
-    // Somebody tidies up: at most one of them goes on as master.
+    // Somebody tidies up: there is never a second master, whoever asks first, and the first one makes the file anew.
+    for (const char *file : {"master.lock", "role.lock"}) {
+        for (const bool rename : {false, true}) {
+            SCOPED_TRACE(file);
+            const fs::path lock = folder_.path() / file;
+            rename ? fs::rename(lock, folder_.path() / "elsewhere") : static_cast<void>(fs::remove(lock));
+            const bool first_asks_first = fs::path(file) == "role.lock"; // in one of the two places it has to
+            const BOARD_MOS_E early = first_asks_first ? first->role() : second.role();
+            EXPECT_EQ(early, first_asks_first ? BOARD_MASTER : BOARD_SLAVE);
+            EXPECT_EQ(first->role(), BOARD_MASTER);
+            EXPECT_EQ(second.role(), BOARD_SLAVE);
+            EXPECT_TRUE(fs::exists(lock));
+        }
+    }
     fs::remove(folder_.path() / "master.lock");
-    EXPECT_EQ(second.role(), BOARD_MASTER);
-    EXPECT_EQ(first->role(), BOARD_SLAVE);
+    fs::create_directory(folder_.path() / "master.lock"); // nothing to be locked: the role is given up, and said once
+    const Texts said =
+        logged([&first] { EXPECT_TRUE(first->role() == BOARD_MOS_ERROR && first->role() == BOARD_MOS_ERROR); });
+    EXPECT_EQ(said.size(), 1U);
+    fs::remove(folder_.path() / "master.lock");
+    EXPECT_EQ(first->role(), BOARD_MASTER);
     first.reset();
     EXPECT_EQ(second.role(), BOARD_MASTER);
 }

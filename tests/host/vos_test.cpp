@@ -5,6 +5,8 @@
 #include "clock.h"
 #include "host_test.h"
 #include "log.h"
+#include "log_ration.h"
+#include "patient_writer.h"
 #include "securec.h"
 #include "tasks.h"
 #include "vos.h"
@@ -212,10 +214,71 @@ TEST(Log, ColoursForATerminalAndNumbersForTheJournal) {
 TEST(Log, AFailingStandardErrorIsNobodysTrouble) {
     log_set(kLogInformation, false);
     const Fd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
-    const Captured captured(full.get());
-    errno = EXDEV;
-    dbg_log(0, "text");
-    EXPECT_EQ(errno, EXDEV);
+    {
+        const Captured captured(full.get());
+        errno = EXDEV;
+        dbg_log(0, "text");
+        EXPECT_EQ(errno, EXDEV);
+        EXPECT_TRUE(log_flush(milliseconds(kLimitMs)));
+    }
+    const Texts after = logged([] { dbg_log(0, "after"); });
+    ASSERT_EQ(after.size(), 2U);
+    EXPECT_EQ(after[1].substr(kTimeLength, 30), "error 1 lines were dropped her");
+}
+
+// A pipe that nobody empties: nobody waits long for it, and what it holds in the end is whole and in order, with the
+// number of lines that are missing.
+TEST(Log, AFullPipeStopsNobodyAndMissingLinesAreCounted) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe(ends.data()), 0);
+    const Fd reading(ends[0]);
+    PatientWriter &writer =
+        *new PatientWriter(ends[1], [](std::uint64_t dropped) { return "dropped " + std::to_string(dropped) + "\n"; });
+    constexpr std::uint64_t kLines = 10000; // of 100 bytes: more than pipe and room together
+    const milliseconds taken = elapsed([&writer] {
+        for (std::uint64_t n = 0; n < kLines; ++n) {
+            writer.put(std::string(92, '.') + std::to_string(1000000 + n) + "\n");
+        }
+        EXPECT_FALSE(writer.flush(milliseconds(1)));
+    });
+    EXPECT_LT(taken, milliseconds(10000)); // one moment, and not one a line
+    std::uint64_t lines = 0;
+    std::string text;
+    while (text.find("dropped ") == std::string::npos || text.back() != '\n') {
+        ASSERT_TRUE(readable(reading));
+        std::array<char, 5000> bytes{};
+        text.append(bytes.data(), static_cast<std::size_t>(read(reading.get(), bytes.data(), bytes.size())));
+    }
+    for (; text.size() > lines * 100 + 99 && text.substr(lines * 100 + 92, 7) == std::to_string(1000000 + lines);
+         ++lines) {
+    }
+    EXPECT_EQ(text.substr(lines * 100), "dropped " + std::to_string(kLines - lines) + "\n");
+    EXPECT_TRUE(writer.flush(milliseconds(kLimitMs)));
+}
+
+TEST(Log, RationsWhatComesAgainAndAgain) {
+    LogRation ration;
+    LogRation::Time now{};
+    const auto admitted = [&](int lines, int texts) {
+        int count = 0;
+        for (int n = 0; n < lines; ++n) {
+            count += ration.admit({.name = "f.cpp:7: ", .level = 1}, std::to_string(n % texts), now) ? 1 : 0;
+        }
+        return count;
+    };
+    EXPECT_EQ(admitted(100, 1), 100);
+    EXPECT_EQ(ration.settle(now, true), std::nullopt);
+    EXPECT_EQ(admitted(900, 1), 0);
+    EXPECT_TRUE(ration.admit({.name = "g.cpp:7: ", .level = 1}, "0", now)); // another place
+    EXPECT_EQ(admitted(10000, 1000), 400);                                  // other texts, up to the place's limit
+    EXPECT_EQ(ration.settle(now, false), std::nullopt);
+    now += LogRation::kWindow;
+    const auto left_out = ration.settle(now, false);
+    ASSERT_TRUE(left_out.has_value());
+    EXPECT_EQ(std::string(left_out->name.data()) + std::to_string(left_out->lines), "f.cpp:7: 10500");
+    EXPECT_EQ(admitted(1000, 1), 10); // it goes on: less of it
+    now += 3 * LogRation::kWindow;
+    EXPECT_EQ(admitted(1000, 1), 100); // a new story
 }
 
 // Through a pipe of one page: escaped, a line is four times as long, so that each write of one has to wait.
@@ -250,6 +313,8 @@ TEST(Log, LinesOfThreadsNeverMix) {
                 }
             });
         }
+        threads.clear();
+        EXPECT_TRUE(log_flush(milliseconds(kLimitMs)));
     }
     reader.join();
     std::istringstream stream(all);

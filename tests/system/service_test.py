@@ -3,12 +3,16 @@
 
 """The service from outside: the real process, the stock client, the chips' images, kills and restarts."""
 
+import contextlib
 import os
+import pathlib
 import random
 import resource
+import shutil
 import signal
 import socket
 import tempfile
+import time
 import unittest
 from unittest import mock
 
@@ -190,6 +194,80 @@ class Life(unittest.TestCase):
             resource.prlimit(pid, resource.RLIMIT_FSIZE, unlimited)
             self.assertEqual(get(service, "brand"), (0, pattern(32, 1)))
             service.end()
+
+    def test_a_folder_that_others_could_plant_files_in_is_refused(self):
+        with Service(*FAST) as service, tempfile.TemporaryDirectory() as victims:
+            victim = pathlib.Path(victims) / "victim"
+            victim.write_text("precious", encoding="ascii")
+            slot = service.run_dir / "slot0"
+            strange = [("others may write", lambda: service.run_dir.chmod(0o777), "chmod go-w"),
+                       ("the group may write", lambda: slot.chmod(0o770), "chmod go-w"),
+                       ("a file in its place", lambda: (slot.rmdir(), slot.touch()), "slot0"),
+                       ("a planted lock", lambda: (slot / "instance.lock").symlink_to(victim), "instance.lock"),
+                       ("a planted line", lambda: ((slot / "gpio").mkdir(), (slot / "gpio/39").symlink_to(victim)), "gpio/39"),
+                       ("a planted role", lambda: (service.run_dir / "master.lock").symlink_to(victim), "master.lock")]
+            if os.geteuid() == 0:
+                strange.append(("another user's", lambda: os.chown(service.run_dir, 65534, -1), "user 65534"))
+            for name, plant, said in strange:
+                with self.subTest(name):
+                    shutil.rmtree(service.run_dir, ignore_errors=True)
+                    slot.mkdir(parents=True)
+                    for folder in (service.run_dir, slot):
+                        folder.chmod(0o750)
+                    plant()
+                    done = run(*service.command())
+                    self.assertEqual((done.returncode, done.stderr.count("error: ")), (1, 1), done.stderr)
+                    self.assertIn(said, done.stderr)
+                    self.assertEqual(victim.read_text(encoding="ascii"), "precious")
+
+    def test_a_lock_that_is_taken_away_is_made_anew_and_a_lost_folder_ends_it(self):
+        with Service(*FAST) as service:
+            service.start_as("master")
+            for lock in (service.run_dir / "slot0/instance.lock", service.state_dir / "slot0/state.lock"):
+                with self.subTest(lock.name):
+                    lock.rename(lock.with_suffix(".away"))
+                    wait_for(lambda: lock.exists() and lock.read_text(encoding="ascii") == f"{service.process.pid}\n",
+                             "the lock anew")
+                    second = run(*service.command())
+                    self.assertEqual(second.returncode, 1)
+                    self.assertIn(f"is already served by process {service.process.pid};", second.stderr)
+            other = Service(folder=service.folder)
+            other.run_dir = service.folder / "elsewhere"  # but the same state
+            self.assertIn(f"is already served by process {service.process.pid};", run(*other.command()).stderr)
+            shutil.rmtree(service.run_dir)
+            self.assertEqual(service.process.wait(DEADLINE_S), 1)
+            self.assertIn("the run folder has been removed", service.log())
+            service.start_as("master")
+            service.end()
+
+    def test_output_that_nobody_reads_stops_neither_requests_nor_the_end(self):
+        reading, writing = os.pipe()
+        os.set_blocking(writing, False)
+        with Service(*FAST, "--log-level", "debug") as service, os.fdopen(reading, "rb") as nobody:
+            with contextlib.suppress(BlockingIOError):
+                while True:
+                    os.write(writing, bytes(1 << 16))
+            os.set_blocking(writing, True)
+            service.log_file = f"/proc/self/fd/{writing}"
+            service.start()
+            wait_for(lambda: put(service, "brand", pattern(32, 1)) == 0, "a write")
+            before = time.monotonic()
+            for _ in range(20):
+                get(service, "bay record")  # each logs at this level, whatever it answers
+            service.process.send_signal(signal.SIGTERM)
+            self.assertEqual(service.process.wait(DEADLINE_S), 0)
+            self.assertLess(time.monotonic() - before, 10)
+            os.close(writing)
+            self.assertTrue(nobody.read(1))
+
+    def test_a_line_again_and_again_is_rationed(self):
+        with Service(*FAST) as service:
+            service.start_as("master")
+            for _ in range(2000):
+                self.assertNotEqual(get(service, "bay record")[0], 0)
+            service.end()
+            self.assertLess(service.log_file.stat().st_size, 200_000)
+            self.assertRegex(service.log(), "[0-9]+ more lines from this place were left out")
 
     def test_a_start_in_a_folder_that_is_gone_is_refused_in_a_sentence(self):
         with tempfile.TemporaryDirectory() as gone:
