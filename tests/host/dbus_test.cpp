@@ -9,6 +9,7 @@
 #include <future>
 
 #include <gio/gio.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace asd_host {
@@ -374,6 +375,29 @@ TEST_F(DbusTest, AClientMayLeaveAtEveryPointOfItsHandshake) {
     const auto start = std::chrono::steady_clock::now();
     EXPECT_TRUE(service_->stop(kStopLimit)); // does not wait for it
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST_F(DbusTest, WithoutDescriptorsTheDoorWaitsAndSaysItOnce) {
+    const std::string words = std::string(1, '\0') + "AUTH EXTERNAL\r\n";
+    const auto exhausted = [&] {
+        rlimit usual{};
+        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+        const Fd client(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
+        std::ranges::copy(socket_path().native(), address.sun_path);
+        pollfd answered{.fd = client.get(), .events = POLLIN, .revents = 0};
+        const Fd first_free(::dup(client.get())); // what is below is in use
+        const rlimit none{.rlim_cur = static_cast<rlim_t>(first_free.get()), .rlim_max = usual.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        EXPECT_EQ(::connect(client.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        send_all(client, words);
+        EXPECT_EQ(::poll(&answered, 1, 300), 0);
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
+        EXPECT_EQ(read_until(client, "\r\n"), "DATA\r\n");
+    };
+    const Texts lines = logged(exhausted);
+    EXPECT_EQ(lines.size(), 1U);
+    EXPECT_NE(lines.at(0).find("no D-Bus client can be taken: Too many open files"), std::string::npos);
 }
 
 TEST_F(DbusTest, MalformedMessagesEndTheirSenderAlone) {
