@@ -56,7 +56,9 @@ public:
 
     void align(std::size_t boundary) {
         for (const std::size_t next = up_to(boundary, at_); at_ < next && !bad_;) {
-            bad_ = byte() != 0;
+            if (byte() != 0) { // which is bad itself at the end
+                bad_ = true;
+            }
         }
     }
     std::uint8_t byte() {
