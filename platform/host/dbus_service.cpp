@@ -11,6 +11,8 @@
 #include "openbmc_door.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <future>
 #include <map>
 #include <mutex>
@@ -44,13 +46,17 @@ struct BusShared {
     std::unique_ptr<OpenbmcDoor> ipmi; // null: not asked for; its stop is any thread's
     LoopPtr loop;
 
+    std::atomic<std::uint64_t> beats{0}; // of the bus thread; relaxed: guards nothing
+    std::uint64_t beats_asked = 0;       // the looking thread's
+
     void note_change(OBJ_HANDLE object, const std::string &property);
     void announce_changes();
 };
 
 namespace {
 
-constexpr guint kCloseLimitMs = 1000; // for clients that do not take their last answers
+constexpr guint kCloseLimitMs = 1000;          // for clients that do not take their last answers
+constexpr std::chrono::seconds kBeatBound{20}; // the machine may be busy
 
 // ---- The bus thread ----
 
@@ -220,6 +226,19 @@ std::unique_ptr<DbusService> DbusService::open(Host &platform, const ModuleRegis
 
 DbusService::~DbusService() {
     (void)stop(std::chrono::seconds(1)); // a call that still runs keeps what it uses
+}
+
+// One task at a time: a thread that hangs is not given more and more.
+std::optional<Pulse> DbusService::pulse() {
+    if (shared_ == nullptr) {
+        return std::nullopt;
+    }
+    const std::uint64_t beats = shared_->beats.load(std::memory_order_relaxed);
+    if (beats == shared_->beats_asked) {
+        ++shared_->beats_asked;
+        shared_->queue->post([shared = shared_.get()] { shared->beats.fetch_add(1, std::memory_order_relaxed); });
+    }
+    return Pulse{.name = "the D-Bus thread", .count = beats, .bound = kBeatBound};
 }
 
 bool DbusService::stop(std::chrono::milliseconds limit) {

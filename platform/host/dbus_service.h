@@ -7,9 +7,11 @@
 #include "host.h"
 #include "ipmi_registry.h"
 #include "module_registry.h"
+#include "stalls.h"
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -31,6 +33,10 @@ public:
     // Lets calls that run be answered, refuses those that wait, and closes. False: a call still runs after the limit,
     // and keeps what it uses.
     [[nodiscard]] bool stop(std::chrono::milliseconds limit);
+
+    // Whether the bus thread still takes work: the count moves each time that it has taken what the look before gave
+    // it. Empty: not serving. One thread, and not during stop().
+    [[nodiscard]] std::optional<Pulse> pulse();
 
 private:
     DbusService() = default;

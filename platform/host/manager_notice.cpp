@@ -34,6 +34,11 @@ void manager_notify(std::string_view state) {
     }
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
     const Fd socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    // A manager that takes nothing for so long does not keep the service from ending.
+    constexpr timeval kLimit{.tv_sec = 5, .tv_usec = 0};
+    if (socket) {
+        (void)::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kLimit, sizeof kLimit);
+    }
     const bool sent =
         socket && ::sendto(socket.get(), state.data(), state.size(), MSG_NOSIGNAL,
                            reinterpret_cast<const sockaddr *>(&address), length) == static_cast<ssize_t>(state.size());

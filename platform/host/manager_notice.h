@@ -9,7 +9,7 @@
 namespace asd_host {
 
 // Sends a state such as "READY=1" to the socket that NOTIFY_SOCKET names; nothing without the variable. A manager that
-// cannot be told is logged: it would wait in vain. Main thread.
+// cannot be told within five seconds is logged. Any thread.
 void manager_notify(std::string_view state);
 
 } // namespace asd_host

@@ -20,14 +20,18 @@
 #include "status.h"
 #include "tasks.h"
 #include "vos.h"
+#include "watchdog.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <system_error>
@@ -92,6 +96,8 @@ struct Doors {
     std::unique_ptr<StreamServer> link;
     std::unique_ptr<DbusService> bus;
 };
+
+std::atomic<std::uint64_t> rounds{0}; // of the main thread's looking after things; relaxed: guards nothing
 
 // The IPMI socket comes last: who has waited for it finds the others too. False: *mistake says why, and what was opened
 // is closed.
@@ -177,6 +183,7 @@ int await_end(Host &platform) {
     const sigset_t signals = end_signals();
     constexpr timespec kRound{.tv_sec = 0, .tv_nsec = 500'000'000};
     for (;;) {
+        rounds.fetch_add(1, std::memory_order_relaxed);
         const int signal = sigtimedwait(&signals, nullptr, &kRound);
         if (signal >= 0) {
             HOST_LOG(kLogInformation, "%s received, the service ends", signal == SIGINT ? "SIGINT" : "SIGTERM");
@@ -188,6 +195,20 @@ int await_end(Host &platform) {
             return kFailed;
         }
     }
+}
+
+// Everything that has to move for the service to work.
+std::vector<Pulse> look_around(const Doors &doors) {
+    constexpr std::chrono::seconds kRoundBound{60}; // it looks at files, which a card or a network may hold
+    std::vector<Pulse> pulses = tasks_at_work();
+    pulses.push_back(
+        {.name = "the main thread", .count = rounds.load(std::memory_order_relaxed), .bound = kRoundBound});
+    pulses.push_back(doors.ipmi->pulse());
+    pulses.push_back(doors.link->pulse());
+    if (std::optional<Pulse> bus = doors.bus->pulse()) {
+        pulses.push_back(*std::move(bus));
+    }
+    return pulses;
 }
 
 // Stops the tasks. Should one not stop, the process ends at once: a normal end would destroy what that task uses.
@@ -309,7 +330,14 @@ gint32 static_start_rpc_service(void) {
     }
     asd_host::greet(*platform);
     asd_host::manager_notify("READY=1");
+    asd_host::Watchdog watchdog;
+    if (const auto interval = asd_host::watchdog_interval()) {
+        watchdog.start(
+            *interval, [&doors] { return asd_host::look_around(doors); }, asd_host::manager_notify);
+    }
     const int status = asd_host::await_end(*platform);
+    watchdog
+        .stop(); // it looks at the doors, which close now; how long the end may take is another of the manager's limits
     asd_host::manager_notify("STOPPING=1");
     const bool load_ended = late_load.stop(asd_host::kLateLoadLimit);
     const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);

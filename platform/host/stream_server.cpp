@@ -41,6 +41,7 @@ struct StreamShared {
     std::optional<uid_t> only_user;
     Seldom says_shortage; // and the next one: the acceptor's
     Seldom says_stranger;
+    std::atomic<std::uint64_t> rounds{0}; // the acceptor's; relaxed: guards nothing
 
     std::mutex mutex; // guards the fields below
     std::condition_variable client_gone;
@@ -75,6 +76,8 @@ constexpr milliseconds kPlacePause{50};    // between looks for a client that ha
 constexpr milliseconds kAcceptPause{100};  // when the machine is short of descriptors, memory or threads
 constexpr std::int64_t kSeldomMs = 60000;
 constexpr milliseconds kForever{-1};
+constexpr milliseconds kRound{1000};       // of the acceptor, when nobody comes
+constexpr milliseconds kRoundBound{20000}; // the machine may be busy
 constexpr milliseconds kEndingLimit{1000}; // of a client in the middle of a request when the service ends
 constexpr milliseconds kLeaveLimit{250};   // of one that has just been answered, to take its leave
 
@@ -110,6 +113,7 @@ int wait_readable(std::span<pollfd> fds, int timeout_ms) {
 
 // Waits a while, or until the server stops.
 void pause_accepting(StreamShared &shared) {
+    shared.rounds.fetch_add(1, std::memory_order_relaxed);
     std::array<pollfd, 1> fds{{{.fd = shared.stop_event.get(), .events = POLLIN, .revents = 0}}};
     (void)wait_readable(fds, static_cast<int>(kAcceptPause.count()));
 }
@@ -156,11 +160,13 @@ void start_client(const std::shared_ptr<StreamShared> &shared, Fd client) {
     }
 }
 
-// Waits until somebody wants to connect. False: the server stops.
+// Waits until somebody wants to connect. False: the server stops. Each round shows that clients are looked after.
 bool await_client(StreamShared &shared) {
     std::array<pollfd, 2> fds{{{.fd = shared.listener.get(), .events = POLLIN, .revents = 0},
                                {.fd = shared.stop_event.get(), .events = POLLIN, .revents = 0}}};
-    (void)wait_readable(fds, static_cast<int>(kForever.count()));
+    do {
+        shared.rounds.fetch_add(1, std::memory_order_relaxed);
+    } while (wait_readable(fds, static_cast<int>(kRound.count())) == 0);
     return fds[1].revents == 0;
 }
 
@@ -175,6 +181,7 @@ bool await_place(StreamShared &shared) {
             lock.lock();
         }
         shared.end_longest_idle();
+        shared.rounds.fetch_add(1, std::memory_order_relaxed);
         (void)shared.client_gone.wait_for(lock, kPlacePause);
     }
     return !shared.stopping;
@@ -426,6 +433,10 @@ bool StreamServer::stop(milliseconds limit) {
     }
     shared_->end_connections();
     return shared_->await_no_client(limit / 4);
+}
+
+Pulse StreamServer::pulse() const {
+    return {.name = path_.native(), .count = shared_->rounds.load(std::memory_order_relaxed), .bound = kRoundBound};
 }
 
 Fd unix_connect(const std::filesystem::path &path, int *error) {

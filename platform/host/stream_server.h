@@ -5,6 +5,7 @@
 // A listening unix stream socket with a thread for every client.
 
 #include "atomic_file.h"
+#include "stalls.h"
 
 #include <atomic>
 #include <chrono>
@@ -88,6 +89,10 @@ public:
     // Stops accepting, lets requests that have arrived be answered, ends the clients' threads and removes the socket.
     // False: a client's thread is still busy after the limit.
     [[nodiscard]] bool stop(std::chrono::milliseconds limit);
+
+    // Whether clients are still being accepted, to look at once a second or less often: the count moves with each
+    // client and with each second without one. Any thread.
+    [[nodiscard]] Pulse pulse() const;
 
 private:
     StreamServer() = default;

@@ -2,7 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// The end of the module's tasks, which never return by themselves.
+// The module's tasks from outside: whether they move, and their end, as they never return by themselves.
+
+#include "stalls.h"
 
 #include <chrono>
 #include <string>
@@ -17,5 +19,9 @@ namespace asd_host {
 
 // The names of the tasks that have not returned, in alphabetical order.
 [[nodiscard]] std::vector<std::string> tasks_running();
+
+// The tasks that are at work: outside of a vos_task_delay. Each time one begins or leaves a delay, its count is
+// another.
+[[nodiscard]] std::vector<Pulse> tasks_at_work();
 
 } // namespace asd_host

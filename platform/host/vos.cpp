@@ -7,13 +7,14 @@
 #include "status.h"
 #include "tasks.h"
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <limits>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -26,6 +27,16 @@ namespace {
 
 constexpr std::size_t kThreadNameLimit = 15; // the kernel's
 
+// Outside of a delay. The longest that is right is a load of all items from slow chips whose parts are locked by others
+// now and then: seconds; the pauses between tries are delays.
+constexpr std::chrono::seconds kLongestWork{120};
+
+struct Task {
+    std::string name;
+    std::uint64_t begun = 0; // the piece of work that it is at: no two of any tasks are the same
+    bool rests = false;      // it is in a delay
+};
+
 // Never destroyed: tasks use it until the process is gone.
 struct Tasks {
     std::mutex mutex; // guards the fields below
@@ -33,8 +44,9 @@ struct Tasks {
     std::condition_variable task_stopped;
     std::condition_variable never;
     gulong last_handle = 0;
-    unsigned running = 0;             // neither parked nor returned
-    std::multiset<std::string> names; // of those that have not returned
+    unsigned running = 0;    // neither parked nor returned
+    std::list<Task> all;     // that have not returned
+    std::uint64_t begun = 0; // pieces of work, of all of them
     bool ending = false;
 };
 
@@ -46,7 +58,7 @@ Tasks &tasks() {
 // How many semaphores a thread holds; shared with the semaphores, which any thread may give back or delete.
 using HeldCount = std::shared_ptr<std::atomic<unsigned>>;
 
-thread_local bool on_task = false;
+thread_local Task *own_task = nullptr; // its fields are guarded by the tasks' mutex; null: another thread
 thread_local HeldCount held_count = std::make_shared<std::atomic<unsigned>>(0);
 
 void task_stopped(Tasks &all) {
@@ -54,21 +66,25 @@ void task_stopped(Tasks &all) {
     all.task_stopped.notify_all();
 }
 
-void run_task(const std::string &name, VOS_TASK_ENTRY entry, void *argument) {
+void run_task(std::list<Task>::iterator task, VOS_TASK_ENTRY entry, void *argument) {
     // A name for people; the task runs without it as well.
-    (void)pthread_setname_np(pthread_self(), name.substr(0, kThreadNameLimit).c_str());
-    on_task = true;
+    (void)pthread_setname_np(pthread_self(), task->name.substr(0, kThreadNameLimit).c_str());
+    own_task = &*task;
     entry(argument);
     const std::lock_guard lock(tasks().mutex);
-    tasks().names.erase(tasks().names.find(name));
+    tasks().all.erase(task);
     task_stopped(tasks());
 }
 
-// A task sleeps until its time has come, or for good once the service is ending.
+// A task sleeps until its time has come, or for good once the service is ending and it holds no semaphore.
 void task_delay(std::chrono::nanoseconds duration) {
     Tasks &all = tasks();
     std::unique_lock lock(all.mutex);
-    if (!all.ending_began.wait_for(lock, duration, [&all] { return all.ending; })) {
+    own_task->rests = true;
+    const bool may_end = *held_count == 0;
+    if (!all.ending_began.wait_for(lock, duration, [&all, may_end] { return may_end && all.ending; })) {
+        own_task->rests = false;
+        own_task->begun = ++all.begun;
         return;
     }
     task_stopped(all);
@@ -117,8 +133,24 @@ bool tasks_park(std::chrono::milliseconds limit) {
 }
 
 std::vector<std::string> tasks_running() {
+    std::vector<std::string> names;
     const std::lock_guard lock(tasks().mutex);
-    return {tasks().names.begin(), tasks().names.end()};
+    for (const Task &task : tasks().all) {
+        names.push_back(task.name);
+    }
+    std::ranges::sort(names);
+    return names;
+}
+
+std::vector<Pulse> tasks_at_work() {
+    std::vector<Pulse> pulses;
+    const std::lock_guard lock(tasks().mutex);
+    for (const Task &task : tasks().all) {
+        if (!task.rests) {
+            pulses.push_back({.name = "task " + task.name, .count = task.begun, .bound = kLongestWork});
+        }
+    }
+    return pulses;
 }
 
 } // namespace asd_host
@@ -133,21 +165,22 @@ gint32 vos_task_create(gulong *task, const gchar *name, VOS_TASK_ENTRY entry, vo
     }
     const std::string shown = name != nullptr ? name : "task";
     const std::lock_guard lock(tasks().mutex);
+    const auto added = tasks().all.insert(tasks().all.end(), {.name = shown, .begun = ++tasks().begun});
     try {
-        std::thread(asd_host::run_task, shown, entry, argument).detach();
+        std::thread(asd_host::run_task, added, entry, argument).detach();
     } catch (const std::system_error &failure) {
+        tasks().all.erase(added);
         HOST_LOG(asd_host::kLogError, "task %s cannot be started: %s", shown.c_str(), failure.what());
         return failure.code().value();
     }
     ++tasks().running;
-    tasks().names.insert(shown);
     *task = ++tasks().last_handle;
     return 0;
 }
 
 void vos_task_delay(guint32 milliseconds) {
     const std::chrono::nanoseconds duration = asd_host::clock_real(milliseconds);
-    if (asd_host::on_task && *asd_host::held_count == 0) {
+    if (asd_host::own_task != nullptr) {
         asd_host::task_delay(duration);
         return;
     }

@@ -10,6 +10,7 @@
 #include "securec.h"
 #include "tasks.h"
 #include "vos.h"
+#include "watchdog.h"
 
 #include <set>
 
@@ -97,6 +98,64 @@ TEST(Semaphore, DeletionWakesWaitersAndEndsTheHandle) {
     EXPECT_NE(vos_thread_sem4_p(semaphore, 0), 0);
     EXPECT_NE(vos_thread_sem4_v(semaphore), 0);
     EXPECT_NE(make_semaphore(), semaphore) << "handles are not used again";
+}
+
+TEST(Task, IsAtWorkUntilItRestsOrReturns) {
+    static const gulong held = make_semaphore();
+    const auto counts = [] {
+        std::set<std::uint64_t> all;
+        for (const Pulse &pulse : tasks_at_work()) {
+            EXPECT_EQ(pulse.name, "task worker");
+            all.insert(pulse.count);
+        }
+        return all;
+    };
+    ASSERT_EQ(vos_thread_sem4_p(held, 0), 0);
+    gulong task = 0;
+    const auto worker = [](void *) {
+        (void)vos_thread_sem4_p(held, 0);
+        vos_task_delay(1000); // with a semaphore, too
+        (void)vos_thread_sem4_v(held);
+    };
+    ASSERT_EQ(vos_task_create(&task, "worker", worker, nullptr, 1), 0);
+    const std::set<std::uint64_t> waiting = counts();
+    EXPECT_EQ(waiting.size(), 1U);
+    EXPECT_EQ(counts(), waiting) << "it waits for a semaphore: it does not move";
+    ASSERT_EQ(vos_thread_sem4_v(held), 0);
+    EXPECT_TRUE(eventually([&counts] { return counts().empty() && !tasks_running().empty(); })) << "it rests";
+    EXPECT_TRUE(eventually([] { return tasks_running().empty(); }));
+}
+
+TEST(Watchdog, TellsOnlyWhileEverythingMoves) {
+    std::atomic<std::uint64_t> count = 0;
+    std::atomic<bool> hangs = false;
+    std::atomic<int> looks = 0;
+    std::atomic<int> told = 0;
+    const auto look_again = [&looks](int times) {
+        EXPECT_TRUE(eventually([&looks, last = looks + times] { return looks > last; }));
+    };
+    const Texts lines = logged([&] {
+        Watchdog watchdog;
+        const auto look = [&] {
+            ++looks;
+            count += hangs ? 0 : 1;
+            return std::vector<Pulse>{{.name = "worker", .count = count, .bound = milliseconds(3)}};
+        };
+        watchdog.start(milliseconds(1), look, [&](std::string_view) { ++told; });
+        look_again(10);
+        EXPECT_GE(told, 10);
+        hangs = true;
+        look_again(10);
+        const int before = told;
+        look_again(10);
+        EXPECT_EQ(told, before);
+        hangs = false;
+        look_again(10);
+        EXPECT_GT(told, before);
+    });
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_NE(lines[0].find("worker hangs"), std::string::npos);
+    EXPECT_NE(lines[1].find("worker moves again"), std::string::npos);
 }
 
 // What the end of the service needs: a task that sleeps stops at once, one in a critical section first leaves it, one

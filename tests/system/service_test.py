@@ -152,18 +152,38 @@ class Socket(Case):
 class Life(unittest.TestCase):
     def test_signals_end_it_cleanly_and_its_manager_is_told(self):
         # a path and an abstract name, as the manager may give it
-        for how, prefix in ((signal.SIGTERM, ""), (signal.SIGINT, "\0")):
+        others = {"WATCHDOG_USEC": "100000", "WATCHDOG_PID": "1"}  # meant for another process
+        for how, prefix, variables in ((signal.SIGTERM, "", {}), (signal.SIGINT, "\0", others)):
             with self.subTest(how.name), Service() as service, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
                 manager.settimeout(DEADLINE_S)
                 address = prefix + str(service.folder / "notify")
                 manager.bind(address)
-                with mock.patch.dict(os.environ, NOTIFY_SOCKET=address.replace("\0", "@")):
+                with mock.patch.dict(os.environ, NOTIFY_SOCKET=address.replace("\0", "@"), **variables):
                     service.start()
                 self.assertEqual(manager.recv(64), b"READY=1")
                 with service.connect():
                     self.assertEqual(service.stop(how), 0)
                 self.assertEqual(manager.recv(64), b"STOPPING=1")
                 self.assertNotIn("Sanitizer", service.log())
+
+    def test_its_manager_is_told_that_it_works_unless_it_is_stopped(self):
+        with Service() as service, socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as manager:
+            manager.bind(address := str(service.folder / "notify"))
+            manager.settimeout(DEADLINE_S)
+            with mock.patch.dict(os.environ, NOTIFY_SOCKET=address, WATCHDOG_USEC="200000"):
+                service.start()
+            self.assertEqual([manager.recv(64) for _ in range(4)], [b"READY=1"] + 3 * [b"WATCHDOG=1"])
+            service.process.send_signal(signal.SIGSTOP)
+            os.waitid(os.P_PID, service.process.pid, os.WSTOPPED)
+            manager.settimeout(1)
+            with self.assertRaises(TimeoutError):
+                while manager.recv(64) == b"WATCHDOG=1":  # from before
+                    pass
+            service.process.send_signal(signal.SIGCONT)
+            manager.settimeout(DEADLINE_S)
+            self.assertEqual(manager.recv(64), b"WATCHDOG=1")
+            service.end()
+            self.assertNotIn(" hangs", service.log())
 
     def test_a_start_that_would_harm_is_refused(self):
         with Service(*FAST) as service:
