@@ -7,11 +7,14 @@ import collections
 import contextlib
 import itertools
 import os
+import pathlib
 import random
 import re
 import signal
 import socket
 import socketserver
+import subprocess
+import tempfile
 import threading
 import time
 import unittest
@@ -535,6 +538,25 @@ class Writers(unittest.TestCase):
             self.assertEqual(put(slave, "brand", pattern(32, 4)), 0)
             self.assertIn("ASD14 was written here, but not every other controller could be told", slave.log())
             master.process.send_signal(signal.SIGCONT)
+
+
+class Script(unittest.TestCase):
+    def test_a_master_that_is_stopped_is_killed_and_the_other_takes_over(self):
+        with tempfile.TemporaryDirectory(prefix="asd-") as folder, open(f"{folder}/log", "w+b") as log:
+            folders = {"ASD_RUN_DIR": f"{folder}/run", "ASD_STATE_DIR": f"{folder}/state"}
+            with subprocess.Popen([CONFIG.parent.parent / "scripts/run"], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                                  env={**os.environ, **folders, "ASD_LOOK_SECONDS": "2"}) as script:
+                def printed(text):
+                    wait_for(lambda: re.search(text, pathlib.Path(log.name).read_text(encoding="utf-8")), text)
+                try:
+                    printed("Ctrl-C ends them all")
+                    os.kill(int(pathlib.Path(f"{folder}/run/slot0/instance.lock").read_text(encoding="utf-8")), signal.SIGSTOP)
+                    printed("slot 0 has not answered 3 times in a row; it hangs and is killed")
+                    printed("slot 0 was killed by SIGKILL, the others go on")
+                    printed(r"slot 1 \| .*asd enter master mode!")
+                finally:
+                    script.send_signal(signal.SIGTERM)
+                self.assertEqual(script.wait(DEADLINE_S), 0)
 
 
 class Load(unittest.TestCase):
