@@ -546,14 +546,19 @@ class Script(unittest.TestCase):
             folders = {"ASD_RUN_DIR": f"{folder}/run", "ASD_STATE_DIR": f"{folder}/state"}
             with subprocess.Popen([CONFIG.parent.parent / "scripts/run"], stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                                   env={**os.environ, **folders, "ASD_LOOK_SECONDS": "2"}) as script:
+                master = script.pid
                 def printed(text):
                     wait_for(lambda: re.search(text, pathlib.Path(log.name).read_text(encoding="utf-8")), text)
                 try:
                     printed("Ctrl-C ends them all")
-                    os.kill(int(pathlib.Path(f"{folder}/run/slot0/instance.lock").read_text(encoding="utf-8")), signal.SIGSTOP)
+                    master = int(pathlib.Path(f"{folder}/run/slot0/instance.lock").read_text(encoding="utf-8"))
+                    os.kill(master, signal.SIGSTOP)
                     printed("slot 0 has not answered 3 times in a row; it hangs and is killed")
                     printed("slot 0 was killed by SIGKILL, the others go on")
                     printed(r"slot 1 \| .*asd enter master mode!")
+                except AssertionError:
+                    os.kill(master, signal.SIGCONT)  # or it would never end
+                    raise
                 finally:
                     script.send_signal(signal.SIGTERM)
                 self.assertEqual(script.wait(DEADLINE_S), 0)
