@@ -86,8 +86,8 @@ void add_time(Line &line) {
         return;
     }
     line.add({text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts)});
-    const auto milliseconds = static_cast<unsigned>(now.tv_nsec / 1000000) % 1000U;
-    const int length = std::snprintf(text.data(), text.size(), ".%03uZ ", milliseconds);
+    const auto fraction_ms = static_cast<unsigned>(now.tv_nsec / 1000000) % 1000U;
+    const int length = std::snprintf(text.data(), text.size(), ".%03uZ ", fraction_ms);
     line.add({text.data(), static_cast<std::size_t>(length)});
 }
 
