@@ -89,7 +89,7 @@ class Sockets(Crowd):
             stranger, seeded = self.connect(), self.seeded
             request = Wire.request(0x32, 0x16, b"\0\0\x80\0\x14")
             stranger.sendall(seeded.choice((b"", seeded.randbytes(seeded.randrange(64)), request[:7], b"ASDL\1\1\xff\xff",
-                                            b"ASDL\1\1\x08\0\x32\0\x17\0\0\x80\0\x14", request, request * 200)))
+                                            b"ASDL\1\1\x08\0\x32\0\x16\0\0\x80\0\x14", request, request * 200)))
             if seeded.random() < 0.5:
                 self.leave(stranger)
 
