@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include <gio/gunixfdlist.h>
 #include <gio/gunixsocketaddress.h>
 #include <glib-unix.h>
 #include <sys/socket.h>
@@ -182,16 +183,24 @@ bool BusDoor::make_room() {
     return true;
 }
 
+// A socket for GLib to use and to close. The number is one that GLib made itself: what watches our use of descriptors
+// sees neither its opening nor its closing, and so nothing wrong in whoever gets the number next.
+static GSocket *socket_for_glib(const Fd &socket, GError **error) {
+    const ObjectPtr<GUnixFDList> list(g_unix_fd_list_new());
+    const int index = g_unix_fd_list_append(list.get(), socket.get(), error); // a duplicate
+    const int number = index < 0 ? -1 : g_unix_fd_list_get(list.get(), index, error);
+    return number < 0 ? nullptr : g_socket_new_from_fd(number, error);
+}
+
 // The relay has done the handshake. Made on this thread, the connection reports its end to this thread too, and not
 // before somebody listens for it.
 bool BusDoor::serve(BusRelay &relay, Fd socket) {
     ErrorSlot error;
-    const ObjectPtr<GSocket> inner(g_socket_new_from_fd(socket.get(), error.out()));
+    const ObjectPtr<GSocket> inner(socket_for_glib(socket, error.out()));
     if (inner == nullptr) {
         HOST_LOG(kLogError, "a D-Bus client cannot be served: %s", error.text());
         return false;
     }
-    (void)socket.release(); // it is the GSocket's now
     const ObjectPtr<GSocketConnection> stream(g_socket_connection_factory_create_connection(inner.get()));
     ConnectionPtr connection(g_dbus_connection_new_sync(G_IO_STREAM(stream.get()), guid_.get(),
                                                         G_DBUS_CONNECTION_FLAGS_DELAY_MESSAGE_PROCESSING, nullptr,

@@ -29,7 +29,7 @@ inline constexpr const char *kRootPath = "/org/asd/Storage1";
 inline constexpr const char *kBoardPath = "/org/asd/Storage1/Board";
 
 // Each class has a folder of that name below the root.
-inline constexpr std::array<std::string_view, 2> kBusClasses = {"AtomStorageData", "AtomStorageDataDev"};
+inline constexpr std::array<std::string_view, 2> kBusClasses = {kItemClass, kChipClass};
 
 class BusObjects {
 public:

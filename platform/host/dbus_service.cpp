@@ -55,7 +55,7 @@ struct BusShared {
 
 namespace {
 
-constexpr guint kCloseLimitMs = 1000;          // for clients that do not take their last answers
+constexpr guint kCloseLimitMs = 500;           // for clients that do not take their last answers
 constexpr std::chrono::seconds kBeatBound{20}; // the machine may be busy
 
 // ---- The bus thread ----

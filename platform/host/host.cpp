@@ -179,7 +179,7 @@ private:
                 continue; // could not be opened: a mistake already
             }
             const OBJ_HANDLE handle =
-                host_->objects.add("AtomStorageDataDev", chip.name,
+                host_->objects.add(kChipClass, chip.name,
                                    {{.name = "Offset", .value = std::uint32_t{chip.offset}},
                                     {.name = "RetryNumber", .value = std::uint32_t{chip.retry_number}},
                                     {.name = "Health", .value = std::uint8_t{0}, .writable = true},
@@ -201,7 +201,7 @@ private:
                 {.name = "Num", .value = std::uint8_t{item.num}},
                 {.name = "NeedSync", .value = static_cast<std::uint8_t>(item.need_sync ? 1 : 0)}};
             add_references(item, properties);
-            host_->objects.add("AtomStorageData", item.name, std::move(properties));
+            host_->objects.add(kItemClass, item.name, std::move(properties));
         }
     }
 

@@ -20,6 +20,10 @@
 
 namespace asd_host {
 
+// The module's classes of objects.
+inline constexpr const char *kItemClass = "AtomStorageData";
+inline constexpr const char *kChipClass = "AtomStorageDataDev";
+
 // Everything that registration brings up. Lives as long as the process (never destroyed: tasks of the module do not
 // end).
 struct Host {

@@ -16,7 +16,6 @@ namespace asd_host {
 
 namespace {
 
-constexpr const char *kItemClass = "AtomStorageData";
 constexpr const char *kMemoryMethod = "UpdateMemProperty";
 constexpr std::uint32_t kLongestRecord = 8192; // the module's limit of an item's data
 constexpr std::size_t kChecksumSize = 2;       // low byte first, behind the data

@@ -19,7 +19,6 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr milliseconds kTellLimit{1000}; // for all items of a request, real time: a client waits
-constexpr const char *kRecordClass = "AtomStorageData";
 
 thread_local std::vector<OBJ_HANDLE> *written_now = nullptr; // by the request on this thread
 
@@ -42,7 +41,7 @@ bool is_shared_on(Host &platform, OBJ_HANDLE item, const std::vector<OBJ_HANDLE>
 
 void tell_what_was_written(Host &platform, const std::vector<OBJ_HANDLE> &chips) {
     const auto deadline = std::chrono::steady_clock::now() + kTellLimit;
-    for (const OBJ_HANDLE item : platform.objects.of_class(kRecordClass)) {
+    for (const OBJ_HANDLE item : platform.objects.of_class(kItemClass)) {
         if (!is_shared_on(platform, item, chips)) {
             continue;
         }

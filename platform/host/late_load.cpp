@@ -84,7 +84,7 @@ void load_part(const Host &platform, const Part &part, const Chips &chips) {
     unsigned loaded = 0;
     unsigned without_record = 0;
     Chips kept;
-    for (const OBJ_HANDLE item : platform.objects.of_class("AtomStorageData")) {
+    for (const OBJ_HANDLE item : platform.objects.of_class(kItemClass)) {
         Chips of_item = chips_among(platform.objects, item, chips);
         if (of_item.empty() || !is_byte(platform.objects, item, "Ready", 0) ||
             is_byte(platform.objects, item, "Online", 0)) {

@@ -30,6 +30,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <optional>
 #include <span>
@@ -339,10 +340,14 @@ gint32 static_start_rpc_service(void) {
     watchdog
         .stop(); // it looks at the doors, which close now; how long the end may take is another of the manager's limits
     asd_host::manager_notify("STOPPING=1");
+    // All at once, so that the slowest of them decides how long it takes.
+    std::future<bool> bus_stop = std::async([&doors] { return doors.bus->stop(asd_host::kDoorLimit); });
+    doors.ipmi->begin_stop();
+    doors.link->begin_stop();
     const bool load_ended = late_load.stop(asd_host::kLateLoadLimit);
     const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);
     const bool link_closed = doors.link->stop(asd_host::kDoorLimit);
-    const bool bus_closed = doors.bus->stop(asd_host::kDoorLimit);
+    const bool bus_closed = bus_stop.get();
     asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed && load_ended, status);
     (void)asd_host::log_flush(asd_host::kLastLinesLimit);
     if (status != 0) {

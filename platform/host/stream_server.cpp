@@ -78,7 +78,7 @@ constexpr std::int64_t kSeldomMs = 60000;
 constexpr milliseconds kForever{-1};
 constexpr milliseconds kRound{1000};       // of the acceptor, when nobody comes
 constexpr milliseconds kRoundBound{20000}; // the machine may be busy
-constexpr milliseconds kEndingLimit{1000}; // of a client in the middle of a request when the service ends
+constexpr milliseconds kEndingLimit{500};  // of a client in the middle of a request when the service ends
 constexpr milliseconds kLeaveLimit{250};   // of one that has just been answered, to take its leave
 
 std::optional<sockaddr_un> unix_address(const std::filesystem::path &path) {
@@ -134,8 +134,6 @@ void run_client(const std::shared_ptr<StreamShared> &shared, const std::shared_p
 // A client that has been accepted gets its thread, even if that takes a while: it waits for answers for ever. Only the
 // end of the service ends its wait.
 void start_client(const std::shared_ptr<StreamShared> &shared, Fd client) {
-    const timeval limit{.tv_sec = kWholeLimit.count() / 1000, .tv_usec = 0};
-    (void)setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     shared->set_idle(client.get(), true);
     const auto connection = std::make_shared<Fd>(std::move(client));
     for (;;) {
@@ -300,6 +298,9 @@ bool StreamClient::await_input(milliseconds limit, milliseconds ending_limit) {
     std::array<pollfd, 2> fds{{{.fd = fd_, .events = POLLIN, .revents = 0},
                                {.fd = shared_.stop_event.get(), .events = POLLIN, .revents = 0}}};
     (void)wait_readable(fds, static_cast<int>(limit.count()));
+    if (fds[1].revents != 0 && !ends_) {
+        ends_ = steady_clock::now() + kEndingLimit;
+    }
     if (fds[0].revents == 0 && fds[1].revents != 0) {
         (void)wait_readable(std::span(fds).first(1), static_cast<int>(ending_limit.count()));
     }
@@ -316,6 +317,9 @@ bool StreamClient::await_request() {
         (void)shutdown(fd_, SHUT_RD);
     }
     answered_ = false;
+    if (ends_ && steady_clock::now() > *ends_) {
+        return false; // it has sent requests faster than they can be answered
+    }
     std::uint8_t first = 0;
     if (recv(fd_, &first, 1, MSG_PEEK | MSG_DONTWAIT) != 1) {
         return false;
@@ -345,13 +349,29 @@ bool StreamClient::read(std::span<std::uint8_t> out) {
 
 bool StreamClient::send(std::span<const std::uint8_t> data) {
     leave_place(); // whoever reads slowly does not keep others out
+    const auto taken_by = steady_clock::now() + kWholeLimit;
     for (;;) {
-        const ssize_t count = ::send(fd_, data.data(), data.size(), MSG_NOSIGNAL);
-        if (count >= 0 || errno != EINTR) {
+        const ssize_t count = ::send(fd_, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count >= 0 || errno != EAGAIN || !await_room(taken_by)) {
             answered_ = true;
             return count == static_cast<ssize_t>(data.size());
         }
     }
+}
+
+// Waits until the client has taken something; once the server stops, only a moment longer.
+bool StreamClient::await_room(steady_clock::time_point taken_by) {
+    std::array<pollfd, 2> fds{{{.fd = fd_, .events = POLLOUT, .revents = 0},
+                               {.fd = shared_.stop_event.get(), .events = POLLIN, .revents = 0}}};
+    const auto left = std::chrono::ceil<milliseconds>(taken_by - steady_clock::now());
+    (void)wait_readable(fds, static_cast<int>(std::max(left, milliseconds(0)).count()));
+    if (fds[0].revents == 0 && fds[1].revents != 0) {
+        (void)wait_readable(std::span(fds).first(1), static_cast<int>(kLeaveLimit.count()));
+    }
+    return fds[0].revents != 0;
 }
 
 bool StreamClient::admitted() {
@@ -408,13 +428,11 @@ StreamServer::~StreamServer() {
     (void)stop(milliseconds(1000)); // a client's thread that is still busy keeps what it shares
 }
 
-bool StreamServer::stop(milliseconds limit) {
-    if (shared_ == nullptr) {
-        return true;
+void StreamServer::begin_stop() {
+    if (shared_ == nullptr || !acceptor_.joinable()) {
+        return;
     }
-    if (acceptor_.joinable()) {
-        (void)unlink(path_.c_str()); // what remains is replaced by the next process
-    }
+    (void)unlink(path_.c_str()); // what remains is replaced by the next process
     {
         const std::lock_guard lock(shared_->mutex);
         shared_->stopping = true;
@@ -423,10 +441,15 @@ bool StreamServer::stop(milliseconds limit) {
     const std::uint64_t one = 1;
     // Fails only when it is readable already.
     [[maybe_unused]] const ssize_t written = write(shared_->stop_event.get(), &one, sizeof one);
-    if (acceptor_.joinable()) {
-        acceptor_.join();
-        shared_->listener.reset();
+    acceptor_.join();
+    shared_->listener.reset();
+}
+
+bool StreamServer::stop(milliseconds limit) {
+    if (shared_ == nullptr) {
+        return true;
     }
+    begin_stop();
     // Requests end by themselves, except for one whose handler hangs or whose answer nobody takes.
     if (shared_->await_no_client(limit * 3 / 4)) {
         return true;

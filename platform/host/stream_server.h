@@ -57,11 +57,13 @@ public:
 
 private:
     [[nodiscard]] bool await_input(std::chrono::milliseconds limit, std::chrono::milliseconds ending_limit);
+    [[nodiscard]] bool await_room(std::chrono::steady_clock::time_point taken_by);
     void leave_place();
 
     StreamShared &shared_;
     int fd_;
-    std::chrono::steady_clock::time_point whole_by_; // the request that is being read
+    std::chrono::steady_clock::time_point whole_by_;            // the request that is being read
+    std::optional<std::chrono::steady_clock::time_point> ends_; // requests are answered until then: the server stops
     bool admitted_ = false;
     bool answered_ = false; // since the last await_request
 };
@@ -86,8 +88,9 @@ public:
     StreamServer(const StreamServer &) = delete;
     StreamServer &operator=(const StreamServer &) = delete;
 
-    // Stops accepting, lets requests that have arrived be answered, ends the clients' threads and removes the socket.
-    // False: a client's thread is still busy after the limit.
+    // Removes the socket and stops accepting. Requests that have arrived are still answered, within half a second.
+    void begin_stop();
+    // The same, and waits until the clients' threads have ended. False: one is still busy after the limit.
     [[nodiscard]] bool stop(std::chrono::milliseconds limit);
 
     // Whether clients are still being accepted, to look at once a second or less often: the count moves with each
