@@ -29,7 +29,7 @@ constexpr std::int64_t kLargestPage = 4096;
 constexpr std::int64_t kHighestLine = 1023;
 constexpr std::int64_t kHighestOffset = 65534; // the kernel counts a chip's lines in 16 bits
 constexpr std::size_t kLongestName = 63;
-// Of the configuration, in bytes. A full enclosure has some 20 KiB; this much is read within a second.
+// Of the configuration, in bytes. A full enclosure has some 20 KiB.
 constexpr std::uintmax_t kLargestFile = 128 * 1024;
 
 constexpr NumberRange kByte = {.least = 0, .most = 255, .why = ""};

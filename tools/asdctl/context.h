@@ -35,6 +35,10 @@ struct Context {
 // asd's own default: /run/asd for root, else $XDG_RUNTIME_DIR/asd, else /tmp/asd-UID.
 [[nodiscard]] std::filesystem::path default_run_dir();
 
+// Throws a Failure when the folder is the default one in /tmp, where anybody may have made it, and is not this user's
+// alone: what answers there could be a stranger.
+void check_default_run_dir(const std::filesystem::path &run_dir);
+
 // The only slot with sockets in the run folder; 0 when it is not the only one.
 [[nodiscard]] unsigned default_slot(const std::filesystem::path &run_dir);
 

@@ -109,7 +109,9 @@ int run(int argc, char **argv) {
     }
     const Screen err = screen_of(STDERR_FILENO, given.no_colour);
     try {
-        return chosen(context_of(app, given));
+        const Context context = context_of(app, given);
+        check_default_run_dir(context.run_dir);
+        return chosen(context);
     } catch (const Failure &failure) {
         return report(failure, err);
     } catch (const std::exception &error) { // out of memory, or our own mistake

@@ -40,8 +40,8 @@ struct Item {
     bool ready = false;
     bool need_sync = false;
     bool confidential = false; // its value is not in a snapshot
-    std::vector<Chip> chips; // one, or two of a mirrored item
-    Bytes value;             // the copy in memory
+    std::vector<Chip> chips;   // one, or two of a mirrored item
+    Bytes value;               // the copy in memory
 };
 
 struct Board {
