@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
-#include <ranges>
+#include <span>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -193,7 +193,7 @@ std::vector<std::string> JsonMistakes::lines() const {
     std::vector<Mistake> sorted = mistakes_;
     std::ranges::stable_sort(sorted, {}, &Mistake::line);
     std::vector<std::string> texts;
-    for (const Mistake &mistake : sorted | std::views::take(kShown)) {
+    for (const Mistake &mistake : std::span(sorted).first(std::min(kShown, sorted.size()))) {
         texts.push_back(printable(mistake.text));
     }
     if (sorted.size() > kShown) {

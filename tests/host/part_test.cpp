@@ -545,13 +545,14 @@ TEST_F(PartFile, WhatIsNoIntentIsSaidOnceAndWhatACrashLeftGoes) {
             ASSERT_EQ(replace_file(leftover.string() + ".tmp", Bytes(9, 9), 0600), 0);
         }
         Bytes read(4);
+        const Bytes written(4, static_cast<std::uint8_t>(said));
         const auto lines = logged([&] {
             const auto part = opened();
             EXPECT_EQ(part->read(0, read), 0);
-            EXPECT_EQ(part->write(0, Bytes(4, static_cast<std::uint8_t>(said)), false), 0);
+            EXPECT_EQ(part->write(0, written, false), 0);
             EXPECT_EQ(part->read(0, read), 0);
         });
-        EXPECT_EQ(read, Bytes(4, static_cast<std::uint8_t>(said)));
+        EXPECT_EQ(read, written);
         ASSERT_EQ(lines.size(), said);
         EXPECT_NE(lines[0].find(intent.string() + " is no intent (it is "), std::string::npos) << lines[0];
         EXPECT_FALSE(fs::exists(intent.string() + ".tmp") || fs::exists(image_.string() + ".tmp"));
