@@ -301,7 +301,7 @@ TEST(Log, AFullPipeStopsNobodyAndMissingLinesAreCounted) {
         EXPECT_FALSE(writer.flush(milliseconds(1)));
     });
     EXPECT_LT(taken, milliseconds(10000)); // one moment, and not one a line
-    std::uint64_t lines = 0;
+    std::size_t lines = 0;
     std::string text;
     while (text.find("dropped ") == std::string::npos || text.back() != '\n') {
         ASSERT_TRUE(readable(reading));
