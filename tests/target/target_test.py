@@ -181,7 +181,8 @@ class Life(Case):
         self.assertTrue(self.ipmitool(MC_INFO))
         ended = self.bmc.must("until grep ended /tmp/ended; do usleep 100000; done")
         between = on_drive(self.drives, LONG_CHIP, LENGTH)
-        self.assertEqual(ended.split()[1] == "0", between == record(new), "failed and whole, or done and not whole")
+        if ended.split()[1] == "0":  # all pages may be there and reading them back may have failed
+            self.assertEqual(between, record(new), "done and not whole")
         self.bmc.must(driver + "bind")
         self.assertEqual(bytes.fromhex(self.bmc.must(f"asdctl read {LONG} --hex")), new)
         self.assertEqual(on_drive(self.drives, LONG_CHIP, LENGTH), record(new))
