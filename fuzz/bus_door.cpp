@@ -6,7 +6,7 @@
 #include "dbus_service.h"
 #include "log.h"
 #include "status.h"
-#include "stream_server.h"
+#include "unix_socket.h"
 
 #include <array>
 #include <cstdio>

@@ -5,6 +5,7 @@
 // What the host platform's tests share.
 
 #include "atomic_file.h"
+#include "fd.h"
 #include "ipmi_registry.h"
 #include "log.h"
 #include "status.h"

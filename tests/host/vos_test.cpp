@@ -377,9 +377,13 @@ TEST(Log, LinesOfThreadsNeverMix) {
     }
     reader.join();
     std::istringstream stream(all);
-    int lines = 0;
-    for (std::string line; std::getline(stream, line); ++lines) {
-        ASSERT_TRUE(texts.contains(line.substr(kTimeLength))) << line.substr(0, 80);
+    int lines = 0; // those that a busy reader made it drop are counted in the log itself
+    for (std::string line; std::getline(stream, line);) {
+        const std::string text = line.substr(kTimeLength);
+        const bool dropped =
+            text.ends_with("lines were dropped here: nobody took them in time, or there was no room for them");
+        ASSERT_TRUE(dropped || texts.contains(text)) << line.substr(0, 80);
+        lines += dropped ? std::stoi(text.substr(std::string("error ").size())) : 1;
     }
     EXPECT_EQ(lines, 200);
 }

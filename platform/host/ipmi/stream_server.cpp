@@ -1,0 +1,450 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+#include "stream_server.h"
+
+#include "fd.h"
+#include "log.h"
+#include "unix_socket.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace asd_host {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+struct StreamShared {
+    struct Client {
+        bool idle = false; // between requests
+        steady_clock::time_point since{};
+    };
+
+    Fd listener;
+    Fd stop_event; // readable from the moment the server stops
+    std::string path;
+    std::string thread_name;
+    StreamServer::Protocol protocol;
+    std::optional<uid_t> only_user;
+    Seldom says_shortage; // and the next one: the acceptor's
+    Seldom says_stranger;
+    std::atomic<std::uint64_t> rounds{0}; // the acceptor's; relaxed: guards nothing
+
+    std::mutex mutex; // guards the fields below
+    std::condition_variable client_gone;
+    std::map<int, Client> clients; // by open descriptor: closed only while they are taken out
+    std::size_t served = 0;
+    bool stopping = false;
+    bool said_full = false; // said again only after half of the places have been free
+    bool said_busy = false; // the same
+
+    void set_idle(int fd, bool idle) {
+        const std::lock_guard lock(mutex);
+        clients[fd] = {.idle = idle, .since = steady_clock::now()};
+    }
+    void end_connections() {
+        const std::lock_guard lock(mutex);
+        for (const auto &[fd, client] : clients) {
+            (void)shutdown(fd, SHUT_RDWR); // the client may have gone
+        }
+    }
+    [[nodiscard]] bool await_no_client(milliseconds limit) {
+        std::unique_lock lock(mutex);
+        return client_gone.wait_for(lock, limit, [this] { return clients.empty(); });
+    }
+    void end_longest_idle();
+};
+
+namespace {
+
+constexpr milliseconds kWholeLimit{10000}; // for all of a request to arrive, or for its answer to be taken
+constexpr milliseconds kIdleGrace{1000};   // of a client between two requests when all places are taken
+constexpr milliseconds kPlacePause{50};    // between looks for a client that has become idle for so long
+constexpr milliseconds kAcceptPause{100};  // when the machine is short of descriptors, memory or threads
+constexpr std::int64_t kSeldomMs = 60000;
+constexpr milliseconds kForever{-1};
+constexpr milliseconds kRound{1000};       // of the acceptor, when nobody comes
+constexpr milliseconds kRoundBound{20000}; // the machine may be busy
+constexpr milliseconds kEndingLimit{500};  // of a client in the middle of a request when the service ends
+constexpr milliseconds kLeaveLimit{250};   // of one that has just been answered, to take its leave
+
+std::string error_text(int error) {
+    return std::generic_category().message(error);
+}
+
+// Waits until a descriptor is ready or the time is over, across signals.
+int wait_readable(std::span<pollfd> fds, int timeout_ms) {
+    for (;;) {
+        const int ready = poll(fds.data(), fds.size(), timeout_ms);
+        if (ready >= 0 || errno != EINTR) {
+            return ready;
+        }
+    }
+}
+
+// Waits a while, or until the server stops.
+void pause_accepting(StreamShared &shared) {
+    shared.rounds.fetch_add(1, std::memory_order_relaxed);
+    std::array<pollfd, 1> fds{{{.fd = shared.stop_event.get(), .events = POLLIN, .revents = 0}}};
+    (void)wait_readable(fds, static_cast<int>(kAcceptPause.count()));
+}
+
+void run_client(const std::shared_ptr<StreamShared> &shared, const std::shared_ptr<Fd> &connection) {
+    (void)pthread_setname_np(pthread_self(), shared->thread_name.c_str());
+    {
+        StreamClient client(*shared, connection->get());
+        shared->protocol(client);
+    }
+    const std::lock_guard lock(shared->mutex);
+    shared->clients.erase(connection->get());
+    connection->reset();
+    shared->said_full = shared->said_full && shared->clients.size() > StreamServer::kClients / 2;
+    shared->client_gone.notify_all();
+}
+
+// A client that has been accepted gets its thread, even if that takes a while: it waits for answers for ever. Only the
+// end of the service ends its wait.
+void start_client(const std::shared_ptr<StreamShared> &shared, Fd client) {
+    shared->set_idle(client.get(), true);
+    const auto connection = std::make_shared<Fd>(std::move(client));
+    for (;;) {
+        try {
+            std::thread(run_client, shared, connection).detach();
+            return;
+        } catch (const std::system_error &failure) {
+            if (shared->says_shortage.due()) {
+                HOST_LOG(kLogError, "%s: no thread for a client: %s; it waits, and idle clients make room",
+                         shared->path.c_str(), failure.what());
+            }
+        }
+        {
+            const std::lock_guard lock(shared->mutex);
+            if (shared->stopping) {
+                shared->clients.erase(connection->get());
+                return;
+            }
+            shared->end_longest_idle();
+        }
+        pause_accepting(*shared);
+    }
+}
+
+// Waits until somebody wants to connect. False: the server stops. Each round shows that clients are looked after.
+bool await_client(StreamShared &shared) {
+    std::array<pollfd, 2> fds{{{.fd = shared.listener.get(), .events = POLLIN, .revents = 0},
+                               {.fd = shared.stop_event.get(), .events = POLLIN, .revents = 0}}};
+    do {
+        shared.rounds.fetch_add(1, std::memory_order_relaxed);
+    } while (wait_readable(fds, static_cast<int>(kRound.count())) == 0);
+    return fds[1].revents == 0;
+}
+
+// Makes room for one more client. False: the server stops.
+bool await_place(StreamShared &shared) {
+    std::unique_lock lock(shared.mutex);
+    while (!shared.stopping && shared.clients.size() >= StreamServer::kClients) {
+        if (!std::exchange(shared.said_full, true)) {
+            lock.unlock();
+            HOST_LOG(kLogError, "%s is full: %zu clients are connected; the one that is idle longest makes room",
+                     shared.path.c_str(), StreamServer::kClients);
+            lock.lock();
+        }
+        shared.end_longest_idle();
+        shared.rounds.fetch_add(1, std::memory_order_relaxed);
+        (void)shared.client_gone.wait_for(lock, kPlacePause);
+    }
+    return !shared.stopping;
+}
+
+// Closes a connection that may not be served. True: it was one.
+bool refuse_stranger(StreamShared &shared, Fd *client) {
+    if (!shared.only_user) {
+        return false;
+    }
+    const std::optional<uid_t> user = unix_peer_user(*client);
+    if (user == shared.only_user) {
+        return false;
+    }
+    client->reset();
+    if (shared.says_stranger.due()) {
+        HOST_LOG(kLogError, "%s: a connection of user %ld is closed: only processes of user %ld are served",
+                 shared.path.c_str(), user ? static_cast<long>(*user) : -1L, static_cast<long>(*shared.only_user));
+    }
+    return true;
+}
+
+// 0, also when the client was a stranger, or an errno value: nobody is waiting, or the machine is short of something.
+int accept_client(const std::shared_ptr<StreamShared> &shared) {
+    Fd client(accept4(shared->listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!client) {
+        return errno;
+    }
+    if (!refuse_stranger(*shared, &client)) {
+        start_client(shared, std::move(client));
+    }
+    return 0;
+}
+
+bool is_shortage(int error) {
+    return error != 0 && error != EINTR && error != ECONNABORTED && error != EAGAIN;
+}
+
+void accept_clients(const std::shared_ptr<StreamShared> &shared) {
+    (void)pthread_setname_np(pthread_self(), shared->thread_name.c_str());
+    while (await_client(*shared) && await_place(*shared)) {
+        const int error = accept_client(shared);
+        if (!is_shortage(error)) {
+            continue;
+        }
+        if (shared->says_shortage.due()) {
+            HOST_LOG(kLogError, "%s: a client cannot be accepted: %s; it waits, and idle clients make room",
+                     shared->path.c_str(), error_text(error).c_str());
+        }
+        {
+            const std::lock_guard lock(shared->mutex);
+            shared->end_longest_idle();
+        }
+        pause_accepting(*shared);
+    }
+    // Who has connected just before the end may have sent a request.
+    for (std::size_t left = StreamServer::kClients; left > 0 && accept_client(shared) == 0; --left) {
+    }
+}
+
+// Nobody can connect before listen(), so that the mode holds for the first client too. 0 or an errno value.
+int listen_at(const sockaddr_un &address, mode_t mode, Fd *listener) {
+    *listener = Fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!*listener) {
+        return errno;
+    }
+    if (unlink(address.sun_path) != 0 && errno != ENOENT) {
+        return errno;
+    }
+    const bool listening = bind(listener->get(), common(address), sizeof address) == 0 &&
+                           chmod(address.sun_path, mode) == 0 && listen(listener->get(), SOMAXCONN) == 0;
+    return listening ? 0 : errno;
+}
+
+} // namespace
+
+bool Seldom::due() {
+    const auto now = std::chrono::duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+    std::int64_t next = next_ms_.load(std::memory_order_relaxed);
+    return now >= next && next_ms_.compare_exchange_strong(next, now + kSeldomMs, std::memory_order_relaxed);
+}
+
+// Only its reading side: a request that has arrived at this moment is still answered. With the mutex held.
+void StreamShared::end_longest_idle() {
+    const auto latest = steady_clock::now() - kIdleGrace;
+    auto longest = clients.end();
+    for (auto client = clients.begin(); client != clients.end(); ++client) {
+        std::uint8_t first = 0;
+        if (client->second.idle && client->second.since <= latest &&
+            (longest == clients.end() || client->second.since < longest->second.since) &&
+            recv(client->first, &first, 1, MSG_PEEK | MSG_DONTWAIT) < 0) {
+            longest = client;
+        }
+    }
+    if (longest != clients.end()) {
+        longest->second.idle = false; // it is on its way out
+        (void)shutdown(longest->first, SHUT_RD);
+    }
+}
+
+StreamClient::~StreamClient() {
+    leave_place();
+}
+
+void StreamClient::leave_place() {
+    if (!std::exchange(admitted_, false)) {
+        return;
+    }
+    const std::lock_guard lock(shared_.mutex);
+    --shared_.served;
+    shared_.said_busy = shared_.said_busy && shared_.served > StreamServer::kServedClients / 2;
+}
+
+// Waits for input; once the server stops, only ending_limit longer.
+bool StreamClient::await_input(milliseconds limit, milliseconds ending_limit) {
+    std::array<pollfd, 2> fds{{{.fd = fd_, .events = POLLIN, .revents = 0},
+                               {.fd = shared_.stop_event.get(), .events = POLLIN, .revents = 0}}};
+    (void)wait_readable(fds, static_cast<int>(limit.count()));
+    if (fds[1].revents != 0 && !ends_) {
+        ends_ = steady_clock::now() + kEndingLimit;
+    }
+    if (fds[0].revents == 0 && fds[1].revents != 0) {
+        (void)wait_readable(std::span(fds).first(1), static_cast<int>(ending_limit.count()));
+    }
+    return fds[0].revents != 0;
+}
+
+bool StreamClient::await_request() {
+    leave_place();
+    if (answered_) {
+        shared_.set_idle(fd_, true); // since it connected, the first time
+    }
+    if (!await_input(kForever, answered_ ? kLeaveLimit : milliseconds(0))) {
+        // The service ends. What arrives from now on is refused, what has arrived just before is still answered.
+        (void)shutdown(fd_, SHUT_RD);
+    }
+    answered_ = false;
+    if (ends_ && steady_clock::now() > *ends_) {
+        return false; // it has sent requests faster than they can be answered
+    }
+    std::uint8_t first = 0;
+    if (recv(fd_, &first, 1, MSG_PEEK | MSG_DONTWAIT) != 1) {
+        return false;
+    }
+    shared_.set_idle(fd_, false);
+    whole_by_ = steady_clock::now() + kWholeLimit;
+    return true;
+}
+
+bool StreamClient::read(std::span<std::uint8_t> out) {
+    while (!out.empty()) {
+        const auto left = std::chrono::ceil<milliseconds>(whole_by_ - steady_clock::now());
+        if (left <= milliseconds(0) || !await_input(left, std::min(left, kEndingLimit))) {
+            return false;
+        }
+        const ssize_t count = recv(fd_, out.data(), out.size(), MSG_DONTWAIT);
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
+            continue;
+        }
+        if (count <= 0) {
+            return false;
+        }
+        out = out.subspan(static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+bool StreamClient::send(std::span<const std::uint8_t> data) {
+    leave_place(); // whoever reads slowly does not keep others out
+    const auto taken_by = steady_clock::now() + kWholeLimit;
+    for (;;) {
+        const ssize_t count = ::send(fd_, data.data(), data.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count >= 0 || errno != EAGAIN || !await_room(taken_by)) {
+            answered_ = true;
+            return count == static_cast<ssize_t>(data.size());
+        }
+    }
+}
+
+// Waits until the client has taken something; once the server stops, only a moment longer.
+bool StreamClient::await_room(steady_clock::time_point taken_by) {
+    std::array<pollfd, 2> fds{{{.fd = fd_, .events = POLLOUT, .revents = 0},
+                               {.fd = shared_.stop_event.get(), .events = POLLIN, .revents = 0}}};
+    const auto left = std::chrono::ceil<milliseconds>(taken_by - steady_clock::now());
+    (void)wait_readable(fds, static_cast<int>(std::max(left, milliseconds(0)).count()));
+    if (fds[0].revents == 0 && fds[1].revents != 0) {
+        (void)wait_readable(std::span(fds).first(1), static_cast<int>(kLeaveLimit.count()));
+    }
+    return fds[0].revents != 0;
+}
+
+bool StreamClient::admitted() {
+    std::unique_lock lock(shared_.mutex);
+    if (shared_.served < StreamServer::kServedClients) {
+        admitted_ = true;
+        ++shared_.served;
+        return true;
+    }
+    const bool said = std::exchange(shared_.said_busy, true);
+    lock.unlock();
+    if (!said) {
+        HOST_LOG(kLogError, "%s: %zu requests are under way; further ones are answered busy", shared_.path.c_str(),
+                 StreamServer::kServedClients);
+    }
+    return false;
+}
+
+std::unique_ptr<StreamServer> StreamServer::open(const std::filesystem::path &path, std::string thread_name,
+                                                 Protocol protocol, std::string *mistake,
+                                                 std::optional<uid_t> only_user) {
+    constexpr mode_t kOwner = 0600;
+    constexpr mode_t kOwnerAndGroup = 0660;
+    const std::optional<sockaddr_un> address = unix_address(path);
+    if (!address) {
+        *mistake = "the socket's path is too long (at most 107 bytes): " + path.native();
+        return nullptr;
+    }
+    auto shared = std::make_shared<StreamShared>();
+    shared->path = path.native();
+    shared->thread_name = std::move(thread_name);
+    shared->protocol = std::move(protocol);
+    shared->only_user = only_user;
+    shared->stop_event = Fd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    const int error =
+        shared->stop_event ? listen_at(*address, only_user ? kOwner : kOwnerAndGroup, &shared->listener) : errno;
+    if (error != 0) {
+        *mistake = "cannot listen at " + path.native() + ": " + error_text(error);
+        return nullptr;
+    }
+    std::unique_ptr<StreamServer> server(new StreamServer);
+    server->path_ = path;
+    server->shared_ = shared;
+    try {
+        server->acceptor_ = std::thread(accept_clients, shared);
+    } catch (const std::system_error &failure) {
+        *mistake = "no thread to serve " + path.native() + ": " + failure.what();
+        return nullptr;
+    }
+    return server;
+}
+
+StreamServer::~StreamServer() {
+    (void)stop(milliseconds(1000)); // a client's thread that is still busy keeps what it shares
+}
+
+void StreamServer::begin_stop() {
+    if (shared_ == nullptr || !acceptor_.joinable()) {
+        return;
+    }
+    (void)unlink(path_.c_str()); // what remains is replaced by the next process
+    {
+        const std::lock_guard lock(shared_->mutex);
+        shared_->stopping = true;
+        shared_->client_gone.notify_all();
+    }
+    const std::uint64_t one = 1;
+    // Fails only when it is readable already.
+    [[maybe_unused]] const ssize_t written = write(shared_->stop_event.get(), &one, sizeof one);
+    acceptor_.join();
+    shared_->listener.reset();
+}
+
+bool StreamServer::stop(milliseconds limit) {
+    if (shared_ == nullptr) {
+        return true;
+    }
+    begin_stop();
+    // Requests end by themselves, except for one whose handler hangs or whose answer nobody takes.
+    if (shared_->await_no_client(limit * 3 / 4)) {
+        return true;
+    }
+    shared_->end_connections();
+    return shared_->await_no_client(limit / 4);
+}
+
+Pulse StreamServer::pulse() const {
+    return {.name = path_.native(), .count = shared_->rounds.load(std::memory_order_relaxed), .bound = kRoundBound};
+}
+
+} // namespace asd_host
