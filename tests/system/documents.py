@@ -31,7 +31,7 @@ SOON_S = 1  # for what does not match, once something else has not matched eithe
 # What the documents call the checkout and the folders of an installed service.
 PLACES = {"/opt/asd": "checkout", "/etc/asd": "etc", "/run/asd": "run", "/var/lib/asd": "state"}
 VARYING = ((r"\d{4}-\d\d-\d\d[T ]\d\d:[\d:.]+Z?", "TIME"), (r"process \d+", "process N"), (r"(?m)^Running +.* s,", "Running N s,"))
-GOES_ON = re.compile(r"scripts/run\b|^asd --|asdctl watch|gdbus monitor")
+GOES_ON = re.compile(r"scripts/run\b|^asd --|asdctl\b.* watch|gdbus monitor")
 ENDS = re.compile(r"--check-config|--count|--help|--version|echo \$\?")
 LOOKS = re.compile(r"\b(status|raw|get|cat|busctl)\b")  # these may find what takes its time, such as a takeover, not yet there
 
@@ -104,7 +104,7 @@ class Terminal:
     def _begin(self, command, end):
         """Types it with the output in a file; what end says is in the other one when the shell is there again."""
         self._typed += 1
-        log, done = (self.folder / f"{kind}{self._typed}" for kind in ("log", "done"))
+        log, done = (self.folder / f"{kind}{self._typed}" for kind in ("typed", "done"))
         self._send(f"{{ {self._real(command)}\n}} >{log} 2>&1 </dev/null {end} >{done}.new; mv {done}.new {done}")
         try:
             wait_for(done.exists, f"the end of: {command}")

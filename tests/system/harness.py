@@ -27,15 +27,11 @@ CONFIG = pathlib.Path(os.environ["ASD_CONFIG"])
 DEADLINE_S = 30  # for anything that must come; generous, because sanitizers and busy machines are slow
 
 BOARD_PATH = "/org/asd/Storage1/Board"
-ITEM, CHIP, BOARD = "org.asd.AtomStorageData1", "org.asd.AtomStorageDataDev1", "org.asd.Board1"
+ITEM, BOARD = "org.asd.AtomStorageData1", "org.asd.Board1"
 
 
 def item_path(name):
     return f"/org/asd/Storage1/AtomStorageData/{name}"
-
-
-def chip_path(name):
-    return f"/org/asd/Storage1/AtomStorageDataDev/{name}"
 
 
 def wait_for(condition, what, deadline_s=DEADLINE_S):

@@ -185,21 +185,6 @@ class Life(unittest.TestCase):
             service.end()
             self.assertNotIn(" hangs", service.log())
 
-    def test_a_start_that_would_harm_is_refused(self):
-        with Service(*FAST) as service:
-            service.start()
-            second = run(*service.command())
-            self.assertEqual(second.returncode, 1)
-            self.assertIn(str(service.process.pid), second.stderr)
-            self.assertEqual(service.raw(6, 1)[0], 0)
-            service.end()
-            image = service.chip("ASDDev14a").image
-            image.write_bytes(content := image.read_bytes()[:-1])  # another size
-            shorter = run(*service.command())
-            self.assertEqual(shorter.returncode, 1)
-            self.assertIn(str(image), shorter.stderr)
-            self.assertEqual(image.read_bytes(), content)
-
     def test_closed_descriptors_and_stray_signals_harm_nothing(self):
         with Service(*FAST) as service:
             service.launcher = ("sh", "-c", 'exec 0<&- 1>&- 2>&-; exec "$@"', "sh")
@@ -295,23 +280,6 @@ class Life(unittest.TestCase):
             os.mkdir(gone)
         self.assertEqual((done.returncode, done.stderr.count("\n")), (2, 2))
         self.assertRegex(done.stderr, "^asd: --run-dir: run .*working folder")
-
-    def test_the_command_line_has_its_statuses(self):
-        with Service() as service:
-            good = service.config
-            service.enclosure["Items"][0]["Lenght"] = service.enclosure["Items"][0].pop("Length")
-            service.enclosure["Chips"][3]["RetryNumber"] = 0
-            service.use_changed_enclosure()
-            for arguments, status, patterns in (
-                    (("--config", good, "--check-config"), 0, ["ok"]),
-                    (("--config", service.config, "--check-config"), 1,
-                     [r'enclosure.json:\d+: /Items/0/Lenght: .*"Length"', r"enclosure.json:\d+: /Chips/3/RetryNumber: is 0"]),
-                    (("--slot", "4"), 2, ["slot"]), (("--help",), 0, ["--state-dir"]), (("--version",), 0, [r"\d"])):
-                with self.subTest(arguments=arguments):
-                    done = run(BINARY, *arguments)
-                    self.assertEqual(done.returncode, status)
-                    for text in patterns:
-                        self.assertRegex(done.stderr if status else done.stdout, text)
 
 
 if __name__ == "__main__":
