@@ -1,10 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Write-protect lines on a GPIO chip. Built twice: gpio_lines_v1.cpp and gpio_lines_v2.cpp, each on a fake of its
-// libgpiod.
+// Write-protect lines on a GPIO chip, which is in memory here: what gpio_line.cpp would ask of libgpiod stands in a
+// journal. The emulated controller has that file itself, above the kernel's driver.
 
-#include "fake_gpiod.h"
 #include "gpio.h"
 #include "gpio_lines.h"
 #include "host.h"
@@ -12,65 +11,71 @@
 
 namespace {
 
-using namespace asd_host;
+struct {
+    asd_test::Texts journal; // what was done to the chip's lines
+    int set_error = 0;
+} g_chip; // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
+
+} // namespace
+
+namespace asd_host {
+
+struct GpioLine::Held {
+    std::string name;
+};
+
+GpioLine::GpioLine(std::unique_ptr<Held> held) : held_(std::move(held)) {}
+GpioLine::~GpioLine() {
+    g_chip.journal.push_back("release " + held_->name);
+}
+
+std::unique_ptr<GpioLine> GpioLine::request(const GpioLineConfig &config, std::string *mistake) {
+    if (config.chip != "gpiochip3") {
+        *mistake = gpio_mistake(config, GpioStep::kOpenChip, ENOENT, nullptr);
+        return nullptr;
+    }
+    auto held = std::make_unique<Held>(Held{std::to_string(config.line)});
+    g_chip.journal.push_back("take " + held->name);
+    return std::unique_ptr<GpioLine>(new GpioLine(std::move(held)));
+}
+
+int GpioLine::set(std::uint32_t level) {
+    if (g_chip.set_error == 0) {
+        g_chip.journal.push_back("set " + held_->name + " " + std::to_string(level));
+    }
+    return g_chip.set_error;
+}
+
+namespace {
+
 using namespace asd_test;
 
-constexpr int kAnyError = EIO;
-
-GpioLineConfig by_offset(std::uint32_t line, const char *chip, std::uint32_t offset, bool active_low = false) {
-    return {.line = line, .chip = chip, .offset = offset, .active_low = active_low};
-}
-GpioLineConfig by_name(std::uint32_t line, const char *chip, const char *name) {
-    return {.line = line, .chip = chip, .name = name};
-}
-
-TEST(GpioLine, IsTakenProtectedThenSetThenReleased) {
-    const std::vector<std::pair<GpioLineConfig, Texts>> rows = {
-        {by_offset(55, kFakePath, 0), {"take 0 low", "set 0 high", "set 0 low", "release 0 of asd"}},
-        {by_offset(55, kFakeName, 1, true), {"take 1 high", "set 1 low", "set 1 high", "release 1 of asd"}},
-        {by_name(56, kFakeLabel, "WP_BP0"), {"take 1 low", "set 1 high", "set 1 low", "release 1 of asd"}},
-    };
-    for (const auto &[config, journal] : rows) {
-        SCOPED_TRACE(config.chip);
-        g_gpio = {};
-        std::string mistake;
-        auto line = GpioLine::request(config, &mistake);
-        ASSERT_NE(line, nullptr) << mistake;
-        EXPECT_EQ(line->set(1), 0);
-        EXPECT_EQ(line->set(0), 0);
-        line.reset();
-        EXPECT_EQ(g_gpio.journal, journal);
-        EXPECT_EQ(g_gpio.chips_open, 0);
-    }
+GpioLineConfig line_of(std::uint32_t line, const char *chip = "gpiochip3") {
+    return {.line = line, .chip = chip, .offset = line};
 }
 
 TEST(GpioLine, ThatCannotBeHadIsSaidWithWhatToDo) {
     const struct {
-        GpioLineConfig config;
-        int take_error;
-        std::string mistake;
+        GpioStep step;
+        int error;
+        const char *consumer, *mistake;
     } rows[] = {
         // clang-format off
-        {by_offset(55, "/dev/gpiochip7", 0), 0, "the GPIO chip \"/dev/gpiochip7\" cannot be opened: No such file or directory; gpiodetect lists the chips"},
-        {by_offset(55, "nowhere", 0), 0, "the GPIO chip \"nowhere\" cannot be opened: No such file or directory; gpiodetect lists the chips"},
-        {by_offset(55, kFakeName, 4), 0, "the GPIO chip \"gpiochip3\" has no line 4: Invalid argument; gpioinfo lists the lines"},
-        {by_name(55, kFakePath, "WP"), 0, "the GPIO chip \"/dev/gpiochip3\" has no line \"WP\": No such file or directory; gpioinfo lists the lines"},
-        {by_name(55, kFakeName, "LED"), 0, "line \"LED\" of the GPIO chip \"gpiochip3\" is held by \"leds\"; stop that, or name another line in GpioLines"},
-        {by_offset(55, kFakeName, 3), 0, "line 3 of the GPIO chip \"gpiochip3\" is held by another program or driver; stop that, or name another line in GpioLines"},
-        {by_offset(55, kFakeName, 0), EPERM, "line 0 of the GPIO chip \"gpiochip3\" cannot be driven: Operation not permitted; let the service's user read and write it"},
-        {by_offset(55, kFakeName, 0), kAnyError, "line 0 of the GPIO chip \"gpiochip3\" cannot be driven: Input/output error; it must be a line that can be an output"},
+        {GpioStep::kOpenChip, ENOENT, nullptr, "the GPIO chip \"gpiochip3\" cannot be opened: No such file or directory; gpiodetect lists the chips"},
+        {GpioStep::kOpenChip, EACCES, nullptr, "the GPIO chip \"gpiochip3\" cannot be opened: Permission denied; let the service's user read and write it"},
+        {GpioStep::kFindLine, ENOENT, nullptr, "the GPIO chip \"gpiochip3\" has no line \"WP\": No such file or directory; gpioinfo lists the lines"},
+        {GpioStep::kTakeLine, EBUSY, "leds", "line \"WP\" of the GPIO chip \"gpiochip3\" is held by \"leds\"; stop that, or name another line in GpioLines"},
+        {GpioStep::kTakeLine, EBUSY, nullptr, "line \"WP\" of the GPIO chip \"gpiochip3\" is held by another program or driver; stop that, or name another line in GpioLines"},
+        {GpioStep::kTakeLine, EPERM, "leds", "line \"WP\" of the GPIO chip \"gpiochip3\" cannot be driven: Operation not permitted; let the service's user read and write it"},
+        {GpioStep::kTakeLine, EIO, nullptr, "line \"WP\" of the GPIO chip \"gpiochip3\" cannot be driven: Input/output error; it must be a line that can be an output"},
         // clang-format on
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.mistake);
-        g_gpio = {};
-        g_gpio.take_error = row.take_error;
-        std::string mistake;
-        EXPECT_EQ(GpioLine::request(row.config, &mistake), nullptr);
-        EXPECT_EQ(mistake, "write-protect line 55: " + row.mistake);
-        EXPECT_EQ(g_gpio.journal, Texts{});
-        EXPECT_EQ(g_gpio.chips_open, 0);
+        const GpioLineConfig config{.line = 55, .chip = "gpiochip3", .name = "WP"};
+        EXPECT_EQ(gpio_mistake(config, row.step, row.error, row.consumer),
+                  std::string("write-protect line 55: ") + row.mistake);
     }
+    EXPECT_NE(gpio_mistake(line_of(7), GpioStep::kFindLine, EINVAL, nullptr).find("has no line 7:"), std::string::npos);
 }
 
 // From the enclosure to the pin: the platform starts once a process, so all of it is one test.
@@ -86,20 +91,18 @@ TEST(GpioLines, GuardThePartsOfTheRunningPlatform) {
     options.run_dir = folder.path() / "run";
     options.state_dir = folder.path() / "state";
 
-    g_gpio = {};
-    enclosure.gpio_lines = {by_offset(55, kFakeName, 0), by_offset(56, kFakeName, 2), by_offset(57, "nowhere", 0)};
+    enclosure.gpio_lines = {line_of(55), line_of(56, "nowhere"), line_of(57, "gone")};
     EXPECT_EQ(host_start(options, enclosure).size(), 2U) << "every line that cannot be had is said";
-    EXPECT_EQ(g_gpio.journal, (Texts{"take 0 low", "release 0 of asd"}));
+    EXPECT_EQ(g_chip.journal, (Texts{"take 55", "release 55"}));
 
-    g_gpio = {};
-    enclosure.gpio_lines = {by_offset(55, kFakeName, 0), by_offset(56, kFakeName, 1)};
+    enclosure.gpio_lines = {line_of(55), line_of(56)};
     ASSERT_EQ(host_start(options, enclosure), Texts{});
     EXPECT_EQ(shown("55") + shown("56") + shown("39"), "0\n0\n0\n");
     Part &part = *host()->parts.at("p");
     const Bytes data(4, 7);
     EXPECT_EQ(part.write(0, data, false), kTransferFailed | EIO);
 
-    g_gpio.set_error = kAnyError;
+    g_chip.set_error = EIO;
     const Texts lines = logged([] {
         EXPECT_EQ(gpio_write(55, 1), kLineFailed);
         EXPECT_EQ(gpio_write(55, 1), kLineFailed);
@@ -110,15 +113,16 @@ TEST(GpioLines, GuardThePartsOfTheRunningPlatform) {
     EXPECT_EQ(shown("55") + shown("39"), "0\n1\n");
     EXPECT_EQ(part.write(0, data, false), kTransferFailed | EIO);
 
-    g_gpio.set_error = 0;
-    g_gpio.journal.clear();
+    g_chip.set_error = 0;
+    g_chip.journal.clear();
     EXPECT_EQ(gpio_init(55, 1), 0);
     EXPECT_EQ(gpio_write(55, 1), 0);
     EXPECT_EQ(shown("55"), "1\n");
     EXPECT_EQ(part.write(0, data, false), 0);
     EXPECT_EQ(gpio_write(55, 0), 0);
     EXPECT_EQ(gpio_write(56, 2), kBadArgument);
-    EXPECT_EQ(g_gpio.journal, (Texts{"set 0 high", "set 0 low"})) << "taken once, never again";
+    EXPECT_EQ(g_chip.journal, (Texts{"set 55 1", "set 55 0"})) << "taken once, never again";
 }
 
 } // namespace
+} // namespace asd_host

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What both versions of libgpiod share: the sentences for a line that cannot be had.
+// The sentences for a line that cannot be had.
 
 #include "gpio_lines.h"
 

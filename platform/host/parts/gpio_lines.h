@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// Output lines of the kernel's GPIO chips, through libgpiod. Its versions 1 and 2 have no call in common:
-// gpio_lines_v1.cpp or gpio_lines_v2.cpp is built, by the version that is installed.
+// Output lines of the kernel's GPIO chips. gpio_line.cpp alone calls libgpiod, so that a test can put lines of its own
+// in its place.
 
 #include "enclosure.h"
 

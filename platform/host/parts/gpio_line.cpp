@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 
-// GPIO lines through libgpiod 1.
+// A GPIO line through libgpiod 1.
 
 #include "gpio_lines.h"
 
