@@ -10,6 +10,7 @@ import os
 import pathlib
 import pty
 import re
+import shutil
 import signal
 import socket
 import struct
@@ -271,6 +272,35 @@ class Misbehaviour(unittest.TestCase):
                 status, out, errors = asdctl(folder, *words, data=bytes(700) + b"\x01" + bytes(323))
                 self.assertEqual((status, out), (FAILED, b""), errors)
                 self.assertIn(text, errors)
+
+    def test_a_folder_in_tmp_is_trusted_when_it_is_this_users_alone(self):
+        rows = [  # mode, whether it belongs to the user who asks, what is said
+            (0o700, True, "cannot be connected to"),
+            (0o750, True, "not a folder of yours alone"),
+            (0o700, False, "not a folder of yours alone"),
+        ]
+        # Root asks as a user whom nobody is, everybody else with his own folder.
+        root = os.geteuid() == 0
+        user = 100_000 + os.getpid() if root else os.geteuid()
+        folder = pathlib.Path(f"/tmp/asd-{user}")
+        try:
+            folder.mkdir()
+        except FileExistsError:
+            self.skipTest(f"{folder} is in use")
+        self.addCleanup(folder.rmdir)
+        program = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(dir="/tmp"))) / "asdctl"
+        shutil.copy(ASDCTL, program)  # where that user may start it
+        program.parent.chmod(0o755)
+        alone = {name: value for name, value in os.environ.items() if name != "XDG_RUNTIME_DIR"}
+        for mode, own, text in rows if root else rows[:2]:
+            with self.subTest(mode=oct(mode), own=own):
+                folder.chmod(mode)
+                if root:
+                    os.chown(folder, user if own else 0, -1)
+                done = subprocess.run([program, "status"], user=user if root else None, env=alone, capture_output=True,
+                                      timeout=DEADLINE_S, check=False)
+                self.assertEqual(done.returncode, FAILED)
+                self.assertIn(text, done.stderr.decode())
 
     def test_a_service_that_hangs_is_not_waited_for_and_a_watch_ends_with_it(self):
         with Service(*FAST) as service, futures.ThreadPoolExecutor() as both:

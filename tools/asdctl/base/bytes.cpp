@@ -74,9 +74,8 @@ bool print_bytes(const void *data, std::size_t size) {
     return byte == 0x00 || byte == 0xFF;
 }
 
-void append_escaped(std::string &text, std::uint8_t byte) {
+void append_digits(std::string &text, std::uint8_t byte) {
     constexpr std::string_view kDigits = "0123456789abcdef";
-    text += "\\x";
     text += kDigits[byte >> 4U];
     text += kDigits[byte & 0xFU];
 }
@@ -120,15 +119,17 @@ Bytes parse_hex(std::string_view text) {
     return bytes;
 }
 
+std::string hex_number(std::uint32_t value, int digits) {
+    std::array<char, 16> text;
+    g_snprintf(text.data(), text.size(), "0x%0*X", digits, value);
+    return text.data();
+}
+
 std::string to_hex(BytesView bytes, std::string_view separator) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
     std::string text;
     for (const std::uint8_t byte : bytes) {
-        if (!text.empty()) {
-            text += separator;
-        }
-        text += kDigits[byte >> 4U];
-        text += kDigits[byte & 0xFU];
+        text += text.empty() ? "" : separator;
+        append_digits(text, byte);
     }
     return text;
 }
@@ -143,7 +144,7 @@ std::string to_text(BytesView bytes) {
         const gunichar letter = g_utf8_get_char_validated(here, static_cast<gssize>(bytes.size()));
         const bool valid = letter < 0x110000 && g_unichar_isprint(letter) != 0;
         if (!valid || letter == '\\') {
-            append_escaped(text, bytes.front());
+            append_digits(text += "\\x", bytes.front());
             bytes = bytes.subspan(1);
             continue;
         }

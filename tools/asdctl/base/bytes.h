@@ -19,6 +19,9 @@ using BytesView = std::span<const std::uint8_t>;
 // "41 43", "0x4143", "41:43" and single digits; nothing but whole bytes. Throws WrongUsage.
 [[nodiscard]] Bytes parse_hex(std::string_view text);
 
+// "0x001B": that many digits, or more where the value needs them.
+[[nodiscard]] std::string hex_number(std::uint32_t value, int digits);
+
 // "4143", or "41 43" with a separator.
 [[nodiscard]] std::string to_hex(BytesView bytes, std::string_view separator = "");
 

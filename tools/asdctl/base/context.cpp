@@ -2,10 +2,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "context.h"
 
-#include "failure.h"
-
-#include <cstdlib>
-
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,18 +13,14 @@ std::string Context::how_to_start() const {
            run_dir.string() + "\nA service elsewhere is found with --run-dir, --slot and --bus.";
 }
 
-std::filesystem::path default_run_dir() {
-    if (::geteuid() == 0) {
-        return "/run/asd";
-    }
-    const char *value = std::getenv("XDG_RUNTIME_DIR"); // NOLINT(concurrency-mt-unsafe): nothing changes it
-    const std::filesystem::path runtime = value == nullptr ? "" : value;
-    return runtime.is_absolute() ? runtime / "asd" : std::filesystem::path("/tmp/asd-" + std::to_string(::geteuid()));
+int answer(const Context &context, const Json &json, std::string_view text, int status) {
+    print(context.json ? json.dump(2) + "\n" : text);
+    return status;
 }
 
 void check_default_run_dir(const std::filesystem::path &run_dir) {
     struct stat facts = {};
-    if (run_dir.parent_path() != "/tmp" || run_dir != default_run_dir() || ::lstat(run_dir.c_str(), &facts) != 0) {
+    if (run_dir != run_dir_in_tmp() || ::lstat(run_dir.c_str(), &facts) != 0) {
         return;
     }
     if (!S_ISDIR(facts.st_mode) || facts.st_uid != ::geteuid() || (facts.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
@@ -40,10 +32,10 @@ void check_default_run_dir(const std::filesystem::path &run_dir) {
 unsigned default_slot(const std::filesystem::path &run_dir) {
     std::optional<unsigned> only;
     for (unsigned slot = 0; slot < kSlots; ++slot) {
-        const std::filesystem::path folder = run_dir / ("slot" + std::to_string(slot));
+        const std::filesystem::path folder = run_dir / slot_folder(slot);
         std::error_code unreadable; // counts as not there
-        if (!std::filesystem::exists(folder / "ipmi.sock", unreadable) &&
-            !std::filesystem::exists(folder / "bus", unreadable)) {
+        if (!std::filesystem::exists(folder / kIpmiSocket, unreadable) &&
+            !std::filesystem::exists(folder / kBusSocket, unreadable)) {
             continue;
         }
         if (only) {

@@ -4,14 +4,14 @@
 
 // Where the service is found, and what the options say that every command has.
 
+#include "failure.h"
 #include "output.h"
+#include "places.h"
 
 #include <filesystem>
 #include <optional>
 
 namespace asdctl {
-
-inline constexpr unsigned kSlots = 4; // of an enclosure, at most
 
 enum class Bus { kPrivate, kSession, kSystem };
 
@@ -24,16 +24,17 @@ struct Context {
     Screen out; // standard output
     Screen err; // standard error
 
-    [[nodiscard]] std::filesystem::path slot_dir() const { return run_dir / ("slot" + std::to_string(slot)); }
-    [[nodiscard]] std::filesystem::path bus_socket() const { return slot_dir() / "bus"; }
-    [[nodiscard]] std::filesystem::path ipmi_socket() const { return slot_dir() / "ipmi.sock"; }
+    [[nodiscard]] std::filesystem::path slot_dir() const { return run_dir / slot_folder(slot); }
+    [[nodiscard]] std::filesystem::path bus_socket() const { return slot_dir() / kBusSocket; }
+    [[nodiscard]] std::filesystem::path ipmi_socket() const { return slot_dir() / kIpmiSocket; }
 
     // What to do when nothing answers there.
     [[nodiscard]] std::string how_to_start() const;
 };
 
-// asd's own default: /run/asd for root, else $XDG_RUNTIME_DIR/asd, else /tmp/asd-UID.
-[[nodiscard]] std::filesystem::path default_run_dir();
+// Prints what a command answers with, as JSON where that was asked for. Returns the status, which the command ends
+// with.
+[[nodiscard]] int answer(const Context &context, const Json &json, std::string_view text, int status = kDone);
 
 // Throws a Failure when the folder is the default one in /tmp, where anybody may have made it, and is not this user's
 // alone: what answers there could be a stranger.

@@ -213,8 +213,4 @@ void ProgressBar::draw() const {
               << std::flush;
 }
 
-void print(const Json &json) {
-    print(std::string_view(json.dump(2) + "\n"));
-}
-
 } // namespace asdctl

@@ -97,7 +97,4 @@ private:
     std::size_t done_ = 0;
 };
 
-// Indented, with a line's end.
-void print(const Json &json);
-
 } // namespace asdctl

@@ -2,50 +2,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "texts.h"
 
+#include "bytes.h"
+#include "status.h"
+
 #include <algorithm>
 #include <array>
 #include <functional>
 #include <string_view>
 
-#include <glib.h>
-
 namespace asdctl {
 
 namespace {
-
-struct StatusRow {
-    std::int32_t status;
-    std::string_view text;
-};
-
-// clang-format off
-constexpr std::array kStatuses = {
-    StatusRow{.status = -2008, .text = "not available on this platform"},
-    StatusRow{.status = -2007, .text = "a state file could not be read or written"},
-    StatusRow{.status = -2006, .text = "a time limit passed"},
-    StatusRow{.status = -2005, .text = "the property is configuration"},
-    StatusRow{.status = -2004, .text = "the property has another type"},
-    StatusRow{.status = -2003, .text = "the object has no such property"},
-    StatusRow{.status = -2002, .text = "there is no such object"},
-    StatusRow{.status = -2001, .text = "an argument is missing or out of range"},
-    StatusRow{.status = -1019, .text = "the checksum was still wrong after three reads"},
-    StatusRow{.status = -1018, .text = "the item has no check object"},
-    StatusRow{.status = -1017, .text = "no item of that name"},
-    StatusRow{.status = -1016, .text = "the two chips hold different data"},
-    StatusRow{.status = -1014, .text = "the method's arguments cannot be used"},
-    StatusRow{.status = -1012, .text = "the copy in memory could not be written"},
-    StatusRow{.status = -1008, .text = "the item has neither one nor two chips"},
-    StatusRow{.status = -1007, .text = "the item is not online"},
-    StatusRow{.status = -1006, .text = "neither of the two chips can be used"},
-    StatusRow{.status = -1005, .text = "the bytes could not be handed over"},
-    StatusRow{.status = -1001, .text = "there are no bytes to publish"},
-    StatusRow{.status =    -1, .text = "refused, or out of memory; the service's log says why"},
-    StatusRow{.status =     0, .text = "no error"},
-    StatusRow{.status =     1, .text = "the record's checksum is wrong: never written, or damaged"},
-};
-// clang-format on
-static_assert(std::ranges::adjacent_find(kStatuses, std::ranges::greater_equal{}, &StatusRow::status) ==
-              kStatuses.end());
 
 struct CompletionRow {
     std::uint8_t code;
@@ -84,31 +51,11 @@ constexpr std::array kCompletions = {
 static_assert(std::ranges::adjacent_find(kCompletions, std::ranges::greater_equal{}, &CompletionRow::code) ==
               kCompletions.end());
 
-// Statuses of chip transfers are positive: a class bit and an errno value.
-constexpr std::int32_t kTransferFailed = 0x10000;
-constexpr std::int32_t kPartAbsent = 0x20000;
-constexpr std::int32_t kErrno = 0xFFFF;
-
-std::string status_meaning(std::int32_t status) {
-    const auto *const row = std::ranges::find(kStatuses, status, &StatusRow::status);
-    if (row != kStatuses.end()) {
-        return std::string(row->text);
-    }
-    const std::int32_t error = status & kErrno;
-    const std::string reason = error == 0 ? "" : std::string(" (") + g_strerror(error) + ")";
-    if (status == (kTransferFailed | error)) {
-        return "the transfer to or from the part failed" + reason;
-    }
-    if (status == (kPartAbsent | error)) {
-        return "the part does not answer" + reason;
-    }
-    return {};
-}
-
 } // namespace
 
 std::string status_text(std::int32_t status) {
-    return std::to_string(status) + ": " + status_meaning(status);
+    const std::string meaning = status_meaning(status);
+    return std::to_string(status) + (meaning.empty() ? "" : ": " + meaning);
 }
 
 std::string completion_name(std::uint8_t code) {
@@ -123,12 +70,7 @@ std::string completion_name(std::uint8_t code) {
 }
 
 std::string completion_text(std::uint8_t code) {
-    return "completion code " + hex_byte(code) + " (" + completion_name(code) + ")";
-}
-
-std::string hex_byte(std::uint8_t byte) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    return {'0', 'x', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
+    return "completion code " + hex_number(code, 2) + " (" + completion_name(code) + ")";
 }
 
 } // namespace asdctl

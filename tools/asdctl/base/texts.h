@@ -18,7 +18,4 @@ namespace asdctl {
 // "completion code 0xC7 (request data length invalid)"
 [[nodiscard]] std::string completion_text(std::uint8_t code);
 
-// "0x1B"
-[[nodiscard]] std::string hex_byte(std::uint8_t byte);
-
 } // namespace asdctl

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace asdctl {
 
@@ -46,12 +47,7 @@ Cell switch_cell(int value) {
     return {value == 1 ? "on" : "on (" + std::to_string(value) + ")", Tone::kCaution};
 }
 
-int run_show(const Context &context) {
-    const Snapshot snapshot = Service(context).snapshot();
-    if (context.json) {
-        print(board_json(snapshot));
-        return kDone;
-    }
+std::string board_text(const Screen &screen, const Snapshot &snapshot) {
     const Board &board = snapshot.board;
     std::vector<std::string> lines;
     for (const auto &[line, level] : board.write_protect_lines) {
@@ -67,26 +63,23 @@ int run_show(const Context &context) {
     add("Equipment mode", switch_cell(board.equipment_mode));
     add("CPLD upgrade", switch_cell(board.cpld_upgrading));
     add("Power stand-by", switch_cell(board.power_standby));
-    bool first = true;
+    const char *title = "Faults";
     for (const auto &[operation, status] : board.faults) {
-        table.add({{first ? "Faults" : "", Tone::kQuiet},
-                   {operation + " fails with " + status_text(status), Tone::kCaution}});
-        first = false;
+        add(std::exchange(title, ""), {operation + " fails with " + status_text(status), Tone::kCaution});
     }
-    if (first) {
-        add("Faults", std::string("none"));
+    if (board.faults.empty()) {
+        add(title, std::string("none"));
     }
-    print(std::string_view(table.text(context.out)));
-    return kDone;
+    return table.text(screen);
 }
 
-int report(const Context &context, const std::string &what, const Json &value) {
-    if (context.json) {
-        print(Json{{"set", what}, {"value", value}});
-        return kDone;
-    }
-    print(std::string_view(what + ": " + value.dump() + "\n"));
-    return kDone;
+int run_show(const Context &context) {
+    const Snapshot snapshot = Service(context).snapshot();
+    return answer(context, board_json(snapshot), board_text(context.out, snapshot));
+}
+
+int report(const Context &context, const std::string &what, std::int64_t value) {
+    return answer(context, {{"set", what}, {"value", value}}, what + ": " + std::to_string(value) + "\n");
 }
 
 // One state that is a number.
@@ -94,95 +87,71 @@ struct State {
     const char *name;
     const char *what;
     const char *property;
-    int max;
+    const char *type;
 };
 
+// clang-format off
 constexpr std::array kStates = {
-    State{.name = "equipment-mode", .what = "Equipment mode: 1 on, 0 off", .property = "EquipmentMode", .max = 255},
-    State{.name = "cpld-upgrading",
-          .what = "A CPLD upgrade: 1 runs, 0 does not",
-          .property = "CpldUpgrading",
-          .max = 255},
-    State{.name = "power-standby",
-          .what = "The system's power: 1 in stand-by, 0 on",
-          .property = "PowerStandBy",
-          .max = 255},
+    State{.name = "equipment-mode", .what = "Equipment mode: 1 on, 0 off",            .property = "EquipmentMode", .type = "y"},
+    State{.name = "cpld-upgrading", .what = "A CPLD upgrade: 1 runs, 0 does not",     .property = "CpldUpgrading", .type = "y"},
+    State{.name = "power-standby",  .what = "The system's power: 1 in stand-by, 0 on", .property = "PowerStandBy", .type = "i"},
 };
+// clang-format on
 
 void add_state(CLI::App &set, Command &chosen, const State &state) {
     CLI::App *const command = add_command(set, state.name, state.what, std::string("board set ") + state.name + " 1");
     const auto value = std::make_shared<int>(0);
-    command->add_option("VALUE", *value, "0 to " + std::to_string(state.max))
-        ->required()
-        ->check(CLI::Validator(CLI::Range(0, state.max)).description(""));
+    command->add_option("VALUE", *value, "0 to 255")->required()->check(unsaid(CLI::Range(0, 255)));
     command->callback([&chosen, value, state] {
         chosen = [value, state](const Context &context) {
-            const bool whole = std::string_view(state.property) == "PowerStandBy"; // the only one of 32 bits
-            Service(context).set_board(state.property, whole ? g_variant_new_int32(*value)
-                                                             : g_variant_new_byte(static_cast<guchar>(*value)));
+            Service(context).set_board(state.property, g_variant_new(state.type, *value));
             return report(context, state.name, *value);
         };
     });
 }
 
-void add_cpld_bit(CLI::App &set, Command &chosen) {
-    struct Options {
-        std::uint32_t reg = 0;
-        std::uint32_t bit = 0;
-        int value = 0;
-    };
-    CLI::App *const command =
-        add_command(set, "cpld-bit", "One bit of a CPLD register", "board set cpld-bit 0x1F8 3 1");
-    const auto options = std::make_shared<Options>();
-    command->add_option("REGISTER", options->reg, "0 to 0xFFF, such as 0x1F8")->required();
-    command->add_option("BIT", options->bit, "0 to 31")
-        ->required()
-        ->check(CLI::Validator(CLI::Range(0, 31)).description(""));
-    command->add_option("VALUE", options->value, "0 or 1")
-        ->required()
-        ->check(CLI::Validator(CLI::Range(0, 1)).description(""));
-    command->callback([&chosen, options] {
-        chosen = [options](const Context &context) {
-            Service(context).set_cpld_bit(options->reg, options->bit, static_cast<std::uint8_t>(options->value));
-            return report(context, "cpld-bit", options->value);
-        };
-    });
+struct CpldBit {
+    std::uint32_t reg = 0;
+    std::uint32_t bit = 0;
+    std::uint8_t value = 0;
+};
+
+int run_cpld_bit(const Context &context, const CpldBit &options) {
+    Service(context).set_cpld_bit(options.reg, options.bit, options.value);
+    return report(context, "cpld-bit", options.value);
 }
 
-void add_fault(CLI::App &set, Command &chosen) {
-    struct Options {
-        std::string operation;
-        std::int32_t status = 0;
-    };
-    CLI::App *const command = add_command(set, "fault", "Let an operation of the board fail; 0 ends it",
-                                          "board set fault BSP_GetEquipMode -5");
-    const auto options = std::make_shared<Options>();
-    command->add_option("OPERATION", options->operation, "Such as BSP_GetBoardMasterOrSlaveState")->required();
-    command->add_option("STATUS", options->status, "The status it fails with; 0: none")->required();
-    command->callback([&chosen, options] {
-        chosen = [options](const Context &context) {
-            if (!std::ranges::all_of(options->operation, [](char c) { return g_ascii_isalnum(c) != 0 || c == '_'; })) {
-                throw WrongUsage("the name of an operation has letters, digits and _ alone");
-            }
-            Service(context).set_fault(options->operation, options->status);
-            return report(context, "fault " + options->operation, options->status);
-        };
-    });
+struct Fault {
+    std::string operation;
+    std::int32_t status = 0;
+};
+
+int run_fault(const Context &context, const Fault &options) {
+    if (!std::ranges::all_of(options.operation, [](char c) { return g_ascii_isalnum(c) != 0 || c == '_'; })) {
+        throw WrongUsage("the name of an operation has letters, digits and _ alone");
+    }
+    Service(context).set_fault(options.operation, options.status);
+    return report(context, "fault " + options.operation, options.status);
 }
 
 } // namespace
 
 void add_board_commands(CLI::App &app, Command &chosen) {
-    CLI::App *const board = add_command(app, "board", "The board's states", "board show");
-    board->require_subcommand(1);
+    CLI::App *const board = add_family(app, "board", "The board's states", "board show");
     add_command(*board, "show", "Show them", "board show")->callback([&chosen] { chosen = run_show; });
-    CLI::App *const set = add_command(*board, "set", "Change one while the service runs", "board set equipment-mode 1");
-    set->require_subcommand(1);
+    CLI::App *const set = add_family(*board, "set", "Change one while the service runs", "board set equipment-mode 1");
     for (const State &state : kStates) {
         add_state(*set, chosen, state);
     }
-    add_cpld_bit(*set, chosen);
-    add_fault(*set, chosen);
+    const auto [cpld_bit, bit] = add_command(*set, chosen, "cpld-bit", "One bit of a CPLD register",
+                                             "board set cpld-bit 0x1F8 3 1", run_cpld_bit);
+    cpld_bit->add_option("REGISTER", bit->reg, "0 to 0xFFF, such as 0x1F8")->required();
+    cpld_bit->add_option("BIT", bit->bit, "0 to 31")->required()->check(unsaid(CLI::Range(0, 31)));
+    cpld_bit->add_option("VALUE", bit->value, "0 or 1")->required()->check(unsaid(CLI::Range(0, 1)));
+    const auto [set_fault, fault] = add_command(*set, chosen, "fault", "Let an operation of the board fail; 0 ends it",
+                                                "board set fault BSP_GetEquipMode -5", run_fault);
+    set_fault->add_option("OPERATION", fault->operation, "Such as BSP_GetBoardMasterOrSlaveState")->required();
+    set_fault->add_option("STATUS", fault->status, "The status it fails with; 0: none")->required();
 }
 
 } // namespace asdctl

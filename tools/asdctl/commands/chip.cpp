@@ -7,6 +7,7 @@
 #include "failure.h"
 #include "fd.h"
 #include "record.h"
+#include "records.h"
 #include "texts.h"
 
 #include <algorithm>
@@ -59,8 +60,8 @@ Bytes read_part(const std::filesystem::path &file) {
     }
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     for (;;) {
-        Bytes bytes = read_file(file.string(), kPartMax);
-        if (!is_being_written(fd) && read_file(file.string(), kPartMax) == bytes) {
+        Bytes bytes = read_file(file.string(), kLargestPart);
+        if (!is_being_written(fd) && read_file(file.string(), kLargestPart) == bytes) {
             return bytes;
         }
         if (std::chrono::steady_clock::now() > deadline) {
@@ -149,7 +150,7 @@ std::vector<LoadedPart> load_state_dir(const Context &context, const std::vector
         }
     }
     for (unsigned slot = 0; slot < kSlots; ++slot) {
-        const std::filesystem::path folder = state_dir / ("slot" + std::to_string(slot));
+        const std::filesystem::path folder = state_dir / slot_folder(slot);
         if (context.slot_given ? slot != context.slot : !std::filesystem::is_directory(folder)) {
             continue;
         }
@@ -225,15 +226,6 @@ Verdict verdict_on(const std::vector<Finding> &findings) {
     return verdict;
 }
 
-std::string hex_word(std::uint16_t word) {
-    return hex_byte(static_cast<std::uint8_t>(word >> 8U)) + hex_byte(static_cast<std::uint8_t>(word)).substr(2);
-}
-
-std::string hex_place(std::uint32_t offset) {
-    const std::string high = offset > 0xFFFF ? hex_word(static_cast<std::uint16_t>(offset >> 16U)) : "0x";
-    return high + hex_word(static_cast<std::uint16_t>(offset)).substr(2);
-}
-
 Cell check_cell(RecordState state) {
     return {std::string(state_name(state)), state == RecordState::kGood    ? Tone::kGood
                                             : state == RecordState::kBlank ? Tone::kQuiet
@@ -265,10 +257,10 @@ std::string part_text(const Screen &screen, const LoadedPart &part, const std::v
         }
         table.add({{place.item},
                    {place.chip},
-                   {hex_place(place.offset)},
+                   {hex_number(place.offset, 4)},
                    {std::to_string(place.length)},
-                   {hex_word(finding.check.stored)},
-                   {hex_word(finding.check.computed)},
+                   {hex_number(finding.check.stored, 4)},
+                   {hex_number(finding.check.computed, 4)},
                    {strict_chip(place.chip) ? "yes" : "-"},
                    state});
     }
@@ -344,16 +336,11 @@ int run_inspect(const Context &context, const ChipOptions &options) {
                                            : "item '" + options.item + "' has no record there");
     }
     const Verdict verdict = verdict_on(findings);
-    if (context.json) {
-        print(inspection_json(parts, findings, verdict));
-        return verdict.status();
-    }
     std::string text;
     for (const LoadedPart &part : parts) {
         text += part_text(context.out, part, findings);
     }
-    print(std::string_view(text + verdict_text(verdict)));
-    return verdict.status();
+    return answer(context, inspection_json(parts, findings, verdict), text + verdict_text(verdict), verdict.status());
 }
 
 // ---- dump ----
@@ -406,10 +393,10 @@ int run_dump(const Context &context, const ChipOptions &options) {
     const std::size_t size = part.bytes.size();
     if (options.offset >= size && size > 0) {
         throw Failure(part.file.string() + ": has " + counted(size, "byte") + "; there is none at " +
-                      hex_place(options.offset));
+                      hex_number(options.offset, 4));
     }
     const std::size_t end =
-        std::min<std::size_t>(size, std::size_t{options.offset} + options.length.value_or(kPartMax));
+        std::min<std::size_t>(size, std::size_t{options.offset} + options.length.value_or(kLargestPart));
     Json records = Json::array();
     std::string text;
     for (const Stretch &stretch : stretches_of(part.plan, size)) {
@@ -424,23 +411,20 @@ int run_dump(const Context &context, const ChipOptions &options) {
             records.push_back(record_json(part, *stretch.record));
         }
     }
-    if (!context.json) {
-        print(std::string_view(text));
-        return kDone;
-    }
-    print(Json{{"file", part.file.string()},
-               {"offset", options.offset},
-               {"bytes", to_hex(BytesView(part.bytes).subspan(options.offset, end - options.offset))},
-               {"records", records}});
-    return kDone;
+    return answer(context,
+                  {{"file", part.file.string()},
+                   {"offset", options.offset},
+                   {"bytes", to_hex(BytesView(part.bytes).subspan(options.offset, end - options.offset))},
+                   {"records", records}},
+                  text);
 }
 
 void add_inspect(CLI::App &chip, Command &chosen) {
-    CLI::App *const inspect = add_command(chip, "inspect", "Check the records on parts",
-                                          "chip inspect /sys/bus/i2c/devices/3-0050/eeprom --part backplane_a "
-                                          "--config enclosure.json\n"
-                                          "  asdctl chip inspect --state-dir /var/lib/asd --config enclosure.json");
-    const auto options = std::make_shared<ChipOptions>();
+    const auto [inspect, options] =
+        add_command(chip, chosen, "inspect", "Check the records on parts",
+                    "chip inspect /sys/bus/i2c/devices/3-0050/eeprom --part backplane_a --config enclosure.json\n"
+                    "  asdctl chip inspect --state-dir /var/lib/asd --config enclosure.json",
+                    run_inspect);
     inspect->add_option("FILE", options->files, "A part's image or sysfs file; several are compared");
     inspect->add_option("--config", options->config, "The enclosure file")->type_name("FILE")->required();
     inspect->add_option("--part", options->parts, "Which part a file is, once for each; or which of the state folder")
@@ -449,30 +433,25 @@ void add_inspect(CLI::App &chip, Command &chosen) {
     inspect->add_option("--item", options->item, "This item alone")->type_name("ITEM");
     inspect->add_option("--state-dir", options->state_dir, "All parts of an enclosure (--slot: of that controller)")
         ->type_name("DIR");
-    inspect->callback(
-        [&chosen, options] { chosen = [options](const Context &context) { return run_inspect(context, *options); }; });
 }
 
 void add_dump(CLI::App &chip, Command &chosen) {
-    CLI::App *const dump = add_command(chip, "dump", "Show a part's bytes, with --config each record by its name",
-                                       "chip dump backplane_a.bin --config enclosure.json --offset 0x500 --length 34");
-    const auto options = std::make_shared<ChipOptions>();
+    const auto [dump, options] =
+        add_command(chip, chosen, "dump", "Show a part's bytes, with --config each record by its name",
+                    "chip dump backplane_a.bin --config enclosure.json --offset 0x500 --length 34", run_dump);
     options->files.resize(1);
     dump->add_option("FILE", options->files.front(), "The part's image or sysfs file")->required();
     dump->add_option("--config", options->config, "The enclosure file")->type_name("FILE");
     dump->add_option("--part", options->parts, "Which part it is; with --config")->type_name("NAME")->expected(1);
     dump->add_option("--offset", options->offset, "The first byte (0)")->type_name("NUMBER");
     dump->add_option("--length", options->length, "How many bytes (to the end)")->type_name("NUMBER");
-    dump->callback(
-        [&chosen, options] { chosen = [options](const Context &context) { return run_dump(context, *options); }; });
 }
 
 } // namespace
 
 void add_chip_commands(CLI::App &app, Command &chosen) {
-    CLI::App *const chip = add_command(app, "chip", "What lies on EEPROM parts, without a service",
-                                       "chip inspect --state-dir /var/lib/asd --config enclosure.json");
-    chip->require_subcommand(1);
+    CLI::App *const chip = add_family(app, "chip", "What lies on EEPROM parts, without a service",
+                                      "chip inspect --state-dir /var/lib/asd --config enclosure.json");
     add_inspect(*chip, chosen);
     add_dump(*chip, chosen);
 }

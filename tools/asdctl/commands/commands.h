@@ -7,6 +7,9 @@
 #include "context.h"
 
 #include <functional>
+#include <memory>
+#include <string>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -21,6 +24,32 @@ inline CLI::App *add_command(CLI::App &app, const std::string &name, const std::
     CLI::App *const command = app.add_subcommand(name, what);
     command->footer("Example:\n  asdctl " + example);
     return command;
+}
+
+// One that runs with options, which its arguments are to be bound to.
+template <typename Options>
+std::pair<CLI::App *, std::shared_ptr<Options>> add_command(CLI::App &app, Command &chosen, const std::string &name,
+                                                            const std::string &what, const std::string &example,
+                                                            int (*run)(const Context &, const Options &)) {
+    CLI::App *const command = add_command(app, name, what, example);
+    const auto options = std::make_shared<Options>();
+    command->callback([&chosen, options, run] {
+        chosen = [options, run](const Context &context) { return run(context, *options); };
+    });
+    return {command, options};
+}
+
+// One of which a subcommand is to be named.
+inline CLI::App *add_family(CLI::App &app, const std::string &name, const std::string &what,
+                            const std::string &example) {
+    CLI::App *const family = add_command(app, name, what, example);
+    family->require_subcommand(1);
+    return family;
+}
+
+// A check that leaves the help as it is: there the value's name or description says it.
+inline CLI::Validator unsaid(const CLI::Validator &check) {
+    return CLI::Validator(check).description("");
 }
 
 struct Snapshot;

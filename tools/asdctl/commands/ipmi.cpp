@@ -33,7 +33,7 @@ std::uint8_t one_byte(const std::string &word, const char *what) {
 int run_ipmi(const Context &context, const RequestOptions &options) {
     const std::uint8_t netfn = one_byte(options.netfn, "the network function");
     if (netfn > 0x3E || netfn % 2 != 0) {
-        throw WrongUsage("a request's network function is an even number up to 0x3E, not " + hex_byte(netfn));
+        throw WrongUsage("a request's network function is an even number up to 0x3E, not " + hex_number(netfn, 2));
     }
     const std::uint8_t cmd = one_byte(options.cmd, "the command");
     Bytes data;
@@ -45,18 +45,16 @@ int run_ipmi(const Context &context, const RequestOptions &options) {
         throw WrongUsage("a request has at most " + std::to_string(kIpmiRequestLimit) + " bytes of data, not " +
                          std::to_string(data.size()));
     }
-    const IpmiAnswer answer = IpmiClient(context).request(netfn, cmd, data);
-    if (context.json) {
-        print(Json{{"completion_code", answer.code},
-                   {"name", completion_name(answer.code)},
-                   {"length", answer.data.size()},
-                   {"data", to_hex(answer.data)}});
-    } else {
-        const std::string code = hex_byte(answer.code) + " " + completion_name(answer.code);
-        print(std::string_view(painted(context.out, answer.code == 0 ? Tone::kGood : Tone::kBad, code) + "\n" +
-                               hex_dump(context.out, answer.data)));
-    }
-    return answer.code == 0 ? kDone : kFailed;
+    const IpmiAnswer got = IpmiClient(context).request(netfn, cmd, data);
+    const bool good = got.code == 0;
+    const std::string code = hex_number(got.code, 2) + " " + completion_name(got.code);
+    return answer(context,
+                  {{"completion_code", got.code},
+                   {"name", completion_name(got.code)},
+                   {"length", got.data.size()},
+                   {"data", to_hex(got.data)}},
+                  painted(context.out, good ? Tone::kGood : Tone::kBad, code) + "\n" + hex_dump(context.out, got.data),
+                  good ? kDone : kFailed);
 }
 
 // ---- What both transfers share ----
@@ -64,7 +62,7 @@ int run_ipmi(const Context &context, const RequestOptions &options) {
 // " (every byte is 0xFF)", when they are all alike
 std::string sameness(BytesView bytes) {
     const bool alike = bytes.size() > 1 && std::ranges::all_of(bytes, [&](auto byte) { return byte == bytes.front(); });
-    return alike ? " (every byte is " + hex_byte(bytes.front()) + ")" : "";
+    return alike ? " (every byte is " + hex_number(bytes.front(), 2) + ")" : "";
 }
 
 void expect_same(BytesView written, BytesView found, const std::string &where) {
@@ -77,24 +75,16 @@ void expect_same(BytesView written, BytesView found, const std::string &where) {
 }
 
 // A record in a file, or on standard output with nothing else.
-void deliver(const Context &context, const std::string &file, BytesView bytes, const std::string &what, Json json) {
-    json["length"] = bytes.size();
-    if (file == "-" && !context.json) {
+int deliver(const Context &context, const std::string &file, BytesView bytes, const std::string &what, Json json) {
+    const bool shown = file == "-";
+    if (!shown || !context.json) {
         write_file(file, bytes);
-        return;
     }
-    if (file == "-") {
-        json["value"] = to_hex(bytes);
-        print(json);
-        return;
-    }
-    write_file(file, bytes);
-    json["file"] = file;
-    if (context.json) {
-        print(json);
-        return;
-    }
-    print(std::string_view(what + ": " + counted(bytes.size(), "byte") + " saved in " + file + sameness(bytes) + "\n"));
+    json["length"] = bytes.size();
+    json[shown ? "value" : "file"] = shown ? to_hex(bytes) : file;
+    return answer(context, json,
+                  shown ? ""
+                        : what + ": " + counted(bytes.size(), "byte") + " saved in " + file + sameness(bytes) + "\n");
 }
 
 // ---- ekey ----
@@ -105,68 +95,56 @@ struct EkeyOptions {
     bool chip = false;
 };
 
-const EkeyPlace &place_of(const std::string &name) {
-    return *std::ranges::find(kEkeyPlaces, std::string_view(name), &EkeyPlace::name); // the command line was checked
+const KeyPlace &place_of(const std::string &name) {
+    return *std::ranges::find(kKeyPlaces, std::string_view(name), &KeyPlace::name); // the command line was checked
 }
 
 int run_ekey_get(const Context &context, const EkeyOptions &options) {
-    const EkeyPlace &place = place_of(options.place);
+    const KeyPlace &place = place_of(options.place);
     const bool from_chip = options.chip || !place.mirror;
     Bytes key;
     {
         IpmiClient client(context);
-        ProgressBar bar(context.err, "Reading", kEkeyFrames);
+        ProgressBar bar(context.err, "Reading", kKeyFrames);
         key = ekey_read(client, place, from_chip, [&bar] { bar.step(); });
     }
-    deliver(context, options.file, key, options.place + ", from " + (from_chip ? "the chip" : "memory"),
-            {{"place", place.name}, {"item", place.item}, {"source", from_chip ? "chip" : "memory"}});
-    return kDone;
+    return deliver(context, options.file, key, options.place + ", from " + (from_chip ? "the chip" : "memory"),
+                   {{"place", place.name}, {"item", place.item}, {"source", from_chip ? "chip" : "memory"}});
 }
 
 int run_ekey_put(const Context &context, const EkeyOptions &options) {
-    const EkeyPlace &place = place_of(options.place);
-    const Bytes key = read_file(options.file, kEkeySize);
-    if (key.size() != kEkeySize) {
+    const KeyPlace &place = place_of(options.place);
+    const Bytes key = read_file(options.file, kKeySize);
+    if (key.size() != kKeySize) {
         throw Failure((options.file == "-" ? "standard input" : options.file) + ": has " + counted(key.size(), "byte") +
-                      "; a key has " + std::to_string(kEkeySize));
+                      "; a key has " + std::to_string(kKeySize));
     }
     {
         IpmiClient client(context);
-        ProgressBar bar(context.err, "Writing", 2 * kEkeyFrames);
+        ProgressBar bar(context.err, "Writing", 2 * kKeyFrames);
         const Progress progress = [&bar] { bar.step(); };
         ekey_write(client, place, key, progress);
         expect_same(key, ekey_read(client, place, true, progress), "what the chip of " + options.place + " holds now");
     }
-    if (context.json) {
-        print(Json{{"place", place.name}, {"item", place.item}, {"length", key.size()}, {"verified", true}});
-        return kDone;
-    }
-    print(std::string_view(options.place + ": " + counted(key.size(), "byte") +
-                           " written and read back from the chip\n"));
-    return kDone;
+    return answer(context, {{"place", place.name}, {"item", place.item}, {"length", key.size()}, {"verified", true}},
+                  options.place + ": " + counted(key.size(), "byte") + " written and read back from the chip\n");
 }
 
 void add_ekey_command(CLI::App &app, Command &chosen) {
     CLI::App *const ekey =
-        add_command(app, "ekey", "The electronic keys: 1024 bytes each", "ekey get frameboard key.bin");
-    ekey->require_subcommand(1);
-    const auto options = std::make_shared<EkeyOptions>();
-    CLI::App *const get =
-        add_command(*ekey, "get", "Save a key; from memory where it is kept there, else from the chip",
-                    "ekey get frameboard key.bin");
-    CLI::App *const put =
-        add_command(*ekey, "put", "Write a key and read it back from the chip", "ekey put frameboard key.bin");
-    get->add_flag("--chip", options->chip, "Read the chip, not the copy in memory");
-    for (CLI::App *const command : {get, put}) {
+        add_family(app, "ekey", "The electronic keys: 1024 bytes each", "ekey get frameboard key.bin");
+    const auto get =
+        add_command(*ekey, chosen, "get", "Save a key; from memory where it is kept there, else from the chip",
+                    "ekey get frameboard key.bin", run_ekey_get);
+    const auto put = add_command(*ekey, chosen, "put", "Write a key and read it back from the chip",
+                                 "ekey put frameboard key.bin", run_ekey_put);
+    get.first->add_flag("--chip", get.second->chip, "Read the chip, not the copy in memory");
+    for (const auto &[command, options] : {get, put}) {
         command->add_option("PLACE", options->place, "frameboard, leftear, power0 or power1")
             ->required()
-            ->check(CLI::Validator(CLI::IsMember({"frameboard", "leftear", "power0", "power1"})).description(""));
+            ->check(unsaid(CLI::IsMember({"frameboard", "leftear", "power0", "power1"})));
         command->add_option("FILE", options->file, "The key's file; - for standard input or output")->required();
     }
-    get->callback(
-        [&chosen, options] { chosen = [options](const Context &context) { return run_ekey_get(context, *options); }; });
-    put->callback(
-        [&chosen, options] { chosen = [options](const Context &context) { return run_ekey_put(context, *options); }; });
 }
 
 // ---- baycfg ----
@@ -194,8 +172,7 @@ int run_bay_get(const Context &context, const BayOptions &options) {
         file = bay_read(client, [&bar] { bar.step(); });
     }
     file.resize(options.whole ? kBayFileLimit : *length);
-    deliver(context, options.file, file, "Bay configuration", Json::object());
-    return kDone;
+    return deliver(context, options.file, file, "Bay configuration", Json::object());
 }
 
 int run_bay_put(const Context &context, const BayOptions &options) {
@@ -214,72 +191,49 @@ int run_bay_put(const Context &context, const BayOptions &options) {
         found.resize(file.size());
         expect_same(file, found, "what the service holds now");
     }
-    if (context.json) {
-        print(Json{{"length", file.size()}, {"frames", frames}, {"verified", true}});
-        return kDone;
-    }
-    print(std::string_view("Bay configuration: " + counted(file.size(), "byte") + " written in " +
-                           counted(frames, "frame") + " and read back\n"));
-    return kDone;
+    return answer(context, {{"length", file.size()}, {"frames", frames}, {"verified", true}},
+                  "Bay configuration: " + counted(file.size(), "byte") + " written in " + counted(frames, "frame") +
+                      " and read back\n");
 }
 
 int run_bay_erase(const Context &context) {
     IpmiClient client(context);
     bay_erase(client);
-    if (context.json) {
-        print(Json{{"erased", true}});
-        return kDone;
-    }
-    print(std::string_view("Bay configuration: erased\n"));
-    return kDone;
+    return answer(context, {{"erased", true}}, "Bay configuration: erased\n");
 }
 
 int run_bay_length(const Context &context) {
     IpmiClient client(context);
     const std::optional<std::uint32_t> length = bay_length(client);
-    if (context.json) {
-        print(Json{{"length", length ? Json(*length) : Json()}, {"erased", !length}});
-        return kDone;
-    }
-    print(std::string_view(length ? std::to_string(*length) + "\n" : "erased\n"));
-    return kDone;
+    return answer(context, {{"length", length ? Json(*length) : Json()}, {"erased", !length}},
+                  length ? std::to_string(*length) + "\n" : "erased\n");
 }
 
 void add_bay_command(CLI::App &app, Command &chosen) {
     CLI::App *const bay =
-        add_command(app, "baycfg", "The bay configuration file, up to 2048 bytes; the master's", "baycfg get bay.bin");
-    bay->require_subcommand(1);
-    const auto options = std::make_shared<BayOptions>();
-    const auto add = [bay, &chosen, options](const char *name, const char *what, const char *example, auto run) {
-        CLI::App *const command = add_command(*bay, name, what, example);
-        command->callback([&chosen, options, run] {
-            chosen = [options, run](const Context &context) { return run(context, *options); };
-        });
-        return command;
+        add_family(app, "baycfg", "The bay configuration file, up to 2048 bytes; the master's", "baycfg get bay.bin");
+    const auto [get, saved] = add_command(*bay, chosen, "get", "Save the file", "baycfg get bay.bin", run_bay_get);
+    get->add_option("FILE", saved->file, "Where to; standard output unless given");
+    get->add_flag("--whole", saved->whole, "All 2048 bytes, whatever the stored length says");
+    const auto [put, given] =
+        add_command(*bay, chosen, "put", "Write a file with its length in front, and read it back",
+                    "baycfg put bay.bin", run_bay_put);
+    put->add_option("FILE", given->file, "The file; - for standard input")->required();
+    const auto add = [&](const char *name, const char *what, const char *example, int (*run)(const Context &)) {
+        add_command(*bay, name, what, example)->callback([&chosen, run] { chosen = run; });
     };
-    CLI::App *const get = add("get", "Save the file", "baycfg get bay.bin", run_bay_get);
-    get->add_option("FILE", options->file, "Where to; standard output unless given");
-    get->add_flag("--whole", options->whole, "All 2048 bytes, whatever the stored length says");
-    CLI::App *const put =
-        add("put", "Write a file with its length in front, and read it back", "baycfg put bay.bin", run_bay_put);
-    put->add_option("FILE", options->file, "The file; - for standard input")->required();
-    (void)add("erase", "Erase the file", "baycfg erase",
-              [](const Context &context, const BayOptions &) { return run_bay_erase(context); });
-    (void)add("length", "The stored length", "baycfg length",
-              [](const Context &context, const BayOptions &) { return run_bay_length(context); });
+    add("erase", "Erase the file", "baycfg erase", run_bay_erase);
+    add("length", "The stored length", "baycfg length", run_bay_length);
 }
 
 } // namespace
 
 void add_ipmi_commands(CLI::App &app, Command &chosen) {
-    CLI::App *const ipmi =
-        add_command(app, "ipmi", "Send one IPMI request; all numbers in hexadecimal", "ipmi 32 16 00 00 80 00 14");
-    const auto options = std::make_shared<RequestOptions>();
+    const auto [ipmi, options] = add_command(app, chosen, "ipmi", "Send one IPMI request; all numbers in hexadecimal",
+                                             "ipmi 32 16 00 00 80 00 14", run_ipmi);
     ipmi->add_option("NETFN", options->netfn, "Network function, such as 32")->required();
     ipmi->add_option("CMD", options->cmd, "Command, such as 16")->required();
     ipmi->add_option("BYTES", options->data, "The request's data, such as 00 00 80 00 14");
-    ipmi->callback(
-        [&chosen, options] { chosen = [options](const Context &context) { return run_ipmi(context, *options); }; });
     add_ekey_command(app, chosen);
     add_bay_command(app, chosen);
 }

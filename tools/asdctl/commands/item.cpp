@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "ipmi_client.h"
+#include "records.h"
 #include "service.h"
 #include "texts.h"
 
@@ -14,8 +15,6 @@ namespace asdctl {
 
 namespace {
 
-constexpr std::size_t kItemMax = 8192; // bytes that the service takes
-
 // ---- get, read ----
 
 struct ReadOptions {
@@ -24,32 +23,14 @@ struct ReadOptions {
     bool text = false;
     bool hex = false;
     std::string output;
-    bool from_chips = false;
 };
 
-void print_value(const Context &context, const ReadOptions &options, BytesView value) {
-    if (options.raw) {
-        write_file("-", value);
-    } else if (options.text) {
-        print(std::string_view(to_text(value) + "\n"));
-    } else if (options.hex) {
-        print(std::string_view(to_hex(value) + "\n"));
-    } else {
-        print(std::string_view(hex_dump(context.out, value)));
-    }
-}
-
-std::string shaped(const ReadOptions &options, const Bytes &value) {
-    return (options.text ? to_text(value) : to_hex(value)) + "\n";
-}
-
-void save_value(const ReadOptions &options, const Bytes &value) {
+Bytes shaped(const ReadOptions &options, const Bytes &value) {
     if (!options.text && !options.hex) {
-        write_file(options.output, value);
-        return;
+        return value;
     }
-    const std::string text = shaped(options, value);
-    write_file(options.output, Bytes(text.begin(), text.end()));
+    const std::string line = (options.text ? to_text(value) : to_hex(value)) + "\n";
+    return {line.begin(), line.end()};
 }
 
 Bytes read_chips(Service &service, const Item &item) {
@@ -64,42 +45,47 @@ Bytes read_chips(Service &service, const Item &item) {
     }
 }
 
-int run_read(const Context &context, const ReadOptions &options) {
+// Shows or saves a value that came from there.
+int deliver(const Context &context, const ReadOptions &options, const char *source, const Bytes &value) {
+    Json json = {{"item", options.item}, {"source", source}, {"length", value.size()}};
+    if (!options.output.empty()) {
+        write_file(options.output, shaped(options, value));
+        json["file"] = options.output;
+        return options.output == "-"
+                   ? kDone
+                   : answer(context, json,
+                            options.item + ": " + counted(value.size(), "byte") + " saved in " + options.output + "\n");
+    }
+    if (!context.json && (options.raw || options.text || options.hex)) {
+        write_file("-", shaped(options, value));
+        return kDone;
+    }
+    json["value"] = to_hex(value);
+    json["text"] = to_text(value);
+    return answer(context, json, hex_dump(context.out, value));
+}
+
+int run_get(const Context &context, const ReadOptions &options) {
     Service service(context);
     const Snapshot snapshot = service.snapshot();
     const Item &item = snapshot.item(options.item);
-    if (!options.from_chips && item.online && !item.ready) {
+    if (item.online && !item.ready) {
         throw Failure(item.name +
                           " is not ready: it was never written, is damaged, or is not loaded on this controller",
                       "'asdctl read " + item.name + "' reads its chips.");
     }
-    const Bytes value = options.from_chips ? read_chips(service, item) : service.read_item(item.name, "ReadAsdMemData");
-    if (!options.output.empty()) {
-        save_value(options, value);
-    }
-    if (context.json && options.output != "-") {
-        Json json = {
-            {"item", item.name}, {"source", options.from_chips ? "chips" : "memory"}, {"length", value.size()}};
-        if (options.output.empty()) {
-            json["value"] = to_hex(value);
-            json["text"] = to_text(value);
-        } else {
-            json["file"] = options.output;
-        }
-        print(json);
-    } else if (options.output.empty()) {
-        print_value(context, options, value);
-    } else if (options.output != "-") {
-        print(
-            std::string_view(item.name + ": " + counted(value.size(), "byte") + " saved in " + options.output + "\n"));
-    }
-    return kDone;
+    return deliver(context, options, "memory", service.read_item(item.name, "ReadAsdMemData"));
 }
 
-void add_read_command(CLI::App &app, Command &chosen, const char *name, const char *what, bool from_chips) {
-    CLI::App *const command = add_command(app, name, what, std::string(name) + " ASD26 --text");
-    const auto options = std::make_shared<ReadOptions>();
-    options->from_chips = from_chips;
+int run_read(const Context &context, const ReadOptions &options) {
+    Service service(context);
+    const Snapshot snapshot = service.snapshot();
+    return deliver(context, options, "chips", read_chips(service, snapshot.item(options.item)));
+}
+
+void add_read_command(CLI::App &app, Command &chosen, const char *name, const char *what,
+                      int (*run)(const Context &, const ReadOptions &)) {
+    const auto [command, options] = add_command(app, chosen, name, what, std::string(name) + " ASD26 --text", run);
     command->add_option("ITEM", options->item, "The item's name")->required();
     CLI::Option *const raw = command->add_flag("--raw", options->raw, "The bytes themselves");
     CLI::Option *const text = command->add_flag("--text", options->text, "As text, without what fills the record up");
@@ -108,8 +94,6 @@ void add_read_command(CLI::App &app, Command &chosen, const char *name, const ch
     text->excludes(hex);
     command->add_option("-o,--output", options->output, "Save the bytes (or the text, or the line) in a file")
         ->type_name("FILE");
-    command->callback(
-        [&chosen, options] { chosen = [options](const Context &context) { return run_read(context, *options); }; });
 }
 
 // ---- set ----
@@ -127,7 +111,7 @@ struct SetOptions {
 Bytes given_bytes(const SetOptions &options) {
     Bytes bytes;
     if (!options.file.empty()) {
-        bytes = read_file(options.file, kItemMax);
+        bytes = read_file(options.file, kLongestItem);
     } else if (!options.hex.empty()) {
         bytes = parse_hex(options.hex);
     } else {
@@ -153,7 +137,7 @@ Bytes image_of(const Item &item, Bytes bytes, bool truncate) {
 
 // The service answers success for a pair of which one chip was written, and for some parts even when the write failed;
 // their chips tell.
-int report_chips(const Context &context, const Item &item) {
+void report_chips(const Context &context, const Item &item) {
     std::size_t failed = 0;
     for (const Chip &chip : item.chips) {
         if (chip.error_code != 0) {
@@ -162,10 +146,9 @@ int report_chips(const Context &context, const Item &item) {
                       << status_text(chip.error_code) << "\n";
         }
     }
-    if (failed == 0 || failed < item.chips.size()) {
-        return kDone;
+    if (failed > 0 && failed == item.chips.size()) {
+        throw Failure(item.name + ": the service accepted the bytes, but no chip took them");
     }
-    throw Failure(item.name + ": the service accepted the bytes, but no chip took them");
 }
 
 constexpr const char *kWrite = "WriteAtomStorageData";
@@ -192,9 +175,8 @@ void replace_pending_block(const Context &context, Service &service, BytesView i
     }
     Bytes request = {0x00, 0x00, 0x80, 0x00, 0x2C};
     request.insert(request.end(), image.begin(), image.end());
-    const IpmiAnswer answer = IpmiClient(context).request(kNetfn, kCommand, request);
-    if (answer.code != 0) {
-        throw Failure("setting " + std::string(kCustomerBlock) + ": " + completion_text(answer.code),
+    if (const std::uint8_t code = IpmiClient(context).request(kNetfn, kCommand, request).code; code != 0) {
+        throw Failure("setting " + std::string(kCustomerBlock) + ": " + completion_text(code),
                       "It may be written just now: try again.");
     }
 }
@@ -241,28 +223,27 @@ int run_set(const Context &context, const SetOptions &options) {
     const char *const method = write_image(service, options, image);
     snapshot = service.snapshot(); // the chips after the write
     const Item &item = snapshot.item(options.item);
-    const int result = options.memory ? kDone : report_chips(context, item);
-    if (!context.json) {
-        print(std::string_view(set_text(item, options, bytes.size())));
-        return result;
+    if (!options.memory) {
+        report_chips(context, item);
     }
     Json chips = Json::array();
     for (const Chip &chip : item.chips) {
         chips.push_back({{"name", chip.name}, {"health", chip.health}, {"error_code", chip.error_code}});
     }
     const std::size_t written = std::min<std::size_t>(bytes.size(), item.length);
-    print(Json{{"item", item.name},
-               {"method", method},
-               {"written", written},
-               {"filled", item.length - written},
-               {"cut", bytes.size() - written},
-               {"chips", chips}});
-    return result;
+    return answer(context,
+                  {{"item", item.name},
+                   {"method", method},
+                   {"written", written},
+                   {"filled", item.length - written},
+                   {"cut", bytes.size() - written},
+                   {"chips", chips}},
+                  set_text(item, options, bytes.size()));
 }
 
 void add_set_command(CLI::App &app, Command &chosen) {
-    CLI::App *const set = add_command(app, "set", "Write an item to its chips", "set ASD14 --text ACME");
-    const auto options = std::make_shared<SetOptions>();
+    const auto [set, options] =
+        add_command(app, chosen, "set", "Write an item to its chips", "set ASD14 --text ACME", run_set);
     set->add_option("ITEM", options->item, "The item's name")->required();
     auto *const what = set->add_option_group("Value", "What to write; the rest of the item is filled up with 0xFF");
     what->add_option("--text", options->text, "This text")->type_name("TEXT");
@@ -273,8 +254,6 @@ void add_set_command(CLI::App &app, Command &chosen) {
         set->add_flag("--equip", options->equip, "Write both chips of a pair alike, without the check flag");
     set->add_flag("--memory", options->memory, "Change the copy in memory alone")->excludes(equip);
     set->add_flag("--truncate", options->truncate, "Cut off what is longer than the item");
-    set->callback(
-        [&chosen, options] { chosen = [options](const Context &context) { return run_set(context, *options); }; });
 }
 
 // ---- clear, errcode ----
@@ -284,51 +263,42 @@ int run_clear(const Context &context, const std::string &name) {
     const Snapshot snapshot = service.snapshot();
     const Item &item = snapshot.item(name);
     service.clear_item(item.name);
-    if (context.json) {
-        print(Json{{"item", item.name}, {"cleared", true}});
-        return kDone;
-    }
     const std::string chip = item.chips.empty() ? "its chip" : item.chips.front().name;
-    print(std::string_view(item.name + ": zeros in memory, health and error code of " + chip +
-                           " reset; the chips keep their bytes\n"));
-    return kDone;
+    return answer(context, {{"item", item.name}, {"cleared", true}},
+                  item.name + ": zeros in memory, health and error code of " + chip +
+                      " reset; the chips keep their bytes\n");
 }
 
-int run_errcode(const Context &context, const std::string &name, std::int32_t code) {
+struct ErrcodeOptions {
+    std::string chip;
+    std::int32_t code = 0;
+};
+
+int run_errcode(const Context &context, const ErrcodeOptions &options) {
     Service service(context);
     const Snapshot snapshot = service.snapshot();
-    const Chip &chip = snapshot.chip(name);
-    service.set_error_code(chip.name, code);
-    if (context.json) {
-        print(Json{{"chip", chip.name}, {"error_code", code}, {"before", chip.error_code}});
-        return kDone;
-    }
-    print(std::string_view(chip.name + ": error code " + std::to_string(code) + " (was " +
-                           std::to_string(chip.error_code) + ")\n"));
-    return kDone;
+    const Chip &chip = snapshot.chip(options.chip);
+    service.set_error_code(chip.name, options.code);
+    return answer(context, {{"chip", chip.name}, {"error_code", options.code}, {"before", chip.error_code}},
+                  chip.name + ": error code " + std::to_string(options.code) + " (was " +
+                      std::to_string(chip.error_code) + ")\n");
 }
 
 } // namespace
 
 void add_item_commands(CLI::App &app, Command &chosen) {
-    add_read_command(app, chosen, "get", "An item's value in memory", false);
-    add_read_command(app, chosen, "read", "An item's value on its chips", true);
+    add_read_command(app, chosen, "get", "An item's value in memory", run_get);
+    add_read_command(app, chosen, "read", "An item's value on its chips", run_read);
     add_set_command(app, chosen);
 
-    CLI::App *const clear =
-        add_command(app, "clear", "Zero an item's value in memory; the chips keep theirs", "clear ASD14");
-    const auto item = std::make_shared<std::string>();
+    const auto [clear, item] = add_command(
+        app, chosen, "clear", "Zero an item's value in memory; the chips keep theirs", "clear ASD14", run_clear);
     clear->add_option("ITEM", *item, "The item's name")->required();
-    clear->callback([&chosen, item] { chosen = [item](const Context &context) { return run_clear(context, *item); }; });
 
-    CLI::App *const errcode = add_command(app, "errcode", "Set a chip's error code", "errcode ASDDev14a 0");
-    const auto chip = std::make_shared<std::string>();
-    const auto code = std::make_shared<std::int32_t>(0);
-    errcode->add_option("CHIP", *chip, "The chip's name")->required();
-    errcode->add_option("CODE", *code, "The error code; 0: none")->required()->type_name("NUMBER");
-    errcode->callback([&chosen, chip, code] {
-        chosen = [chip, code](const Context &context) { return run_errcode(context, *chip, *code); };
-    });
+    const auto [errcode, options] =
+        add_command(app, chosen, "errcode", "Set a chip's error code", "errcode ASDDev14a 0", run_errcode);
+    errcode->add_option("CHIP", options->chip, "The chip's name")->required();
+    errcode->add_option("CODE", options->code, "The error code; 0: none")->required()->type_name("NUMBER");
 }
 
 } // namespace asdctl

@@ -32,12 +32,6 @@ std::string duration_text(std::uint64_t seconds) {
     return text;
 }
 
-std::string hex_number(std::uint32_t value) {
-    return "0x" + to_hex(std::array{static_cast<std::uint8_t>(value >> 24U), static_cast<std::uint8_t>(value >> 16U),
-                                    static_cast<std::uint8_t>(value >> 8U), static_cast<std::uint8_t>(value)})
-                      .substr(value > 0xFFFF ? 0 : 4);
-}
-
 Cell state_cell(const Item &item) {
     if (!item.online) {
         return {"offline", Tone::kQuiet};
@@ -231,12 +225,7 @@ namespace {
 
 int run_status(const Context &context) {
     const Snapshot snapshot = Service(context).snapshot();
-    if (context.json) {
-        print(status_json(snapshot));
-    } else {
-        print(std::string_view(service_text(context.out, snapshot)));
-    }
-    return kDone;
+    return answer(context, status_json(snapshot), service_text(context.out, snapshot));
 }
 
 // ---- list ----
@@ -305,24 +294,14 @@ int run_list(const Context &context, const ListOptions &options) {
     std::erase_if(items, [&](const Item &item) {
         return (options.not_ready && !waits_for_value(item)) || (options.unhealthy && chips_sound(item));
     });
-    if (context.json) {
-        Json list = Json::array();
-        for (const Item &item : items) {
-            list.push_back(item_json(item));
-        }
-        print(list);
-        return kDone;
-    }
-    if (items.empty()) {
-        print(std::string_view("None of the " + counted(all, "item") + ".\n"));
-        return kDone;
-    }
+    Json list = Json::array();
+    std::ranges::transform(items, std::back_inserter(list), item_json);
     Table table = list_table(items, false);
     if (context.out.width && table.width() > *context.out.width) {
         table = list_table(items, true);
     }
-    print(std::string_view(table.text(context.out)));
-    return kDone;
+    return answer(context, list,
+                  items.empty() ? "None of the " + counted(all, "item") + ".\n" : table.text(context.out));
 }
 
 // ---- show ----
@@ -338,7 +317,7 @@ std::string chips_table(const Screen &screen, const Item &item) {
         const std::string protection = chip.stg_is_wp == 0 ? "none" : chip.stg_wp == 0 ? "lifted" : "on";
         const std::array<Cell, 7> cells = {
             Cell{chip.part},
-            Cell{hex_number(chip.offset)},
+            Cell{hex_number(chip.offset, 4)},
             health_cell(chip),
             Cell{std::to_string(chip.error_code), chip.error_code == 0 ? Tone::kPlain : Tone::kBad},
             Cell{std::to_string(chip.retry_number)},
@@ -380,15 +359,10 @@ std::string item_text(const Screen &screen, const Item &item) {
 int run_show(const Context &context, const std::string &name) {
     const Snapshot snapshot = Service(context).snapshot();
     const Item &item = snapshot.item(name);
-    if (context.json) {
-        Json json = item_json(item);
-        json["value"] = item.confidential ? Json(nullptr) : Json(to_hex(item.value));
-        json["text"] = item.confidential ? Json(nullptr) : Json(to_text(item.value));
-        print(json);
-        return kDone;
-    }
-    print(std::string_view(item_text(context.out, item)));
-    return kDone;
+    Json json = item_json(item);
+    json["value"] = item.confidential ? Json(nullptr) : Json(to_hex(item.value));
+    json["text"] = item.confidential ? Json(nullptr) : Json(to_text(item.value));
+    return answer(context, json, item_text(context.out, item));
 }
 
 } // namespace
@@ -398,17 +372,14 @@ void add_look_commands(CLI::App &app, Command &chosen) {
         chosen = run_status;
     });
 
-    CLI::App *const list = add_command(app, "list", "The items with their state and chips", "list --not-ready");
-    const auto options = std::make_shared<ListOptions>();
+    const auto [list, options] =
+        add_command(app, chosen, "list", "The items with their state and chips", "list --not-ready", run_list);
     list->add_flag("--not-ready", options->not_ready, "Only items that are online and not ready");
     list->add_flag("--unhealthy", options->unhealthy, "Only items with a chip whose last access failed");
-    list->callback(
-        [&chosen, options] { chosen = [options](const Context &context) { return run_list(context, *options); }; });
 
-    CLI::App *const show = add_command(app, "show", "All about an item, its chips and its value", "show ASD14");
-    const auto name = std::make_shared<std::string>();
+    const auto [show, name] =
+        add_command(app, chosen, "show", "All about an item, its chips and its value", "show ASD14", run_show);
     show->add_option("ITEM", *name, "The item's name")->required();
-    show->callback([&chosen, name] { chosen = [name](const Context &context) { return run_show(context, *name); }; });
 }
 
 } // namespace asdctl

@@ -39,10 +39,10 @@ void add_options(CLI::App &app, Given &given) {
     app.add_option("--run-dir", given.run_dir, "The enclosure's run folder (" + given.run_dir + ")")->type_name("DIR");
     app.add_option("--slot", given.slot, "The controller's slot (the only one with sockets, else 0)")
         ->type_name("0..3")
-        ->check(CLI::Validator(CLI::Range(0, 3)).description(""));
+        ->check(unsaid(CLI::Range(0, 3)));
     app.add_option("--bus", given.bus, "Where the service is on D-Bus: private, session or system (private)")
         ->type_name("BUS")
-        ->check(CLI::Validator(CLI::IsMember({"private", "session", "system"})).description(""));
+        ->check(unsaid(CLI::IsMember({"private", "session", "system"})));
     app.add_flag("--json", given.json, "Print JSON");
     app.add_flag("--no-colour,--no-color", given.no_colour, "Print without colours, also on a terminal");
     app.set_version_flag("--version", "asdctl " ASD_VERSION, "Print the version and end");
@@ -86,8 +86,9 @@ int run(int argc, char **argv) {
     Command chosen;
     app.fallthrough();
     app.require_subcommand(1);
-    app.get_formatter()->label("TEXT", ""); // a value's name says what it is
-    app.get_formatter()->label("REQUIRED", "");
+    for (const char *said : {"TEXT", "INT", "UINT", "REQUIRED"}) {
+        app.get_formatter()->label(said, ""); // a value's name says what it is
+    }
     add_options(app, given);
     add_look_commands(app, chosen);
     add_item_commands(app, chosen);

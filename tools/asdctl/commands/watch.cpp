@@ -7,9 +7,9 @@
 #include "service.h"
 
 #include <algorithm>
-#include <array>
 #include <csignal>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include <glib-unix.h>
@@ -26,15 +26,10 @@ struct WatchOptions {
     double for_s = 0;        // as above
 };
 
-// A source that sets a flag, for as long as it lives.
+// Set by a source, for as long as it lives.
 class Flag {
 public:
-    static std::unique_ptr<Flag> on_signal(int number) { return attach(g_unix_signal_source_new(number)); }
-    static std::unique_ptr<Flag> after(unsigned delay_ms) { return attach(g_timeout_source_new(delay_ms)); }
-    ~Flag() {
-        g_source_destroy(source_);
-        g_source_unref(source_);
-    }
+    explicit Flag(GSource *source) : source_(attached(source, set, this)) {}
     Flag(const Flag &) = delete;
     Flag &operator=(const Flag &) = delete;
 
@@ -42,26 +37,19 @@ public:
     [[nodiscard]] bool take() { return std::exchange(set_, false); }
 
 private:
-    explicit Flag(GSource *source) : source_(source) {}
-    static std::unique_ptr<Flag> attach(GSource *source) {
-        std::unique_ptr<Flag> flag(new Flag(source));
-        const GSourceFunc set = [](gpointer self) -> gboolean {
-            static_cast<Flag *>(self)->set_ = true;
-            return G_SOURCE_CONTINUE;
-        };
-        g_source_set_callback(source, set, flag.get(), nullptr);
-        g_source_attach(source, nullptr);
-        return flag;
+    static gboolean set(gpointer self) {
+        static_cast<Flag *>(self)->set_ = true;
+        return G_SOURCE_CONTINUE;
     }
 
-    GSource *source_;
     bool set_ = false;
+    SourcePtr source_;
 };
 
 // As in asd's log.
 std::string time_text() {
-    const std::unique_ptr<GDateTime, decltype(&g_date_time_unref)> now(g_date_time_new_now_utc(), g_date_time_unref);
-    const std::unique_ptr<gchar, decltype(&g_free)> seconds(g_date_time_format(now.get(), "%FT%T"), g_free);
+    const std::unique_ptr<GDateTime, Releaser<g_date_time_unref>> now(g_date_time_new_now_utc());
+    const TextPtr seconds(g_date_time_format(now.get(), "%FT%T"));
     std::string thousandths = std::to_string(1000 + g_date_time_get_microsecond(now.get()) / 1000);
     thousandths.front() = '.';
     return std::string(seconds.get()) + thousandths + "Z";
@@ -103,7 +91,7 @@ private:
 // The terminal's other screen: what status shows, and below it the last changes.
 class Live {
 public:
-    explicit Live(const Screen &screen) : screen_(screen) { print(std::string_view("\033[?1049h\033[?25l")); }
+    explicit Live(const Screen &screen) : screen_(screen) { print("\033[?1049h\033[?25l"); }
     ~Live() { // a terminal that is gone needs nothing
         [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, kLeave.data(), kLeave.size());
     }
@@ -121,13 +109,11 @@ public:
             changes_.erase(changes_.begin(), changes_.end() - static_cast<std::ptrdiff_t>(room));
         }
         for (const std::string &line : changes_) {
-            const std::unique_ptr<gchar, decltype(&g_free)> fits(
-                g_utf8_substring(line.c_str(), 0,
-                                 std::min(g_utf8_strlen(line.c_str(), -1), static_cast<glong>(*screen_.width))),
-                g_free);
+            const glong columns = std::min(g_utf8_strlen(line.c_str(), -1), static_cast<glong>(*screen_.width));
+            const TextPtr fits(g_utf8_substring(line.c_str(), 0, columns));
             text += std::string("\n") + fits.get();
         }
-        print(std::string_view("\033[H\033[J" + text));
+        print("\033[H\033[J" + text);
     }
 
 private:
@@ -147,9 +133,13 @@ void look_at_role(Service &service, std::string *role, std::vector<Change> *chan
 }
 
 int run_watch(const Context &context, const WatchOptions &options) {
-    const std::array ends = {Flag::on_signal(SIGINT), Flag::on_signal(SIGTERM)};
-    const auto look = Flag::after(kLookMs);
-    const auto limit = options.for_s > 0 ? Flag::after(static_cast<unsigned>(options.for_s * 1000)) : nullptr;
+    Flag interrupted(g_unix_signal_source_new(SIGINT));
+    Flag terminated(g_unix_signal_source_new(SIGTERM));
+    Flag look(g_timeout_source_new(kLookMs));
+    std::optional<Flag> limit;
+    if (options.for_s > 0) {
+        limit.emplace(g_timeout_source_new(static_cast<unsigned>(options.for_s * 1000)));
+    }
     const bool on_terminal = context.out.width && !context.json;
     const Lines lines(context.json);
     Service service(context);
@@ -165,8 +155,7 @@ int run_watch(const Context &context, const WatchOptions &options) {
     }
     for (std::uint64_t seen = 0;;) {
         g_main_context_iteration(nullptr, TRUE);
-        const bool look_now = look->take();
-        if (look_now) {
+        if (look.take()) {
             look_at_role(service, &role, &changes);
         }
         for (const Change &change : std::exchange(changes, {})) {
@@ -182,7 +171,7 @@ int run_watch(const Context &context, const WatchOptions &options) {
         if (live) {
             live->draw(service.snapshot());
         }
-        if (std::ranges::any_of(ends, [](const auto &end) { return end->take(); })) {
+        if (interrupted.take() || terminated.take()) {
             return kDone;
         }
         if (limit && limit->take()) {
@@ -194,19 +183,16 @@ int run_watch(const Context &context, const WatchOptions &options) {
 } // namespace
 
 void add_watch_command(CLI::App &app, Command &chosen) {
-    CLI::App *const watch =
-        add_command(app, "watch", "The service's changes as they come, until Ctrl-C", "watch --count 1 --for 60");
-    const auto options = std::make_shared<WatchOptions>();
+    const auto [watch, options] = add_command(app, chosen, "watch", "The service's changes as they come, until Ctrl-C",
+                                              "watch --count 1 --for 60", run_watch);
     watch->add_option("--count", options->count, "End after this many changes")
         ->type_name("N")
-        ->check(CLI::Validator(CLI::PositiveNumber).description(""));
+        ->check(unsaid(CLI::PositiveNumber));
     watch
         ->add_option("--for", options->for_s,
                      "End after this time; status 1 when there were fewer changes than --count")
         ->type_name("SECONDS")
-        ->check(CLI::Validator(CLI::Range(0.001, 1e6)).description(""));
-    watch->callback(
-        [&chosen, options] { chosen = [options](const Context &context) { return run_watch(context, *options); }; });
+        ->check(unsaid(CLI::Range(0.001, 1e6)));
 }
 
 } // namespace asdctl

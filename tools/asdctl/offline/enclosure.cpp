@@ -5,6 +5,7 @@
 #include "bytes.h"
 #include "failure.h"
 #include "output.h"
+#include "records.h"
 
 #include <algorithm>
 #include <charconv>
@@ -13,8 +14,6 @@
 namespace asdctl {
 
 namespace {
-
-constexpr std::size_t kEnclosureMax = 16U << 20U; // bytes that are taken for an enclosure file
 
 // Where something is in the document, as a JSON pointer.
 struct Place {
@@ -57,7 +56,7 @@ std::uint32_t number_of(const Place &place, const Json &object, const char *key)
             number = error == std::errc() && stopped == end ? number : std::numeric_limits<std::uint64_t>::max();
         }
     }
-    if (number > kPartMax) {
+    if (number > kLargestPart) {
         throw place.of(key).wrong("is no number of bytes");
     }
     return static_cast<std::uint32_t>(number);
@@ -96,8 +95,8 @@ void add_records(const Place &place, const Json &item, const std::vector<ChipPla
                  std::vector<PartPlan> *parts) {
     const std::string name = text_of(place, item, "Name");
     const std::uint32_t length = number_of(place, item, "Length");
-    const bool mirrored = item.contains("AtomStorageDataDev1");
-    for (const char *key : {"AtomStorageDataDev0", "AtomStorageDataDev1"}) {
+    const bool mirrored = item.contains(kChipKeys[1]);
+    for (const char *key : kChipKeys) {
         if (!item.contains(key)) {
             continue;
         }
@@ -117,7 +116,7 @@ void add_records(const Place &place, const Json &item, const std::vector<ChipPla
 } // namespace
 
 std::vector<PartPlan> read_enclosure(const std::string &path) {
-    const Bytes bytes = read_file(path, kEnclosureMax);
+    const Bytes bytes = read_file(path, kLargestEnclosure);
     const Json document = Json::parse(bytes, nullptr, false);
     if (!document.is_object()) {
         throw Failure(path + ": is no JSON object", "'asd --config " + path + " --check-config' says more.");

@@ -4,6 +4,8 @@
 
 // An enclosure file as far as it says where the records are, for what looks at parts without a service.
 
+#include "record_format.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -20,7 +22,7 @@ struct RecordPlace {
     std::uint32_t length = 0;
     bool mirrored = false; // the item has a second chip
 
-    [[nodiscard]] std::size_t end() const { return std::size_t{offset} + length + 2; }
+    [[nodiscard]] std::size_t end() const { return std::size_t{offset} + length + kChecksumSize; }
 };
 
 struct PartPlan {
@@ -30,8 +32,6 @@ struct PartPlan {
     std::uint32_t size = 0;
     std::vector<RecordPlace> records; // by offset
 };
-
-inline constexpr std::uint32_t kPartMax = 16U << 20U; // bytes of the largest part
 
 // Throws Failure when the file cannot be read or is no enclosure. The service checks more, see asd --check-config.
 [[nodiscard]] std::vector<PartPlan> read_enclosure(const std::string &path);

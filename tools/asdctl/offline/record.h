@@ -5,12 +5,11 @@
 // A record as it lies on a part: docs/record-format.md.
 
 #include "bytes.h"
+#include "record_format.h"
 
 #include <string_view>
 
 namespace asdctl {
-
-inline constexpr std::size_t kChecksumSize = 2;
 
 enum class RecordState { kGood, kBlank, kBad };
 

@@ -2,12 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipmi_client.h"
 
+#include "dummy_protocol.h"
 #include "failure.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
 #include <iterator>
 
@@ -20,40 +20,11 @@ namespace asdctl {
 
 namespace {
 
-// The protocol's own structs, in this machine's byte order and padding; the service has the same word size.
-struct RequestHeader {
-    std::uint8_t netfn;
-    std::uint8_t lun;
-    std::uint8_t cmd;
-    std::uint8_t target_cmd;
-    std::uint16_t data_len;
-    void *data; // means nothing outside the sender
-};
-
-struct ResponseHeader {
-    std::uint8_t netfn;
-    std::uint8_t cmd;
-    std::uint8_t seq;
-    std::uint8_t lun;
-    std::uint8_t ccode;
-    std::int32_t data_len; // without the completion code
-    void *data;
-};
-
-constexpr bool kWide = sizeof(void *) == 8;
-static_assert(kWide || sizeof(void *) == 4);
-static_assert(offsetof(RequestHeader, data_len) == 4 && offsetof(RequestHeader, data) == 8);
-static_assert(sizeof(RequestHeader) == (kWide ? 16 : 12));
-static_assert(offsetof(ResponseHeader, ccode) == 4 && offsetof(ResponseHeader, data_len) == 8);
-static_assert(sizeof(ResponseHeader) == (kWide ? 24 : 16));
-
 constexpr std::int64_t kTimeoutUs = 5'000'000;
 constexpr std::int32_t kResponseLimit = 1024; // what the protocol's clients take
-constexpr std::uint8_t kByeNetfn = 0x3F;
-constexpr std::uint8_t kByeCmd = 0xFF;
 
 Bytes request_bytes(std::uint8_t netfn, std::uint8_t cmd, BytesView data) {
-    RequestHeader header{};
+    DummyRequest header{};
     header.netfn = netfn;
     header.cmd = cmd;
     header.data_len = static_cast<std::uint16_t>(data.size());
@@ -101,9 +72,9 @@ IpmiClient::~IpmiClient() {
 IpmiAnswer IpmiClient::request(std::uint8_t netfn, std::uint8_t cmd, BytesView data) {
     const std::int64_t deadline = g_get_monotonic_time() + kTimeoutUs;
     send(request_bytes(netfn, cmd, data));
-    std::array<std::uint8_t, sizeof(ResponseHeader)> bytes;
+    std::array<std::uint8_t, sizeof(DummyResponse)> bytes;
     receive(bytes, deadline);
-    ResponseHeader header;
+    DummyResponse header;
     std::memcpy(&header, bytes.data(), bytes.size());
     if (header.netfn != (netfn | 1U) || header.cmd != cmd || header.data_len < 0 || header.data_len > kResponseLimit) {
         throw Failure(socket_ + ": what answers there does not speak the protocol of ipmitool's dummy interface",

@@ -6,15 +6,13 @@
 
 #include "bytes.h"
 #include "context.h"
+#include "gio_holders.h"
 #include "output.h"
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
-
-#include <gio/gio.h>
 
 namespace asdctl {
 
@@ -98,19 +96,13 @@ public:
     void set_fault(const std::string &operation, std::int32_t status);
 
 private:
-    struct Unref {
-        void operator()(GDBusConnection *connection) const { g_object_unref(connection); }
-        void operator()(GVariant *value) const { g_variant_unref(value); }
-    };
-    using Variant = std::unique_ptr<GVariant, Unref>;
-
     void connect_private(const Context &context);
     void connect_shared(Bus bus);
     // doing completes "... failed"; arguments may be floating.
-    [[nodiscard]] Variant call(const std::string &doing, const std::string &path, const char *interface,
-                               const char *method, GVariant *arguments, const char *reply_type);
+    [[nodiscard]] VariantPtr call(const std::string &doing, const std::string &path, const char *interface,
+                                  const char *method, GVariant *arguments, const char *reply_type);
 
-    std::unique_ptr<GDBusConnection, Unref> connection_;
+    ConnectionPtr connection_;
     std::string destination_; // empty: the private socket
     std::string where_;       // for what the operator is told
     std::string advice_;      // when nothing answers

@@ -24,7 +24,7 @@ constexpr std::uint8_t kBayErase = 0x72;
 
 constexpr std::array<std::uint8_t, 3> kChassis = {0x00, 0x00, 0x80};
 constexpr std::size_t kReadFrame = 228; // bytes in every answer; the last frame is filled up
-constexpr std::size_t kEkeyWriteFrame = 220;
+constexpr std::size_t kWriteFrame = 220;
 constexpr std::size_t kBayLengthSize = 4;
 constexpr std::uint32_t kErased = 0xFFFFFFFF;
 
@@ -94,7 +94,7 @@ void write_frame(IpmiClient &client, std::uint8_t command, Bytes head, BytesView
     (void)ask(client, command, head, 0, doing, advice); // nothing but its completion code
 }
 
-std::string key_of(const EkeyPlace &place) {
+std::string key_of(const KeyPlace &place) {
     return "the key of " + std::string(place.name);
 }
 
@@ -106,19 +106,19 @@ Bytes short_request(std::uint8_t selector) {
 
 } // namespace
 
-Bytes ekey_read(IpmiClient &client, const EkeyPlace &place, bool from_chip, const Progress &progress) {
+Bytes ekey_read(IpmiClient &client, const KeyPlace &place, bool from_chip, const Progress &progress) {
     const std::uint8_t selector = from_chip ? kEkeyFromChip : kEkeyFromMirror;
-    return read_frames(client, kEkeyGet, place.fru, selector, kEkeyFrames, kEkeySize, key_of(place), kEkeyAdvice,
+    return read_frames(client, kEkeyGet, place.fru, selector, kKeyFrames, kKeySize, key_of(place), kEkeyAdvice,
                        progress);
 }
 
-void ekey_write(IpmiClient &client, const EkeyPlace &place, BytesView key, const Progress &progress) {
-    for (std::size_t number = 1; number <= kEkeyFrames; ++number) {
+void ekey_write(IpmiClient &client, const KeyPlace &place, BytesView key, const Progress &progress) {
+    for (std::size_t number = 1; number <= kKeyFrames; ++number) {
         // The last frame takes all that is left: 144 bytes.
-        const BytesView data = key.first(number < kEkeyFrames ? kEkeyWriteFrame : key.size());
+        const BytesView data = key.first(number < kKeyFrames ? kWriteFrame : key.size());
         key = key.subspan(data.size());
-        write_frame(client, kEkeySet, frame_head(place.fru, kEkeyFromMirror, kEkeyFrames, number), data,
-                    "writing " + key_of(place) + ", " + frame_of(number, kEkeyFrames), kEkeyAdvice);
+        write_frame(client, kEkeySet, frame_head(place.fru, kEkeyFromMirror, kKeyFrames, number), data,
+                    "writing " + key_of(place) + ", " + frame_of(number, kKeyFrames), kEkeyAdvice);
         progress();
     }
 }
@@ -139,7 +139,7 @@ Bytes bay_read(IpmiClient &client, const Progress &progress) {
 }
 
 std::size_t bay_write_frames(std::size_t file_size) {
-    return (kBayLengthSize + file_size + kBayWriteFrame - 1) / kBayWriteFrame;
+    return (kBayLengthSize + file_size + kWriteFrame - 1) / kWriteFrame;
 }
 
 void bay_write(IpmiClient &client, BytesView file, const Progress &progress) {
@@ -151,7 +151,7 @@ void bay_write(IpmiClient &client, BytesView file, const Progress &progress) {
     const std::size_t frames = bay_write_frames(file.size());
     BytesView rest = record;
     for (std::size_t number = 1; number <= frames; ++number) {
-        const BytesView data = rest.first(std::min(kBayWriteFrame, rest.size()));
+        const BytesView data = rest.first(std::min(kWriteFrame, rest.size()));
         rest = rest.subspan(data.size());
         write_frame(client, kBaySet, frame_head(kChassis, kBayFrame, frames, number), data,
                     "writing the bay configuration, " + frame_of(number, frames), kBayAdvice);
