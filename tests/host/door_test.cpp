@@ -7,7 +7,6 @@
 #include "item_turns.h"
 #include "peer_link.h"
 
-#include <sys/resource.h>
 #include <unistd.h>
 
 namespace asd_host {
@@ -237,23 +236,12 @@ TEST_F(DummyDoor, FullOfIdleAndSlowClientsItStillLetsOthersIn) {
 }
 
 TEST_F(DummyDoor, WithoutDescriptorsItWaitsAndSaysSoOnce) {
-    Client waiting; // a descriptor of its own, not connected yet
-    rlimit before{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    // A thread's start and the first look at an object's type take descriptors under sanitizers: the log's have to come
-    // before.
-    HOST_LOG(kLogError, "%s", std::generic_category().message(EMFILE).c_str());
-    const Texts lines = logged([&] {
-        const auto lowest_free = static_cast<rlim_t>(Fd(::dup(0)).get());
-        const rlimit none{.rlim_cur = lowest_free, .rlim_max = before.rlim_max};
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-        waiting.connect(folder_ / "ipmi.sock");
-        const auto end = std::chrono::steady_clock::now() + milliseconds(500);
-        EXPECT_TRUE(eventually([end] { return std::chrono::steady_clock::now() > end; }));
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
-        waiting.send(dummy_request(0x32, 1, {3}));
-        EXPECT_EQ(waiting.code(0x32, 1, {3}), 0x00);
-    });
+    const Client waiting; // a descriptor of its own, not connected yet
+    const Texts lines = without_descriptors([&] { waiting.connect(folder_ / "ipmi.sock"); },
+                                            [&] {
+                                                waiting.send(dummy_request(0x32, 1, {3}));
+                                                EXPECT_EQ(waiting.code(0x32, 1, {3}), 0x00);
+                                            });
     ASSERT_EQ(lines.size(), 1U) << testing::PrintToString(lines);
     EXPECT_NE(lines[0].find("Too many open files"), std::string::npos);
 }

@@ -79,71 +79,17 @@ TEST(Enclosure, ReadsWhatTheFileSays) {
 }
 
 TEST(Enclosure, EachMistakeIsOneLineThatNamesPlaceAndRemedy) {
-    const struct {
-        const char *from, *to;
-        Texts mistakes;
-    } rows[] = {
-        // clang-format off
-        {"'Num': 1", "'Nun': 1", {"13: /Items/0/Nun: unknown key; did you mean 'Num'?"}},
-        {"'Num': 1, ", "", {"13: /Items/0: 'Num' is missing; add it"}},
-        {"'Num': 1", "'Num': 256", {"13: /Items/0/Num: is 256; must be a whole number from 0 to 255"}},
-        {"'Num': 2", "'Num': 1", {"14: /Items/1/Num: is 1, as in line 13; each item needs a number of its own"}},
-        {"'Num': 2", "'Num': 2.5", {"14: /Items/1/Num: is a number with a fraction or exponent; must be a whole number from 0 to 255"}},
-        {"'Num': 2", "'Num': 2, 'Num': 3", {"14: /Items/1/Num: the key stands a second time (first in line 14); keep one of them"}},
-        {"'Length': 32", "'Length': 8193", {"13: /Items/0/Length: is 8193; must be a whole number from 1 to 8192"}},
-        {"'Name': 'Two'", "'Name': 'Dev2'", {"14: /Items/1/Name: is 'Dev2', as in line 10; an item or chip needs a name that no other item or chip has"}},
-        {"'Name': 'Two'", "'Name': 'Two/2'", {"14: /Items/1/Name: is 'Two/2'; must be 1 to 63 letters, digits and underscores"}},
-        {"'AtomStorageDataDev0': 'Dev2'", "'AtomStorageDataDev0': 'Dev22'", {"14: /Items/1/AtomStorageDataDev0: there is no chip 'Dev22'; did you mean 'Dev2'?"}},
-        {"'AtomStorageDataDev1': 'Dev1b'", "'AtomStorageDataDev1': 'Dev1a'",
-         {"9: /Chips/1: no item uses the chip 'Dev1b'; remove it or name it in an item",
-          "13: /Items/0/AtomStorageDataDev1: names the chip 'Dev1a' a second time; the second copy needs a chip of its own"}},
-        {"'AtomStorageDataDev0': 'Dev2',", "'AtomStorageDataDev0': 'Dev2', 'AtomStorageDataDev1': 'Dev1a',",
-         {"14: /Items/1/AtomStorageDataDev1: the chip 'Dev1a' holds the record of 'One'; each item needs chips of its own"}},
-        {"'Part': 'right'", "'Part': 7", {"9: /Chips/1/Part: is 7; must be a text"}},
-        {"'Part': 'right'", "'Part': 'rihgt'", {"9: /Chips/1/Part: there is no part 'rihgt'; did you mean 'right'?"}},
-        {"'Offset': 34", "'Offset': 33",
-         {"10: /Chips/2/Offset: the record of 'Dev2' (item 'Two', bytes 33 to 42) overlaps that of 'Dev1a' (item 'One', bytes 0 to 33) on part 'left'; the first byte behind that is 34"}},
-        {"'Offset': 34", "'Offset': 247",
-         {"10: /Chips/2/Offset: the record of 'Dev2' (item 'Two', bytes 247 to 256) runs past the end of part 'left' (256 bytes); the highest Offset that fits is 246"}},
-        {"'Offset': 34", "'Offset': 34, 'RetryNumber': 0",
-         {"10: /Chips/2/RetryNumber: is 0; must be a whole number from 1 to 100: without an attempt a read gives zeros and never touches the chip"}},
-        {"'Size': 256, 'PageSize': 16 }", "'Size': 0, 'PageSize': 24 }",
-         {"4: /Parts/0/Size: is 0; must be a whole number from 1 to 16777216",
-          "4: /Parts/0/PageSize: is 24; must be a power of two, such as 16"}},
-        {"'right.bin', 'Size'", "'../right.bin', 'Size'", {"5: /Parts/1/File: is '../right.bin'; must stay in the state folder (no '..') or be an absolute path"}},
-        {"'right.bin', 'Size'", "'slot0/right.bin', 'Size'", {"5: /Parts/1/File: is 'slot0/right.bin', where the service keeps its own; choose another name"}},
-        {"'File': 'right.bin', 'Size': 256, 'PageSize': 16, 'Shared': true", "'File': './left.bin', 'Size': 256, 'PageSize': 16, 'Shared': 'yes'",
-         {"5: /Parts/1/Shared: is 'yes'; must be true or false (or 1 or 0)",
-          "5: /Parts/1/File: is 'left.bin', as in line 4; each part needs a file of its own"}},
-        // The record that reaches furthest counts, not the one before: Dev2's bytes end before Dev1b's begin.
-        {"'Part': 'right', 'Offset': '0x10' },\n    { 'Name': 'Dev2', 'Part': 'left', 'Offset': 34",
-         "'Part': 'left', 'Offset': 30 },\n    { 'Name': 'Dev2', 'Part': 'left', 'Offset': 4",
-         {"9: /Chips/1/Offset: the record of 'Dev1b' (item 'One', bytes 30 to 63) overlaps that of 'Dev1a' (item 'One', bytes 0 to 33) on part 'left'; the first byte behind that is 34",
-          "10: /Chips/2/Offset: the record of 'Dev2' (item 'Two', bytes 4 to 13) overlaps that of 'Dev1a' (item 'One', bytes 0 to 33) on part 'left'; the first byte behind that is 34"}},
-        {"'Name': 'test'", "'Name': 'test', 'Role': 'both'", {"2: /Role: is 'both'; must be 'auto', 'master' or 'slave'"}},
-        {"'Name': 'test',", R"('Name': 'test', 'GpioLines': [
-           { 'Line': 55, 'Chip': 'gpiochip0', 'Offset': 12 }, { 'Line': 56, 'Chip': 'gpiochip0', 'Name': 'WP' },
-           { 'Line': 55, 'Chip': '/dev/gpiochip0', 'Offset': '0xC' },
-           { 'Line': 58, 'Chip': 'gpiochip0', 'Name': 'WP', 'Offset': 1 },
-           { 'Line': 1024, 'Chip': '', 'Ofset': 1 }, { 'Chip': 'gpiochip0', 'Name': 'WP2' } ],)",
-         {"4: /GpioLines/2/Line: is 55, as in line 3; each line is at one place",
-          "4: /GpioLines/2/Offset: is 12 of 'gpiochip0', as in line 3; each line needs a place of its own",
-          "5: /GpioLines/3/Name: stands beside 'Offset'; keep the one by which the line is to be found",
-          "5: /GpioLines/3/Name: is 'WP' of 'gpiochip0', as in line 3; each line needs a place of its own",
-          "6: /GpioLines/4/Line: is 1024; must be a whole number from 0 to 1023",
-          "6: /GpioLines/4/Chip: is empty; gpioinfo lists the chips and their lines",
-          "6: /GpioLines/4/Ofset: unknown key; did you mean 'Offset'?",
-          "6: /GpioLines/5: 'Line' is missing; add it"}},
-        {"'Name': 'test',", "'Name': 'test', 'GpioLines': [ { 'Line': 55, 'Chip': 'gpiochip0' } ],", {"2: /GpioLines/0: 'Offset' is missing; add it"}},
-        // clang-format on
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(std::string(row.from) + " -> " + row.to);
-        const auto loaded = load(with(row.from, row.to));
+    JsonMistakes wrong("rows");
+    const auto rows = parse_json(content_of<std::string>(fs::path(ASD_TEST_DIR) / "enclosure_mistakes.json"), wrong);
+    ASSERT_TRUE(rows.has_value());
+    ASSERT_GT(rows->members.size(), 20U);
+    for (const JsonNode &row : rows->members) {
+        const auto loaded = load(with(row.find("from")->text, row.find("to")->text));
         EXPECT_FALSE(loaded.enclosure.has_value());
         Texts expected;
-        std::ranges::transform(row.mistakes, std::back_inserter(expected), json);
-        EXPECT_EQ(loaded.mistakes, expected);
+        std::ranges::transform(row.find("mistakes")->members, std::back_inserter(expected),
+                               [](const JsonNode &mistake) { return json(mistake.text); });
+        EXPECT_EQ(loaded.mistakes, expected) << "line " << row.line;
     }
 }
 

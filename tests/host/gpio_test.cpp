@@ -93,6 +93,7 @@ TEST(GpioLines, GuardThePartsOfTheRunningPlatform) {
 
     enclosure.gpio_lines = {line_of(55), line_of(56, "nowhere"), line_of(57, "gone")};
     EXPECT_EQ(host_start(options, enclosure).size(), 2U) << "every line that cannot be had is said";
+    EXPECT_EQ(host(), nullptr);
     EXPECT_EQ(g_chip.journal, (Texts{"take 55", "release 55"}));
 
     enclosure.gpio_lines = {line_of(55), line_of(56)};

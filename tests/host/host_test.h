@@ -30,8 +30,10 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 namespace asd_test {
 
@@ -93,6 +95,25 @@ inline Texts logged(const std::function<void()> &action) {
         lines.push_back(line);
     }
     return lines;
+}
+
+// The lines that are logged while an action is done without a free descriptor, and half a second and what comes after.
+inline Texts without_descriptors(const std::function<void()> &action, const std::function<void()> &after) {
+    rlimit usual{};
+    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+    // A thread's start and the first look at an object's type take descriptors under sanitizers: the log's have to come
+    // before.
+    HOST_LOG(asd_host::kLogError, "%s", std::generic_category().message(EMFILE).c_str());
+    return logged([&] {
+        const auto lowest_free = static_cast<rlim_t>(Fd(::dup(0)).get());
+        const rlimit none{.rlim_cur = lowest_free, .rlim_max = usual.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        action();
+        const auto end = std::chrono::steady_clock::now() + milliseconds(500);
+        EXPECT_TRUE(eventually([end] { return std::chrono::steady_clock::now() > end; }));
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &usual), 0);
+        after();
+    });
 }
 
 using SocketCall = int(int, const sockaddr *, socklen_t);

@@ -23,12 +23,6 @@ namespace {
 
 using namespace asd_test;
 
-milliseconds elapsed(const std::function<void()> &action) {
-    const auto start = std::chrono::steady_clock::now();
-    action();
-    return std::chrono::duration_cast<milliseconds>(std::chrono::steady_clock::now() - start);
-}
-
 bool sleeps(pid_t thread) {
     std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
     std::string line;
@@ -45,7 +39,9 @@ gulong make_semaphore() {
 TEST(Time, ScaleMakesWaitsShorterAndTicksFaster) {
     clock_set_scale(1000);
     const gulong before = vos_tick_get();
-    const milliseconds real = elapsed([] { vos_task_delay(20000); });
+    const auto start = std::chrono::steady_clock::now();
+    vos_task_delay(20000);
+    const auto real = std::chrono::steady_clock::now() - start;
     const gulong ticks = vos_tick_get() - before;
     clock_set_scale(1);
     EXPECT_GE(real, milliseconds(20));
@@ -56,24 +52,6 @@ TEST(Time, ScaleMakesWaitsShorterAndTicksFaster) {
     double seconds = 0;
     std::ifstream("/proc/uptime") >> seconds;
     EXPECT_NEAR(static_cast<double>(clock_ticks()) / 1000, seconds, 5);
-}
-
-// That one excludes and times out is a promise of the contract, tested there.
-TEST(Semaphore, GuardsACounterAgainstManyThreads) {
-    const gulong semaphore = make_semaphore();
-    int counter = 0;
-    std::vector<std::jthread> threads;
-    for (const guint32 limit : {0U, 60000U, 0U, 60000U}) {
-        threads.emplace_back([&counter, semaphore, limit] {
-            for (int n = 0; n < 1000; ++n) {
-                ASSERT_EQ(vos_thread_sem4_p(semaphore, limit), 0);
-                ++counter;
-                ASSERT_EQ(vos_thread_sem4_v(semaphore), 0);
-            }
-        });
-    }
-    threads.clear();
-    EXPECT_EQ(counter, 4000);
 }
 
 TEST(Semaphore, DeletionWakesWaitersAndEndsTheHandle) {
@@ -285,33 +263,38 @@ TEST(Log, AFailingStandardErrorIsNobodysTrouble) {
     EXPECT_EQ(after[1].substr(kTimeLength, 30), "error 1 lines were dropped her");
 }
 
-// A pipe that nobody empties: nobody waits long for it, and what it holds in the end is whole and in order, with the
-// number of lines that are missing.
+// A pipe that nobody empties: nobody waits long for it, and what it holds in the end are whole lines, with the number
+// of those that are missing.
 TEST(Log, AFullPipeStopsNobodyAndMissingLinesAreCounted) {
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe(ends.data()), 0);
     const Fd reading(ends[0]);
     PatientWriter &writer =
         *new PatientWriter(ends[1], [](std::uint64_t dropped) { return "dropped " + std::to_string(dropped) + "\n"; });
-    constexpr std::uint64_t kLines = 10000; // of 100 bytes: more than pipe and room together
-    const milliseconds taken = elapsed([&writer] {
-        for (std::uint64_t n = 0; n < kLines; ++n) {
-            writer.put(std::string(92, '.') + std::to_string(1000000 + n) + "\n");
-        }
-        EXPECT_FALSE(writer.flush(milliseconds(1)));
-    });
-    EXPECT_LT(taken, milliseconds(10000)); // one moment, and not one a line
-    std::size_t lines = 0;
+    constexpr std::size_t kThreads = 4, kLines = 2500; // of 100 bytes: more than pipe and room together
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<std::jthread> threads;
+    for (std::size_t n = 0; n < kThreads; ++n) {
+        threads.emplace_back([&writer, letter = static_cast<char>('a' + n)] {
+            for (std::size_t line = 0; line < kLines; ++line) {
+                writer.put(std::string(99, letter) + "\n");
+            }
+        });
+    }
+    threads.clear();
+    EXPECT_FALSE(writer.flush(milliseconds(1)));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)); // one moment, and not one a line
     std::string text;
     while (text.find("dropped ") == std::string::npos || text.back() != '\n') {
         ASSERT_TRUE(readable(reading));
         std::array<char, 5000> bytes{};
         text.append(bytes.data(), static_cast<std::size_t>(read(reading.get(), bytes.data(), bytes.size())));
     }
-    for (; text.size() > lines * 100 + 99 && text.substr(lines * 100 + 92, 7) == std::to_string(1000000 + lines);
-         ++lines) {
+    std::size_t lines = 0;
+    for (; text[lines * 100] != 'd' || text[lines * 100 + 1] == 'd'; ++lines) {
+        ASSERT_EQ(text.substr(lines * 100, 100), std::string(99, text[lines * 100]) + "\n");
     }
-    EXPECT_EQ(text.substr(lines * 100), "dropped " + std::to_string(kLines - lines) + "\n");
+    EXPECT_EQ(text.substr(lines * 100), "dropped " + std::to_string(kThreads * kLines - lines) + "\n");
     EXPECT_TRUE(writer.flush(milliseconds(kLimitMs)));
 }
 
@@ -338,54 +321,6 @@ TEST(Log, RationsWhatComesAgainAndAgain) {
     EXPECT_EQ(admitted(1000, 1), 10); // it goes on: less of it
     now += 3 * LogRation::kWindow;
     EXPECT_EQ(admitted(1000, 1), 100); // a new story
-}
-
-// Through a pipe of one page: escaped, a line is four times as long, so that each write of one has to wait.
-TEST(Log, LinesOfThreadsNeverMix) {
-    log_set(kLogInformation, false);
-    std::array<int, 2> ends{};
-    ASSERT_EQ(pipe(ends.data()), 0);
-    ASSERT_EQ(fcntl(ends[1], F_SETPIPE_SZ, 4096), 4096);
-    std::string all;
-    std::jthread reader([&all, end = Fd(ends[0])] {
-        std::array<char, 700> bytes{};
-        for (ssize_t count = 0; (count = read(end.get(), bytes.data(), bytes.size())) > 0;) {
-            all.append(bytes.data(), static_cast<std::size_t>(count));
-        }
-    });
-    std::set<std::string> texts;
-    {
-        Fd writing(ends[1]);
-        const Captured captured(writing.get());
-        writing.reset();
-        std::vector<std::jthread> threads;
-        for (char byte = 1; byte <= 4; ++byte) {
-            const std::string text(3999, byte);
-            std::string escaped;
-            for (std::size_t i = 0; i < text.size(); ++i) {
-                escaped += std::string("\\x0") + static_cast<char>('0' + byte);
-            }
-            texts.insert("error " + escaped);
-            threads.emplace_back([text] {
-                for (int n = 0; n < 50; ++n) {
-                    dbg_log(0, "%s", text.c_str());
-                }
-            });
-        }
-        threads.clear();
-        EXPECT_TRUE(log_flush(milliseconds(kLimitMs)));
-    }
-    reader.join();
-    std::istringstream stream(all);
-    int lines = 0; // those that a busy reader made it drop are counted in the log itself
-    for (std::string line; std::getline(stream, line);) {
-        const std::string text = line.substr(kTimeLength);
-        const bool dropped =
-            text.ends_with("lines were dropped here: nobody took them in time, or there was no room for them");
-        ASSERT_TRUE(dropped || texts.contains(text)) << line.substr(0, 80);
-        lines += dropped ? std::stoi(text.substr(std::string("error ").size())) : 1;
-    }
-    EXPECT_EQ(lines, 200);
 }
 
 // A size beyond half of the address space is a negative number in disguise; the destination cannot be cleared.

@@ -6,7 +6,6 @@
 import contextlib
 import os
 import pathlib
-import random
 import resource
 import shutil
 import signal
@@ -16,8 +15,8 @@ import time
 import unittest
 from unittest import mock
 
-from harness import (BINARY, CONFIG, DEADLINE_S, FAST, NETFN, PER_CHIP, RECORDS, Background, Case, Service, Wire, chips_of, get,
-                     head, on_chip, pattern, put, run, wait_for)
+from harness import (BINARY, CONFIG, DEADLINE_S, FAST, NETFN, PER_CHIP, RECORDS, Case, Service, chips_of, get, head, on_chip,
+                     pattern, put, run, wait_for)
 
 
 class Records(Case):
@@ -111,42 +110,6 @@ class Requests(unittest.TestCase):
             for key, value in (("Device ID", "33"), ("Device Revision", "2"), ("Firmware Revision", r"3\.14"),
                                ("Manufacturer ID", "51234"), ("Product ID", r"4660 \(0x1234\)")):
                 self.assertRegex(said, rf"(?m)^{key} +: {value}$")
-
-
-class Socket(Case):
-    def setUp(self):
-        self.value = pattern(32, 9)
-        self.assertEqual(put(self.service, "brand", self.value), 0)
-
-    def test_garbage_ends_in_a_code_or_a_close_while_others_are_served(self):
-        seeded = random.Random(77)
-        rows = [
-            ("data missing", Wire.request(NETFN, 0x16, b"", length=5)),
-            ("largest, data missing", Wire.request(NETFN, 0x16, b"", length=0xFFFF)),
-            ("largest", Wire.request(NETFN, 0x16, bytes(0xFFFF))),
-            ("no such function", Wire.request(0xFF, 0xFF, b"x")),
-            ("no such record", Wire.request(NETFN, 0x16, bytes(head(0x7F)))),
-            ("a record one byte long", Wire.request(NETFN, 0x17, bytes((*head(0x10), *range(7))))),
-            *((f"random {i}", seeded.randbytes(seeded.randrange(1, 4000))) for i in range(20)),
-        ]
-        with Background(lambda: self.assertEqual(get(self.service, "brand"), (0, self.value))) as others:
-            for name, sent in rows:
-                with self.subTest(name), self.service.connect() as connection:
-                    connection.sendall(sent)
-                    connection.shutdown(socket.SHUT_WR)
-                    while (answer := Wire.response(connection)) is not None:
-                        self.assertNotEqual(answer[2], 0)
-            served = others.rounds
-            wait_for(lambda: others.rounds > served, "another client to be served")
-
-    def test_a_client_that_does_not_read_blocks_nobody(self):
-        with self.service.connect() as deaf:
-            deaf.setblocking(False)
-            request = Wire.request(NETFN, 0x16, bytes(head(0x14)))
-            with self.assertRaises(BlockingIOError):
-                for _ in range(1_000_000):
-                    deaf.send(request)
-            self.assertEqual(get(self.service, "brand"), (0, self.value))
 
 
 class Life(unittest.TestCase):
