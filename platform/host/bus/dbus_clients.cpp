@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dbus_clients.h"
 
+#include "dbus_driver.h"
 #include "dbus_member.h"
 #include "dbus_standard.h"
 #include "log.h"
@@ -218,6 +219,37 @@ void BusClients::properties_call(OBJ_HANDLE object, std::string_view method, GVa
     }
     answer(std::move(invocation), nullptr);
     changed(object, {name});
+}
+
+void BusClients::driver_call(std::string_view method, GVariant *parameters, InvocationPtr invocation) {
+    const auto found = clients_.find(g_dbus_method_invocation_get_connection(invocation.get()));
+    if (found == clients_.end()) {
+        answer_error(std::move(invocation), kErrorFailed, "the connection is closed");
+        return;
+    }
+    const char *name = "";
+    if (g_variant_n_children(parameters) > 0) {
+        g_variant_get_child(parameters, 0, "&s", &name);
+    }
+    Client &client = found->second;
+    client.has_called = true; // the answer goes out before the next change
+    client.said_hello = client.said_hello || method == "Hello";
+    GVariant *values = driver_answer({.name = client.name,
+                                      .uid = client.peer.uid,
+                                      .pid = client.peer.pid,
+                                      .guid = g_dbus_connection_get_guid(client.connection.get())},
+                                     bus_name(objects_.platform().options.slot), method, name);
+    if (values == nullptr) {
+        answer_error(std::move(invocation), kErrorNoName, std::string("nobody has the name ") + name);
+        return;
+    }
+    answer(std::move(invocation), values);
+}
+
+void BusClients::on_driver_call(GDBusConnection * /*connection*/, const gchar * /*sender*/, const gchar * /*path*/,
+                                const gchar * /*interface*/, const gchar *method, GVariant *parameters,
+                                GDBusMethodInvocation *invocation, gpointer self) {
+    static_cast<BusClients *>(self)->driver_call(method, parameters, InvocationPtr(invocation));
 }
 
 // ---- Changes ----

@@ -81,10 +81,6 @@ private:
     void send_change(const Client &client, OBJ_HANDLE object, const PropertyNames &properties) const;
     void properties_call(OBJ_HANDLE object, std::string_view method, GVariant *parameters, InvocationPtr invocation);
     void driver_call(std::string_view method, GVariant *parameters, InvocationPtr invocation);
-    [[nodiscard]] GVariant *driver_answer(Client &client, std::string_view method, const char *name) const;
-    [[nodiscard]] GVariant *credentials_answer(const Client &client, std::string_view method, const char *name) const;
-    [[nodiscard]] std::string owner_of(const Client &client, std::string_view name) const;
-    [[nodiscard]] std::string service_name() const;
 
     // What GDBus calls.
     static void on_call(GDBusConnection *connection, const gchar *sender, const gchar *path, const gchar *interface,

@@ -1,15 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
+#include "dbus_driver.h"
 
-// What clients ask of a bus before they talk to a service: with it, tools that know only buses (busctl) work on the
-// private socket.
-
-#include "dbus_clients.h"
+#include "dbus_objects.h"
 #include "dbus_standard.h"
 
-#include <algorithm>
-#include <array>
-#include <cstring>
+#include <vector>
 
 #include <unistd.h>
 
@@ -38,89 +34,52 @@ GVariant *credentials(guint32 uid, guint32 pid) {
     return g_variant_new("(a{sv})", &values);
 }
 
-} // namespace
-
-std::string BusClients::service_name() const {
-    return bus_name(objects_.platform().options.slot);
-}
-
 // Empty: nobody has the name.
-std::string BusClients::owner_of(const Client &client, std::string_view name) const {
+std::string owner_of(const DriverClient &client, const std::string &service_name, std::string_view name) {
     if (name == kDriverName || name == client.name) {
         return std::string(name);
     }
-    const bool ours = name == kServiceName || name == service_name() || name == kServiceUniqueName;
+    const bool ours = name == kServiceName || name == service_name || name == kServiceUniqueName;
     return ours ? kServiceUniqueName : "";
 }
 
-// Null: nobody has the name.
-GVariant *BusClients::credentials_answer(const Client &client, std::string_view method, const char *name) const {
-    if (owner_of(client, name).empty()) {
-        return nullptr;
-    }
-    guint32 uid = ::geteuid();
-    auto pid = static_cast<guint32>(::getpid());
-    if (name == client.name) {
-        uid = client.peer.uid;
-        pid = static_cast<guint32>(client.peer.pid);
-    }
+GVariant *credentials_answer(const DriverClient &client, std::string_view method, const char *name) {
+    const bool own = name == client.name;
+    const guint32 uid = own ? client.uid : ::geteuid();
+    const auto pid = static_cast<guint32>(own ? client.pid : ::getpid());
     if (method == "GetConnectionCredentials") {
         return credentials(uid, pid);
     }
     return g_variant_new("(u)", method == "GetConnectionUnixUser" ? uid : pid);
 }
 
-// Null: nobody has the name that the method asks about.
-GVariant *BusClients::driver_answer(Client &client, std::string_view method, const char *name) const {
+} // namespace
+
+GVariant *driver_answer(const DriverClient &client, const std::string &service_name, std::string_view method,
+                        const char *name) {
     if (method == "Hello") {
-        client.said_hello = true;
         return one_text(client.name);
     }
     if (method == "ListNames") {
-        return texts({kDriverName, kServiceName, service_name(), kServiceUniqueName, client.name});
+        return texts({kDriverName, kServiceName, service_name, kServiceUniqueName, client.name});
     }
     if (method == "ListActivatableNames") {
         return texts({kDriverName});
     }
-    if (method == "NameHasOwner") {
-        return g_variant_new("(b)", owner_of(client, name).empty() ? FALSE : TRUE);
-    }
-    if (method == "GetNameOwner") {
-        const std::string owner = owner_of(client, name);
-        return owner.empty() ? nullptr : one_text(owner);
-    }
     if (method == "GetId") {
-        return one_text(g_dbus_connection_get_guid(client.connection.get()));
+        return one_text(client.guid);
     }
     if (method == "AddMatch" || method == "RemoveMatch") {
         return g_variant_new_tuple(nullptr, 0); // every client gets every signal
     }
-    return credentials_answer(client, method, name);
-}
-
-void BusClients::driver_call(std::string_view method, GVariant *parameters, InvocationPtr invocation) {
-    const auto found = clients_.find(g_dbus_method_invocation_get_connection(invocation.get()));
-    if (found == clients_.end()) {
-        answer_error(std::move(invocation), kErrorFailed, "the connection is closed");
-        return;
+    const std::string owner = owner_of(client, service_name, name);
+    if (method == "NameHasOwner") {
+        return g_variant_new("(b)", owner.empty() ? FALSE : TRUE);
     }
-    const char *name = "";
-    if (g_variant_n_children(parameters) > 0) {
-        g_variant_get_child(parameters, 0, "&s", &name);
+    if (owner.empty()) {
+        return nullptr;
     }
-    found->second.has_called = true; // the answer goes out before the next change
-    GVariant *values = driver_answer(found->second, method, name);
-    if (values == nullptr) {
-        answer_error(std::move(invocation), kErrorNoName, std::string("nobody has the name ") + name);
-        return;
-    }
-    answer(std::move(invocation), values);
-}
-
-void BusClients::on_driver_call(GDBusConnection * /*connection*/, const gchar * /*sender*/, const gchar * /*path*/,
-                                const gchar * /*interface*/, const gchar *method, GVariant *parameters,
-                                GDBusMethodInvocation *invocation, gpointer self) {
-    static_cast<BusClients *>(self)->driver_call(method, parameters, InvocationPtr(invocation));
+    return method == "GetNameOwner" ? one_text(owner) : credentials_answer(client, method, name);
 }
 
 } // namespace asd_host

@@ -29,22 +29,21 @@ const BoardFacts &facts() {
     return platform == nullptr ? kNoBoard : platform->enclosure.board;
 }
 
-// The board's states for one of its operations; null with *status: it fails, because there is no board yet or because
-// it has been told to.
-BoardState *board_for(const char *operation, gint32 *status) {
+// The board's states for one of its operations; null with *status: it fails, because its argument is null, there is no
+// board yet, or it has been told to.
+BoardState *board_for(const char *operation, const void *argument, gint32 *status) {
     asd_host::Host *const platform = asd_host::host();
-    *status = platform == nullptr ? kUnsupported : platform->board.fault(operation);
+    *status = argument == nullptr   ? kBadArgument
+              : platform == nullptr ? kUnsupported
+                                    : platform->board.fault(operation);
     return *status != 0 ? nullptr : &platform->board;
 }
 
 // A state that the operator sets while the service runs.
 template <typename T>
 [[nodiscard]] gint32 live_state(const char *operation, T BoardState::Live::*state, T *value) {
-    if (value == nullptr) {
-        return kBadArgument;
-    }
     gint32 status = 0;
-    const BoardState *const states = board_for(operation, &status);
+    const BoardState *const states = board_for(operation, value, &status);
     if (states == nullptr) {
         return status;
     }
@@ -53,11 +52,8 @@ template <typename T>
 }
 
 [[nodiscard]] gint32 set_cpld_field(const char *operation, CpldField field, const UINT8 *data, UINT32 len) {
-    if (data == nullptr) {
-        return kBadArgument;
-    }
     gint32 status = 0;
-    BoardState *const states = board_for(operation, &status);
+    BoardState *const states = board_for(operation, data, &status);
     return states == nullptr ? status : states->set_cpld_field(field, {data, len});
 }
 
@@ -93,11 +89,8 @@ gint32 BSP_bPcieorsasModelValid(UINT8 model) {
 }
 
 gint32 BSP_GetBoardSlot(UINT8 *slot) {
-    if (slot == nullptr) {
-        return kBadArgument;
-    }
     gint32 status = 0;
-    if (board_for(__func__, &status) == nullptr) {
+    if (board_for(__func__, slot, &status) == nullptr) {
         return status;
     }
     *slot = asd_host::host()->options.slot;
@@ -107,11 +100,8 @@ gint32 BSP_GetBoardSlot(UINT8 *slot) {
 // --- states ---
 
 gint32 BSP_GetBoardMasterOrSlaveState(BOARD_MOS_E *state) {
-    if (state == nullptr) {
-        return kBadArgument;
-    }
     gint32 status = 0;
-    BoardState *const states = board_for(__func__, &status);
+    BoardState *const states = board_for(__func__, state, &status);
     if (states == nullptr) {
         return status;
     }
@@ -141,11 +131,11 @@ gint32 BSP_RebootRequestProcess(void) {
 // --- CPLD ---
 
 gint32 BSP_ReadCpldBit(UINT32 reg, UINT32 bit, UINT8 *value) {
-    if (value == nullptr || bit >= kRegisterBits) {
+    if (bit >= kRegisterBits) {
         return kBadArgument;
     }
     gint32 status = 0;
-    const BoardState *const states = board_for(__func__, &status);
+    const BoardState *const states = board_for(__func__, value, &status);
     if (states == nullptr) {
         return status;
     }
@@ -154,11 +144,8 @@ gint32 BSP_ReadCpldBit(UINT32 reg, UINT32 bit, UINT8 *value) {
 }
 
 gint32 BSP_GetCpldRam(UINT32 address, UINT8 *value) {
-    if (value == nullptr) {
-        return kBadArgument;
-    }
     gint32 status = 0;
-    const BoardState *const states = board_for(__func__, &status);
+    const BoardState *const states = board_for(__func__, value, &status);
     if (states == nullptr) {
         return status;
     }
@@ -168,7 +155,7 @@ gint32 BSP_GetCpldRam(UINT32 address, UINT8 *value) {
 
 gint32 BSP_SetCpldRam(UINT32 address, UINT8 value) {
     gint32 status = 0;
-    BoardState *const states = board_for(__func__, &status);
+    BoardState *const states = board_for(__func__, &value, &status);
     return states == nullptr ? status : states->cpld_ram.put(address, {&value, 1});
 }
 
@@ -191,11 +178,8 @@ gint32 BSP_SetPcieSasModelToCpldRam(UINT8 model) {
 // --- flash parameters ---
 
 gint32 BMC_FlashReadCfgPara(UINT32 parameter, UINT32 len, UINT8 *buffer) {
-    if (buffer == nullptr) {
-        return kBadArgument;
-    }
     gint32 status = 0;
-    const BoardState *const states = board_for(__func__, &status);
+    const BoardState *const states = board_for(__func__, buffer, &status);
     if (states == nullptr) {
         return status;
     }
@@ -211,11 +195,11 @@ gint32 BMC_FlashReadCfgPara(UINT32 parameter, UINT32 len, UINT8 *buffer) {
 }
 
 gint32 BMC_FlashWriteCfgPara(UINT32 parameter, UINT32 len, const UINT8 *buffer) {
-    if (buffer == nullptr || len == 0) {
+    if (len == 0) {
         return kBadArgument;
     }
     gint32 status = 0;
-    BoardState *const states = board_for(__func__, &status);
+    BoardState *const states = board_for(__func__, buffer, &status);
     return states == nullptr ? status : states->flash.put(parameter, {buffer, len});
 }
 

@@ -7,10 +7,10 @@
 #include "board_state.h"
 #include "enclosure.h"
 #include "lock_file.h"
-#include "object_frame.h"
 #include "object_store.h"
 #include "options.h"
 #include "part.h"
+#include "platform_types.h"
 #include "write_protect.h"
 
 #include <map>
@@ -38,10 +38,6 @@ struct Host {
         Part *part = nullptr;
     };
     std::map<OBJ_HANDLE, Chip> chips;
-
-    // Called by nothing yet: objects come from the enclosure file alone.
-    DFL_OBJECT_HANDLER object_added = nullptr;
-    DFL_OBJECT_HANDLER object_deleted = nullptr;
 
     // Held as long as the process lives: the slot's place in the run folder, and what it keeps in the state folder.
     LockFile instance_lock;

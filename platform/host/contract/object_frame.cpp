@@ -179,21 +179,13 @@ gint32 dfl_get_binded_object(const gchar *class_name, guint32 alias, OBJ_HANDLE 
     return 0;
 }
 
-// Objects come from the enclosure file alone: the handlers are kept for the day that one comes or goes at run time.
+// Objects come from the enclosure file alone: none comes or goes at run time, and no handler is called.
 gint32 dfl_add_object_handler(DFL_OBJECT_HANDLER handler) {
-    if (handler == nullptr || host() == nullptr) {
-        return asd_host::kBadArgument;
-    }
-    host()->object_added = handler;
-    return 0;
+    return handler == nullptr || host() == nullptr ? asd_host::kBadArgument : 0;
 }
 
 gint32 dfl_del_object_handler(DFL_OBJECT_HANDLER handler) {
-    if (handler == nullptr || host() == nullptr) {
-        return asd_host::kBadArgument;
-    }
-    host()->object_deleted = handler;
-    return 0;
+    return dfl_add_object_handler(handler);
 }
 
 gint32 dfl_block_read(OBJ_HANDLE object_handle, const gchar *property_name, guint32 offset, guint32 length,

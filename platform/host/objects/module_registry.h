@@ -34,8 +34,6 @@ public:
     // Null: no such class, or no such method in it. Lives as long as the registry.
     [[nodiscard]] const Method *method(std::string_view class_name, std::string_view method_name) const;
 
-    REBOOT_HANDLER reboot_handler = nullptr;
-
 private:
     std::map<std::string, std::vector<Method>, std::less<>> classes_;
 };

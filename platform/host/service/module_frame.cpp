@@ -268,12 +268,9 @@ gint32 static_declaration_class_method(const gchar *class_name, const gchar *met
     return module_registry().declare_method(class_name, method_name, handler) ? 0 : asd_host::kBadArgument;
 }
 
+// Nothing on this platform reboots the controller through the module.
 gint32 static_register_reboot_handler(REBOOT_HANDLER handler) {
-    if (handler == nullptr) {
-        return asd_host::kBadArgument;
-    }
-    module_registry().reboot_handler = handler;
-    return 0;
+    return handler == nullptr ? asd_host::kBadArgument : 0;
 }
 
 gint32 static_implementation_ipmicmd(guint32 row_count, const IPMI_CMD_S *rows) {
