@@ -116,6 +116,23 @@ std::unique_ptr<StreamServer> open_server(const fs::path &path, std::optional<ui
         path, "other", [](StreamClient &client) { (void)client.await_request(); }, mistake, only_user);
 }
 
+// Answers that request as it is told; one that hangs reads on until the other one has given up.
+std::unique_ptr<StreamServer> open_peer(const fs::path &path, const Bytes &request,
+                                        const std::optional<Bytes> &answer) {
+    std::string mistake;
+    auto peer = StreamServer::open(
+        path, "peer",
+        [request, answer](StreamClient &client) {
+            Bytes asked(request.size());
+            (void)(client.await_request() && client.read(asked));
+            EXPECT_EQ(asked, request);
+            (void)(answer ? client.send(*answer) : client.read(asked));
+        },
+        &mistake);
+    EXPECT_NE(peer, nullptr) << mistake;
+    return peer;
+}
+
 using DummyDoor = Sockets;
 using PeerLink = Sockets;
 
@@ -203,13 +220,15 @@ TEST_F(DummyDoor, FullOfIdleAndSlowClientsItStillLetsOthersIn) {
     asked.send(dummy_request(0x32, 9, {}));
     EXPECT_EQ(asked.code(0x32, 9), 0xC1);
     const Client dripping = client();
+    const Bytes dripped = dummy_request(0x32, 1, Bytes(200));
+    dripping.send({dripped[0]}); // before the others come: one that has sent nothing is idle longest
     std::vector<Client> idle;
     while (idle.size() < StreamServer::kClients - 3) {
         idle.push_back(client());
     }
     std::atomic<bool> over = false;
     std::thread drops([&] { // a byte at a time, fast enough for any limit between two bytes
-        for (const std::uint8_t byte : dummy_request(0x32, 1, Bytes(200))) {
+        for (const std::uint8_t byte : std::span(dripped).subspan(1)) {
             dripping.try_send({byte});
             for (const auto next = std::chrono::steady_clock::now() + milliseconds(100);
                  !over && std::chrono::steady_clock::now() < next; std::this_thread::yield()) {
@@ -310,27 +329,17 @@ TEST_F(PeerLink, PeersThatFailGiveAStatusInTime) {
         {"answers nothing at all", Bytes{'A', 'S', 'D', 'L', 1, 2, 0, 0}, kPeerFailed},
         {"states an endless answer", Bytes{'A', 'S', 'D', 'L', 1, 2, 0xFF, 0xFF, 0}, kPeerFailed},
     };
-    const fs::path socket = folder_ / "bad.sock";
+    const IpmiRequest request{.netfn = 0x32, .cmd = 1};
     for (const auto &c : rows) {
         SCOPED_TRACE(c.name);
-        std::string mistake;
-        const auto bad = StreamServer::open(
-            socket, "bad",
-            [&](StreamClient &client) {
-                std::array<std::uint8_t, 11> request{};
-                (void)(client.await_request() && client.read(request));
-                // A peer that hangs reads on until the other one has given up.
-                (void)(c.answer ? client.send(*c.answer) : client.read(request));
-            },
-            &mistake);
-        ASSERT_NE(bad, nullptr) << mistake;
+        const auto bad = open_peer(folder_ / "bad.sock", {'A', 'S', 'D', 'L', 1, 1, 3, 0, 0x32, 0, 1}, c.answer);
         IpmiResponse response{0x77};
         const auto limit = milliseconds(c.answer ? kLimitMs : 100);
-        EXPECT_EQ(peer_request(socket, {.netfn = 0x32, .cmd = 1}, limit, &response), c.status);
+        EXPECT_EQ(peer_request(folder_ / "bad.sock", request, limit, &response), c.status);
         EXPECT_EQ(response, IpmiResponse{0x77});
     }
     IpmiResponse response;
-    EXPECT_EQ(peer_request(socket, {.netfn = 0x32, .cmd = 1}, milliseconds(kLimitMs), &response), kPeerAbsent);
+    EXPECT_EQ(peer_request(folder_ / "bad.sock", request, milliseconds(kLimitMs), &response), kPeerAbsent);
 }
 
 TEST_F(PeerLink, ProcessesOfOtherUsersAreNoPeers) {
@@ -359,14 +368,10 @@ TEST_F(PeerLink, ProcessesOfOtherUsersAreNoPeers) {
 }
 
 TEST_F(PeerLink, TheMasterReloadsWhatAPeerHasWrittenOrTheWriterKnowsThatNobodyDid) {
-    struct Peer { // how it answers; none: it hangs
-        std::optional<Bytes> answer;
-    };
-    const Peer master{Bytes{'A', 'S', 'D', 'L', 1, 2, 1, 0, kCompleted}};
-    const Peer slave{Bytes{'A', 'S', 'D', 'L', 1, 2, 1, 0, kNotInThisState}};
-    const Peer failing{Bytes{'A', 'S', 'D', 'L', 1, 2, 1, 0, kUnspecifiedError}};
-    const Peer old{Bytes{}}; // does not know the request
-    const Peer hanging{};
+    using Peer = std::optional<Bytes>; // how it answers; none: it hangs
+    const auto answering = [](std::uint8_t code) { return Peer(Bytes{'A', 'S', 'D', 'L', 1, 2, 1, 0, code}); };
+    const Peer master = answering(kCompleted), slave = answering(kNotInThisState);
+    const Peer failing = answering(kUnspecifiedError), hanging, old{Bytes{}}; // that one does not know the request
     const struct {
         const char *name;
         std::vector<Peer> peers;
@@ -383,21 +388,12 @@ TEST_F(PeerLink, TheMasterReloadsWhatAPeerHasWrittenOrTheWriterKnowsThatNobodyDi
         SCOPED_TRACE(c.name);
         std::vector<std::unique_ptr<StreamServer>> servers;
         std::vector<fs::path> sockets{folder_ / "absent.sock"};
-        std::string mistake;
         for (const Peer &peer : c.peers) {
             sockets.push_back(folder_ / ("peer" + std::to_string(servers.size())));
-            servers.push_back(StreamServer::open(
-                sockets.back(), "peer",
-                [peer](StreamClient &client) {
-                    Bytes wish(8 + 5);
-                    (void)(client.await_request() && client.read(wish));
-                    EXPECT_EQ(wish, (Bytes{'A', 'S', 'D', 'L', 1, 3, 5, 0, 'A', 'S', 'D', '1', '4'}));
-                    (void)(peer.answer ? client.send(*peer.answer) : client.read(wish));
-                },
-                &mistake));
-            ASSERT_NE(servers.back(), nullptr) << mistake;
+            servers.push_back(
+                open_peer(sockets.back(), {'A', 'S', 'D', 'L', 1, 3, 5, 0, 'A', 'S', 'D', '1', '4'}, peer));
         }
-        const bool hangs = c.outcome == Reloaded::kUnknown && !c.peers.back().answer;
+        const bool hangs = c.outcome == Reloaded::kUnknown && !c.peers.back();
         const auto deadline = std::chrono::steady_clock::now() + milliseconds(hangs ? 100 : kLimitMs);
         EXPECT_EQ(peers_reload(sockets, "ASD14", deadline), c.outcome);
     }
