@@ -87,7 +87,13 @@ class BusDaemon:
     def start(self):
         self._daemon = subprocess.Popen(["dbus-daemon", self._how, f"--address={self.address}", "--nofork"],
                                         stderr=subprocess.DEVNULL)
-        wait_for((self.folder / "bus").exists, "the bus")
+        wait_for(self._listens, "the bus")
+
+    def _listens(self):
+        with contextlib.suppress(OSError), socket.socket(socket.AF_UNIX) as client:
+            client.connect(str(self.folder / "bus"))
+            return True
+        return False
 
     def stop(self):
         self._daemon.kill()
@@ -299,6 +305,75 @@ class Wire:
         data = connection.recv(length, socket.MSG_WAITALL) if length else b""
         assert len(data) == length, f"closed in the middle of an answer: {data.hex()}"
         return netfn, cmd, code, data
+
+
+def aligned(data, size):
+    return data + bytes(-len(data) % size)
+
+
+def bus_call(serial, destination, path, interface, member, signature="", body=b"", without=()):
+    """A method call as D-Bus has it on the wire, little-endian, but for these header fields."""
+    fields = b""
+    for code, kind, text in ((1, b"o", path), (2, b"s", interface), (3, b"s", member), (6, b"s", destination), (8, b"g", signature)):
+        if text and code not in without:
+            length = struct.pack("<B" if kind == b"g" else "<I", len(text))
+            fields = aligned(fields, 8) + bytes((code, 1)) + kind + b"\0" + length + text.encode() + b"\0"
+    return aligned(struct.pack("<cBBBIII", b"l", 1, 0, 1, len(body), serial, len(fields)) + fields, 8) + body
+
+
+class BusClient:
+    """A client of a bus, with a name of its own; its calls do not wait for each other."""
+
+    DRIVER = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus")
+
+    def __init__(self, bus, name=None):
+        self._socket, self._got, self._serial, self._replies = socket.socket(socket.AF_UNIX), b"", 0, {}
+        self._socket.settimeout(DEADLINE_S)
+        self._socket.connect(bus.address.removeprefix("unix:path="))
+        self._socket.sendall(b"\0AUTH EXTERNAL " + str(os.geteuid()).encode().hex().encode() + b"\r\n")
+        assert self._socket.recv(100).startswith(b"OK ")
+        self._socket.sendall(b"BEGIN\r\n")
+        self._socket.settimeout(None)
+        self.reply(self.call(*self.DRIVER, "Hello"))
+        if name:
+            asked = aligned(struct.pack("<I", len(name)) + name.encode() + b"\0", 4) + struct.pack("<I", 4)
+            assert self.reply(self.call(*self.DRIVER, "RequestName", "su", asked)) == struct.pack("<I", 1), name
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        self._socket.close()
+
+    def call(self, *words):
+        """Sends and returns the call's number."""
+        self._serial += 1
+        self._socket.sendall(bus_call(self._serial, *words))
+        return self._serial
+
+    def replies(self):
+        """The bodies of what has come and was not taken, by the call's number, in that order; an error is a failure."""
+        with contextlib.suppress(BlockingIOError):
+            while piece := self._socket.recv(65536, socket.MSG_DONTWAIT):
+                self._got += piece
+        while len(self._got) >= 16:
+            kind, body, fields = self._got[1], *struct.unpack("<I4xI", self._got[4:16])
+            start = 16 + fields + -fields % 8
+            if len(self._got) < start + body:
+                break
+            head, text, self._got = self._got[16:start], self._got[start:start + body], self._got[start + body:]
+            assert kind != 3, text
+            if kind == 2:
+                self._replies[struct.unpack_from("<I", head, head.index(b"\5\1u\0") + 4)[0]] = text
+        return self._replies
+
+    def reply(self, number):
+        """The body of that one, which has been taken then."""
+        wait_for(lambda: number in self.replies(), "the reply")
+        return self._replies.pop(number)
 
 
 class Case(unittest.TestCase):

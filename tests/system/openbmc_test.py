@@ -3,18 +3,16 @@
 
 """The IPMI door for OpenBMC's bridges, on a bus of the test's own."""
 
-import ast
 import collections
 import os
-import subprocess
+import struct
 import unittest
 
-from harness import BOARD, BOARD_PATH, BusDaemon, Service, run, wait_for
+from harness import BOARD, BOARD_PATH, BusClient, BusDaemon, Service, aligned, run, wait_for
 
 FAST = ("--time-scale", "10", "--ipmi-host", "system")
 HOST = "xyz.openbmc_project.Ipmi.Host"
 OBJECT = (HOST, "/xyz/openbmc_project/Ipmi", "xyz.openbmc_project.Ipmi.Server")
-DRIVER = ("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus")
 CHANNEL = "xyz.openbmc_project.Ipmi.Channel."
 GET_BRAND = bytes((0, 0, 0x80, 0, 0x14))
 MC_INFO = bytes.fromhex("200100010200000000010000000000")
@@ -22,45 +20,27 @@ MC_INFO = bytes.fromhex("200100010200000000010000000000")
 Response = collections.namedtuple("Response", "netfn lun cmd code data")
 
 
-class Bridge:
-    """A client with a bus name of its own; its requests do not wait for each other."""
+class Bridge(BusClient):
+    """Its options are {name: (type, value)}."""
 
-    def __init__(self, bus, name=None):
-        self._file, self._sent = bus.folder / f"bridge-{name}", 1000
-        words = [os.environ["BRIDGE_BINARY"], bus.address, *([name] if name else [])]
-        with open(self._file, "wb") as out:
-            self.process = subprocess.Popen(words, stdin=subprocess.PIPE, stdout=out, text=True)
-        wait_for(lambda: "ready" in self._file.read_text(), "the bridge")
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.process.kill()
-        self.process.communicate()
-
-    def send(self, netfn, cmd, data=b"", options="", lun=0):
+    def send(self, netfn, cmd, data=b"", options=(), lun=0):
         """Returns the request's number."""
-        self.process.stdin.write(f"({netfn}, {lun}, {cmd}, {list(data)}, {{{options}}})\n")
-        self.process.stdin.flush()
-        self._sent += 1
-        return self._sent - 1
-
-    def responses(self):
-        """What has come, {number: response} in the order it came; an error of D-Bus is a failure."""
-        lines = (line.split(" ", 1) for line in self._file.read_text().split("\n")[1:-1])
-        answers = {int(number): ast.literal_eval(text)[0] for number, text in lines}
-        return {number: Response(*head, bytes(data)) for number, (*head, data) in answers.items()}
+        entries = b""
+        for name, (kind, value) in dict(options).items():
+            entries = aligned(entries, 8) + struct.pack("<I", len(name)) + name.encode() + b"\0\1" + kind.encode() + b"\0"
+            entries = aligned(entries, 4) + struct.pack("<I" if kind == "u" else "<i", value)
+        body = aligned(struct.pack("<BBBxI", netfn, lun, cmd, len(data)) + data, 4) + struct.pack("<I", len(entries))
+        return self.call(*OBJECT, "execute", "yyyaya{sv}", aligned(body, 8) + entries)
 
     def response(self, number):
-        return wait_for(lambda: self.responses().get(number), "the response")
+        return Response(*(body := self.reply(number))[:4], body[8:])
 
     def ask(self, *request, **more):
         return self.response(self.send(*request, **more))
 
 
 def session(privilege):
-    return f"'privilege': {privilege}, 'userId': <int32 1>, 'currentSessionId': <uint32 7>"
+    return {"privilege": privilege, "userId": ("i", 1), "currentSessionId": ("u", 7)}
 
 
 def mc_info(bus):
@@ -71,29 +51,29 @@ def mc_info(bus):
 class Requests(unittest.TestCase):
     def test_codes_data_and_privilege_by_channel(self):
         brand, io_card = b"Example".ljust(32), GET_BRAND[:4] + b"\x25"  # which is for administrators
-        user, admin = session("<int32 3>"), session("<int32 4>")
+        user, admin = session(("i", 3)), session(("i", 4))
         with BusDaemon("system") as bus, Bridge(bus, CHANNEL + "eth0") as early, Service(*FAST) as service:
             service.start_as("master")
             service.wait_for_log("served on the system bus as " + HOST)
             with Bridge(bus) as plain, Bridge(bus, CHANNEL + "ipmi_kcs3") as kcs, Bridge(bus, CHANNEL + "Ipmb") as ipmb, \
                     Bridge(bus, CHANNEL + "eth1") as late:
                 for name, bridge, netfn, cmd, data, options, code, answer in (
-                        ("brand set", kcs, 0x32, 0x17, GET_BRAND + brand, "", 0, b""),
-                        ("brand read", plain, 0x32, 0x16, GET_BRAND, "", 0, brand),
+                        ("brand set", kcs, 0x32, 0x17, GET_BRAND + brand, {}, 0, b""),
+                        ("brand read", plain, 0x32, 0x16, GET_BRAND, {}, 0, brand),
                         ("brand over the network", early, 0x32, 0x16, GET_BRAND, admin, 0, brand),
-                        ("unknown command", kcs, 0x32, 0xEE, b"", "", 0xC1, b""),
-                        ("unknown on the IPMB", ipmb, 0x32, 0xEE, b"", "", 0xC1, b""),
-                        ("no such record", kcs, 0x32, 0x16, b"\0\0\x80\0\xee", "", 0xC1, b""),
-                        ("no such record on the IPMB", ipmb, 0x32, 0x16, b"\0\0\x80\0\xee", "", 0xCC, b""),
-                        ("options of the IPMB", ipmb, 6, 1, b"", "'rqSA': <int32 32>, 'hostId': <int32 0>", 0, MC_INFO),
-                        ("longest request", kcs, 6, 1, bytes(255), "", 0xC7, b""),
-                        ("too long for any", kcs, 0x32, 0x16, bytes(256), "", 0xC8, b""),
+                        ("unknown command", kcs, 0x32, 0xEE, b"", {}, 0xC1, b""),
+                        ("unknown on the IPMB", ipmb, 0x32, 0xEE, b"", {}, 0xC1, b""),
+                        ("no such record", kcs, 0x32, 0x16, b"\0\0\x80\0\xee", {}, 0xC1, b""),
+                        ("no such record on the IPMB", ipmb, 0x32, 0x16, b"\0\0\x80\0\xee", {}, 0xCC, b""),
+                        ("options of the IPMB", ipmb, 6, 1, b"", {"rqSA": ("i", 32), "hostId": ("i", 0)}, 0, MC_INFO),
+                        ("longest request", kcs, 6, 1, bytes(255), {}, 0xC7, b""),
+                        ("too long for any", kcs, 0x32, 0x16, bytes(256), {}, 0xC8, b""),
                         ("no channel, so the board's own", plain, 0x32, 0xBB, io_card, user, 0, b"\xff" * 8),
                         ("operator", early, 0x32, 0xBB, io_card, user, 0xD4, b""),
                         ("operator on a channel that came later", late, 0x32, 0xBB, io_card, user, 0xD4, b""),
-                        ("administrator", late, 0x32, 0xBB, io_card, admin + ", 'x': <'y'>", 0, b"\xff" * 8),
-                        ("no privilege", late, 6, 1, b"", "", 0xFF, b""),
-                        ("options of a wrong type elsewhere", kcs, 6, 1, b"", session("<'4'>"), 0, MC_INFO)):
+                        ("administrator", late, 0x32, 0xBB, io_card, {**admin, "x": ("u", 1)}, 0, b"\xff" * 8),
+                        ("no privilege", late, 6, 1, b"", {}, 0xFF, b""),
+                        ("options of a wrong type elsewhere", kcs, 6, 1, b"", session(("u", 4)), 0, MC_INFO)):
                     with self.subTest(name):
                         response = bridge.ask(netfn, cmd, data, options, lun=2)
                         self.assertEqual(response, (netfn | 1, 2, cmd, code, answer), service.log()[-2000:])
@@ -118,15 +98,15 @@ class SlowChips(unittest.TestCase):
             self.assertEqual(bridge.ask(6, 1).code, 0)
             self.assertIn(bridge.ask(0x32, 0x16, GET_BRAND).code, (0, 0xCE))  # never written
             self.assertTrue(service.gdbus(BOARD_PATH, f"{BOARD}.GetCpldBit", 3, 0)[0])
-            self.assertNotIn(slow, bridge.responses())
+            self.assertNotIn(slow, bridge.replies())
 
             waiting = [bridge.send(0x32, 0xBC, self.NODES + b"3" * 64) for _ in range(70)]
-            wait_for(lambda: len(bridge.responses()) == 74, "all responses")
-            codes = {number: response.code for number, response in bridge.responses().items()}
+            wait_for(lambda: len(bridge.replies()) == 72, "all responses")
+            codes = {number: body[3] for number, body in bridge.replies().items()}
             self.assertEqual([one for one in codes if one in waiting][:6], waiting[64:])  # the queue was full
             self.assertEqual((codes[slow], {codes[one] for one in waiting}), (0xC3, {0xC0}))
             self.assertIn(codes[other], (0, 0xC3, 0xCE))  # the module waits only so long for the lock of the chips
-            bridge.process.kill()
+            bridge.close()
 
             with Bridge(bus, CHANNEL + "ipmi_ssif") as last:
                 self.assertEqual(last.ask(6, 1).code, 0)
@@ -141,19 +121,18 @@ class SlowChips(unittest.TestCase):
 
 class TheName(unittest.TestCase):
     def test_a_taken_name_is_left_to_its_owner_and_had_when_it_stays_free(self):
-        def owned_by(process):
-            return run("busctl", "--system", "call", *DRIVER, "GetConnectionUnixProcessID", "s", HOST).stdout == f"u {process.pid}\n"
+        def owned_by(pid):
+            return run("busctl", "--system", "call", *BusClient.DRIVER, "GetConnectionUnixProcessID", "s", HOST).stdout == f"u {pid}\n"
 
         with BusDaemon("system") as bus, Service(*FAST) as service:
             with Bridge(bus, HOST) as first:
                 service.start_as("master")
                 service.wait_for_log(f"the name {HOST} is taken on the system bus")
-                first.process.kill()
-                first.process.wait()
-                with Bridge(bus, HOST) as second:  # a service that was restarted
+                first.close()
+                with Bridge(bus, HOST):  # a service that was restarted
                     self.assertEqual(service.raw(6, 1), (0, MC_INFO))
-                    self.assertTrue(owned_by(second.process))
-            wait_for(lambda: owned_by(service.process), "the name")  # 30 s, ten times as fast
+                    self.assertTrue(owned_by(os.getpid()))
+            wait_for(lambda: owned_by(service.process.pid), "the name")  # 30 s, ten times as fast
             self.assertEqual(service.log().count("is taken"), 1)
             service.end()
 
