@@ -29,8 +29,8 @@ FAILOVERS = int(os.environ.get("ASD_FAILOVERS", "3"))
 # The promise is two seconds; only the full run has the machine for itself and can hold the service to it.
 TAKEOVER_S = 2 if "ASD_FAILOVERS" in os.environ else DEADLINE_S
 LOAD_S = int(os.environ.get("ASD_LOAD_SECONDS", "5"))
-IDENTITY = ("MAC", "serial", "vendor", "brand", "model", "OEM model")
-MASTERS_RECORDS = ("logo", "spec", "frame info", "power config", "bay record", "test pattern")
+IDENTITY = ("mac", "sn", "vendor", "brand", "model", "oem_model")
+MASTERS_RECORDS = ("logo", "spec", "frameinfo", "powerconfig", "baycfg", "e2pwp_test")
 
 
 @contextlib.contextmanager
@@ -168,7 +168,7 @@ class Failover(unittest.TestCase):
         seeded = random.Random(FAILOVERS)
         with pair() as (master, slave):
             for record in MASTERS_RECORDS:
-                for chip in range(2 if record == "test pattern" else 1):
+                for chip in range(2 if record == "e2pwp_test" else 1):
                     self.assertEqual(put(master, record, pattern(BY_NAME[record][5], 9), chip), 0)
             numbers = Numbers(master)
             numbers.round(Service.direct, IDENTITY)
@@ -230,7 +230,7 @@ class Repair(unittest.TestCase):
             self._prepare(service)
             delivered = [self._flip(service, "ASD11", 0, 3), on_chip(self.VALUES["ASD11"])]
             service.start_as("master")
-            self.assertEqual(get(service, "serial"), (0, delivered[0][:20]))
+            self.assertEqual(get(service, "sn"), (0, delivered[0][:20]))
             for copy, at in ((0, 0), (1, 17)):  # in the data, in the checksum
                 self._flip(service, "ASD13", copy, at)
                 self._mended(service, "ASD13")
@@ -274,7 +274,7 @@ class Deferred(unittest.TestCase):
     def test_standby_and_a_set_at_once_write(self):
         blocks = [2 * [b"\xff" * 130], *(2 * [on_chip(pattern(128, seed))] for seed in (1, 2, 3))]
         with pair(*FAST, *DEBUG) as (master, slave):
-            self.assertEqual(put(master, "MAC", pattern(6, 1)), 0)  # makes the pushes visible; a check follows each
+            self.assertEqual(put(master, "mac", pattern(6, 1)), 0)  # makes the pushes visible; a check follows each
 
             def assert_on_chips(block, what):
                 after_pushes(slave)
@@ -331,7 +331,7 @@ class Stops(unittest.TestCase):
 
     def test_each_state_stops_the_pushes_it_should(self):
         with pair(*FAST, *DEBUG, slave_arguments=("--role", "slave")) as (master, slave):
-            self.assertEqual([put(master, "MAC", pattern(6, 1)), put(master, "spec", pattern(16, 1))], [0, 0])
+            self.assertEqual([put(master, "mac", pattern(6, 1)), put(master, "spec", pattern(16, 1))], [0, 0])
             after_pushes(slave)
             for seed, (state, pushes, serves, _, _) in enumerate(self.STATES, start=2):
                 with self.subTest(state=state):
@@ -339,16 +339,16 @@ class Stops(unittest.TestCase):
                     if not pushes:
                         wait_for(lambda: self._quiet(slave), "the pushes to stop")
                     mac = pattern(6, seed)
-                    self.assertEqual(put(master, "MAC", mac), 0)
+                    self.assertEqual(put(master, "mac", mac), 0)
                     if pushes:
                         after_pushes(slave)
-                        self.assertEqual(get(slave, "MAC"), (0, mac))
+                        self.assertEqual(get(slave, "mac"), (0, mac))
                     else:
-                        stays(lambda: get(slave, "MAC") != (0, mac), "the old value")
+                        stays(lambda: get(slave, "mac") != (0, mac), "the old value")
                     self.assertEqual(get(master, "spec"), (0, pattern(16, 1) if serves else bytes(16)))
                     cleared = time.monotonic()
                     switch(master, state, 0)
-                    wait_for(lambda: get(slave, "MAC") == (0, mac), "the push")
+                    wait_for(lambda: get(slave, "mac") == (0, mac), "the push")
                     if state == ("CpldUpgrading",):
                         self.assertGreater(time.monotonic() - cleared, self.SETTLE_S)
             self.assertEqual(master.entered("master"), 1)  # also the error that passed has made it load nothing again
@@ -427,15 +427,15 @@ class Peers(unittest.TestCase):
 
     def test_a_bad_or_stopped_peer_costs_its_own_push_and_nothing_else(self):
         with pair(*FAST, *DEBUG, slave_slot=2) as (master, slave):
-            for record in ("MAC", "model"):
+            for record in ("mac", "model"):
                 self.assertEqual(put(master, record, pattern(BY_NAME[record][5], 1)), 0)
             for seed, (name, answer) in enumerate(self.BAD, start=2):
                 with self.subTest(name), fake_peer(master, 1, answer) as bad, fake_peer(master, 3, self._good) as good:
                     mac = pattern(6, seed)
-                    self.assertEqual(put(master, "MAC", mac), 0)
-                    self.assertEqual(get(master, "MAC"), (0, mac))
+                    self.assertEqual(put(master, "mac", mac), 0)
+                    self.assertEqual(get(master, "mac"), (0, mac))
                     after_pushes(slave)
-                    self.assertEqual(get(slave, "MAC"), (0, mac))
+                    self.assertEqual(get(slave, "mac"), (0, mac))
                     # Each item once in a pass: a failure is not tried again within it. Who hangs is asked for one.
                     for items in (good,) if name == "hangs" else (bad, good):
                         wait_for(lambda: len(items) >= 6, "pushes to the fake peers")
@@ -443,11 +443,11 @@ class Peers(unittest.TestCase):
             with fake_peer(master, 3, self._good) as other:
                 slave.process.send_signal(signal.SIGSTOP)
                 for seed in range(7, 10):  # its queue fills
-                    self.assertEqual(put(master, "MAC", pattern(6, seed)), 0)
+                    self.assertEqual(put(master, "mac", pattern(6, seed)), 0)
                     seen = len(other)
                     wait_for(lambda: len(other) > seen + 1, "pushes to the other")
                 slave.process.send_signal(signal.SIGCONT)
-                wait_for(lambda: get(slave, "MAC") == (0, pattern(6, 9)), "the push to arrive when it goes on")
+                wait_for(lambda: get(slave, "mac") == (0, pattern(6, 9)), "the push to arrive when it goes on")
 
 
     def test_stopped_peers_do_not_hold_up_an_immediate_customer_block(self):
@@ -506,7 +506,7 @@ class Writers(unittest.TestCase):
         return copies[0] != copies[1]
 
     def test_what_is_written_on_a_slave_is_the_masters_too(self):
-        written = {"MAC": 6, "brand": 32, "vendor": 32, "overseas": 16}
+        written = {"mac": 6, "brand": 32, "vendor": 32, "overseas": 16}
         by_method = {"vendor": "EqWriteAtomStorageData", "overseas": "WriteAtomStorageData"}
 
         def write(service, seed):

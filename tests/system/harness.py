@@ -416,24 +416,20 @@ NETFN = 0x32
 # Waits of the service ten times shorter, so that the load comes 50 ms after the start.
 FAST = ("--time-scale", "10")
 
-# record, item, read command, write command, selector, bytes; the two chips of the test record are written one by one
-# fmt: off
-RECORDS = [
-    ("MAC",          "ASD10",           0x16, 0x17, 0x10,   6),
-    ("serial",       "ASD11",           0x16, 0x17, 0x11,  20),
-    ("vendor",       "ASD15",           0x16, 0x17, 0x13,  32),
-    ("brand",        "ASD14",           0x16, 0x17, 0x14,  32),
-    ("logo",         "ASD21",           0x16, 0x17, 0x15,   8),
-    ("model",        "ASD13",           0x16, 0x17, 0x19,  16),
-    ("OEM model",    "ASD20",           0x16, 0x17, 0x1A,  16),
-    ("spec",         "ASD26",           0x16, 0x17, 0x1E,  16),
-    ("frame info",   "ASD27",           0x16, 0x17, 0x1F,  32),
-    ("power config", "ASD_PowerConfig", 0xB4, 0xB5, 0x56, 128),
-    ("test pattern", "ASD_E2PWP",       0xB4, 0xB5, 0x62,  32),
-    ("bay record",   "ASD24",           0x92, 0x93, 0x00, 128),
-    ("overseas",     "ASD_OVERSEAS",    0xBB, 0xBC, 0x36,  16),
-]
-# fmt: on
+def _records():
+    """(record, item, read command, write command, selector, bytes) of each that is read and written whole, as the list of
+    the commands has it, which is compared with the module's table."""
+    text = (CONFIG.parent.parent / "docs/ipmi-commands.md").read_text(encoding="utf-8")
+    rows = {}  # by what a handler does, its record, and the head of its requests
+    for cmd, head, handler, item, data in re.findall(
+            r"^\| \d+ \| (\w+) \| ([\w ]+) \|(?: \d+ \|){3} `ipmi_cmd_(\w+)` \| (\w+) \| [^|]+ \| ([^|]+) \|", text, re.M):
+        rows[(*handler.split("_", 1), head)] = int(cmd, 16), item, data
+    return [(name, item, cmd, rows["set", name, head][0], int(head.split()[4].replace("any", "0"), 16), int(data.split()[0]))
+            for (does, name, head), (cmd, item, data) in rows.items() if does == "get" and ("set", name, head) in rows]
+
+
+RECORDS = _records()  # the two chips of the test record are written one by one
+assert len(RECORDS) >= 13, RECORDS
 PER_CHIP = "ASD_E2PWP"
 BY_NAME = {row[0]: row for row in RECORDS}
 

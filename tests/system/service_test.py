@@ -221,7 +221,7 @@ class Life(unittest.TestCase):
             wait_for(lambda: put(service, "brand", pattern(32, 1)) == 0, "a write")
             before = time.monotonic()
             for _ in range(20):
-                get(service, "bay record")  # each logs at this level, whatever it answers
+                get(service, "baycfg")  # each logs at this level, whatever it answers
             service.process.send_signal(signal.SIGTERM)
             self.assertEqual(service.process.wait(DEADLINE_S), 0)
             self.assertLess(time.monotonic() - before, 10)
@@ -232,7 +232,7 @@ class Life(unittest.TestCase):
         with Service(*FAST) as service:
             service.start_as("master")
             for _ in range(2000):
-                self.assertNotEqual(get(service, "bay record")[0], 0)
+                self.assertNotEqual(get(service, "baycfg")[0], 0)
             service.end()
             self.assertLess(service.log_file.stat().st_size, 200_000)
             self.assertRegex(service.log(), "[0-9]+ more lines from this place were left out")
