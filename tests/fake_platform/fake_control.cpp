@@ -25,6 +25,10 @@ void inject(const Fault &fault) {
 
 void lift_faults() {
     world().faults.clear();
+    for (auto &[handle, semaphore] : world().semaphores) {
+        semaphore.held = semaphore.held && !semaphore.by_others;
+        semaphore.by_others = false;
+    }
 }
 
 void violate(const std::string &text) {
@@ -61,13 +65,20 @@ std::string text_of(const gchar *text) {
 void Call::enter(const std::string &operation, const std::string &subject, std::string line) {
     world().events.push_back({.tick = world().ticks, .operation = operation, .line = std::move(line)});
     for (Fault &fault : world().faults) {
-        if (fault.operation != operation || (!fault.subject.empty() && fault.subject != subject)) {
+        if ((!fault.operation.empty() && fault.operation != operation) ||
+            (!fault.subject.empty() && fault.subject != subject)) {
             continue;
         }
         ++fault.seen;
         const bool hit = fault.seen >= fault.nth && (fault.count == 0 || fault.seen - fault.nth < fault.count);
-        if (hit && !fault_.has_value()) {
-            fault_ = fault;
+        if (!hit || fault_.has_value()) {
+            continue;
+        }
+        fault_ = fault;
+        if (fault.sticks) {
+            fault.operation = operation;
+            fault.subject = subject;
+            fault.count = 0;
         }
     }
     if (fault_.has_value()) {

@@ -197,7 +197,7 @@ gint32 dfl_get_property_value(OBJ_HANDLE object_handle, const gchar *property_na
     if (call.fails() || found == nullptr) {
         return call.status(kNotFound);
     }
-    *value = g_variant_ref(found->get());
+    *value = call.mistypes() ? g_variant_ref_sink(g_variant_new_string("?")) : g_variant_ref(found->get());
     return 0;
 }
 

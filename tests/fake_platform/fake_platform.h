@@ -62,12 +62,14 @@ struct Board {
 
 // The operation does nothing and returns status (a pointer: null).
 struct Fault {
-    std::string operation = {}; // a contract operation
+    std::string operation = {}; // a contract operation; empty: any
     std::string subject = {};   // what the journal shows after the operation; empty: any
     gint32 status = -1;
     guint32 nth = 1;        // the matching call that is hit first
     guint32 count = 1;      // matching calls in a row that are hit; 0: all from then on
     bool flips_bit = false; // block read: instead, one bit of what is read is inverted
+    bool mistyped = false;  // property read: instead, the value is of a type that no property has
+    bool sticks = false;    // after the first call hit every call with its operation and subject is hit
     guint32 delay_ms = 0;   // the hit call takes this long
     guint32 seen = 0;       // matching calls so far
 };
@@ -148,7 +150,7 @@ struct World {
 void reset();
 
 void inject(const Fault &fault);
-void lift_faults();
+void lift_faults(); // and what others hold is given back
 
 // ---- Objects and parts ---------------------------------------------------------------------------------------------
 

@@ -291,13 +291,14 @@ gint32 gpio_write(guint32 line, guint32 level) {
 
 // Bit by bit, most significant first.
 static guint32 crc_of(guint32 crc, guint32 width, guint32 polynomial, const guint8 *data, guint32 len) {
-    const guint32 mask = (1U << width) - 1U;
-    for (guint32 bit = 0; bit < len * 8; ++bit) {
-        const guint32 incoming = guint32{data[bit / 8]} >> (7 - bit % 8) & 1U;
-        const guint32 outgoing = crc >> (width - 1);
-        crc = (crc << 1U & mask) ^ (incoming != outgoing ? polynomial : 0U);
+    const guint32 top = 1U << (width - 1);
+    for (guint32 i = 0; i < len; ++i) {
+        crc ^= guint32{data[i]} << (width - 8);
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = (crc & top) != 0 ? crc << 1U ^ polynomial : crc << 1U;
+        }
     }
-    return crc;
+    return crc & (top | (top - 1));
 }
 
 guint16 arith_make_crc_checksum(guint16 start, const guint8 *data, guint32 len) {
@@ -323,7 +324,8 @@ int memcpy_s(void *dest, size_t dest_max, const void *src, size_t count) {
     const auto to = reinterpret_cast<guintptr>(dest);
     const auto from = reinterpret_cast<guintptr>(src);
     const bool overlap = count != 0 && to < from + count && from < to + count;
-    const int ret = memory_admitted(Call(__func__), dest, dest_max, src != nullptr && count <= dest_max && !overlap);
+    const int ret = memory_admitted(Call(__func__, {}, dest_max, count), dest, dest_max,
+                                    src != nullptr && count <= dest_max && !overlap);
     if (ret == 0) {
         std::memcpy(dest, src, count);
     }
@@ -331,7 +333,7 @@ int memcpy_s(void *dest, size_t dest_max, const void *src, size_t count) {
 }
 
 int memset_s(void *dest, size_t dest_max, int c, size_t count) {
-    const int ret = memory_admitted(Call(__func__), dest, dest_max, count <= dest_max);
+    const int ret = memory_admitted(Call(__func__, {}, dest_max, c, count), dest, dest_max, count <= dest_max);
     if (ret == 0) {
         std::memset(dest, c, count);
     }

@@ -33,8 +33,9 @@ public:
         enter(operation, subject, line.str());
     }
 
-    [[nodiscard]] bool fails() const { return fault_.has_value() && !fault_->flips_bit; }
+    [[nodiscard]] bool fails() const { return fault_.has_value() && !fault_->flips_bit && !fault_->mistyped; }
     [[nodiscard]] bool flips_bit() const { return fault_.has_value() && fault_->flips_bit; }
+    [[nodiscard]] bool mistypes() const { return fault_.has_value() && fault_->mistyped; }
     // Of the fault; else what the fake itself has to say.
     [[nodiscard]] gint32 status(gint32 otherwise = 0) const { return fails() ? fault_->status : otherwise; }
 

@@ -18,7 +18,9 @@ struct Scene {
     Texts timeline;
 };
 
-inline void play(VOS_TASK_ENTRY task, const std::vector<Change> &script, guint64 until) {
+// True when the task ended by itself. It is ended in a pause of its own, not in one between two attempts at a chip,
+// where a buffer would be lost.
+inline bool run_script(VOS_TASK_ENTRY task, const std::vector<Change> &script, guint64 until) {
     std::size_t next = 0;
     const auto go_on = [&] {
         for (; next < script.size() && script[next].at <= fake::world().ticks; ++next) {
@@ -27,8 +29,16 @@ inline void play(VOS_TASK_ENTRY task, const std::vector<Change> &script, guint64
     };
     go_on();
     fake::world().on_delay = go_on;
-    EXPECT_FALSE(fake::run_task(task, [&] { return fake::world().ticks >= until; })) << "the task ended";
+    const bool ended = fake::run_task(task, [&] {
+        const std::string &delay = fake::world().events.back().line;
+        return fake::world().ticks >= until && std::stoul(delay.substr(delay.find(' '))) >= 500;
+    });
     fake::world().on_delay = {};
+    return ended;
+}
+
+inline void play(VOS_TASK_ENTRY task, const std::vector<Change> &script, guint64 until) {
+    EXPECT_FALSE(run_script(task, script, until)) << "the task ended";
 }
 
 // Each in a process of its own, because tasks remember.
