@@ -59,16 +59,6 @@ std::vector<OBJ_HANDLE> ObjectStore::of_class(std::string_view class_name) const
     return handles;
 }
 
-std::vector<std::string> ObjectStore::property_names(OBJ_HANDLE handle) const {
-    const Object *found = object(handle);
-    std::vector<std::string> names;
-    if (found == nullptr) {
-        return names;
-    }
-    std::ranges::transform(found->properties, std::back_inserter(names), &Property::name);
-    return names;
-}
-
 gint32 ObjectStore::get(OBJ_HANDLE handle, std::string_view property, PropertyValue *value) const {
     const Object *found = object(handle);
     if (found == nullptr) {

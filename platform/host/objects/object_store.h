@@ -49,7 +49,6 @@ public:
     [[nodiscard]] const std::string *name_of(OBJ_HANDLE handle) const;  // null: no such object; lives with the store
     [[nodiscard]] const std::string *class_of(OBJ_HANDLE handle) const; // the same
     [[nodiscard]] std::vector<OBJ_HANDLE> of_class(std::string_view class_name) const; // in the order they were added
-    [[nodiscard]] std::vector<std::string> property_names(OBJ_HANDLE handle) const;
 
     // 0, kNoObject or kNoProperty; *value untouched unless 0.
     [[nodiscard]] gint32 get(OBJ_HANDLE handle, std::string_view property, PropertyValue *value) const;
