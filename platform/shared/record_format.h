@@ -34,6 +34,11 @@ inline constexpr std::size_t kChecksumSize = 2; // bytes behind a record's data,
     return crc16(record.first(record.size() - kChecksumSize));
 }
 
+// Whether the bytes are data with their checksum behind them.
+[[nodiscard]] inline bool is_record(std::span<const std::uint8_t> bytes) {
+    return bytes.size() > kChecksumSize && stored_checksum(bytes) == computed_checksum(bytes);
+}
+
 // The chips of which a wrong checksum fails a read. Of all others the bytes are delivered as they are. In the order of
 // the document, which a test compares.
 inline constexpr std::array<std::string_view, 18> kStrictChips = {

@@ -4,6 +4,7 @@
 #include "host_test.h"
 #include "json_document.h"
 #include "options.h"
+#include "places.h"
 #include "printable.h"
 
 namespace {
@@ -90,6 +91,41 @@ TEST(Enclosure, EachMistakeIsOneLineThatNamesPlaceAndRemedy) {
         std::ranges::transform(row.find("mistakes")->members, std::back_inserter(expected),
                                [](const JsonNode &mistake) { return json(mistake.text); });
         EXPECT_EQ(loaded.mistakes, expected) << "line " << row.line;
+    }
+}
+
+// A part there would be overwritten by what the service keeps, or replaced by its temporary file.
+TEST(Enclosure, RefusesAFileWhereTheServiceKeepsItsOwn) {
+    struct Row {
+        const char *file;
+        bool shared; // whether a part that the controllers share may not be there
+        bool own;    // or one of a controller alone
+    };
+    // clang-format off
+    const Row rows[] = {
+        {"slot0/part", true, false}, {"slot3",                true, false}, {"slot4",                false, false},
+        {"role.lock",  true, false}, {"state.lock",           false, true}, {"intents/x",            true,  true},
+        {"cpld-ram",   false, true}, {"cpld-ram.tmp",         false, true}, {"flash-parameters.damaged", false, true},
+        {"./cpld-registers", false, true}, {"cpld-ram.bin", false, false}, {"master.lock", false, false},
+    };
+    // clang-format on
+    for (const auto &[file, shared, own] : rows) {
+        for (const auto &[part, place, refused] :
+             {std::tuple("right", "5: /Parts/1", shared), std::tuple("left", "4: /Parts/0", own)}) {
+            SCOPED_TRACE(std::string(part) + " in " + file);
+            const Texts mistakes =
+                load(with(std::string("'") + part + ".bin'", std::string("'") + file + "'")).mistakes;
+            EXPECT_EQ(mistakes, refused ? Texts{std::string(place) + "/File: is \"" + file +
+                                                "\", where the service keeps its own; choose another name"}
+                                        : Texts());
+        }
+    }
+}
+
+TEST(Places, AreAllInTheDocument) {
+    const auto document = content_of<std::string>(fs::path(ASD_CONFIG_DIR) / "../docs/configuration.md");
+    for (const auto &place : kPlaces) {
+        EXPECT_NE(document.find(place.name), std::string::npos) << place.name;
     }
 }
 

@@ -4,6 +4,7 @@
 #include "atomic_file.h"
 
 #include "fd.h"
+#include "places.h"
 
 #include <cerrno>
 #include <system_error>
@@ -23,7 +24,7 @@ namespace {
 
 std::filesystem::path temporary_of(const std::filesystem::path &file) {
     std::filesystem::path temporary = file;
-    temporary += ".tmp";
+    temporary += kTemporary;
     return temporary;
 }
 

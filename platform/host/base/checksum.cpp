@@ -1,19 +1,16 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The checksums of chip records. Their parameters are part of the format on the chips and never change.
+// The checksums that the contract offers.
 
 #include "arith.h"
 #include "board.h"
+#include "record_format.h"
 
 #include <boost/crc.hpp>
 
 guint16 arith_make_crc_checksum(guint16 start, const guint8 *data, guint32 len) {
-    boost::crc_optimal<16, 0x1021, 0x0000, 0xFFFF, false, false> crc(start);
-    if (data != nullptr) {
-        crc.process_bytes(data, len);
-    }
-    return crc.checksum();
+    return asd_shared::crc16({data, data == nullptr ? 0 : len}, start);
 }
 
 UINT8 BSP_CalCrc8(UINT8 start, const UINT8 *data, UINT32 len) {

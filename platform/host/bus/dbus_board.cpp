@@ -123,9 +123,9 @@ CallResult get_flash(const BoardState &board, std::uint32_t parameter) {
 
 // A bit of a register that the CPLD has, else a refusal.
 std::optional<CallResult> no_such_bit(std::uint32_t reg, std::uint32_t bit) {
-    if (reg >= BoardState::kCpldRegisters) {
+    if (reg >= BoardState::kCpldRegisterCount) {
         return refusal(kErrorArguments, "register " + std::to_string(reg) + ": the CPLD has registers 0 to " +
-                                            std::to_string(BoardState::kCpldRegisters - 1));
+                                            std::to_string(BoardState::kCpldRegisterCount - 1));
     }
     if (bit >= kRegisterBits) {
         return refusal(kErrorArguments, "bit " + std::to_string(bit) + ": a register has bits 0 to 31");

@@ -7,6 +7,7 @@
 #include "log.h"
 #include "module_call.h"
 #include "property_variant.h"
+#include "records.h"
 
 #include <utility>
 #include <variant>
@@ -15,7 +16,6 @@ namespace asd_host {
 
 namespace {
 
-constexpr std::size_t kLongestArgument = 8192; // of bytes; no record is longer
 constexpr const char *kEnding = "the service is ending";
 
 // ---- Handlers of the module, on a thread of the pool ----
@@ -64,7 +64,7 @@ bool take_arguments(GVariant *parameters, std::vector<PropertyValue> *arguments)
             return false; // the interface's methods have no such types
         }
         const auto *bytes = std::get_if<Bytes>(&value);
-        if (bytes != nullptr && bytes->size() > kLongestArgument) {
+        if (bytes != nullptr && bytes->size() > kLongestItem) {
             return false;
         }
         arguments->push_back(std::move(value));
@@ -127,8 +127,8 @@ BusCalls::Work BusCalls::module_work(OBJ_HANDLE object, GDBusMethodInvocation *i
     }
     std::vector<PropertyValue> arguments;
     if (!take_arguments(g_dbus_method_invocation_get_parameters(invocation), &arguments)) {
-        *refused = refusal(kErrorArguments,
-                           "more than " + std::to_string(kLongestArgument) + " bytes: no record is that long");
+        *refused =
+            refusal(kErrorArguments, "more than " + std::to_string(kLongestItem) + " bytes: no record is that long");
         return nullptr;
     }
     return [&store = objects_.platform().objects, object, method, arguments = std::move(arguments)] {

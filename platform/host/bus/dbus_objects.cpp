@@ -34,15 +34,10 @@ guint32 count_of_class(const Host &platform, std::size_t index) {
 
 } // namespace
 
-std::string bus_name(std::uint8_t slot) {
-    return kServiceName + (".Slot" + std::to_string(slot));
-}
-
 BusObjects::BusObjects(Host &platform)
     : platform_(platform),
-      root_(load(kStorageXml, "org.asd.Storage1")), classes_{load(kItemXml, "org.asd.AtomStorageData1"),
-                                                             load(kChipXml, "org.asd.AtomStorageDataDev1")},
-      board_(load(kBoardXml, "org.asd.Board1")),
+      root_(load(kStorageXml, kServiceName)), classes_{load(kItemXml, kItemInterface), load(kChipXml, kChipInterface)},
+      board_(load(kBoardXml, kBoardInterface)),
       object_manager_(load(kStandardXml, "org.freedesktop.DBus.ObjectManager")),
       bus_driver_(load(kStandardXml, kDriverName)) {}
 

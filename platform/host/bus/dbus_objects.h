@@ -4,6 +4,7 @@
 
 // What is on the bus: objects, their interfaces and property values. Used on the bus thread alone.
 
+#include "bus_names.h"
 #include "gio_holders.h"
 #include "host.h"
 
@@ -21,12 +22,7 @@ namespace asd_host {
 inline constexpr OBJ_HANDLE kRootObject = -1;
 inline constexpr OBJ_HANDLE kBoardObject = -2;
 
-inline constexpr const char *kServiceName = "org.asd.Storage1";
 inline constexpr const char *kServiceUniqueName = ":1.0"; // on the private socket
-[[nodiscard]] std::string bus_name(std::uint8_t slot);    // on a shared bus: org.asd.Storage1.SlotN
-
-inline constexpr const char *kRootPath = "/org/asd/Storage1";
-inline constexpr const char *kBoardPath = "/org/asd/Storage1/Board";
 
 // Each class has a folder of that name below the root.
 inline constexpr std::array<std::string_view, 2> kBusClasses = {kItemClass, kChipClass};

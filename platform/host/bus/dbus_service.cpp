@@ -9,6 +9,7 @@
 #include "dbus_objects.h"
 #include "loop_queue.h"
 #include "openbmc_door.h"
+#include "places.h"
 
 #include <algorithm>
 #include <atomic>
@@ -104,7 +105,7 @@ bool join_bus(BusMember &member, std::string *mistake) {
 bool open_doors(BusDoors &doors, std::string *mistake) {
     const Options &options = doors.shared.platform.options;
     if (options.bus != Bus::kNone) {
-        const bool open = options.bus == Bus::kPrivate ? doors.socket.open(options.slot_run_dir() / "bus", mistake)
+        const bool open = options.bus == Bus::kPrivate ? doors.socket.open(options.slot_run_dir() / kBusSocket, mistake)
                                                        : join_bus(doors.member, mistake);
         if (!open || !doors.shared.calls.start(mistake)) {
             return false;

@@ -2,8 +2,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What a call on the bus comes back with, as plain data that may cross threads, and what statuses are called there.
+// What a call on the bus comes back with, as plain data that may cross threads.
 
+#include "bus_names.h"
 #include "object_store.h"
 
 #include <string>
@@ -11,19 +12,9 @@
 
 namespace asd_host {
 
-inline constexpr const char *kErrorArguments = "org.asd.Error.InvalidArguments";
-inline constexpr const char *kErrorNoObject = "org.asd.Error.NoSuchObject";
-inline constexpr const char *kErrorNotOnline = "org.asd.Error.NotOnline";
-inline constexpr const char *kErrorNotReady = "org.asd.Error.NotReady";
-inline constexpr const char *kErrorStorage = "org.asd.Error.StorageFailed";
-inline constexpr const char *kErrorFailed = "org.asd.Error.Failed";
-inline constexpr const char *kErrorLimits = "org.freedesktop.DBus.Error.LimitsExceeded";
-inline constexpr const char *kErrorMethod = "org.freedesktop.DBus.Error.UnknownMethod";
-inline constexpr const char *kErrorNoName = "org.freedesktop.DBus.Error.NameHasNoOwner";
-
 struct CallResult {
     std::vector<PropertyValue> outputs;
-    const char *error = nullptr; // one of the names above; null: it succeeded
+    const char *error = nullptr; // one of bus_names.h; null: it succeeded
     std::string message;
 };
 

@@ -6,6 +6,7 @@
 #include "item_request.h"
 #include "log.h"
 #include "peers.h"
+#include "places.h"
 #include "safe_folder.h"
 
 #include <cerrno>
@@ -20,9 +21,8 @@ namespace asd_host {
 
 namespace {
 
-constexpr const char *kIntents = "intents"; // folder below a state folder
-constexpr mode_t kPrivate = 0700;           // keys lie in the state folders
-constexpr mode_t kEntered = 0750;           // clients in the group reach the sockets
+constexpr mode_t kPrivate = 0700; // keys lie in the state folders
+constexpr mode_t kEntered = 0750; // clients in the group reach the sockets
 constexpr std::uint32_t kProtected = 0;
 
 // Set once, before other threads exist.
@@ -95,8 +95,8 @@ private:
     // The kernel drops the locks with the process, however that ends.
     void lock_instance() {
         const Options &options = host_->options;
-        host_->instance_lock = LockFile(options.slot_run_dir() / "instance.lock");
-        host_->state_lock = LockFile(options.slot_state_dir() / "state.lock");
+        host_->instance_lock = LockFile(options.slot_run_dir() / kInstanceLock);
+        host_->state_lock = LockFile(options.slot_state_dir() / kStateLock);
         lock(host_->instance_lock, options.run_dir, "stop it, or choose another --slot or --run-dir");
         if (mistakes_.empty()) {
             lock(host_->state_lock, options.state_dir, "stop it, or choose another --slot or --state-dir");
@@ -120,7 +120,7 @@ private:
 
     void open_lines() {
         std::string mistake;
-        if (!host_->lines.open(host_->options.slot_run_dir() / "gpio", &mistake)) {
+        if (!host_->lines.open(host_->options.slot_run_dir() / kLines, &mistake)) {
             mistakes_.push_back(mistake);
             return;
         }

@@ -5,6 +5,7 @@
 // The running platform: what the contract's operations work on.
 
 #include "board_state.h"
+#include "bus_names.h"
 #include "enclosure.h"
 #include "lock_file.h"
 #include "object_store.h"
@@ -19,10 +20,6 @@
 #include <vector>
 
 namespace asd_host {
-
-// The module's classes of objects.
-inline constexpr const char *kItemClass = "AtomStorageData";
-inline constexpr const char *kChipClass = "AtomStorageDataDev";
 
 // Everything that registration brings up. Lives as long as the process (never destroyed: tasks of the module do not
 // end).

@@ -2,10 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "item_reload.h"
 
-#include "arith.h"
 #include "host.h"
 #include "module_call.h"
 #include "module_registry.h"
+#include "record_format.h"
+#include "records.h"
 #include "status.h"
 
 #include <utility>
@@ -17,8 +18,6 @@ namespace asd_host {
 namespace {
 
 constexpr const char *kMemoryMethod = "UpdateMemProperty";
-constexpr std::uint32_t kLongestRecord = 8192; // the module's limit of an item's data
-constexpr std::size_t kChecksumSize = 2;       // low byte first, behind the data
 
 // A property of one type; 0, the store's status or kWrongType.
 template <typename T>
@@ -33,12 +32,6 @@ gint32 typed_property(const Host &platform, OBJ_HANDLE object, const char *name,
     }
     *value = *typed;
     return 0;
-}
-
-bool checksum_good(const Bytes &record) {
-    const std::size_t length = record.size() - kChecksumSize;
-    const auto stored = static_cast<guint16>(record[length] | (record[length + 1] << 8U));
-    return arith_make_crc_checksum(0, record.data(), static_cast<guint32>(length)) == stored;
 }
 
 // The data of the item's record on one chip. 0, or a status of reload_item.
@@ -59,7 +52,7 @@ gint32 copy_of(const Host &platform, OBJ_HANDLE item, const char *reference, std
     if (const gint32 status = place->second.part->read(offset, record); status != 0) {
         return status;
     }
-    if (!checksum_good(record)) {
+    if (!is_record(record)) {
         return kNoRecord;
     }
     record.resize(length);
@@ -70,11 +63,11 @@ gint32 copy_of(const Host &platform, OBJ_HANDLE item, const char *reference, std
 // The first good copy: chip 0 before chip 1, whatever a flag says, as the load takes them. A second chip that an item
 // does not have says nothing about the first.
 gint32 first_good_copy(const Host &platform, OBJ_HANDLE item, std::uint32_t length, Bytes *data) {
-    const gint32 first = copy_of(platform, item, "AtomStorageDataDev0", length, data);
+    const gint32 first = copy_of(platform, item, kChipKeys[0], length, data);
     if (first == 0) {
         return 0;
     }
-    const gint32 second = copy_of(platform, item, "AtomStorageDataDev1", length, data);
+    const gint32 second = copy_of(platform, item, kChipKeys[1], length, data);
     return second == kNoProperty ? first : second;
 }
 
@@ -100,7 +93,7 @@ gint32 reload_item(OBJ_HANDLE item) {
     if (const gint32 status = typed_property(*platform, item, "Length", &length); status != 0) {
         return status;
     }
-    if (length == 0 || length > kLongestRecord) {
+    if (length == 0 || length > kLongestItem) {
         return kBadArgument;
     }
     Bytes data;

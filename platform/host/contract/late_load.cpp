@@ -6,6 +6,7 @@
 #include "item_reload.h"
 #include "item_turns.h"
 #include "log.h"
+#include "records.h"
 #include "status.h"
 
 #include <algorithm>
@@ -59,7 +60,7 @@ bool is_byte(const ObjectStore &objects, OBJ_HANDLE object, const char *property
 // Those of the chips that are the item's.
 Chips chips_among(const ObjectStore &objects, OBJ_HANDLE item, const Chips &chips) {
     Chips found;
-    for (const char *reference : std::array{"AtomStorageDataDev0", "AtomStorageDataDev1"}) {
+    for (const char *reference : kChipKeys) {
         PropertyValue value;
         const auto *chip = objects.get(item, reference, &value) == 0 ? std::get_if<ObjectRef>(&value) : nullptr;
         if (chip != nullptr && chips.contains(chip->handle)) {

@@ -8,6 +8,8 @@
 #include "item_turns.h"
 #include "log.h"
 #include "peer_link.h"
+#include "places.h"
+#include "records.h"
 #include "status.h"
 
 #include <algorithm>
@@ -23,7 +25,6 @@ namespace {
 using Deadline = std::chrono::steady_clock::time_point;
 using std::chrono::milliseconds;
 
-constexpr std::uint8_t kHighestSlot = 3;
 constexpr milliseconds kShortestLimit{50}; // real time: with a high time scale a peer still needs some
 constexpr milliseconds kTellLimit{1000};   // for all items of a request, real time: a client waits
 
@@ -35,14 +36,14 @@ PeerPatience &peer_patience() {
 std::filesystem::path link_of(std::uint8_t slot) {
     Options options = host()->options;
     options.slot = slot;
-    return options.slot_run_dir() / "link.sock";
+    return options.slot_run_dir() / kLinkSocket;
 }
 
 // False: the master may not know.
 bool tell_master(std::string_view item, Deadline deadline) {
     std::vector<std::filesystem::path> sockets;
     bool all_answer = true;
-    for (std::uint8_t slot = 0; slot <= kHighestSlot; ++slot) {
+    for (std::uint8_t slot = 0; slot < kSlots; ++slot) {
         if (slot == host()->options.slot) {
             continue;
         }
@@ -59,8 +60,7 @@ bool tell_master(std::string_view item, Deadline deadline) {
 
 // The item has a record on one of the chips, on a part that other controllers reach.
 bool is_shared_on(Host &platform, OBJ_HANDLE item, const std::vector<OBJ_HANDLE> &chips) {
-    static constexpr std::array kChipProperties = {"AtomStorageDataDev0", "AtomStorageDataDev1"};
-    return std::ranges::any_of(kChipProperties, [&](const char *property) {
+    return std::ranges::any_of(kChipKeys, [&](const char *property) {
         PropertyValue value;
         if (platform.objects.get(item, property, &value) != 0) {
             return false;

@@ -5,6 +5,9 @@
 #include "atomic_file.h"
 #include "json_document.h"
 #include "json_section.h"
+#include "places.h"
+#include "record_format.h"
+#include "records.h"
 
 #include <algorithm>
 #include <array>
@@ -12,7 +15,6 @@
 #include <cstring>
 #include <map>
 #include <set>
-#include <span>
 #include <string_view>
 #include <utility>
 
@@ -22,25 +24,15 @@ namespace asd_host {
 
 namespace {
 
-constexpr std::uint32_t kChecksumBytes = 2;     // behind the data of every record
-constexpr std::int64_t kLongestItem = 8192;     // data bytes
-constexpr std::int64_t kLargestPart = 16 << 20; // bytes; serial EEPROMs end far below
 constexpr std::int64_t kLargestPage = 4096;
 constexpr std::int64_t kHighestLine = 1023;
 constexpr std::int64_t kHighestOffset = 65534; // the kernel counts a chip's lines in 16 bits
 constexpr std::size_t kLongestName = 63;
-// Of the configuration, in bytes. A full enclosure has some 20 KiB.
-constexpr std::uintmax_t kLargestFile = 128 * 1024;
 
 constexpr NumberRange kByte = {.least = 0, .most = 255, .why = ""};
 constexpr std::array<std::string_view, 3> kRoles = {"auto", "master", "slave"};
 constexpr std::array<std::string_view, 2> kFirstValues = {"none", "erased"};
-constexpr std::array<std::string_view, 4> kKeyItems = {"ASD5", "ASD7", "ASD1000", "ASD1001"}; // electronic keys
 constexpr std::array<std::string_view, 2> kPartKinds = {"image", "device"};
-constexpr std::array<std::string_view, 2> kChipKeys = {"AtomStorageDataDev0", "AtomStorageDataDev1"};
-// What the service itself keeps in the state folder and in a slot's.
-constexpr std::array<std::string_view, 5> kTakenShared = {"intents", "slot0", "slot1", "slot2", "slot3"};
-constexpr std::array<std::string_view, 4> kTakenInSlot = {"intents", "cpld-registers", "cpld-ram", "flash-parameters"};
 constexpr auto kOptional = JsonSection::kOptional;
 constexpr auto kRequired = JsonSection::kRequired;
 
@@ -166,9 +158,7 @@ void check_part_file(const PartConfig &part, const JsonNode &written, JsonMistak
                                   "; must stay in the state folder (no \"..\") or be an absolute path");
     }
     const std::string first = part.file.lexically_normal().begin()->native();
-    const std::span<const std::string_view> taken =
-        part.shared ? std::span<const std::string_view>(kTakenShared) : std::span<const std::string_view>(kTakenInSlot);
-    if (std::ranges::find(taken, first) != taken.end()) {
+    if (is_taken(part.shared ? Folder::kState : Folder::kSlotState, first)) {
         mistakes.add(written,
                      "is " + in_quotes(part.file.native()) + ", where the service keeps its own; choose another name");
     }
@@ -230,7 +220,8 @@ ItemConfig read_item(const JsonNode &node, JsonMistakes &mistakes, std::vector<W
     item.online = section.flag("Online", true) ? 1 : 0;
     item.need_sync = section.flag("NeedSync", false);
     item.erased_value = section.choice("Value", kFirstValues, 0) == 1;
-    item.confidential = section.flag("Confidential", std::ranges::find(kKeyItems, item.name) != kKeyItems.end());
+    item.confidential =
+        section.flag("Confidential", std::ranges::find(kKeyPlaces, item.name, &KeyPlace::item) != kKeyPlaces.end());
     item.chips.push_back(section.text(kChipKeys[0], kRequired));
     if (std::string second = section.text(kChipKeys[1], kOptional); node.find(kChipKeys[1]) != nullptr) {
         item.chips.push_back(std::move(second));
@@ -434,7 +425,7 @@ private:
         }
         const std::uint64_t start = chip.offset;
         records_[*part].push_back({.start = start,
-                                   .end = start + user->length + kChecksumBytes,
+                                   .end = start + user->length + kChecksumSize,
                                    .chip_name = chip.name,
                                    .item_name = user->name,
                                    .chip = node});
@@ -485,10 +476,10 @@ Enclosure read_enclosure(const JsonNode &root, JsonMistakes &mistakes) {
 LoadedEnclosure load_enclosure(const std::filesystem::path &file) {
     JsonMistakes mistakes(file.native());
     std::error_code no_size; // reading says more about it
-    if (const std::uintmax_t size = std::filesystem::file_size(file, no_size); !no_size && size > kLargestFile) {
+    if (const std::uintmax_t size = std::filesystem::file_size(file, no_size); !no_size && size > kLargestEnclosure) {
         mistakes.add(1, "",
                      "has " + std::to_string(size) + " bytes; an enclosure file has at most " +
-                         std::to_string(kLargestFile));
+                         std::to_string(kLargestEnclosure));
         return {.enclosure = std::nullopt, .mistakes = mistakes.lines()};
     }
     int error = 0;

@@ -53,18 +53,6 @@ std::filesystem::path home() {
     return entry == nullptr ? "/" : entry->pw_dir;
 }
 
-std::filesystem::path run_dir_in_tmp() {
-    return "/tmp/asd-" + std::to_string(::geteuid());
-}
-
-std::filesystem::path default_run_dir() {
-    if (::geteuid() == 0) {
-        return "/run/asd";
-    }
-    const std::filesystem::path runtime = path_from("XDG_RUNTIME_DIR");
-    return runtime.empty() ? run_dir_in_tmp() : runtime / "asd";
-}
-
 std::filesystem::path default_state_dir() {
     if (::geteuid() == 0) {
         return "/var/lib/asd";
@@ -75,7 +63,7 @@ std::filesystem::path default_state_dir() {
 
 // What the options would make of a command line that CLI11 accepts; empty when it is sound.
 std::string mistake_in(const Options &options) {
-    const std::string socket = (options.slot_run_dir() / "ipmi.sock").native();
+    const std::string socket = (options.slot_run_dir() / kIpmiSocket).native();
     if (socket.size() > kLongestSocketPath) {
         return "--run-dir: the socket's path " + socket + " has " + std::to_string(socket.size()) +
                " bytes; a socket's path has at most " + std::to_string(kLongestSocketPath) + ", name a shorter folder";
@@ -111,7 +99,7 @@ void add_options(CLI::App &app, Given &given) {
         app.add_option(name, value, what)->type_name(value_name)->check(CLI::Validator(check).description(""));
     };
     add("--config", given.config, "FILE", "The enclosure file (" + given.config + ")", {filled, ""});
-    add("--slot", given.slot, "0..3", "This controller's slot (0)", CLI::Range(0, 3));
+    add("--slot", given.slot, "0..3", "This controller's slot (0)", CLI::Range(0, int{kSlots} - 1));
     add("--run-dir", given.run_dir, "DIR", "The enclosure's run folder: locks and sockets (" + given.run_dir + ")",
         {filled, ""});
     add("--state-dir", given.state_dir, "DIR",

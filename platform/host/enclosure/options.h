@@ -4,6 +4,8 @@
 
 // What the command line of asd says.
 
+#include "places.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -40,8 +42,8 @@ struct Options {
     bool check_config = false;  // check the enclosure file and end
 
     // What only this controller uses: its sockets and its private chips, CPLD and flash.
-    [[nodiscard]] std::filesystem::path slot_run_dir() const { return run_dir / ("slot" + std::to_string(slot)); }
-    [[nodiscard]] std::filesystem::path slot_state_dir() const { return state_dir / ("slot" + std::to_string(slot)); }
+    [[nodiscard]] std::filesystem::path slot_run_dir() const { return run_dir / slot_folder(slot); }
+    [[nodiscard]] std::filesystem::path slot_state_dir() const { return state_dir / slot_folder(slot); }
 };
 
 // Parses a command line (without the program's name). On --help, --version or a mistake the text has been printed and

@@ -2,53 +2,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dummy_door.h"
 
+#include "dummy_protocol.h"
+
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <cstring>
 #include <vector>
 
 namespace asd_host {
 namespace {
 
-// The client's own structs.
-struct RequestHeader {
-    std::uint8_t netfn;
-    std::uint8_t lun;
-    std::uint8_t cmd;
-    std::uint8_t target_cmd;
-    std::uint16_t data_len;
-    std::uint8_t *data; // means nothing outside the client
-};
-
-struct ResponseHeader {
-    std::uint8_t netfn;
-    std::uint8_t cmd;
-    std::uint8_t seq;
-    std::uint8_t lun;
-    std::uint8_t ccode;
-    std::int32_t data_len; // without the completion code
-    std::uint8_t *data;
-};
-
-constexpr bool kWide = sizeof(void *) == 8;
-static_assert(kWide || sizeof(void *) == 4);
-static_assert(offsetof(RequestHeader, data_len) == 4 && offsetof(RequestHeader, data) == 8);
-static_assert(sizeof(RequestHeader) == (kWide ? 16 : 12));
-static_assert(offsetof(ResponseHeader, ccode) == 4 && offsetof(ResponseHeader, data_len) == 8);
-static_assert(offsetof(ResponseHeader, data) == (kWide ? 16 : 12));
-static_assert(sizeof(ResponseHeader) == (kWide ? 24 : 16));
-
-constexpr std::uint8_t kByeNetfn = 0x3F;
-constexpr std::uint8_t kByeCmd = 0xFF;
-
 // A client that takes its leave: it does not read any more.
-bool is_bye(const RequestHeader &header) {
+bool is_bye(const DummyRequest &header) {
     return header.netfn == kByeNetfn && header.cmd == kByeCmd && header.data_len == 0;
 }
 
-bool answer(StreamClient &client, const RequestHeader &request, const IpmiResponse &response) {
-    ResponseHeader header{};
+bool answer(StreamClient &client, const DummyRequest &request, const IpmiResponse &response) {
+    DummyResponse header{};
     header.netfn = request.netfn | 1U;
     header.cmd = request.cmd;
     header.lun = request.lun;
@@ -85,11 +55,11 @@ IpmiResponse serve(StreamClient &client, const IpmiRegistry &registry, const Ipm
 
 // Serves one request. False: the connection is at its end.
 bool serve_next(StreamClient &client, const IpmiRegistry &registry, std::uint8_t privilege) {
-    std::array<std::uint8_t, sizeof(RequestHeader)> bytes;
+    std::array<std::uint8_t, sizeof(DummyRequest)> bytes;
     if (!client.await_request() || !client.read(bytes)) {
         return false;
     }
-    RequestHeader header;
+    DummyRequest header;
     std::memcpy(&header, bytes.data(), bytes.size());
     if (is_bye(header)) {
         return false;

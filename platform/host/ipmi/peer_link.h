@@ -38,10 +38,6 @@
 
 namespace asd_host {
 
-// The statuses of ipmi_send_request besides those of status.h.
-inline constexpr gint32 kPeerAbsent = -2010; // nobody listens in that slot, or somebody who is no peer
-inline constexpr gint32 kPeerFailed = -2011; // the peer closed the connection or answered something that is no response
-
 // Carries out a reload; returns the completion code to answer with.
 using PeerReload = std::function<std::uint8_t(std::string_view item)>;
 

@@ -5,6 +5,7 @@
 
 #include "lock_file.h"
 #include "log.h"
+#include "places.h"
 #include "status.h"
 
 #include <algorithm>
@@ -71,7 +72,7 @@ constexpr std::array<std::string_view, 14> kFaultableOperations = {
 class MasterLock {
 public:
     MasterLock(const std::filesystem::path &run_dir, const std::filesystem::path &state_dir)
-        : role_(run_dir / "master.lock"), chips_(state_dir / "role.lock") {}
+        : role_(run_dir / kMasterLock), chips_(state_dir / kRoleLock) {}
 
     // 0: this process holds it. EAGAIN: another does. Else why it can't be asked for.
     [[nodiscard]] int take() {
@@ -118,8 +119,8 @@ BoardState::~BoardState() = default;
 
 bool BoardState::open(const Options &options, const Enclosure &enclosure, std::string *mistake) {
     const std::filesystem::path folder = options.slot_state_dir();
-    if (!cpld_registers.open(folder / "cpld-registers", mistake) || !cpld_ram.open(folder / "cpld-ram", mistake) ||
-        !flash.open(folder / "flash-parameters", mistake)) {
+    if (!cpld_registers.open(folder / kCpldRegisters, mistake) || !cpld_ram.open(folder / kCpldRam, mistake) ||
+        !flash.open(folder / kFlashParameters, mistake)) {
         return false;
     }
     const std::lock_guard lock(mutex_);
@@ -159,7 +160,7 @@ std::uint32_t BoardState::cpld_register(std::uint32_t reg) const {
 }
 
 gint32 BoardState::set_cpld_register(std::uint32_t reg, std::uint32_t value) {
-    if (reg >= kCpldRegisters) {
+    if (reg >= kCpldRegisterCount) {
         return kBadArgument; // each one written stays in the state file for good
     }
     std::array<std::uint8_t, 4> bytes = {};

@@ -39,7 +39,7 @@ public:
 
     // A register of the CPLD; 0 for one never written.
     [[nodiscard]] std::uint32_t cpld_register(std::uint32_t reg) const;
-    static constexpr std::uint32_t kCpldRegisters = 0x1000; // registers 0 to 0xFFF
+    static constexpr std::uint32_t kCpldRegisterCount = 0x1000; // registers 0 to 0xFFF
     // 0, kStorageFailed, or kBadArgument for a register that the CPLD does not have.
     [[nodiscard]] gint32 set_cpld_register(std::uint32_t reg, std::uint32_t value);
     // The register's other bits stay; for bits 0 to 31. The statuses of set_cpld_register.

@@ -3,9 +3,9 @@
 
 #include "record_write.h"
 
-#include "arith.h"
 #include "byte_codec.h"
 #include "log.h"
+#include "record_format.h"
 #include "status.h"
 
 #include <algorithm>
@@ -18,8 +18,7 @@ namespace asd_host {
 
 namespace {
 
-constexpr int kReadBacks = 2;               // a part may answer the first read while its last page still settles
-constexpr std::size_t kRecordChecksum = 2U; // bytes after a record's data, low one first
+constexpr int kReadBacks = 2; // a part may answer the first read while its last page still settles
 
 bool overlaps(std::uint32_t a, std::size_t a_length, std::uint32_t b, std::size_t b_length) {
     return std::uint64_t{a} < std::uint64_t{b} + b_length && std::uint64_t{b} < std::uint64_t{a} + a_length;
@@ -27,16 +26,6 @@ bool overlaps(std::uint32_t a, std::size_t a_length, std::uint32_t b, std::size_
 
 bool same(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b) {
     return std::ranges::equal(a, b);
-}
-
-// Bytes that are a whole record: data and their checksum.
-bool checks(std::span<const std::uint8_t> record) {
-    if (record.size() <= kRecordChecksum) {
-        return false;
-    }
-    const auto data = record.first(record.size() - kRecordChecksum);
-    const unsigned computed = arith_make_crc_checksum(0, data.data(), u32_of(data.size()));
-    return record[data.size()] == (computed & 0xFFU) && record.back() == computed >> 8U;
 }
 
 [[nodiscard]] gint32 read_back(PageDevice &device, std::uint32_t offset, std::span<const std::uint8_t> wanted) {
@@ -74,7 +63,7 @@ Verdict judge(const Intent &intent, std::span<const std::uint8_t> now, std::uint
     if (same(now, intent.old_bytes)) {
         return Verdict::kOld;
     }
-    if (checks(now)) {
+    if (is_record(now)) {
         return Verdict::kLater;
     }
     const std::span<const std::uint8_t> old_bytes(intent.old_bytes);

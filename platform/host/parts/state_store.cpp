@@ -6,6 +6,7 @@
 #include "atomic_file.h"
 #include "byte_codec.h"
 #include "log.h"
+#include "places.h"
 #include "status.h"
 
 #include <cerrno>
@@ -67,7 +68,7 @@ Content decode(std::span<const std::uint8_t> file, StateStore::Values *values) {
 
 void set_aside(const std::filesystem::path &file) {
     std::filesystem::path aside = file;
-    aside += ".damaged";
+    aside += kDamaged;
     std::error_code error;
     std::filesystem::rename(file, aside, error);
     if (error) {

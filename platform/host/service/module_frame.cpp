@@ -15,6 +15,7 @@
 #include "patient_writer.h"
 #include "peer_link.h"
 #include "peers.h"
+#include "places.h"
 #include "printable.h"
 #include "process_start.h"
 #include "standard_commands.h"
@@ -115,11 +116,11 @@ bool open_doors(Host &platform, Doors *doors, std::string *mistake) {
     if (opened.bus == nullptr) {
         return false;
     }
-    opened.link = open_peer_link(folder / "link.sock", ipmi_registry(), reload_for_peer, mistake);
+    opened.link = open_peer_link(folder / kLinkSocket, ipmi_registry(), reload_for_peer, mistake);
     if (opened.link == nullptr) {
         return false;
     }
-    opened.ipmi = open_dummy_door(folder / "ipmi.sock", ipmi_registry(), platform.enclosure.ipmi_privilege, mistake);
+    opened.ipmi = open_dummy_door(folder / kIpmiSocket, ipmi_registry(), platform.enclosure.ipmi_privilege, mistake);
     if (opened.ipmi == nullptr) {
         return false;
     }
@@ -131,7 +132,7 @@ bool open_doors(Host &platform, Doors *doors, std::string *mistake) {
 std::string bus_of(const Host &platform, const std::filesystem::path &folder) {
     switch (platform.options.bus) {
     case Bus::kPrivate:
-        return "unix:path=" + (folder / "bus").native();
+        return "unix:path=" + (folder / kBusSocket).native();
     case Bus::kSession:
         return "session bus";
     case Bus::kSystem:
@@ -149,7 +150,7 @@ std::string greeting(const Host &platform) {
         folder = platform.options.slot_run_dir();
     }
     const std::string slot = std::to_string(platform.options.slot);
-    const std::string socket = (folder / "ipmi.sock").native();
+    const std::string socket = (folder / kIpmiSocket).native();
     std::string text = "asd serves slot " + slot + " of \"" + printable(platform.enclosure.name) +
                        "\": " + count_of(platform.enclosure.items.size(), "item") + " on " +
                        count_of(platform.enclosure.chips.size(), "chip") + ".\n" + //
