@@ -84,43 +84,4 @@ TEST(CommandsDoc, TheTableIsWhatTheModuleRegisters) {
     }
 }
 
-// A null message is never answered; what it logs, by handler.
-TEST(CommandsDoc, NullMessages) {
-    const std::string pointer = "0 Input parameter pointer is null!";
-    const std::string message = "0 MsgData is (nil).";
-    // clang-format off
-    const std::map<std::string, Texts> logged = {
-        {"ipmi_cmd_get_brand", {"0 Get brand: input parameter is null."}},
-        {"ipmi_cmd_get_vendor", {"0 Get vendor: input parameter is null."}},
-        {"ipmi_cmd_get_overseas", {"0 Get overseas flag, input parameter pointer is null."}},
-        {"ipmi_cmd_set_overseas", {"0 Set overseas flag, input parameter pointer is null."}},
-        {"ASD_IpmiGetBayconfig", {"1 enter get bayconfig.", message}},
-        {"ASD_IpmiGetBayconfigFileLen", {"1 enter get bayconfig len.", message}},
-        {"ASD_IpmiSetBayconfig", {"1 enter set bayconfig. 0", message}},
-        {"ASD_IpmiClearBayconfig", {"1 clear bayconfig.", message}},
-        {"ASD_GetEEPromData", {"0 Input Parameter is Null."}},
-        {"ipmi_cmd_get_ccdb", {"2 getting ccdb data starts", pointer}},
-        {"ipmi_cmd_set_ccdb", {"2 setting ccdb data starts.", pointer}},
-        {"IpmiCmdGetNodeView", {"0 Get nodeView: input parameter is null."}},
-        {"IpmiCmdSetNodeView", {"0 Set nodeView: input parameter is null."}},
-        {"ASD_IPMI_GetIocardPCIE4", {"0 Get backboard iocard pcie4.0 data failed, input parameter pointer is null."}},
-        {"Ipmi_cmdGetProductFrameCfg", {"0 Get product frame cfg failed(input parameter is null)"}},
-        {"Ipmi_cmdGetProductCfgInfo", {"0 Get product cfg info failed(input parameter is null)"}},
-        {"Ipmi_cmdSetProductFrameCfg", {"0 Set product frame cfg failed(input parameter is null)"}},
-        {"Ipmi_cmdSetProductCfgInfo", {"0 Set product cfg info failed(input parameter is null)"}},
-    };
-    // clang-format on
-    fake::reset();
-    ASSERT_EQ(asd_module_main(0, nullptr), 0);
-    const std::vector<IPMI_CMD_S> rows = fake::world().registered.rows;
-    for (const IPMI_CMD_S &row : rows) {
-        const std::string name = name_of(row.ipmi_handler);
-        SCOPED_TRACE(name);
-        fake::reset();
-        EXPECT_EQ(row.ipmi_handler(nullptr, "ASD14"), -1);
-        EXPECT_EQ(fake::logs(2), logged.contains(name) ? logged.at(name) : Texts{});
-        EXPECT_EQ(fake::calls("ipmi_send_simple_response") + fake::calls("ipmi_send_response"), 0U);
-    }
-}
-
 } // namespace

@@ -1,9 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The node view: read from the chips, written when it differs from the last one written.
+// The node view is written when it differs from the last one written.
 
-#include "bmc_asd_ipmi_getter.h"
 #include "task_test.h"
 
 namespace {
@@ -13,12 +12,8 @@ using NodeViewTest = ModuleTest;
 const Bytes kStored = pattern(64, 10);
 const Bytes kView = pattern(64, 90);
 const Bytes kHead = {0, 0, 0x80, 0, 0x43};
-const std::string kBegin = "M1 bmc_asd_ipmi_setter.cpp: Start to set node view.";
 const std::string kDone = "1 Set node view succeed.";
 const std::string kSame = "1 The nodeview data is the same, no need update.";
-const std::string kLock = "lock SetNodeview 10000";
-const std::string kTried = kLock + ", write ViewA 64 66, write ViewB 64 66";
-const std::string kWritten = kTried + ", write FlagA 64 3, write FlagB 64 3";
 
 void build() {
     const Texts chips = {"ViewA", "ViewB"};
@@ -26,37 +21,6 @@ void build() {
                {kStored, kStored});
     build_item("ASD_NODE_VIEW_VALID", {.length = 1, .chips = {"FlagA", "FlagB"}}, {{1}, {1}});
     AsdSetNodeviewFlag(0);
-}
-
-TEST_F(NodeViewTest, Gets) {
-    const std::string read = "read FlagA 64 3, read FlagB 64 3, read ViewA 64 66";
-    const std::string ok = "1 (ASD_NODE_VIEW)Read 1st EEPROM OK! check_flag: 2.";
-    // clang-format off
-    run_cases(IpmiCmdGetNodeView, "ASD_NODE_VIEW", build, {
-        {"from the chip, though loaded", kAsBuilt, kHead, joined({0}, kStored), {ok}, read},
-        {"no request data", kAsBuilt, {}, {0xCC}, {"0 Get nodeView, get ipmi src data failed"}},
-        {"unknown", kUnknown, kHead, {0xCE}, {"0 Get nodeView, get handle failed(7)"}},
-        {"chip dead", fault("dfl_block_read", "ViewA", 5), kHead, {0xCE},
-         {"0 (ASD_NODE_VIEW)Read 1st EEPROM failed! check_flag: 2, ret: 5.", "0 Get nodeView from eeprom failed(5)."}, read},
-        {"no check object", fault("dfl_get_object_handle", "ASD_NODE_VIEW_VALID"), kHead, {0xCE},
-         {"0 Get ASD_NODE_VIEW_VALID obj handle failed! ret: 7.", "0 Get nodeView from eeprom failed(7)."}},
-    });
-    // clang-format on
-}
-
-TEST_F(NodeViewTest, Sets) {
-    const auto begun = [](const Texts &rest) { return with({kBegin}, rest); };
-    const Bytes request = joined(kHead, kView);
-    // clang-format off
-    run_cases(IpmiCmdSetNodeView, "ASD_NODE_VIEW", build, {
-        {"written", kAsBuilt, request, {0x00}, begun({kDone}), kWritten},
-        {"no request data", kAsBuilt, {}, {0xCC}, begun({"0 Set nodeView, get ipmi src data failed"})},
-        {"unknown", kUnknown, request, {0xCE}, begun({"0 Set nodeView, get handle failed(7)"})},
-        {"locked", locked("SetNodeview"), request, {0xCE}, begun({"0 Set nodeview get lock failed(ret=-3006)"}), kLock},
-        {"chips dead", kDeadWrites, request, {0xCE}, begun({"1 asd_write_chip_check: Write 1st EEPROM failed! ret: 5.",
-         "1 asd_write_chip_check: Write 2nd EEPROM failed! ret: 5.", "0 Set nodeView to eeprom failed(-1006)."}), kTried},
-    });
-    // clang-format on
 }
 
 TEST_F(NodeViewTest, OnlyAChangeIsWritten) {

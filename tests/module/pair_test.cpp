@@ -39,10 +39,6 @@ Arrange dead(const char *operation, const Texts &chips) {
     };
 }
 
-Arrange no_reference(const char *reference) {
-    return fault("dfl_get_referenced_object", reference, 8);
-}
-
 // An item on two chips and its check object; chip 0 holds kOld, chip 1 kOther.
 struct Pair {
     OBJ_HANDLE item = 0;
@@ -76,17 +72,6 @@ TEST_F(PairTest, FlagTruthTable) {
         EXPECT_EQ(flag, expected);
         EXPECT_EQ(fake::calls("dfl_block_read"), 2U); // the second is read whatever the first gave
     }
-    fresh_world();
-    const Pair pair = build_pair();
-    no_reference("ASD17.AtomStorageDataDev0")();
-    no_reference("ASD17.AtomStorageDataDev1")();
-    guint8 flag = 99;
-    EXPECT_EQ(asd_choose_object_read(pair.item, &flag), -1006);
-    EXPECT_EQ(asd_choose_object_read(pair.check, &flag), -1018);
-    EXPECT_EQ(asd_read_check_flag(4711, &flag), -1);
-    EXPECT_EQ(fake::logs(), (Texts{"0 asd_read_check_flag: (ASD17)Get check_flag PROPERTY_ASD_DEV0 failed! ret: 8.",
-                                   "0 asd_read_check_flag: (ASD17)Get check_flag PROPERTY_ASD_DEV1 failed! ret: 8.",
-                                   "0 Get object name failed!", "0 Get get objname failed."}));
 }
 
 // A strict chip delivers its byte although the checksum is bad; it must not count.
@@ -98,34 +83,6 @@ TEST_F(PairTest, AFlagWithABadChecksumCountsAsNone) {
     EXPECT_EQ(asd_read_check_flag(pair.check, &flag), 0);
     EXPECT_EQ(flag, 2);
     EXPECT_TRUE(fake::logged("0 (ASD53)Read 1st EEPROM check_flag failed! ret: 1."));
-}
-
-TEST_F(PairTest, CheckRead) {
-    OBJ_HANDLE item = 0;
-    Bytes data;
-    const auto read = [&] {
-        data = Bytes(8, 0xEE);
-        return asd_read_chip_check(item, data.data(), 8);
-    };
-    const auto left = [&data] { return data; };
-    const Bytes untouched(8, 0xEE);
-    const std::string flags = "read ASDDev17a 200 3, read ASDDev17b 200 3";
-    const std::string read_a = flags + ", read ASDDev16a 100 10";
-    const std::string read_b = flags + ", read ASDDev16b 100 10";
-    const Arrange a_dead = dead("dfl_block_read", {"ASDDev16a"});
-    // clang-format off
-    run_operation(read, [&item] { item = build_pair().item; }, {"dfl_block_read"}, {
-        {"both good", put_flags(1, 1), 0, read_a, {"1 (ASD16)Read 1st EEPROM OK! check_flag: 2."}, kOld},
-        {"chip 0 alone", put_flags(2, 1), 0, read_a, {}, kOld},
-        {"chip 1 alone", put_flags(1, 2), 0, read_b, {}, kOther},
-        {"both good, chip 0 dead: chip 1 does not stand in", both(put_flags(1, 1), a_dead), 5, read_a, {"0 (ASD16)Read 1st EEPROM failed! check_flag: 2, ret: 5."}, untouched},
-        {"chip 0 alone, dead", both(put_flags(2, 1), a_dead), 5, read_a, {"0 (ASD16)Only read 1st EEPROM and read failed! check_flag: 0, ret: 5."}, untouched},
-        {"chip 1 alone, dead", both(put_flags(1, 2), dead("dfl_block_read", {"ASDDev16b"})), 5, read_b, {"0 ASD16)Only read 2nd EEPROM and read failed! check_flag: 1, ret: 5."}, untouched},
-        {"no flag", put_flags(kUnreadable, kUnreadable), -1006, flags, {"0 (ASD17)Read 1st EEPROM check_flag failed! ret: 5.", "0 (ASD17)Read 2st EEPROM check_flag failed! ret: 5."}, untouched},
-        {"chip 0 unknown", both(put_flags(2, 1), no_reference("ASD16.AtomStorageDataDev0")), 8, flags, {"0 (ASD16)Get PROPERTY_ASD_DEV0 failed! ret: 8."}, untouched},
-        {"chip 1 unknown", both(put_flags(1, 2), no_reference("ASD16.AtomStorageDataDev1")), 8, flags, {"0 (ASD16)Get PROPERTY_ASD_DEV1 failed! ret: 8."}, untouched},
-    }, left, 1);
-    // clang-format on
 }
 
 TEST_F(PairTest, CheckWrite) {
@@ -156,24 +113,10 @@ TEST_F(PairTest, CheckWrite) {
         {"chip 1 dead", broken({"ASDDev16b"}), 0, "", {failed2, only1}, records(kNew, kOther, 2, 7)},
         {"chip 0 dead", broken({"ASDDev16a"}), 0, "", {failed1}, records(kOld, kNew, 7, 2)},
         {"both dead", broken({"ASDDev16a", "ASDDev16b"}), -1006, "", {failed1, failed2}, records(kOld, kOther, 7, 7)},
-        {"chip 0 unknown", no_reference("ASD16.AtomStorageDataDev0"), 0, "", {"0 asd_write_chip_check: ASD16 Get PROPERTY_ASD_DEV0 failed! ret: 8."}, records(kOld, kNew, 7, 2)},
-        {"chip 1 unknown", no_reference("ASD16.AtomStorageDataDev1"), 0, "", {"0 asd_write_chip_check: ASD16 Get PROPERTY_ASD_DEV1 failed! ret: 8.", only1}, records(kNew, kOther, 2, 7)},
         {"flag 0 dead", broken({"ASDDev17a"}), 5, "", {flag_failed("1st", "2")}, records(kNew, kNew, 7, 7)},
         {"flag 1 dead", broken({"ASDDev17b"}), 5, "", {flag_failed("2nd", "2")}, records(kNew, kNew, 1, 7)},
-        {"chip 1 and flag 0 dead", broken({"ASDDev16b", "ASDDev17a"}), 5, "", {failed2, flag_failed("1st", "0")}, records(kNew, kOther, 7, 7)},
-        {"flag 0 unknown", no_reference("ASD17.AtomStorageDataDev0"), 0, "", {"0 ASD17 Get check_flag PROPERTY_ASD_DEV0 failed! ret: 8."}, records(kNew, kNew, 7, 1)},
-        {"flag 1 unknown", no_reference("ASD17.AtomStorageDataDev1"), 8, "", {"0 ASD17 Get check_flag PROPERTY_ASD_DEV1 failed! ret: 8."}, records(kNew, kNew, 1, 7)},
-        {"no check object", fault("dfl_get_object_handle", "ASD17", 9), 9, "", {"0 Get ASD17 obj handle failed! ret: 9."}, records(kNew, kNew, 7, 7)},
     }, left, 1);
     // clang-format on
-    EXPECT_EQ(asd_write_chip_check(4711, kNew.data(), 8), -1);
-    EXPECT_EQ(asd_write_check_flag(4711, 2), -1);
-    EXPECT_EQ(fake::logs().back(), "0 Get objname failed.");
-    fake::clear_journal();
-    const OBJ_HANDLE check = fake::add_item("ASD17", {.length = 1, .chips = {"ASDDev17a", "ASDDev17b"}});
-    EXPECT_EQ(asd_write_check_flag(check, 3), -1);
-    EXPECT_EQ(fake::logs(), Texts{"0 ASD17 check_flag(3) is wrong!"});
-    EXPECT_EQ(fake::calls("dfl_block_write"), 0U);
 }
 
 // "ASD10" is its own check object: the flag overwrites the head of the item's own record.
@@ -201,8 +144,6 @@ TEST_F(PairTest, Repair) {
                         "0 Read 1st EEPROM failed! ret: -1019.", "0 Read eeprom failed[-1019]!"};
     const Texts bad1 = {"0 Read BackBoard [ASD_CCDBb] eeprom OK but CRC check failed.CrcRet[53533], CrcReal[29]!",
                         "0 Read 2nd EEPROM failed! ret: -1019.", "0 Read eeprom failed[-1019]!"};
-    const Texts unwritten0 = {"0 Write 1st EEPROM failed! ret(5).", "0 ASD_CCDB eeprom0 write failed! ret(5)."};
-    const Texts unwritten1 = {"0 Write 2nd EEPROM failed! ret(5).", "0 ASD_CCDB eeprom1 write failed! ret(5)."};
     const std::string write_a = "write ASD_CCDBa 100 10";
     const std::string write_b = "write ASD_CCDBb 100 10";
     // clang-format off
@@ -212,10 +153,6 @@ TEST_F(PairTest, Repair) {
         {"chip 1 bad", bad_b, 0, write_b, bad1, joined(a, a)},
         {"both bad", both(bad_a, bad_b), 0, "", with(bad0, bad1), joined(spoilt_a, spoilt_b)},
         {"chip 0 dead", dead("dfl_block_read", {"ASD_CCDBa"}), 0, "", {"0 Read 1st EEPROM failed! ret: 5.", "0 Read eeprom failed[5]!"}, joined(a, b)},
-        {"chip 0 bad, chip 1 dead", both(bad_a, dead("dfl_block_read", {"ASD_CCDBb"})), 0, "", with(bad0, {"0 Read 2nd EEPROM failed! ret: 5.", "0 Read eeprom failed[5]!"}), joined(spoilt_a, b)},
-        {"chip 0 bad and read-only", both(bad_a, kDeadWrites), 5, write_a, with(bad0, unwritten0), joined(spoilt_a, b)},
-        {"chip 1 bad and read-only", both(bad_b, kDeadWrites), 5, write_b, with(bad1, unwritten1), joined(a, spoilt_b)},
-        {"chip 0 unknown", both(bad_b, no_reference("ASD_CCDB.AtomStorageDataDev0")), 0, "", with({"0 Get dev failed! ret: 8.", "0 Read eeprom failed[8]!"}, bad1), joined(a, spoilt_b)},
     }, left, 0);
     // clang-format on
 }
@@ -229,22 +166,6 @@ TEST_F(PairTest, RepairLeavesAPairThatIsNotStrict) {
     EXPECT_EQ(fake::calls("dfl_block_write"), 0U);
     EXPECT_EQ(fake::chip_bytes("ASDDev16a", 100, 10), before);
     EXPECT_EQ(fake::calls("dfl_block_read"), 2U);
-}
-
-TEST_F(PairTest, RepairRefusals) {
-    build_pair();
-    EXPECT_EQ(asd_eeprom_check("ASD99"), fake::kNotFound);
-    fault("dfl_get_property_value", "ASD16.Length", 7, 1)();
-    EXPECT_EQ(asd_eeprom_check("ASD16"), 0);
-    number_set("ASD16", "Length", 8193)();
-    EXPECT_EQ(asd_eeprom_check("ASD16"), -1);
-    Bytes data(8);
-    EXPECT_EQ(asd_check_read_chip_one(1000, data.data(), 8, 2), -1);
-    EXPECT_EQ(fake::logs(0),
-              (Texts{"0 ASD99 call dfl_get_object_handle failed! result: -3001.",
-                     "0 Get PROPERTY_ASD_LENGTH failed! result: 7.", "0 ASD16 get length failed! result: 7.",
-                     "0 ASD16 length(8193) exceed asd eep max size(8192).", "0 device id(2) is wrong!"}));
-    EXPECT_EQ(fake::calls("dfl_block_read"), 0U);
 }
 
 } // namespace

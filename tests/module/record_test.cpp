@@ -123,6 +123,26 @@ TEST_F(RecordTest, Read) {
     // clang-format on
 }
 
+// Which chips' checksum must hold, and which may be blank.
+TEST_F(RecordTest, ChipsByName) {
+    // clang-format off
+    const Texts strict = {"ASDDev5a", "ASDDev5b", "ASDDev21a", "ASDDev21b", "ASDDev24a", "ASDDev25a", "ASDDev26a", "ASDDev27a",
+                          "ASDDev52a", "ASDDev52b", "ASDDev53a", "ASDDev53b", "ASD_FrameLedRuleDeva", "ASD_FrameLedRuleDevb", "ASD_CCDBa", "ASD_CCDBb", "ASD_PRODUCT_CFGINFO_VALIDa", "ASD_PRODUCT_CFGINFO_VALIDb"};
+    // clang-format on
+    Bytes data = kUntouched;
+    for (const std::string &name : strict) {
+        EXPECT_EQ(asd_eeprom_read(fake::add_chip(name), data.data(), 4), 1) << name;
+    }
+    for (const char *number : {"10", "11", "13", "14", "15", "20"}) {
+        for (const char *letter : {"a", "b"}) {
+            fake::clear_journal();
+            const std::string name = std::string("ASDDev") + number + letter;
+            EXPECT_EQ(asd_eeprom_read(fake::add_chip(name), data.data(), 4), 0) << name;
+            EXPECT_EQ(fake::calls("dfl_block_read"), 1U) << name;
+        }
+    }
+}
+
 TEST_F(RecordTest, CheckRead) {
     const std::string gave_up = " eeprom OK but CRC check failed.CrcRet[59726], CrcReal[59727]!";
     // clang-format off

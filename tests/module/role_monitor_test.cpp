@@ -1,39 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The start of the tasks, and the role monitor with its routine reload.
+// The role monitor with its routine reload.
 
 #include "task_test.h"
 
-#include <algorithm>
-
 namespace {
 
-using TaskStartTest = ModuleTest;
 using RoleMonitorTest = ModuleTest;
-
-TEST_F(TaskStartTest, CreatesFourTasksInOrderUntilOneFails) {
-    const std::vector<VOS_TASK_ENTRY> entries = {asd_master_check_task, asd_eeprom_check_task,
-                                                 ASD_ROUTINE_SYS_CCDB_Task, ASD_EEprom_Sync_Task};
-    const auto left = [&entries] { // the place of each task that exists, by its entry
-        Bytes places;
-        for (const fake::Task &task : fake::world().tasks) {
-            EXPECT_EQ(task.argument, nullptr);
-            places.push_back(static_cast<guint8>(std::ranges::find(entries, task.entry) - entries.begin()));
-        }
-        return places;
-    };
-    const std::string two = "create asd_master_check 1, create asd_eeprom_check 1";
-    const std::string four = two + ", create ccdb_set_eeprom 1, create asd_eeprom_sync 1";
-    // clang-format off
-    run_operation(asd_start, kAsBuilt, {"vos_task_create"}, {
-        {"all", kAsBuilt, 0, four, {"1 asd start ok."}, {0, 1, 2, 3}},
-        {"management module", [] { fake::world().board.smm = 1; }, 0, ""},
-        {"second", fault("vos_task_create", "asd_eeprom_check", 9), 9, two, {"0 Create asd_eeprom_check task failed! result: 9."}, {0}},
-        {"fourth", fault("vos_task_create", "asd_eeprom_sync", 9), 9, four, {"0 Create asd_eeprom_sync task failed! result: 9."}, {0, 1, 2}},
-    }, left);
-    // clang-format on
-}
 
 // ---- Role monitor ----
 
@@ -50,7 +24,6 @@ const Texts kWatched = {"dfl_foreach_object", "BSP_SetCpldRam 53186", "vos_threa
 const std::string kWalk = "dfl_foreach_object AtomStorageData 0";
 const Texts kPrepare = {"1 Get iocard pcie4 data(0xaa 0x1 0x2 0x3 0x4 0x5 0x6 0x7) from e2prom succeed.",
                         "BSP_SetCpldRam 53186 170", "vos_thread_sem4_p CcdbSetEn 0", "vos_thread_sem4_v CcdbSetEn"};
-const Texts kNotReady = {"0 Get ASD_CCDB handle for set failed", "1 Init cccb value is not ready!"};
 
 Texts slave(guint64 tick) {
     return at(tick, {"1 asd enter slave mode!"});
@@ -60,10 +33,6 @@ Texts master(guint64 tick) {
 }
 Texts reload_failed(guint64 tick) {
     return at(tick, with({kWalk}, kPrepare));
-}
-Texts not_ready(guint64 tick) { // with the lock, and without it
-    return at(tick, with(with({kWalk, "1 asd enter master mode!"}, part_of(kPrepare, 0, 3)),
-                         with(kNotReady, {"vos_thread_sem4_v CcdbSetEn"})));
 }
 
 TEST_F(RoleMonitorTest, Roles) {
@@ -78,13 +47,8 @@ TEST_F(RoleMonitorTest, Roles) {
          with(with(reload_failed(500), reload_failed(1000)), master(1500))},
         {"slave while the reload fails", {{0, fault("dfl_foreach_object", "AtomStorageData")}, {1000, role_set(BOARD_SLAVE)}}, 5000, with(reload_failed(500), slave(1000))},
         {"idle from the start", {{0, idle_bit_set(1)}, {2000, idle_bit_set(0)}}, 5000, master(2000)},
-        {"idle bit unreadable", {{0, fault("BSP_ReadCpldBit")}, lift(2000)}, 5000, master(2000)},
-        {"role unreadable", {{0, fault("BSP_GetBoardMasterOrSlaveState")}, lift(2000)}, 5000, master(2000)},
         {"equipment mode", {{0, equip_mode_set(1)}, {2000, equip_mode_set(0)}}, 5000, master(2000)},
-        {"equipment mode unreadable", {{0, fault("BSP_GetEquipMode")}, lift(2000)}, 5000, master(2000)},
         {"slave, equipment mode", {{0, role_set(BOARD_SLAVE)}, {0, equip_mode_set(1)}, {2000, equip_mode_set(0)}}, 5000, slave(2000)},
-        {"no customer block", {{0, fault("dfl_get_object_handle", "ASD_CCDB")}}, 1000, not_ready(500)},
-        {"lock fails, copied all the same and not given back", {{0, fault("vos_thread_sem4_p", "CcdbSetEn")}}, 1000, part_of(master(500), 0, 5)},
     });
     // clang-format on
 }

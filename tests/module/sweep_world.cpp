@@ -127,9 +127,11 @@ std::vector<Condition> conditions(const SweepItem &item) {
     }
     if (item.check != nullptr) {
         const SweepItem &check = sweep_item(item.check);
-        for (const auto &[text, flag0, flag1] : std::initializer_list<std::tuple<const char *, guint8, guint8>>{{"flags 2 and 1", 2, 1}, {"flags 1 and 2", 1, 2}}) {
-            all.push_back({text, both([=] { fake::put_record(check.chip0, {flag0}); fake::put_record(check.chip1, {flag1}); }, not_loaded), true});
-        }
+        const auto flags = [=](guint8 flag0, guint8 flag1) {
+            return both([=] { fake::put_record(check.chip0, {flag0}); fake::put_record(check.chip1, {flag1}); }, not_loaded);
+        };
+        all.push_back({"flags 2 and 1", flags(2, 1), true});
+        all.push_back({"flags 1 and 2", flags(1, 2), true});
         all.push_back({"flags dead", both(both(dead(check.chip0), dead(check.chip1)), not_loaded)});
         all.push_back({"flag 0 dead", both(dead(check.chip0), not_loaded)});
         all.push_back({"flag 0 spoilt", both(spoilt(check.chip0), not_loaded)});

@@ -97,51 +97,13 @@ TEST_F(SyncSendTest, ItemsAndMessage) {
     // clang-format off
     run_operation(push, [&item] { item = add_sync_item(); }, {}, {
         {"to every other slot", kAsBuilt, 0, "", all, to({0, 2, 3})},
-        {"not marked", byte_set("ASD10", "NeedSync", 0), 0, ""},
-        {"not ready", byte_set("ASD10", "Ready", 0), 0, ""},
         {"128 bytes", on(1, {3}, of_length(128)), 0, "", {told("3")}, to({3}, pattern(128))},
         {"129 bytes", of_length(129), 0, ""},
         {"a value shorter than its Length", value_set("ASD10", pattern(2)), 0, "", all, to({0, 2, 3}, joined(pattern(2), Bytes(4, 0)))},
         {"item not online: zeros", on(1, {2}, byte_set("ASD10", "Online", 0)), 0, "", {"M1 bmc_asd_update_property.cpp: ASD10 not online!", told("2")}, to({2}, Bytes(6, 0))},
         {"own slot unreadable", on(0, {0}, fault("BSP_GetBoardSlot")), 0, "", {told("0")}, to({0})},
-        {"NeedSync unreadable", unreadable("ASD10.NeedSync"), 0, ""},
-        {"Num unreadable", unreadable("ASD10.Num"), 0, ""},
-        {"Value unreadable", unreadable("ASD10.Value"), 0, "", {"0 Get ASD10 value failed! ret: 7."}},
     }, sent);
     // clang-format on
-}
-
-TEST_F(SyncSendTest, Answers) {
-    guint64 tick = 0;
-    const auto push = [&tick] {
-        fake::world().ticks = tick += 1000000; // so that every failure is printed
-        ASD_EEprom_Sync(pattern(6).data(), 42, 6);
-        return 0;
-    };
-    const auto answers = [](std::optional<Bytes> answer) {
-        return [=] { fake::world().peers[2] = [=](const fake::SentRequest &) { return answer; }; };
-    };
-    const auto failed = [](const char *ret) {
-        return Texts{std::string("1 Sync asd(id=42) data to slot2 failed(ret=") + ret + ")"};
-    };
-    const std::string three =
-        "ipmi_send_request 0 50 249 12 1 1, ipmi_send_request 2 50 249 12 1 1, ipmi_send_request 3 50 249 12 1 1";
-    const auto body = [&] {
-        // clang-format off
-        run_operation(push, [] { (void)add_sync_item(); }, {"ipmi_send_request"}, {
-            {"done", answers(Bytes{0x00}), 0, three},
-            {"refused", answers(Bytes{0xC9}), 0, three, failed("201")},
-            {"no data", answers(Bytes{}), 0, three, failed("-1")},
-            {"no response block", answers({}), 0, three, failed("-1")},
-            {"not sent", fault("ipmi_send_request", "2"), 0, three, failed("7")},
-        }, kNothingLeft, 1);
-        // clang-format on
-        fake::clear_journal();
-        ASD_EEprom_Sync(pattern(250).data(), 42, 250); // more than a message holds
-        EXPECT_EQ(fake::journal({"ipmi_send_request"}), Texts{});
-        EXPECT_EQ(fake::logs(), Texts{"0 Error: copy asd sync data failed, result = -1."});
-    };
-    IN_FRESH_PROCESS(body);
 }
 
 } // namespace

@@ -33,7 +33,6 @@ Texts three(guint64 tick) {
 
 TEST_F(TimedTasksTest, HourlyCheck) {
     const Arrange two_u = [] { fake::world().board.two_u_expansion = 1; };
-    const auto unreadable_from = [](guint64 tick, const char *operation) { return Change{tick, fault(operation)}; };
     const Texts failed = {"0 ASD11 call dfl_get_object_handle failed! result: 5.",
                           "0 ASD11 asd eeprom check failed! ret(5)."};
     const Texts once = with(hour(0), three(kHour));
@@ -49,8 +48,6 @@ TEST_F(TimedTasksTest, HourlyCheck) {
          with(with(hour(0), checked(kHour, "ASD10")), at(kHour + 10000, {"vos_task_delay 120000"}))},
         {"equipment mode: a full hour again", {{0, equip_mode_set(1)}, {kHour + 1, equip_mode_set(0)}}, 2 * kHour + 30000, with(two_hours, three(2 * kHour))},
         {"idle bit: a full hour again", {{0, idle_bit_set(1)}, {kHour + 1, idle_bit_set(0)}}, 2 * kHour + 30000, with(two_hours, three(2 * kHour))},
-        {"mode unreadable later: as it was", {{0, equip_mode_set(1)}, unreadable_from(kHour + 1, "BSP_GetEquipMode")}, 2 * kHour, two_hours},
-        {"bit unreadable later: as it was", {{0, idle_bit_set(1)}, unreadable_from(kHour + 1, "BSP_ReadCpldBit")}, 2 * kHour, two_hours},
         {"a failure does not stop the rest", {{0, fault("dfl_get_object_handle", "ASD11", 5)}}, kHour + 30000,
          with(with(with(hour(0), checked(kHour, "ASD10")), checked(kHour + 10000, "ASD11", failed)), checked(kHour + 20000, "ASD13"))},
     });
@@ -66,14 +63,6 @@ TEST_F(TimedTasksTest, DailyWrite) {
     };
     const auto settle = [](guint64 tick) { return at(tick, {"vos_task_delay 10000"}); };
     const auto written = [&](guint64 tick) { return at(tick, {lock, block, kCcdbWritten, unlock}); };
-    const Texts unlocked = at(kDay, {lock, block, kCcdbWritten});
-    const auto chip_dead = [](const std::string &chip, const char *ordinal) {
-        return Texts{"0 [" + chip + "] Write eeprom failed! result: 5.",
-                     std::string("1 asd_write_chip_check: Write ") + ordinal + " EEPROM failed! ret: 5."};
-    };
-    const Texts both_dead = with(chip_dead("ASD_CCDBa", "1st"), chip_dead("ASD_CCDBb", "2nd"));
-    const Texts dead =
-        at(kDay, with(with({lock, block}, both_dead), {"M0 bmc_asd_init.cpp: Set ccdb unsucessful.", unlock}));
     const Arrange deaf = fault("BSP_IsCpldUpgrading");
     // clang-format off
     run_scenes(ASD_ROUTINE_SYS_CCDB_Task, build_ccdb, {"vos_task_delay", "vos_thread_sem4_p CcdbSetEn", "vos_thread_sem4_v CcdbSetEn", "dfl_block_write ASD_CCDBa"}, {
@@ -83,12 +72,8 @@ TEST_F(TimedTasksTest, DailyWrite) {
         {"upgrade: put off by whole days", {{kDay - 1, upgrading_set(1)}, {2 * kDay + 1, upgrading_set(0)}}, 3 * kDay + 10000,
          with(with(day(0, 3), settle(3 * kDay)), {})},
         {"state unreadable: settles once", {{0, deaf}}, 2 * kDay + 10001, with(with(with(day(0), settle(kDay)), with(written(kDay + 10000), day(kDay + 10000))), with(written(2 * kDay + 10000), at(2 * kDay + 10000, {"vos_task_delay 120000"})))},
-        {"unreadable later: as it was", {{0, upgrading_set(1)}, {kDay + 1, deaf}, {kDay + 1, upgrading_set(0)}}, 3 * kDay, day(0, 3)},
         {"slave", {{0, published_role(BOARD_SLAVE)}}, 2 * kDay, day(0, 2)},
         {"error role", {{0, published_role(BOARD_MOS_ERROR)}}, 2 * kDay, day(0, 2)},
-        {"lock fails: written all the same, not given back", {{0, fault("vos_thread_sem4_p", "CcdbSetEn")}}, kDay + 1, with(with(day(0), unlocked), at(kDay, {"vos_task_delay 120000"}))},
-        {"chips dead: a day later again", {{0, fault("dfl_block_write", "", 5)}, {kDay + 1, fake::lift_faults}}, 2 * kDay + 1,
-         with(with(with(day(0), dead), with(day(kDay), written(2 * kDay))), at(2 * kDay, {"vos_task_delay 120000"}))},
     });
     // clang-format on
 }
