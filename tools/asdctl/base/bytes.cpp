@@ -91,7 +91,8 @@ void append_word(Bytes &bytes, std::string_view word) {
         digits.remove_prefix(2);
     }
     if (digits.empty() || (digits.size() > 1 && digits.size() % 2 != 0)) {
-        throw WrongUsage("'" + std::string(word) + "' is not a number of whole bytes in hexadecimal");
+        throw WrongUsage("'" + std::string(word) + "' is not whole bytes in hexadecimal",
+                         "Two digits are a byte; one alone is, too.");
     }
     for (; !digits.empty(); digits.remove_prefix(std::min<std::size_t>(2, digits.size()))) {
         const std::string_view pair = digits.substr(0, 2);

@@ -45,6 +45,12 @@ Bytes read_chips(Service &service, const Item &item) {
     }
 }
 
+std::string not_ready_advice(const Item &item) {
+    const bool pair = item.chips.size() == 2;
+    return "'asdctl read " + item.name + "' reads its " +
+           (pair ? "chips if it has a check flag, 'asdctl chip inspect' in any case." : "chip.");
+}
+
 // Shows or saves a value that came from there.
 int deliver(const Context &context, const ReadOptions &options, const char *source, const Bytes &value) {
     Json json = {{"item", options.item}, {"source", source}, {"length", value.size()}};
@@ -70,9 +76,12 @@ int run_get(const Context &context, const ReadOptions &options) {
     const Snapshot snapshot = service.snapshot();
     const Item &item = snapshot.item(options.item);
     if (item.online && !item.ready) {
-        throw Failure(item.name +
-                          " is not ready: it was never written, is damaged, or is not loaded on this controller",
-                      "'asdctl read " + item.name + "' reads its chips.");
+        throw Failure(
+            item.name + " is not ready: it was never written, is damaged, or is not loaded on this controller",
+            (snapshot.board.role == "master"
+                 ? ""
+                 : "The role of this controller is " + snapshot.board.role + ", and the master loads them all. ") +
+                not_ready_advice(item));
     }
     return deliver(context, options, "memory", service.read_item(item.name, "ReadAsdMemData"));
 }

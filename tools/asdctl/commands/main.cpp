@@ -69,15 +69,20 @@ int report(const Failure &failure, const Screen &screen) {
     return failure.status();
 }
 
-// The command that the arguments name, in their help's words; none for a mistake.
-std::string help_of(const CLI::App &app) {
+// What is wrong with the arguments, and whose help says what would be right.
+WrongUsage wrong_usage(const CLI::App &app, const CLI::ParseError &mistake) {
     std::string name = "asdctl";
     const CLI::App *deepest = &app;
     while (!deepest->get_subcommands().empty()) {
         deepest = deepest->get_subcommands().front();
         name += " " + deepest->get_name();
     }
-    return name + " --help";
+    std::string what = mistake.what();
+    if (deepest->get_require_subcommand_min() > 0 && mistake.get_name() == "RequiredError") {
+        const std::vector<std::string> left = app.remaining(true);
+        what = left.empty() ? "a command is missing" : "there is no command '" + left.front() + "'";
+    }
+    return WrongUsage(what, "Try '" + name + " --help'.");
 }
 
 int run(int argc, char **argv) {
@@ -102,11 +107,7 @@ int run(int argc, char **argv) {
     } catch (const CLI::Success &asked) {
         return app.exit(asked, std::cout, std::cerr); // prints the help or the version
     } catch (const CLI::ParseError &mistake) {
-        const std::vector<std::string> left = app.remaining();
-        const bool unknown = app.get_subcommands().empty() && !left.empty();
-        return report(WrongUsage(unknown ? "there is no command '" + left.front() + "'" : mistake.what(),
-                                 "Try '" + help_of(app) + "'."),
-                      screen_of(STDERR_FILENO, given.no_colour));
+        return report(wrong_usage(app, mistake), screen_of(STDERR_FILENO, given.no_colour));
     }
     const Screen err = screen_of(STDERR_FILENO, given.no_colour);
     try {

@@ -40,7 +40,8 @@ constexpr std::array kBayAdvice = {
 };
 constexpr std::array kEkeyAdvice = {
     Advice{.code = 0x80, .text = "Another transfer may hold the service's buffer; the service's log says more."},
-    Advice{.code = 0xCE, .text = "The service's log says why; 'asdctl show' shows the state of the key's chips."},
+    Advice{.code = 0xCE,
+           .text = "There is none in memory, which --chip passes by, or the chip failed; the service's log says more."},
 };
 using Advices = std::span<const Advice, 2>;
 
