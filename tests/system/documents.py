@@ -27,6 +27,7 @@ import time
 from harness import ASDCTL, BINARY, DEADLINE_S, BusDaemon, Service, wait_for
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+PATIENCE_S = 4 * DEADLINE_S  # a hundred commands one after the other: on a busy machine one of them takes very long
 SOON_S = 1  # for what does not match, once something else has not matched either
 # What the documents call the checkout and the folders of an installed service.
 PLACES = {"/opt/asd": "checkout", "/etc/asd": "etc", "/run/asd": "run", "/var/lib/asd": "state"}
@@ -85,6 +86,7 @@ class Terminal:
         self.folder, self.goes_on, self.seen, self._typed = folder, [], [], 0
         self._shell = subprocess.Popen(["bash"], cwd=folder / "checkout", stdin=subprocess.PIPE, text=True)
         self._send("set -m")  # what goes on can be interrupted then
+        self._send("trap 'for job in $(jobs -p); do kill -- -$job; done 2>/dev/null' EXIT")  # also when this script is killed
 
     def _send(self, line):
         self._shell.stdin.write(line + "\n")
@@ -107,7 +109,7 @@ class Terminal:
         log, done = (self.folder / f"{kind}{self._typed}" for kind in ("typed", "done"))
         self._send(f"{{ {self._real(command)}\n}} >{log} 2>&1 </dev/null {end} >{done}.new; mv {done}.new {done}")
         try:
-            wait_for(done.exists, f"the end of: {command}")
+            wait_for(done.exists, f"the end of: {command}", PATIENCE_S)
         except AssertionError as late:
             for pid in pathlib.Path(f"/proc/{self._shell.pid}/task/{self._shell.pid}/children").read_text(encoding="ascii").split():
                 os.kill(int(pid), signal.SIGKILL)
@@ -132,7 +134,7 @@ class Terminal:
             self._typed += 1
             ended = self.folder / f"ended{self._typed}"
             self._send(f"wait {pid} 2>{ended}.new; echo $? >{ended}.new; mv {ended}.new {ended}")
-            wait_for(ended.exists, f"the end of: {command}")
+            wait_for(ended.exists, f"the end of: {command}", PATIENCE_S)
             status = int(ended.read_text(encoding="ascii"))
             assert status in (0, 128 + signal.SIGINT), f"{command}: {status}\n{log.read_text(encoding='utf-8')}"
         self._shell.communicate()
@@ -169,7 +171,7 @@ def typed(terminal, step, expected, once):
     if step.command and goes_on(step):
         terminal.start(step.command)
     pattern = re.compile(pattern_of(expected) + ("" if goes_on(step) else r"\Z"))
-    end = time.monotonic() + (SOON_S if once else DEADLINE_S)
+    end = time.monotonic() + (SOON_S if once else PATIENCE_S)
     while True:
         printed = terminal.printed() if goes_on(step) else terminal.run(step.command)
         same = pattern.match(normalised(printed))
