@@ -20,16 +20,16 @@ namespace asd_host {
 
 namespace {
 
-constexpr std::string_view kMagic = "ASDSTATE";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::string_view kStateMagic = "ASDSTATE";
+constexpr std::uint32_t kStateVersion = 1;
 constexpr unsigned kMode = 0600;
 
 enum class Content { kGood, kDamaged, kLaterVersion };
 
 std::vector<std::uint8_t> encode(const StateStore::Values &values) {
     ByteWriter writer;
-    writer.text(kMagic);
-    writer.u32(kVersion);
+    writer.text(kStateMagic);
+    writer.u32(kStateVersion);
     writer.u32(u32_of(values.size()));
     for (const auto &[key, value] : values) {
         writer.u32(key);
@@ -45,12 +45,12 @@ Content decode(std::span<const std::uint8_t> file, StateStore::Values *values) {
         return Content::kDamaged;
     }
     ByteReader reader(*content);
-    const auto magic = reader.bytes(u32_of(kMagic.size()));
+    const auto magic = reader.bytes(u32_of(kStateMagic.size()));
     const auto version = reader.u32();
-    if (!magic || !version || !same_text(*magic, kMagic)) {
+    if (!magic || !version || !same_text(*magic, kStateMagic)) {
         return Content::kDamaged;
     }
-    if (*version > kVersion) {
+    if (*version > kStateVersion) {
         return Content::kLaterVersion;
     }
     const auto count = reader.u32();

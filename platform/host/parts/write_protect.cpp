@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::array<std::uint32_t, 3> kModuleLines = {39, 55, 56};
 constexpr std::uint32_t kOutput = 1;
-constexpr unsigned kFileMode = 0644;
+constexpr unsigned kLineFileMode = 0644;
 
 std::optional<std::uint32_t> line_of(const std::string &file_name) {
     std::uint32_t line = 0;
@@ -133,7 +133,7 @@ std::map<std::uint32_t, std::uint32_t> WriteProtectLines::levels() const {
 // In place and without a sync: the file is there to be looked at, a start drives the line anew.
 int WriteProtectLines::show(std::uint32_t line, std::uint32_t level) const {
     const std::filesystem::path file = folder_ / std::to_string(line);
-    const Fd fd = open_own_file(file, kFileMode);
+    const Fd fd = open_own_file(file, kLineFileMode);
     if (!fd) {
         return errno;
     }
