@@ -7,3 +7,9 @@ if(NOT ASD_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
   add_link_options(-Wl,-z,relro -Wl,-z,now)
 endif()
+
+# Functions and tables that nobody uses are left out of what is shipped, those of a linked library's headers as well.
+if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  add_compile_options(-ffunction-sections -fdata-sections)
+  add_link_options(-Wl,--gc-sections)
+endif()
