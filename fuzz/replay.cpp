@@ -3,10 +3,9 @@
 // Runs a fuzz target once for every file of the folders named.
 
 #include "atomic_file.h"
+#include "fuzz.h"
 
 #include <cstdio>
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 int main(int count, char **words) {
     int files = 0;

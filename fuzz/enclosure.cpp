@@ -1,0 +1,56 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+// An enclosure file: what is accepted fits together, what is not is said in lines that can be shown.
+
+#include "enclosure.h"
+
+#include "fuzz.h"
+#include "printable.h"
+#include "record_format.h"
+
+#include <algorithm>
+#include <bit>
+#include <fstream>
+
+namespace {
+
+using namespace asd_host;
+
+template <typename Config>
+const Config &named(const std::vector<Config> &entries, const std::string &name) {
+    const auto found = std::ranges::find(entries, name, &Config::name);
+    fuzz::require(found != entries.end(), "there is no " + name);
+    return *found;
+}
+
+void require_sound(const Enclosure &enclosure) {
+    for (const ItemConfig &item : enclosure.items) {
+        fuzz::require(!item.chips.empty() && item.chips.size() <= 2 && item.length > 0, "an item is not usable");
+        for (const std::string &name : item.chips) {
+            const ChipConfig &chip = named(enclosure.chips, name);
+            const PartConfig &part = named(enclosure.parts, chip.part);
+            fuzz::require(std::uint64_t{chip.offset} + item.length + kChecksumSize <= part.size,
+                          "a record has no room");
+            fuzz::require(std::has_single_bit(part.page_size) && part.file.has_filename(), "a part is not usable");
+        }
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    static const fuzz::Folder folder;
+    const std::string file = folder.path() / "e.json";
+    std::ofstream(file, std::ios::binary)
+        .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));
+    const LoadedEnclosure loaded = load_enclosure(file);
+    fuzz::require(loaded.enclosure.has_value() == loaded.mistakes.empty(),
+                  "neither an enclosure nor a mistake, or both");
+    for (const std::string &mistake : loaded.mistakes) {
+        fuzz::require(mistake.starts_with(file + ":") && mistake == printable(mistake), "a line that cannot be shown");
+    }
+    if (loaded.enclosure) {
+        require_sound(*loaded.enclosure);
+    }
+    return 0;
+}
