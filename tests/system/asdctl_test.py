@@ -275,7 +275,7 @@ class Misbehaviour(unittest.TestCase):
 
     def test_a_folder_in_tmp_is_trusted_when_it_is_this_users_alone(self):
         rows = [  # mode, whether it belongs to the user who asks, what is said
-            (0o700, True, "cannot be connected to"),
+            (0o700, True, "no service runs there"),
             (0o750, True, "not a folder of yours alone"),
             (0o700, False, "not a folder of yours alone"),
         ]
@@ -291,14 +291,13 @@ class Misbehaviour(unittest.TestCase):
         program = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory(dir="/tmp"))) / "asdctl"
         shutil.copy(ASDCTL, program)  # where that user may start it
         program.parent.chmod(0o755)
-        alone = {name: value for name, value in os.environ.items() if name != "XDG_RUNTIME_DIR"}
         for mode, own, text in rows if root else rows[:2]:
             with self.subTest(mode=oct(mode), own=own):
                 folder.chmod(mode)
                 if root:
                     os.chown(folder, user if own else 0, -1)
-                done = subprocess.run([program, "status"], user=user if root else None, env=alone, capture_output=True,
-                                      timeout=DEADLINE_S, check=False)
+                done = subprocess.run([program, "--run-dir", folder, "status"], user=user if root else None,
+                                      capture_output=True, timeout=DEADLINE_S, check=False)
                 self.assertEqual(done.returncode, FAILED)
                 self.assertIn(text, done.stderr.decode())
 

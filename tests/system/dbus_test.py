@@ -41,6 +41,7 @@ class SharedBus(unittest.TestCase):
 
             self.assertEqual(write(b"shared"), "(0,)")
             self.assertFalse((service.run_dir / "slot0" / "bus").exists())
+            self.assertEqual(service.ctl("get", "ASD26")["text"], "shared")  # found without --bus
             for other, mistake in ((second, "the name org.asd.Storage1.Slot0 is taken on the system bus"),
                                    (without_bus, "cannot reach the session bus")):
                 done = run(*other.command())

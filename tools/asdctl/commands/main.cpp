@@ -28,19 +28,21 @@ Options may stand before or behind the command. Exit status: 0 done, 1 refused o
 
 // The options of every command, as given.
 struct Given {
-    std::string run_dir = default_run_dir().string();
+    std::string run_dir;
     unsigned slot = 0;
-    std::string bus = "private";
+    std::string bus;
     bool json = false;
     bool no_colour = false;
 };
 
 void add_options(CLI::App &app, Given &given) {
-    app.add_option("--run-dir", given.run_dir, "The enclosure's run folder (" + given.run_dir + ")")->type_name("DIR");
-    app.add_option("--slot", given.slot, "The controller's slot (the only one with sockets, else 0)")
+    app.add_option("--run-dir", given.run_dir,
+                   "The enclosure's run folder (/run/asd where there is one, else your own)")
+        ->type_name("DIR");
+    app.add_option("--slot", given.slot, "The controller's slot (the one that is served, of several the master)")
         ->type_name("0..3")
         ->check(unsaid(CLI::Range(0, 3)));
-    app.add_option("--bus", given.bus, "Where the service is on D-Bus: private, session or system (private)")
+    app.add_option("--bus", given.bus, "Where the service is on D-Bus: private, session or system (where it is found)")
         ->type_name("BUS")
         ->check(unsaid(CLI::IsMember({"private", "session", "system"})));
     app.add_flag("--json", given.json, "Print JSON");
@@ -51,10 +53,14 @@ void add_options(CLI::App &app, Given &given) {
 
 Context context_of(const CLI::App &app, const Given &given) {
     Context context;
-    context.run_dir = std::filesystem::absolute(given.run_dir).lexically_normal();
+    context.run_dir =
+        app.count("--run-dir") > 0 ? std::filesystem::absolute(given.run_dir).lexically_normal() : find_run_dir();
+    context.serving = serving_in(context.run_dir);
     context.slot_given = app.count("--slot") > 0;
-    context.slot = app.count("--slot") > 0 ? given.slot : default_slot(context.run_dir);
-    context.bus = given.bus == "session" ? Bus::kSession : given.bus == "system" ? Bus::kSystem : Bus::kPrivate;
+    context.slot = context.slot_given ? given.slot : find_slot(context.run_dir, context.serving);
+    if (!given.bus.empty()) {
+        context.bus = given.bus == "session" ? Bus::kSession : given.bus == "system" ? Bus::kSystem : Bus::kPrivate;
+    }
     context.json = given.json;
     context.out = screen_of(STDOUT_FILENO, given.no_colour);
     context.err = screen_of(STDERR_FILENO, given.no_colour);

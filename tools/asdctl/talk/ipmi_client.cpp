@@ -60,7 +60,7 @@ IpmiClient::IpmiClient(const Context &context) : socket_(context.ipmi_socket().s
     (void)::setsockopt(fd_.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit); // without it they wait longer
     const auto *const name = static_cast<const sockaddr *>(static_cast<const void *>(&address));
     if (::connect(fd_.get(), name, sizeof address) != 0) {
-        throw Failure(socket_ + ": cannot be connected to: " + g_strerror(errno), context.how_to_start());
+        throw context.unreachable(socket_, g_strerror(errno));
     }
 }
 

@@ -36,7 +36,6 @@ constexpr std::array kErrors = {
     ErrorRow{.name = "org.freedesktop.DBus.Error.InvalidArgs",        .text = "the service cannot use these arguments"},
     ErrorRow{.name = kErrorLimits,                                    .text = "the service has too much to do"},
     ErrorRow{.name = "org.freedesktop.DBus.Error.NoReply",            .text = "the service did not answer"},
-    ErrorRow{.name = "org.freedesktop.DBus.Error.ServiceUnknown",     .text = "no service has this name on the bus"},
     ErrorRow{.name = kErrorMethod,                                    .text = "the service does not know this operation"},
     ErrorRow{.name = "org.freedesktop.DBus.Error.UnknownObject",      .text = "the service has no such object"},
     ErrorRow{.name = "org.freedesktop.DBus.Error.UnknownProperty",    .text = "the service has no such property"},
@@ -330,14 +329,43 @@ const Chip &Snapshot::chip(const std::string &name) const {
     return find_named(chips, name, "chip", "'asdctl list' shows the items and their chips.");
 }
 
-Service::Service(const Context &context) {
-    if (context.bus == Bus::kPrivate) {
-        connect_private(context);
+Service::Service(const Context &context) : who_may_(context.who_may()) {
+    if (context.bus.value_or(Bus::kPrivate) != Bus::kPrivate) {
+        connect_shared(context, *context.bus);
     } else {
-        destination_ = bus_name(context.slot);
-        connect_shared(context.bus);
+        try {
+            connect_private(context);
+        } catch (const Failure &) {
+            const auto served = context.serving.slots.find(context.slot);
+            if (context.bus || served == context.serving.slots.end() || !connect_shared_of(context, served->second)) {
+                throw;
+            }
+        }
     }
     g_dbus_connection_set_exit_on_close(connection_.get(), FALSE);
+}
+
+// The bus on which the process has the slot's name; it may be another service's there.
+bool Service::connect_shared_of(const Context &context, pid_t service) {
+    for (const Bus bus : {Bus::kSystem, Bus::kSession}) {
+        if (bus == Bus::kSession && g_getenv("DBUS_SESSION_BUS_ADDRESS") == nullptr) {
+            continue; // GLib would try to start one
+        }
+        try {
+            connect_shared(context, bus);
+            const VariantPtr reply = call("asking for the name's owner", "/org/freedesktop/DBus",
+                                          "org.freedesktop.DBus", "GetConnectionUnixProcessID",
+                                          g_variant_new("(s)", destination_.c_str()), "(u)", "org.freedesktop.DBus");
+            std::uint32_t owner = 0;
+            g_variant_get(reply.get(), "(u)", &owner);
+            if (owner == static_cast<std::uint32_t>(service)) {
+                return true;
+            }
+        } catch (const Failure &) { // no such bus, or the name is nobody's there
+            continue;
+        }
+    }
+    return false;
 }
 
 void Service::connect_private(const Context &context) {
@@ -352,14 +380,15 @@ void Service::connect_private(const Context &context) {
     ErrorSlot error;
     connection_.reset(g_dbus_connection_new_for_address_finish(step.wait(), error.out()));
     if (!connection_) {
-        throw Failure(socket + ": cannot be connected to: " + connect_error_text(error), advice_);
+        throw context.unreachable(socket, connect_error_text(error));
     }
 }
 
-void Service::connect_shared(Bus bus) {
+void Service::connect_shared(const Context &context, Bus bus) {
+    destination_ = bus_name(context.slot);
     const std::string name = bus == Bus::kSession ? "session bus" : "system bus";
     where_ = destination_ + " on the " + name;
-    advice_ = "Is asd running with --bus " + std::string(bus == Bus::kSession ? "session" : "system") + "?";
+    advice_ = context.how_to_start();
     TimedStep step;
     g_bus_get(bus == Bus::kSession ? G_BUS_TYPE_SESSION : G_BUS_TYPE_SYSTEM, step.cancellable(), TimedStep::finish,
               &step);
@@ -367,22 +396,28 @@ void Service::connect_shared(Bus bus) {
     connection_.reset(g_bus_get_finish(step.wait(), error.out()));
     if (!connection_) {
         throw Failure("the " + name + " cannot be connected to: " + connect_error_text(error),
-                      "Without a bus, asd and asdctl use a private socket: leave --bus out.");
+                      "Without --bus the service is found wherever it is.");
     }
 }
 
 VariantPtr Service::call(const std::string &doing, const std::string &path, const char *interface, const char *method,
-                         GVariant *arguments, const char *reply_type) {
+                         GVariant *arguments, const char *reply_type, const char *destination) {
     ErrorSlot error;
-    VariantPtr reply(g_dbus_connection_call_sync(
-        connection_.get(), destination_.empty() ? nullptr : destination_.c_str(), path.c_str(), interface, method,
-        arguments, G_VARIANT_TYPE(reply_type), G_DBUS_CALL_FLAGS_NONE, kCallTimeoutMs, nullptr, error.out()));
+    if (destination == nullptr && !destination_.empty()) {
+        destination = destination_.c_str();
+    }
+    VariantPtr reply(g_dbus_connection_call_sync(connection_.get(), destination, path.c_str(), interface, method,
+                                                 arguments, G_VARIANT_TYPE(reply_type), G_DBUS_CALL_FLAGS_NONE,
+                                                 kCallTimeoutMs, nullptr, error.out()));
     if (reply != nullptr) {
         return reply;
     }
     const bool absent = g_error_matches(error.get(), G_DBUS_ERROR, G_DBUS_ERROR_SERVICE_UNKNOWN) != 0;
-    const std::string text = error_text(error);
-    throw Failure(absent ? where_ + ": " + text : doing + ": " + text, absent ? advice_ : "");
+    const bool denied = g_error_matches(error.get(), G_DBUS_ERROR, G_DBUS_ERROR_ACCESS_DENIED) != 0;
+    if (absent) {
+        throw Failure(where_ + ": nobody has this name", advice_);
+    }
+    throw Failure(doing + ": " + error_text(error), denied ? who_may_ : "");
 }
 
 Snapshot Service::snapshot() {

@@ -97,15 +97,18 @@ public:
 
 private:
     void connect_private(const Context &context);
-    void connect_shared(Bus bus);
-    // doing completes "... failed"; arguments may be floating.
+    void connect_shared(const Context &context, Bus bus);
+    [[nodiscard]] bool connect_shared_of(const Context &context, pid_t service);
+    // doing is what failed then; arguments may be floating; without a destination it is the service's.
     [[nodiscard]] VariantPtr call(const std::string &doing, const std::string &path, const char *interface,
-                                  const char *method, GVariant *arguments, const char *reply_type);
+                                  const char *method, GVariant *arguments, const char *reply_type,
+                                  const char *destination = nullptr);
 
     ConnectionPtr connection_;
     std::string destination_; // empty: the private socket
     std::string where_;       // for what the operator is told
     std::string advice_;      // when nothing answers
+    std::string who_may_;     // when it is refused
 };
 
 } // namespace asdctl
