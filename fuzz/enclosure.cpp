@@ -39,7 +39,7 @@ void require_sound(const Enclosure &enclosure) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    static const fuzz::Folder folder;
+    static const asd_test::ScratchFolder folder;
     const std::string file = folder.path() / "e.json";
     std::ofstream(file, std::ios::binary)
         .write(reinterpret_cast<const char *>(data), static_cast<std::streamsize>(size));

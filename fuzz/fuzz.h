@@ -4,10 +4,11 @@
 
 // What the fuzz targets share.
 
+#include "scratch.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <span>
 #include <string>
 
@@ -25,25 +26,5 @@ inline void require(bool holds, const std::string &otherwise) {
         std::abort();
     }
 }
-
-// A folder that goes with its holder.
-class Folder {
-public:
-    Folder() {
-        std::string name = (std::filesystem::temp_directory_path() / "asd-fuzz-XXXXXX").string();
-        require(::mkdtemp(name.data()) != nullptr, "no folder can be made");
-        path_ = name;
-    }
-    ~Folder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    Folder(const Folder &) = delete;
-    Folder &operator=(const Folder &) = delete;
-    [[nodiscard]] const std::filesystem::path &path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
 
 } // namespace fuzz

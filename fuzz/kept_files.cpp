@@ -76,7 +76,7 @@ void find_values(const std::filesystem::path &folder, const Content &file) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    static const fuzz::Folder folder;
+    static const asd_test::ScratchFolder folder;
     log_set(-1, false);
     if (size < 3) {
         return 0;

@@ -10,10 +10,8 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <vector>
 
@@ -25,18 +23,7 @@ int asd_module_main(int count, char **words); // the module's main under another
 namespace fuzz {
 namespace {
 
-constexpr std::chrono::milliseconds kLimit{20'000}; // of whatever is waited for
-
-bool eventually(const std::function<bool()> &condition) {
-    const auto deadline = std::chrono::steady_clock::now() + kLimit;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
+using asd_test::eventually;
 
 // The enclosure of the project, but nothing is waited for.
 void write_enclosure(const std::filesystem::path &file) {
@@ -95,7 +82,7 @@ void Service::hear(std::string_view socket, std::string_view said) const {
     pollfd ready{.fd = client.get(), .events = POLLIN, .revents = 0};
     int there = 0;
     do {
-        there = ::poll(&ready, 1, static_cast<int>(kLimit.count()));
+        there = ::poll(&ready, 1, asd_test::kLimitMs);
         require(there != 0, "a client that has ended is not let go");
         // The fuzzer's own alarm may interrupt the wait.
     } while (there < 0 || ::recv(client.get(), piece.data(), piece.size(), 0) > 0);

@@ -32,7 +32,7 @@ public:
 private:
     Service();
 
-    Folder folder_;
+    asd_test::ScratchFolder folder_;
     std::thread main_;
 };
 

@@ -5,7 +5,6 @@
 #include "json_document.h"
 #include "options.h"
 #include "places.h"
-#include "printable.h"
 
 namespace {
 
@@ -95,31 +94,19 @@ TEST(Enclosure, EachMistakeIsOneLineThatNamesPlaceAndRemedy) {
 }
 
 // A part there would be overwritten by what the service keeps, or replaced by its temporary file.
-TEST(Enclosure, RefusesAFileWhereTheServiceKeepsItsOwn) {
-    struct Row {
-        const char *file;
-        bool shared; // whether a part that the controllers share may not be there
-        bool own;    // or one of a controller alone
-    };
-    // clang-format off
-    const Row rows[] = {
-        {"slot0/part", true, false}, {"slot3",                true, false}, {"slot4",                false, false},
-        {"role.lock",  true, false}, {"state.lock",           false, true}, {"intents/x",            true,  true},
-        {"cpld-ram",   false, true}, {"cpld-ram.tmp",         false, true}, {"flash-parameters.damaged", false, true},
-        {"./cpld-registers", false, true}, {"cpld-ram.bin", false, false}, {"master.lock", false, false},
-    };
-    // clang-format on
-    for (const auto &[file, shared, own] : rows) {
-        for (const auto &[part, place, refused] :
-             {std::tuple("right", "5: /Parts/1", shared), std::tuple("left", "4: /Parts/0", own)}) {
-            SCOPED_TRACE(std::string(part) + " in " + file);
-            const Texts mistakes =
-                load(with(std::string("'") + part + ".bin'", std::string("'") + file + "'")).mistakes;
-            EXPECT_EQ(mistakes, refused ? Texts{std::string(place) + "/File: is \"" + file +
-                                                "\", where the service keeps its own; choose another name"}
-                                        : Texts());
+TEST(Places, TakenByWhatTheServiceKeepsAndByNothingElse) {
+    const std::pair<Folder, Texts> kept[] = {
+        {Folder::kState, {"slot0", "slot3", "role.lock", "intents"}},
+        {Folder::kSlotState, {"state.lock", "intents", "cpld-ram", "cpld-ram.tmp", "flash-parameters.damaged"}}};
+    for (const auto &[folder, names] : kept) {
+        for (const std::string &name : names) {
+            EXPECT_TRUE(is_taken(folder, name)) << name;
+        }
+        for (const char *name : {"slot4", "cpld-ram.bin", "master.lock", "part"}) {
+            EXPECT_FALSE(is_taken(folder, name)) << name;
         }
     }
+    EXPECT_FALSE(is_taken(Folder::kState, "state.lock") || is_taken(Folder::kSlotState, "slot0"));
 }
 
 TEST(Places, AreAllInTheDocument) {
@@ -139,13 +126,7 @@ TEST(Enclosure, WhatIsNoEnclosureIsRefused) {
         load(with("'Parts': [", "'Parts': [ // two")).mistakes,
         Texts{R"(3: /Parts: not JSON: syntax error while parsing value - invalid literal; last read: '"Parts": [ /';)"
               " comments are not part of JSON, remove it"});
-    // Bytes that a terminal would obey, and more mistakes than anybody reads.
-    for (const char *text : {"{ 'a\\u001b\\u009bx': 1, 'b\xC2\x9By': 1 }", "{ 'a': '\xFF\033[2J' }"}) {
-        for (const std::string &mistake : load(json(text)).mistakes) {
-            EXPECT_EQ(mistake, printable(mistake));
-        }
-    }
-    std::string keys;
+    std::string keys; // more mistakes than anybody reads
     for (int n = 0; n < 70; ++n) {
         keys += ", 'k" + std::to_string(n) + "': 1";
     }

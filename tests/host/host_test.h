@@ -8,7 +8,9 @@
 #include "fd.h"
 #include "ipmi_registry.h"
 #include "log.h"
+#include "scratch.h"
 #include "status.h"
+#include "unix_socket.h"
 
 #include <algorithm>
 #include <array>
@@ -32,7 +34,6 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace asd_test {
@@ -42,39 +43,6 @@ using asd_host::Fd;
 using Bytes = std::vector<std::uint8_t>;
 using Texts = std::vector<std::string>;
 using std::chrono::milliseconds;
-
-inline constexpr int kLimitMs = 30000; // of whatever a test waits for
-
-// A folder of a test's own, gone with it.
-class ScratchFolder {
-public:
-    ScratchFolder() {
-        std::string name = (fs::temp_directory_path() / "asd-test-XXXXXX").string();
-        path_ = ::mkdtemp(name.data()) == nullptr ? fs::path() : fs::path(name);
-    }
-    ~ScratchFolder() {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
-    }
-    ScratchFolder(const ScratchFolder &) = delete;
-    ScratchFolder &operator=(const ScratchFolder &) = delete;
-    [[nodiscard]] const fs::path &path() const { return path_; }
-
-private:
-    fs::path path_;
-};
-
-// Polls until the condition holds; false when it does not within the limit.
-inline bool eventually(const std::function<bool()> &condition) {
-    const auto deadline = std::chrono::steady_clock::now() + milliseconds(kLimitMs);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 // What the file holds; nothing when it cannot be read.
 template <typename Sequence = Bytes>
@@ -97,14 +65,22 @@ inline Texts logged(const std::function<void()> &action) {
     return lines;
 }
 
-// The lines that are logged while an action is done without a free descriptor, and half a second and what comes after.
-inline Texts without_descriptors(const std::function<void()> &action, const std::function<void()> &after) {
+// The action logs one line, which has that text in it.
+inline void expect_line(const std::string &text, const std::function<void()> &action) {
+    const Texts lines = logged(action);
+    EXPECT_TRUE(lines.size() == 1 && lines[0].find(text) != std::string::npos) << testing::PrintToString(lines);
+}
+
+// Does an action without a free descriptor for half a second, and then what comes after: both log one line, that there
+// were too many.
+inline void without_descriptors(const std::function<void()> &action, const std::function<void()> &after) {
     rlimit usual{};
-    EXPECT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
     // A thread's start and the first look at an object's type take descriptors under sanitizers: the log's have to come
     // before.
-    HOST_LOG(asd_host::kLogError, "%s", std::generic_category().message(EMFILE).c_str());
-    return logged([&] {
+    const std::string reason = std::generic_category().message(EMFILE);
+    HOST_LOG(asd_host::kLogError, "%s", reason.c_str());
+    expect_line(reason, [&] {
         const auto lowest_free = static_cast<rlim_t>(Fd(::dup(0)).get());
         const rlimit none{.rlim_cur = lowest_free, .rlim_max = usual.rlim_max};
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
@@ -116,19 +92,13 @@ inline Texts without_descriptors(const std::function<void()> &action, const std:
     });
 }
 
-using SocketCall = int(int, const sockaddr *, socklen_t);
-
-// Connects (with ::connect) or binds (with ::bind) a Unix socket to that short path.
-inline void unix_attach(const Fd &fd, SocketCall *attach, const fs::path &path) {
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
-    std::ranges::copy(path.native(), address.sun_path);
-    EXPECT_EQ(attach(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+inline void unix_connect_to(const Fd &fd, const fs::path &path) {
+    const auto address = asd_host::unix_address(path);
+    EXPECT_EQ(::connect(fd.get(), asd_host::common(*address), sizeof *address), 0);
 }
 
-inline Fd unix_socket(SocketCall *attach, const fs::path &path) {
-    Fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    unix_attach(fd, attach, path);
-    return fd;
+inline Fd unix_stream() {
+    return Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
 }
 
 inline void send_all(const Fd &socket, const auto &bytes) {
@@ -136,9 +106,9 @@ inline void send_all(const Fd &socket, const auto &bytes) {
 }
 
 // True when bytes can be read, or the end has come.
-inline bool readable(const Fd &socket) {
+inline bool readable(const Fd &socket, int limit_ms = kLimitMs) {
     pollfd poll_fd{.fd = socket.get(), .events = POLLIN, .revents = 0};
-    return ::poll(&poll_fd, 1, kLimitMs) == 1;
+    return ::poll(&poll_fd, 1, limit_ms) == 1;
 }
 
 // Answers with the row's text, then the request's data.
