@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The asd authors
 # SPDX-License-Identifier: Apache-2.0
 
-"""A running emulated BMC, driven over its console."""
+"""A machine that runs in QEMU, driven over its console."""
 
 import os
 import re
@@ -10,28 +10,22 @@ import subprocess
 import threading
 import time
 
-import machine
-
 BOOT_DEADLINE_S = 900  # on a busy machine; a free one takes some seconds
 COMMAND_DEADLINE_S = 300
-PROMPT = b"bmc# "
 
 
 class Guest:
-    """Booted when it is made, and gone when that fails. kill() ends it in any case; the console's log stays."""
+    """Booted by QEMU's words when it is made, and gone when that fails. kill() ends it in any case; the log stays."""
 
-    def __init__(self, folder, drives, log):
+    def __init__(self, words, prompt, log):
         self.log = log
         self._console, self._arrived, self._number = b"", threading.Condition(), 0
-        machine.make_drives(drives)
-        words = machine.command(folder, drives, "-display", "none", "-monitor", "none", "-serial", "stdio",
-                                "-no-reboot")
         began = time.monotonic()
-        self._qemu = subprocess.Popen(words, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self._qemu = subprocess.Popen([*words, "-display", "none", "-monitor", "none", "-serial", "stdio"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self._reader = threading.Thread(target=self._read)
         self._reader.start()
         try:
-            self._wait(lambda: PROMPT in self._console, "the shell's prompt", BOOT_DEADLINE_S)
+            self._wait(lambda: prompt in self._console, "the shell's prompt", BOOT_DEADLINE_S)
             self.boot_s = time.monotonic() - began
             # From here on a loop reads the commands: no prompt, no echo, no line editor. The editor reads ahead, so the
             # next line waits for the loop's own word, which the editor's echo does not contain.

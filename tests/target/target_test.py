@@ -67,7 +67,8 @@ class Case(unittest.TestCase):
 
     @classmethod
     def boot(cls):
-        bmc = guest.Guest(WORK, cls.drives, LOG)
+        machine.make_drives(cls.drives)
+        bmc = guest.Guest(machine.command(WORK, cls.drives, "-no-reboot"), b"bmc# ", LOG)
         cls.addClassCleanup(bmc.kill)
         print(f"  booted, with asd up, in {bmc.boot_s:.1f} s", file=sys.stderr)
         wait_until_loaded(bmc)
