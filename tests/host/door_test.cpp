@@ -171,18 +171,13 @@ TEST_F(DummyDoor, TakesPiecesAndSeveralAtOnceAndEndsHalfRequests) {
     }
     EXPECT_EQ(slow.code(0x32, 1, {7, 8}), 0x00);
     Bytes two = dummy_request(0x32, 1, {});
-    const Bytes second = dummy_request(0x32, 9, {});
-    two.insert(two.end(), second.begin(), second.end());
+    std::ranges::copy(dummy_request(0x32, 9, {}), std::back_inserter(two));
     slow.send(two);
     EXPECT_EQ(slow.code(0x32, 1), 0x00);
     EXPECT_EQ(slow.code(0x32, 9), 0xC1);
     slow.send(dummy_request(0x32, 1, {1, 2}, 3));
     slow.end_input();
     EXPECT_EQ(slow.code(0x32, 1), 0xC7) << "it may still listen";
-    const Client half_head = client();
-    half_head.send({0x32, 0, 1});
-    half_head.end_input();
-    EXPECT_TRUE(half_head.ended());
     for (int i = 0; i < 50; ++i) {
         client().send(dummy_request(0x32, 4, {})); // and goes without the answer
     }

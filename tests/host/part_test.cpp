@@ -390,24 +390,19 @@ protected:
     }
 };
 
-TEST_F(PartFile, ImageIsCreatedErasedAndKeepsWhatIsWritten) {
+TEST_F(PartFile, AnUnchangedRecordCostsNoWearAndADateFarAheadDoesNotMatter) {
     std::unique_ptr<Part> part;
     EXPECT_EQ(logged([&] { part = opened(); }), Texts());
-    EXPECT_EQ(held(), Bytes(kSize, 0xFF));
-    const Bytes data(40, 0x11);
-    EXPECT_EQ(part->write(30, data, false), 0);
-    EXPECT_EQ(part->page_cycles(), 3U); // 2, 32 and 6 bytes
-    EXPECT_EQ(part->write(30, data, false), 0);
-    EXPECT_EQ(part->page_cycles(), 3U) << "an unchanged record costs no wear";
+    for (int again = 0; again < 2; ++again) {
+        EXPECT_EQ(part->write(30, Bytes(40, 0x11), false), 0);
+        EXPECT_EQ(part->page_cycles(), 3U); // 2, 32 and 6 bytes
+    }
     const timespec written_in_2096 = {.tv_sec = 4'000'000'000, .tv_nsec = 0}; // by a clock that 32 bits do not hold
     const timespec dates[] = {written_in_2096, written_in_2096};
     ASSERT_EQ(::utimensat(AT_FDCWD, image_.c_str(), dates, 0), 0);
-    part = opened();
-    Bytes read(42);
-    EXPECT_EQ(part->read(29, read), 0);
-    Bytes wanted(42, 0x11);
-    wanted.front() = wanted.back() = 0xFF;
-    EXPECT_EQ(read, wanted);
+    Bytes read(40);
+    EXPECT_EQ(opened()->read(30, read), 0);
+    EXPECT_EQ(read, Bytes(40, 0x11));
 }
 
 TEST_F(PartFile, FileOfAnotherSizeIsRefusedUntouched) {

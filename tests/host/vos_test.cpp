@@ -180,18 +180,6 @@ TEST(TaskDeathTest, TasksStopAtTheEndOfTheService) {
     EXPECT_EXIT(end_with_a_busy_task(), testing::ExitedWithCode(0), "");
 }
 
-// Standard error goes there while this lives.
-class Captured {
-public:
-    explicit Captured(int target) : saved_(dup(STDERR_FILENO)) { EXPECT_GE(dup2(target, STDERR_FILENO), 0); }
-    ~Captured() { (void)dup2(saved_.get(), STDERR_FILENO); }
-    Captured(const Captured &) = delete;
-    Captured &operator=(const Captured &) = delete;
-
-private:
-    Fd saved_;
-};
-
 constexpr std::size_t kTimeLength = 25; // "2026-01-02T03:04:05.678Z "
 
 TEST(Log, EscapesCutsAndFilters) {
@@ -250,14 +238,14 @@ TEST(Log, ColoursForATerminalAndNumbersForTheJournal) {
 
 TEST(Log, AFailingStandardErrorIsNobodysTrouble) {
     log_set(kLogInformation, false);
-    const Fd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
-    {
-        const Captured captured(full.get());
-        errno = EXDEV;
-        dbg_log(0, "text");
-        EXPECT_EQ(errno, EXDEV);
-        EXPECT_TRUE(log_flush(milliseconds(kLimitMs)));
-    }
+    const Fd full(open("/dev/full", O_WRONLY | O_CLOEXEC)), usual(dup(STDERR_FILENO));
+    ASSERT_GE(dup2(full.get(), STDERR_FILENO), 0);
+    errno = EXDEV;
+    dbg_log(0, "text");
+    const int left = errno;
+    const bool flushed = log_flush(milliseconds(kLimitMs));
+    ASSERT_GE(dup2(usual.get(), STDERR_FILENO), 0);
+    EXPECT_TRUE(left == EXDEV && flushed);
     const Texts after = logged([] { dbg_log(0, "after"); });
     ASSERT_EQ(after.size(), 2U);
     EXPECT_EQ(after[1].substr(kTimeLength, 30), "error 1 lines were dropped her");
