@@ -89,6 +89,7 @@ struct Given {
     std::string bus = "private";
     std::string ipmi_host = "none";
     bool check_config = false;
+    bool strict = false;
 };
 
 void add_options(CLI::App &app, Given &given) {
@@ -117,7 +118,9 @@ void add_options(CLI::App &app, Given &given) {
     add("--ipmi-host", given.ipmi_host, "BUS",
         "Serve OpenBMC's IPMI bridges as xyz.openbmc_project.Ipmi.Host on a bus: session, system or none (none)",
         CLI::IsMember({"session", "system", "none"}));
-    app.add_flag("--check-config", given.check_config, "Check the enclosure file and end");
+    CLI::Option *const check = app.add_flag("--check-config", given.check_config,
+                                            "Check the enclosure file, warn of what is doubtful, and end");
+    app.add_flag("--strict", given.strict, "With --check-config: end with 1 after a warning, too")->needs(check);
     app.set_version_flag("--version", "asd " ASD_VERSION, "Print the version and end");
     app.set_help_flag("--help,-h", "Print this help and end");
     app.footer(kExamples);
@@ -167,6 +170,7 @@ ParsedOptions parse_options(const std::vector<std::string> &arguments) {
     options.bus = named(kBuses, given.bus).value_or(options.bus);
     options.ipmi_host = named(kBuses, given.ipmi_host).value_or(options.ipmi_host);
     options.check_config = given.check_config;
+    options.strict = given.strict;
     if (const std::string mistake = mistake_in(options); !mistake.empty()) {
         return refuse(mistake);
     }

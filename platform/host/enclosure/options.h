@@ -40,6 +40,7 @@ struct Options {
     Bus bus = Bus::kPrivate;
     Bus ipmi_host = Bus::kNone; // the bus whose IPMI bridges are served: none, session or system
     bool check_config = false;  // check the enclosure file and end
+    bool strict = false;        // what is doubtful in it counts as a mistake then
 
     // What only this controller uses: its sockets and its private chips, CPLD and flash.
     [[nodiscard]] std::filesystem::path slot_run_dir() const { return run_dir / slot_folder(slot); }

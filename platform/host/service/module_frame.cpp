@@ -4,6 +4,7 @@
 
 #include "clock.h"
 #include "dbus_service.h"
+#include "doubts.h"
 #include "dummy_door.h"
 #include "host.h"
 #include "ipmi_registry.h"
@@ -53,12 +54,18 @@ constexpr std::chrono::seconds kLastLinesLimit{1}; // to be taken, when the proc
 constexpr int kFailed = 1;                         // exit status: it ran, and a new start may mend it
 constexpr int kRefused = 1;                        // exit status
 
+// Prints each of them behind such a word, in a colour of SGR (ECMA-48, 8.3.117) on a terminal.
+void say_each(const char *word, const char *colour, std::span<const std::string> sentences) {
+    const std::string head =
+        log_colour_wanted() ? std::string("\033[1;") + colour + "m" + word + ":\033[0m " : std::string(word) + ": ";
+    for (const std::string &sentence : sentences) {
+        log_plain(head + printable(sentence) + "\n");
+    }
+}
+
 // Ends the process before anything runs.
 [[noreturn]] void refuse(std::span<const std::string> mistakes, const std::string &outcome) {
-    const bool colour = log_colour_wanted();
-    for (const std::string &mistake : mistakes) {
-        log_plain((colour ? "\033[1;31merror:\033[0m " : "error: ") + printable(mistake) + "\n");
-    }
+    say_each("error", "31", mistakes);
     log_plain("asd: " + printable(outcome) + "\n");
     (void)log_flush(kLastLinesLimit); // who does not read them by then gets the status alone
     std::exit(kRefused);              // NOLINT(concurrency-mt-unsafe): no other thread exists
@@ -69,10 +76,15 @@ std::string count_of(std::size_t count, const char *thing) {
 }
 
 [[noreturn]] void say_checked(const Options &options, const Enclosure &enclosure) {
+    const std::vector<std::string> doubts = doubts_about(enclosure);
+    say_each("warning", "33", doubts);
+    (void)log_flush(kLastLinesLimit);
     (void)std::printf(
-        "%s: ok, %s, %s on %s\n", options.config.c_str(), count_of(enclosure.items.size(), "item").c_str(),
-        count_of(enclosure.chips.size(), "chip").c_str(), count_of(enclosure.parts.size(), "part").c_str());
-    std::exit(0); // NOLINT(concurrency-mt-unsafe): no other thread exists
+        "%s: ok, %s, %s on %s%s\n", options.config.c_str(), count_of(enclosure.items.size(), "item").c_str(),
+        count_of(enclosure.chips.size(), "chip").c_str(), count_of(enclosure.parts.size(), "part").c_str(),
+        doubts.empty() ? "" : (", " + count_of(doubts.size(), "warning")).c_str());
+    std::exit(options.strict && !doubts.empty() ? kRefused
+                                                : 0); // NOLINT(concurrency-mt-unsafe): no other thread exists
 }
 
 Options options_or_end() {
