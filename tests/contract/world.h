@@ -9,15 +9,13 @@
 #include "ipmi_stack.h"
 
 #include <cstdint>
-#include <span>
 #include <vector>
 
 namespace contract {
 
 void world_start();
 
-// Registers the rows and sends one request through them; the answer, completion code first.
-std::vector<std::uint8_t> world_request(std::span<const IPMI_CMD_S> rows, std::uint8_t cmd,
-                                        const std::vector<std::uint8_t> &data, std::uint8_t privilege);
+// A request with these data to the handler; the answer, completion code first.
+std::vector<std::uint8_t> world_request(IPMI_CMD_FUNC handler, const std::vector<std::uint8_t> &data);
 
 } // namespace contract

@@ -16,10 +16,8 @@ void world_start() {
     fake::add_item("ASD1000", {.length = 4, .chips = {"ASDDev1000"}, .num = 100});
 }
 
-std::vector<std::uint8_t> world_request(std::span<const IPMI_CMD_S> rows, std::uint8_t cmd,
-                                        const std::vector<std::uint8_t> &data, std::uint8_t privilege) {
-    (void)static_implementation_ipmicmd(static_cast<guint32>(rows.size()), rows.data()); // the request shows it
-    return fake::request(0x32, cmd, data, privilege).response;
+std::vector<std::uint8_t> world_request(IPMI_CMD_FUNC handler, const std::vector<std::uint8_t> &data) {
+    return fake::call(handler, nullptr, data).response;
 }
 
 } // namespace contract

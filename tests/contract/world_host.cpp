@@ -34,11 +34,11 @@ void world_start() {
     ASSERT_EQ(host_start(options, enclosure), asd_test::Texts{});
 }
 
-std::vector<std::uint8_t> world_request(std::span<const IPMI_CMD_S> rows, std::uint8_t cmd,
-                                        const std::vector<std::uint8_t> &data, std::uint8_t privilege) {
+std::vector<std::uint8_t> world_request(IPMI_CMD_FUNC handler, const std::vector<std::uint8_t> &data) {
+    const std::array rows{asd_test::ipmi_row(0x16, "", 0, 0, 255, nullptr, handler)};
     IpmiRegistry registry;
     EXPECT_TRUE(registry.add(rows));
-    return registry.serve({.netfn = 0x32, .cmd = cmd, .data = data, .privilege = privilege});
+    return registry.serve({.netfn = 0x32, .cmd = 0x16, .data = data});
 }
 
 } // namespace contract

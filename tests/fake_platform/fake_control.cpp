@@ -4,7 +4,6 @@
 #include "fake_state.h"
 
 #include <algorithm>
-#include <cstdlib>
 
 namespace fake {
 
@@ -35,27 +34,13 @@ void violate(const std::string &text) {
     world().violations.push_back(text);
 }
 
-Object *object_of(OBJ_HANDLE handle) {
-    const auto index = static_cast<std::size_t>(handle - kFirstHandle);
-    return handle >= kFirstHandle && index < world().objects.size() ? &world().objects[index] : nullptr;
-}
-
 OBJ_HANDLE handle_of(std::string_view name) {
-    const auto found = std::ranges::find(world().objects, name, &Object::name);
-    return found == world().objects.end() ? 0 : kFirstHandle + static_cast<OBJ_HANDLE>(found - world().objects.begin());
-}
-
-Object &object_named(const std::string &name) {
-    Object *object = object_of(handle_of(name));
-    if (object == nullptr) {
-        std::abort(); // a mistake of the test
-    }
-    return *object;
+    return world().objects->find(name).value_or(0);
 }
 
 std::string name_of(OBJ_HANDLE handle) {
-    const Object *object = object_of(handle);
-    return object != nullptr ? object->name : "?";
+    const std::string *name = world().objects->name_of(handle);
+    return name != nullptr ? *name : "?";
 }
 
 std::string text_of(const gchar *text) {
@@ -81,10 +66,7 @@ void Call::enter(const std::string &operation, const std::string &subject, std::
             fault.count = 0;
         }
     }
-    if (fault_.has_value()) {
-        ++world().fired;
-        world().ticks += fault_->delay_ms;
-    }
+    world().fired += fault_.has_value() ? 1U : 0U;
 }
 
 // ---- Journal -------------------------------------------------------------------------------------------------------
@@ -117,11 +99,6 @@ void clear_journal() {
 
 Texts logs(gint32 max_level) {
     return lines([=](const Event &event) { return event.operation.empty() && event.level <= max_level; });
-}
-
-bool logged(std::string_view line) {
-    const Texts all = logs(2);
-    return std::ranges::find(all, line) != all.end();
 }
 
 Texts timeline(const Texts &prefixes, gint32 max_level) {

@@ -4,13 +4,9 @@
 // Registration, method calls, and IPMI requests in both directions.
 
 #include "fake_state.h"
-#include "ipmi_stack.h"
-#include "module_frame.h"
 #include "object_frame.h"
 
 #include <algorithm>
-#include <iomanip>
-#include <set>
 
 using namespace fake; // NOLINT(google-build-using-namespace): the operations below have C linkage and global names
 
@@ -36,40 +32,6 @@ Reply fake::call(IPMI_CMD_FUNC handler, gconstpointer user_data, const std::opti
         violate("request answered " + std::to_string(message.answers) + " times");
     }
     return {.status = status, .response = message.response};
-}
-
-// A term is "data[i]=XXh"; one about a byte that the request does not have matches nothing.
-static bool filter_matches(const std::string &filter, const Bytes &data) {
-    std::set<std::string> met;
-    for (std::size_t i = 0; i < data.size(); ++i) {
-        std::ostringstream term;
-        term << "data[" << i << "]=" << std::hex << std::setfill('0') << std::setw(2) << +data[i] << 'h';
-        met.insert(term.str());
-    }
-    std::istringstream terms(filter);
-    for (std::string term; std::getline(terms, term, ',');) {
-        if (!met.contains(term)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-Reply fake::request(guint8 netfn, guint8 cmd, const Bytes &data, guint8 privilege) {
-    const std::vector<IPMI_CMD_S> &rows = world().registered.rows;
-    const auto row = std::ranges::find_if(rows, [&](const IPMI_CMD_S &candidate) {
-        return candidate.netfn == netfn && candidate.cmd == cmd && filter_matches(candidate.filter, data);
-    });
-    if (row == rows.end()) {
-        return {.response = {0xC1}};
-    }
-    if (data.size() < row->min_length || data.size() > row->max_length) {
-        return {.response = {0xC7}};
-    }
-    if (privilege < row->privilege) {
-        return {.response = {0xD4}};
-    }
-    return call(row->ipmi_handler, row->user_data, data);
 }
 
 const guint8 *get_ipmi_src_data(const IPMI_MSG_S *req_msg) {
@@ -142,8 +104,7 @@ MethodReply fake::call_method(DFL_METHOD_FUNC method, OBJ_HANDLE object, const s
         input_list = g_slist_append(input_list, input != nullptr ? g_variant_ref_sink(input) : nullptr);
     }
     GSList *output_list = nullptr;
-    MethodReply reply;
-    reply.status = method(object, nullptr, input_list, &output_list);
+    MethodReply reply{.status = method(object, nullptr, input_list, &output_list)};
     for (const GSList *link = output_list; link != nullptr; link = link->next) {
         reply.outputs.emplace_back(g_variant_ref_sink(static_cast<GVariant *>(link->data)), g_variant_unref);
     }
@@ -163,23 +124,20 @@ gint32 init_md_so(void) { return Call(__func__).status(); }
 gint32 static_complete_module_register(void) { return Call(__func__).status(); }
 gint32 static_start_rpc_service(void) { return Call(__func__).status(); }
 gint32 static_register_module(const gchar *module_name) { return Call(__func__, text_of(module_name)).status(); }
+gint32 static_register_debug_cmd(guint32 count, const DEBUG_CMD_S * /*rows*/) { return Call(__func__, {}, count).status(); }
 // clang-format on
-
-gint32 static_register_debug_cmd(guint32 row_count, const DEBUG_CMD_S * /*rows*/) {
-    return Call(__func__, {}, row_count).status();
-}
 
 gint32 static_declaration_class(const gchar *class_name) {
     const Call call(__func__, text_of(class_name));
-    world().classes.insert(text_of(class_name));
+    (void)world().registered.classes.declare_class(text_of(class_name)); // again, when a start that failed is repeated
     return call.status();
 }
 
 gint32 static_declaration_class_method(const gchar *class_name, const gchar *method_name, DFL_METHOD_FUNC handler) {
-    const std::string name = text_of(class_name) + "." + text_of(method_name);
-    const Call call(__func__, name);
-    world().registered.methods[name] = handler;
-    return call.status(world().classes.contains(text_of(class_name)) && handler != nullptr ? 0 : kRefused);
+    const Call call(__func__, text_of(class_name) + "." + text_of(method_name));
+    asd_host::ModuleRegistry &classes = world().registered.classes;
+    (void)classes.declare_method(text_of(class_name), text_of(method_name), handler); // the same
+    return call.status(classes.has_class(text_of(class_name)) && handler != nullptr ? 0 : kRefused);
 }
 
 gint32 static_register_reboot_handler(REBOOT_HANDLER handler) {

@@ -4,31 +4,45 @@
 #include "arith.h"
 #include "fake_state.h"
 #include "object_frame.h"
+#include "property_variant.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <span>
+
+using asd_host::ObjectRef;
+using asd_host::Property;
+using asd_host::PropertyValue;
 
 namespace fake {
 
 // ---- Building the world --------------------------------------------------------------------------------------------
 
-// Of a value that may be floating.
-static Value held(GVariant *variant) {
-    return {g_variant_ref_sink(variant), g_variant_unref};
+// What tests name exists, and what they set is of the right type; else it is a mistake of theirs.
+static void must(bool right) {
+    if (!right) {
+        std::abort();
+    }
 }
 
-static Bytes bytes_of(const Value &value) {
-    const auto *data = static_cast<const guint8 *>(g_variant_get_data(value.get()));
-    return {data, data + g_variant_get_size(value.get())};
+static Chip &chip_named(const std::string &name) {
+    const auto found = world().chips.find(handle_of(name));
+    must(found != world().chips.end());
+    return found->second;
 }
 
-static bool is_type(const Value &value, const char *type) {
-    return g_variant_is_of_type(value.get(), G_VARIANT_TYPE(type)) != 0;
+static PropertyValue property_named(const std::string &object, const std::string &property) {
+    PropertyValue value;
+    must(world().objects->get(handle_of(object), property, &value) == 0);
+    return value;
 }
 
-static OBJ_HANDLE add_object(Object object) {
-    world().objects.push_back(std::move(object));
-    return kFirstHandle + static_cast<OBJ_HANDLE>(world().objects.size()) - 1;
+// All are writable for tests; what the module may write is looked at when it does.
+static OBJ_HANDLE add_object(const char *class_name, const std::string &name, std::vector<Property> properties) {
+    for (Property &property : properties) {
+        property.writable = true;
+    }
+    return world().objects->add(class_name, name, std::move(properties));
 }
 
 OBJ_HANDLE add_chip(const std::string &name, const ChipConfig &config) {
@@ -36,66 +50,64 @@ OBJ_HANDLE add_chip(const std::string &name, const ChipConfig &config) {
     if (part == nullptr) {
         part = std::make_shared<Bytes>(config.size, guint8{0xFF});
     }
-    Object chip{.class_name = "AtomStorageDataDev",
-                .name = name,
-                .part = part,
-                .lines = config.lines,
-                .own_protection = config.own_protection};
-    chip.properties["Offset"] = held(g_variant_new_uint32(config.offset));
-    if (config.retry.has_value()) {
-        chip.properties["RetryNumber"] = held(g_variant_new_uint32(*config.retry));
-    }
     // States start with values that no operation leaves behind, so that a missing update shows.
-    chip.properties["Health"] = held(g_variant_new_byte(77));
-    chip.properties["ErrorCode"] = held(g_variant_new_int32(777));
-    chip.properties["StgWp"] = held(g_variant_new_byte(1));
-    chip.properties["StgIsWp"] = held(g_variant_new_byte(config.stg_is_wp));
-    return add_object(std::move(chip));
+    const OBJ_HANDLE chip = add_object("AtomStorageDataDev", name,
+                                       {{.name = "Offset", .value = config.offset},
+                                        {.name = "RetryNumber", .value = config.retry.value_or(0)},
+                                        {.name = "Health", .value = guint8{77}},
+                                        {.name = "ErrorCode", .value = gint32{777}},
+                                        {.name = "StgWp", .value = guint8{1}},
+                                        {.name = "StgIsWp", .value = config.stg_is_wp}});
+    if (!config.retry.has_value()) {
+        remove_property(name, "RetryNumber");
+    }
+    world().chips[chip] = {.part = part, .lines = config.lines, .own_protection = config.own_protection};
+    return chip;
 }
 
 OBJ_HANDLE add_item(const std::string &name, const ItemConfig &config) {
-    Object item{.class_name = "AtomStorageData", .name = name};
-    const auto set = [&item](const std::string &property, GVariant *value) { item.properties[property] = held(value); };
-    set("Length", g_variant_new_uint32(config.length));
-    set("DevCount", g_variant_new_uint32(static_cast<guint32>(config.chips.size())));
-    set("Num", g_variant_new_byte(config.num));
-    set("Online", g_variant_new_byte(config.online));
-    set("Ready", g_variant_new_byte(config.ready));
-    set("NeedSync", g_variant_new_byte(config.need_sync));
-    set("Value", g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, config.value.data(), config.value.size(), 1));
+    std::vector<Property> properties = {{.name = "Length", .value = config.length},
+                                        {.name = "DevCount", .value = static_cast<guint32>(config.chips.size())},
+                                        {.name = "Num", .value = config.num},
+                                        {.name = "Online", .value = config.online},
+                                        {.name = "Ready", .value = config.ready},
+                                        {.name = "NeedSync", .value = config.need_sync},
+                                        {.name = "Value", .value = config.value}};
     for (std::size_t i = 0; i < config.chips.size(); ++i) {
-        set("AtomStorageDataDev" + std::to_string(i), g_variant_new_string(config.chips[i].c_str()));
+        properties.push_back({.name = "AtomStorageDataDev" + std::to_string(i),
+                              .value = ObjectRef{.handle = handle_of(config.chips[i])}});
     }
-    return add_object(std::move(item));
+    return add_object("AtomStorageData", name, std::move(properties));
 }
 
-void set_property(const std::string &object, const std::string &property, GVariant *value) {
-    object_named(object).properties[property] = held(value);
+void set_property(const std::string &object, const std::string &property, const PropertyValue &value) {
+    must(world().objects->set(handle_of(object), property, value) == 0);
 }
 
 void remove_property(const std::string &object, const std::string &property) {
-    object_named(object).properties.erase(property);
+    world().missing.insert(object + "." + property);
 }
 
 gint64 number(const std::string &object, const std::string &property) {
-    const Value &value = object_named(object).properties.at(property);
-    if (is_type(value, "y")) {
-        return g_variant_get_byte(value.get());
+    const PropertyValue value = property_named(object, property);
+    if (const auto *byte = std::get_if<guint8>(&value); byte != nullptr) {
+        return *byte;
     }
-    return is_type(value, "u") ? gint64{g_variant_get_uint32(value.get())} : g_variant_get_int32(value.get());
+    const auto *word = std::get_if<guint32>(&value);
+    return word != nullptr ? gint64{*word} : std::get<gint32>(value);
 }
 
 Bytes value(const std::string &item) {
-    return bytes_of(object_named(item).properties.at("Value"));
+    return std::get<Bytes>(property_named(item, "Value"));
 }
 
 Bytes chip_bytes(const std::string &chip, guint32 offset, guint32 length) {
-    const auto bytes = std::span(*object_named(chip).part).subspan(offset, length);
+    const auto bytes = std::span(*chip_named(chip).part).subspan(offset, length);
     return {bytes.begin(), bytes.end()};
 }
 
 void set_chip_bytes(const std::string &chip, guint32 offset, const Bytes &bytes) {
-    std::ranges::copy(bytes, std::span(*object_named(chip).part).subspan(offset).begin());
+    std::ranges::copy(bytes, std::span(*chip_named(chip).part).subspan(offset).begin());
 }
 
 Bytes record(const Bytes &data) {
@@ -112,38 +124,38 @@ void put_record(const std::string &chip, const Bytes &data) {
 
 // ---- Lookups ----
 
-static bool is_protected(const Object &chip) {
+static bool is_protected(OBJ_HANDLE handle, const Chip &chip) {
     const auto low = [](guint32 line) {
         const auto found = world().board.lines.find(line);
         return found == world().board.lines.end() || found->second != 1;
     };
-    return std::ranges::any_of(chip.lines, low) ||
-           (chip.own_protection && g_variant_get_byte(chip.properties.at("StgWp").get()) != 0);
+    return std::ranges::any_of(chip.lines, low) || (chip.own_protection && number(name_of(handle), "StgWp") != 0);
 }
 
-static bool transfer_possible(const Object *chip, const gchar *property, guint32 offset, guint32 length,
-                              const guint8 *buffer) {
-    if (chip == nullptr || chip->part == nullptr || text_of(property) != "StorageLoc") {
-        return false;
+// The part's bytes; empty: the transfer is not possible.
+static std::span<guint8> transfer_place(OBJ_HANDLE handle, const gchar *property, guint32 offset, guint32 length,
+                                        const guint8 *buffer) {
+    const auto chip = world().chips.find(handle);
+    if (chip == world().chips.end() || text_of(property) != "StorageLoc") {
+        return {};
     }
     if (buffer == nullptr || length == 0) {
-        violate("block transfer of nothing on " + chip->name);
-        return false;
+        violate("block transfer of nothing on " + name_of(handle));
+        return {};
     }
-    return guint64{offset} + length <= chip->part->size();
-}
-
-static Value *property_of(OBJ_HANDLE handle, const gchar *property_name) {
-    Object *object = object_of(handle);
-    if (object == nullptr) {
-        return nullptr;
-    }
-    const auto property = object->properties.find(text_of(property_name));
-    return property == object->properties.end() ? nullptr : &property->second;
+    Bytes &part = *chip->second.part;
+    return guint64{offset} + length <= part.size() ? std::span(part).subspan(offset, length) : std::span<guint8>{};
 }
 
 static std::string property_subject(OBJ_HANDLE object, const gchar *property) {
     return name_of(object) + "." + text_of(property);
+}
+
+// 0, else the fault's status or kNotFound.
+static gint32 property_get(const Call &call, OBJ_HANDLE object, const gchar *property, PropertyValue *value) {
+    const bool missing = world().missing.contains(property_subject(object, property)) ||
+                         world().objects->get(object, text_of(property), value) != 0;
+    return call.fails() || missing ? call.status(kNotFound) : 0;
 }
 
 // The value as the journal shows it.
@@ -173,41 +185,42 @@ gint32 dfl_get_object_handle(const gchar *object_name, OBJ_HANDLE *object_handle
 
 const gchar *dfl_get_object_name(OBJ_HANDLE object_handle) {
     const Call call(__func__, name_of(object_handle));
-    const Object *object = object_of(object_handle);
-    return call.fails() || object == nullptr ? nullptr : object->name.c_str();
+    const std::string *name = world().objects->name_of(object_handle);
+    return call.fails() || name == nullptr ? nullptr : name->c_str();
 }
 
 gint32 dfl_get_referenced_object(OBJ_HANDLE object_handle, const gchar *property_name, OBJ_HANDLE *referenced) {
-    const Call call(__func__, property_subject(object_handle, property_name));
-    const Value *value = property_of(object_handle, property_name);
-    if (call.fails() || value == nullptr || !is_type(*value, "s")) {
-        return call.status(kNotFound);
+    PropertyValue value;
+    const gint32 ret = property_get(Call(__func__, property_subject(object_handle, property_name)), object_handle,
+                                    property_name, &value);
+    const auto *reference = std::get_if<ObjectRef>(&value);
+    if (ret != 0 || reference == nullptr || reference->handle == 0) {
+        return ret != 0 ? ret : kNotFound;
     }
-    const OBJ_HANDLE found = handle_of(g_variant_get_string(value->get(), nullptr));
-    if (found == 0) {
-        return kNotFound;
-    }
-    *referenced = found;
+    *referenced = reference->handle;
     return 0;
 }
 
 gint32 dfl_get_property_value(OBJ_HANDLE object_handle, const gchar *property_name, GVariant **value) {
     const Call call(__func__, property_subject(object_handle, property_name));
-    const Value *found = property_of(object_handle, property_name);
-    if (call.fails() || found == nullptr) {
-        return call.status(kNotFound);
+    PropertyValue held;
+    const gint32 ret = property_get(call, object_handle, property_name, &held);
+    if (ret != 0 || std::holds_alternative<ObjectRef>(held)) {
+        return ret != 0 ? ret : kNotFound;
     }
-    *value = call.mistypes() ? g_variant_ref_sink(g_variant_new_string("?")) : g_variant_ref(found->get());
+    *value = g_variant_ref_sink(call.mistypes() ? g_variant_new_string("?") : asd_host::variant_of(held));
     return 0;
 }
 
 gint32 dfl_get_property_ubyte(OBJ_HANDLE object_handle, const gchar *property_name, guint8 *value) {
-    const Call call(__func__, property_subject(object_handle, property_name));
-    const Value *found = property_of(object_handle, property_name);
-    if (call.fails() || found == nullptr || !is_type(*found, "y")) {
-        return call.status(kNotFound);
+    PropertyValue held;
+    const gint32 ret = property_get(Call(__func__, property_subject(object_handle, property_name)), object_handle,
+                                    property_name, &held);
+    const auto *byte = std::get_if<guint8>(&held);
+    if (ret != 0 || byte == nullptr) {
+        return ret != 0 ? ret : kNotFound;
     }
-    *value = g_variant_get_byte(found->get());
+    *value = *byte;
     return 0;
 }
 
@@ -219,59 +232,55 @@ gint32 dfl_set_property_value(OBJ_HANDLE object_handle, const gchar *property_na
         violate("null or floating value for " + subject);
         return kRefused;
     }
-    Value *found = property_of(object_handle, property_name);
-    if (call.fails() || found == nullptr) {
-        return call.status(kNotFound);
+    PropertyValue wanted;
+    if (const gint32 ret = property_get(call, object_handle, property_name, &wanted); ret != 0) {
+        return ret;
     }
     static const std::set<std::string> states = {"Value", "Ready", "Health", "ErrorCode", "StgWp"};
-    if (!states.contains(property_name) || !g_variant_is_of_type(value, g_variant_get_type(found->get()))) {
+    if (!states.contains(property_name) || !asd_host::value_of(value, &wanted) ||
+        world().objects->set(object_handle, property_name, wanted) != 0) {
         violate("write of configuration or with a wrong type: " + subject);
         return kRefused;
     }
-    *found = held(value);
     return 0;
 }
 
 gint32 dfl_foreach_object(const gchar *class_name, DFL_FOREACH_FUNC callback, gpointer user_data, guint32 options) {
     const Call call(__func__, text_of(class_name), options);
-    gint32 first = call.status();
-    for (std::size_t i = 0; !call.fails() && i < world().objects.size(); ++i) {
-        if (world().objects[i].class_name == text_of(class_name)) {
-            const gint32 ret = callback(kFirstHandle + static_cast<OBJ_HANDLE>(i), user_data);
-            first = first != 0 ? first : ret;
-        }
+    if (call.fails()) {
+        return call.status();
+    }
+    gint32 first = 0;
+    for (const OBJ_HANDLE handle : world().objects->of_class(text_of(class_name))) {
+        const gint32 ret = callback(handle, user_data);
+        first = first != 0 ? first : ret;
     }
     return first;
 }
 
 gint32 dfl_bind_object_alias(OBJ_HANDLE object_handle, guint32 alias) {
     const Call call(__func__, name_of(object_handle), alias);
-    const Object *object = object_of(object_handle);
-    if (call.fails() || object == nullptr) {
-        return call.status(kNotFound);
-    }
-    world().aliases[{object->class_name, alias}] = object_handle;
-    return 0;
+    return call.fails() || world().objects->bind_alias(object_handle, alias) != 0 ? call.status(kNotFound) : 0;
 }
 
 gint32 dfl_get_binded_object(const gchar *class_name, guint32 alias, OBJ_HANDLE *object_handle) {
     const Call call(__func__, text_of(class_name), alias);
-    const auto found = world().aliases.find({text_of(class_name), alias});
-    if (call.fails() || found == world().aliases.end()) {
+    const std::optional<OBJ_HANDLE> found = world().objects->bound(text_of(class_name), alias);
+    if (call.fails() || !found.has_value()) {
         return call.status(kNotFound);
     }
-    *object_handle = found->second;
+    *object_handle = *found;
     return 0;
 }
 
 gint32 dfl_block_read(OBJ_HANDLE object_handle, const gchar *property_name, guint32 offset, guint32 length,
                       guint8 *buffer) {
     const Call call(__func__, name_of(object_handle), offset, length);
-    const Object *chip = object_of(object_handle);
-    if (!transfer_possible(chip, property_name, offset, length, buffer) || call.fails()) {
+    const std::span<guint8> place = transfer_place(object_handle, property_name, offset, length, buffer);
+    if (call.fails() || place.empty()) {
         return call.status(kRefused);
     }
-    std::ranges::copy(std::span(*chip->part).subspan(offset, length), buffer);
+    std::ranges::copy(place, buffer);
     buffer[0] = static_cast<guint8>(buffer[0] ^ (call.flips_bit() ? 8U : 0U));
     return 0;
 }
@@ -279,10 +288,10 @@ gint32 dfl_block_read(OBJ_HANDLE object_handle, const gchar *property_name, guin
 gint32 dfl_block_write(OBJ_HANDLE object_handle, const gchar *property_name, guint32 offset, guint32 length,
                        const guint8 *buffer) {
     const Call call(__func__, name_of(object_handle), offset, length);
-    Object *chip = object_of(object_handle);
-    if (!transfer_possible(chip, property_name, offset, length, buffer) || call.fails() || is_protected(*chip)) {
+    const std::span<guint8> place = transfer_place(object_handle, property_name, offset, length, buffer);
+    if (call.fails() || place.empty() || is_protected(object_handle, world().chips.at(object_handle))) {
         return call.status(kRefused);
     }
-    std::copy_n(buffer, length, std::span(*chip->part).subspan(offset).begin());
+    std::copy_n(buffer, length, place.begin());
     return 0;
 }

@@ -7,9 +7,10 @@
 // What the module owes the platform is checked at every call; a breach is kept in world().violations.
 
 #include "board.h"
-#include "module_frame.h"
+#include "ipmi_stack.h"
+#include "module_registry.h"
 #include "object_frame.h"
-#include "platform_types.h"
+#include "object_store.h"
 #include "vos.h"
 
 #include <functional>
@@ -70,15 +71,7 @@ struct Fault {
     bool flips_bit = false; // block read: instead, one bit of what is read is inverted
     bool mistyped = false;  // property read: instead, the value is of a type that no property has
     bool sticks = false;    // after the first call hit every call with its operation and subject is hit
-    guint32 delay_ms = 0;   // the hit call takes this long
     guint32 seen = 0;       // matching calls so far
-};
-
-struct Task {
-    std::string name;
-    VOS_TASK_ENTRY entry;
-    void *argument;
-    guint32 priority;
 };
 
 struct SentRequest {
@@ -93,21 +86,17 @@ struct SentRequest {
 using Peer = std::function<std::optional<Bytes>(const SentRequest &)>;
 
 struct Registered {
-    std::map<std::string, DFL_METHOD_FUNC> methods = {}; // by "Class.Method"
+    asd_host::ModuleRegistry classes = {};
+    std::map<std::string, VOS_TASK_ENTRY> tasks = {}; // by name; none of them runs by itself
     REBOOT_HANDLER reboot = nullptr;
     std::vector<IPMI_CMD_S> rows = {};
     std::set<DFL_OBJECT_HANDLER> object_handlers = {};
 };
 
-using Value = std::shared_ptr<GVariant>;
-
-struct Object {
-    std::string class_name;
-    std::string name;
-    std::map<std::string, Value> properties = {};
-    std::shared_ptr<Bytes> part = {}; // of a chip
-    std::vector<guint32> lines = {};
-    bool own_protection = false;
+struct Chip {
+    std::shared_ptr<Bytes> part;
+    std::vector<guint32> lines;
+    bool own_protection;
 };
 
 struct Semaphore {
@@ -127,22 +116,20 @@ struct Event {
 struct World {
     guint64 ticks = 0;
     Board board = {};
-    Texts violations = {};          // floating values, wrong nesting of semaphores, a request answered twice, ...
-    std::vector<Fault> faults = {}; // in wait
-    guint32 fired = 0;              // calls hit
-    std::function<void()> on_delay =
-        {};                       // called after each delay of a task, so that the world can change as time passes
-    std::vector<Task> tasks = {}; // created so far; none of them runs by itself
+    Texts violations = {};               // floating values, wrong nesting of semaphores, a request answered twice, ...
+    std::vector<Fault> faults = {};      // in wait
+    guint32 fired = 0;                   // calls hit
+    std::function<void()> on_delay = {}; // called after each delay of a task, so that the world changes as time passes
     std::vector<SentRequest> sent = {};
     std::map<guint8, Peer> peers = {}; // by slot
     Registered registered = {};
     // What follows is the fake's own; tests have functions for it.
-    std::vector<Object> objects = {}; // by handle, from kFirstHandle
+    std::unique_ptr<asd_host::ObjectStore> objects = std::make_unique<asd_host::ObjectStore>();
+    std::set<std::string> missing = {}; // properties that were taken away, as "object.property"
+    std::map<OBJ_HANDLE, Chip> chips = {};
     std::map<std::string, std::shared_ptr<Bytes>> parts = {};
-    std::map<std::pair<std::string, guint32>, OBJ_HANDLE> aliases = {};
     std::vector<Event> events = {};
     std::map<gulong, Semaphore> semaphores = {};
-    std::set<std::string> classes = {};
 };
 [[nodiscard]] World &world();
 
@@ -177,8 +164,10 @@ struct ItemConfig {
 OBJ_HANDLE add_chip(const std::string &name, const ChipConfig &config = {});
 OBJ_HANDLE add_item(const std::string &name, const ItemConfig &config);
 
-// value may be floating and is taken over; any type, so that a configuration can be wrong.
-void set_property(const std::string &object, const std::string &property, GVariant *value);
+[[nodiscard]] OBJ_HANDLE handle_of(std::string_view name); // 0: none
+
+// Of the property's type; configuration, too.
+void set_property(const std::string &object, const std::string &property, const asd_host::PropertyValue &value);
 void remove_property(const std::string &object, const std::string &property);
 [[nodiscard]] gint64 number(const std::string &object, const std::string &property); // of type y, u or i
 [[nodiscard]] Bytes value(const std::string &item);                                  // its Value
@@ -187,7 +176,7 @@ void remove_property(const std::string &object, const std::string &property);
 void set_chip_bytes(const std::string &chip, guint32 offset, const Bytes &bytes);
 void put_record(const std::string &chip, const Bytes &data); // at the chip's Offset, good checksum
 
-// data and its checksum as a part holds them; computed here, bit by bit.
+// data and its checksum as a part holds them.
 [[nodiscard]] Bytes record(const Bytes &data);
 
 // ---- Journal -------------------------------------------------------------------------------------------------------
@@ -199,7 +188,6 @@ void clear_journal(); // calls and logs
 
 // Log lines up to a level, in order, as "0 text" (debug log) or "M1 file: text" (maintenance log).
 [[nodiscard]] Texts logs(gint32 max_level = 1);
-[[nodiscard]] bool logged(std::string_view line);
 
 // Calls whose line starts with one of the prefixes, and the log up to a level, in order, as "tick line"; a delay that
 // follows itself is told once, at its first tick, with " x" and how often.
@@ -223,12 +211,10 @@ struct Reply {
 };
 // Straight to a handler; no data: the request carries none.
 Reply call(IPMI_CMD_FUNC handler, gconstpointer user_data, const std::optional<Bytes> &data);
-// Through the registered rows.
-Reply request(guint8 netfn, guint8 cmd, const Bytes &data, guint8 privilege = 4);
 
 struct MethodReply {
     gint32 status = 0;
-    std::vector<Value> outputs = {};
+    std::vector<std::shared_ptr<GVariant>> outputs = {};
 };
 // inputs may be floating and are taken over.
 MethodReply call_method(DFL_METHOD_FUNC method, OBJ_HANDLE object, const std::vector<GVariant *> &inputs);

@@ -1,7 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
 
-#include "arith.h"
 #include "board.h"
 #include "debug_log.h"
 #include "fake_state.h"
@@ -11,10 +10,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 #include <pthread.h>
 
@@ -72,11 +69,11 @@ gulong vos_tick_get(void) {
     return world().ticks & G_MAXULONG; // wraps with the width of gulong
 }
 
-gint32 vos_task_create(gulong *task, const gchar *name, VOS_TASK_ENTRY entry, void *argument, guint32 priority) {
+gint32 vos_task_create(gulong *task, const gchar *name, VOS_TASK_ENTRY entry, void * /*argument*/, guint32 priority) {
     const Call call("vos_task_create", text_of(name), priority);
     if (!call.fails()) {
-        world().tasks.push_back({.name = text_of(name), .entry = entry, .argument = argument, .priority = priority});
-        *task = world().tasks.size();
+        world().registered.tasks[text_of(name)] = entry;
+        *task = world().registered.tasks.size();
     }
     return call.status();
 }
@@ -213,6 +210,7 @@ gint32 BSP_GetBoardMasterOrSlaveState(BOARD_MOS_E *role) { return state(Call(__f
 gint32 BSP_IsCpldUpgrading(UINT8 *upgrading) { return state(Call(__func__), &Board::cpld_upgrading, upgrading); }
 gint32 BSP_GetPowerStandByStatus(BOOL *standby) { return state(Call(__func__), &Board::standby, standby); }
 UINT32 BSP_Diff_Uint32(UINT32 earlier, UINT32 later) { return later - earlier; }
+gint32 BSP_SetWwn2CpldRam(const UINT8 *data, UINT32 len) { return keep_bytes(__func__, &world().board.wwn, data, len); }
 // clang-format on
 
 gint32 BSP_GetBoardOnlineStatus(UINT8 slot) {
@@ -221,10 +219,6 @@ gint32 BSP_GetBoardOnlineStatus(UINT8 slot) {
 
 gint32 BSP_bPcieorsasModelValid(UINT8 model) {
     return Call(__func__, {}, model).status(gint32{world().board.valid_models.contains(model)});
-}
-
-gint32 BSP_SetWwn2CpldRam(const UINT8 *data, UINT32 len) {
-    return keep_bytes(__func__, &world().board.wwn, data, len);
 }
 
 gint32 BSP_SetFrameModelToCpldRam(const UINT8 *data, UINT32 len) {
@@ -243,12 +237,12 @@ gint32 BSP_GetCpldRam(UINT32 address, UINT8 *value) {
     return look_up(Call(__func__, std::to_string(address)), &Board::cpld_ram, address, value);
 }
 
-gint32 BSP_SetCpldRam(UINT32 address, UINT8 value) {
-    return keep(Call(__func__, std::to_string(address), value), &world().board.cpld_ram[address], value);
-}
-
 gint32 BSP_SetPcieSasModelToCpldRam(UINT8 model) {
     return keep(Call(__func__, {}, model), &world().board.pcie_model, std::optional(model));
+}
+
+gint32 BSP_SetCpldRam(UINT32 address, UINT8 value) {
+    return keep(Call(__func__, std::to_string(address), value), &world().board.cpld_ram[address], value);
 }
 
 gint32 BMC_FlashReadCfgPara(UINT32 parameter, UINT32 len, UINT8 *buffer) {
@@ -287,57 +281,27 @@ gint32 gpio_write(guint32 line, guint32 level) {
     return 0;
 }
 
-// ---- Checksum and bounds-checked memory ----------------------------------------------------------------------------
+// ---- Bounds-checked memory: the host platform's ---------------------------------------------------------------------
 
-// Bit by bit, most significant first.
-static guint32 crc_of(guint32 crc, guint32 width, guint32 polynomial, const guint8 *data, guint32 len) {
-    const guint32 top = 1U << (width - 1);
-    for (guint32 i = 0; i < len; ++i) {
-        crc ^= guint32{data[i]} << (width - 8);
-        for (int bit = 0; bit < 8; ++bit) {
-            crc = (crc & top) != 0 ? crc << 1U ^ polynomial : crc << 1U;
-        }
-    }
-    return crc & (top | (top - 1));
+extern "C" {
+int checked_memcpy_s(void *dest, size_t dest_max, const void *src, size_t count);
+int checked_memset_s(void *dest, size_t dest_max, int c, size_t count);
 }
 
-guint16 arith_make_crc_checksum(guint16 start, const guint8 *data, guint32 len) {
-    return static_cast<guint16>(crc_of(start, 16, 0x1021, data, len) ^ 0xFFFFU);
-}
-
-UINT8 BSP_CalCrc8(UINT8 start, const UINT8 *data, UINT32 len) {
-    return static_cast<guint8>(crc_of(start, 8, 0x07, data, len));
-}
-
-// 0 when the call can and may be carried out; a refused one leaves a destination that holds nothing half-done.
-static int memory_admitted(const Call &call, void *dest, size_t dest_max, bool possible) {
-    if (!call.fails() && possible && dest != nullptr && dest_max != 0) {
-        return 0;
-    }
-    if (dest != nullptr && dest_max != 0) {
-        std::memset(dest, 0, dest_max);
-    }
-    return call.status(ERANGE);
+// A copy that fails leaves a destination that holds nothing half-done.
+static int memory_failed(const Call &call, void *dest, size_t dest_max) {
+    (void)checked_memset_s(dest, dest_max, 0, dest_max); // whatever the fault is
+    return call.status();
 }
 
 int memcpy_s(void *dest, size_t dest_max, const void *src, size_t count) {
-    const auto to = reinterpret_cast<guintptr>(dest);
-    const auto from = reinterpret_cast<guintptr>(src);
-    const bool overlap = count != 0 && to < from + count && from < to + count;
-    const int ret = memory_admitted(Call(__func__, {}, dest_max, count), dest, dest_max,
-                                    src != nullptr && count <= dest_max && !overlap);
-    if (ret == 0) {
-        std::memcpy(dest, src, count);
-    }
-    return ret;
+    const Call call(__func__, {}, dest_max, count);
+    return call.fails() ? memory_failed(call, dest, dest_max) : checked_memcpy_s(dest, dest_max, src, count);
 }
 
 int memset_s(void *dest, size_t dest_max, int c, size_t count) {
-    const int ret = memory_admitted(Call(__func__, {}, dest_max, c, count), dest, dest_max, count <= dest_max);
-    if (ret == 0) {
-        std::memset(dest, c, count);
-    }
-    return ret;
+    const Call call(__func__, {}, dest_max, c, count);
+    return call.fails() ? memory_failed(call, dest, dest_max) : checked_memset_s(dest, dest_max, c, count);
 }
 
 // ---- Logs ----------------------------------------------------------------------------------------------------------

@@ -10,12 +10,7 @@
 
 namespace fake {
 
-inline constexpr OBJ_HANDLE kFirstHandle = 1000;
-
 void violate(const std::string &text);
-[[nodiscard]] Object *object_of(OBJ_HANDLE handle);
-[[nodiscard]] Object &object_named(const std::string &name); // must exist
-[[nodiscard]] OBJ_HANDLE handle_of(std::string_view name);   // 0: none
 [[nodiscard]] std::string name_of(OBJ_HANDLE handle);
 [[nodiscard]] std::string text_of(const gchar *text); // "(null)" for null
 

@@ -56,7 +56,7 @@ void failures_over_time() {
 }
 
 TEST_F(RateLimitsTest, PrintsAFewThenKeepsQuiet) {
-    IN_FRESH_PROCESS(failures_over_time);
+    in_fresh_process(failures_over_time);
 }
 
 } // namespace

@@ -53,29 +53,6 @@ TEST_F(RoleMonitorTest, Roles) {
     // clang-format on
 }
 
-TEST_F(RoleMonitorTest, PublishesTheRoleAndFillsThePendingBlock) {
-    const auto body = [] {
-        const auto published = [](const std::vector<Change> &script) {
-            play(asd_master_check_task, script, fake::world().ticks + 1000);
-            return guint32{g_masterMode};
-        };
-        fresh_world();
-        build();
-        fake::world().board.four_u = 1;
-        EXPECT_EQ(published({{0, idle_bit_set(1)}}), BOARD_MOS_ERROR); // not even read
-        EXPECT_EQ(published({{0, both(idle_bit_set(0), equip_mode_set(1))}}), BOARD_MASTER);
-        EXPECT_EQ(Bytes(AsdGetGCcdbSetData(), AsdGetGCcdbSetData() + 128), kPendingBlock);
-        EXPECT_EQ(published({{0, equip_mode_set(0)}}), BOARD_MASTER);
-        EXPECT_EQ(Bytes(AsdGetGCcdbSetData(), AsdGetGCcdbSetData() + 128), pattern(128, 5)); // as its Value
-        EXPECT_EQ(fake::timeline({"dfl_get_object_handle ASD_IO", "dfl_get_object_handle ASD_PCIE"}, -1),
-                  at(2500, {"dfl_get_object_handle ASD_IOCARD_PCIE4", "dfl_get_object_handle ASD_PCIEORSAS",
-                            "dfl_get_object_handle ASD_PCIEORSAS"}));
-        EXPECT_EQ(published({{0, fault("BSP_GetBoardMasterOrSlaveState")}, {0, role_set(BOARD_SLAVE)}}), BOARD_MASTER);
-        EXPECT_EQ(published({{0, fake::lift_faults}}), BOARD_SLAVE);
-    };
-    IN_FRESH_PROCESS(body);
-}
-
 // ---- Routine reload ----
 
 TEST_F(RoleMonitorTest, RoutineReload) {

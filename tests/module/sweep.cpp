@@ -13,28 +13,11 @@ namespace {
 // ---- What a transcript shows ---------------------------------------------------------------------------------------
 
 constexpr gint32 kInjected = 6; // bit 0 is clear, so that a status that a bad checksum was added to shows
-const std::set<gint32> kStatuses = {0,
-                                    1,
-                                    -1,
-                                    -1001,
-                                    -1005,
-                                    -1006,
-                                    -1007,
-                                    -1008,
-                                    -1012,
-                                    -1014,
-                                    -1016,
-                                    -1017,
-                                    -1018,
-                                    -1019,
-                                    0xFF,
-                                    kInjected,
-                                    kInjected | 1,
-                                    0x20006,
-                                    0x20007,
-                                    fake::kNotFound,
-                                    fake::kTimedOut,
-                                    fake::kRefused};
+// clang-format off
+const std::set<gint32> kStatuses = {
+    0, 1, -1, -1001, -1005, -1006, -1007, -1008, -1012, -1014, -1016, -1017, -1018, -1019, 0xFF,
+    kInjected, kInjected | 1, 0x20006, 0x20007, fake::kNotFound, fake::kTimedOut, fake::kRefused};
+// clang-format on
 const std::set<guint8> kCodes = {0x00, 0x80, 0xC1, 0xC7, 0xC9, 0xCA, 0xCC, 0xCE, 0xD6, 0xE0, 0xFF};
 
 std::string hash_of(const std::string &text) {
@@ -87,13 +70,23 @@ Bytes number_bytes(guint64 number) {
     return bytes;
 }
 
+Bytes bytes_of(const asd_host::PropertyValue &value) {
+    if (const auto *code = std::get_if<gint32>(&value); code != nullptr) {
+        const auto *first = reinterpret_cast<const guint8 *>(code);
+        return {first, first + sizeof *code};
+    }
+    const auto *byte = std::get_if<guint8>(&value);
+    return byte != nullptr ? Bytes{*byte} : std::get<Bytes>(value);
+}
+
 Facts facts() {
     Facts all;
-    for (const fake::Object &object : fake::world().objects) {
+    const asd_host::ObjectStore &objects = *fake::world().objects;
+    for (OBJ_HANDLE handle = 1; objects.name_of(handle) != nullptr; ++handle) {
         for (const char *property : {"Value", "Ready", "Health", "ErrorCode", "StgWp"}) {
-            if (const auto found = object.properties.find(property); found != object.properties.end()) {
-                const auto *data = static_cast<const guint8 *>(g_variant_get_data(found->second.get()));
-                all[object.name + "." + property] = {data, data + g_variant_get_size(found->second.get())};
+            asd_host::PropertyValue value;
+            if (objects.get(handle, property, &value) == 0) {
+                all[*objects.name_of(handle) + "." + property] = bytes_of(value);
             }
         }
     }
@@ -150,25 +143,22 @@ std::string left_of(const Facts &before, const Facts &after) {
 
 // A chip's record is what it was or what was written last, whole, and nothing else on the part changed.
 void expect_whole_records(const Facts &before, const Facts &after) {
-    std::map<std::string, Bytes> outside; // of each part, what nobody's record is left
-    for (const fake::Object &chip : fake::world().objects) {
-        if (chip.part == nullptr) {
-            continue;
-        }
-        const Bytes &was = before.at("part " + chip.name);
-        const Bytes &is = after.at("part " + chip.name);
+    for (const auto &[handle, chip] : fake::world().chips) {
+        const std::string &name = *fake::world().objects->name_of(handle);
+        const Bytes &was = before.at("part " + name);
+        const Bytes &is = after.at("part " + name);
         std::size_t length = 0; // of the last write
-        const std::string write = "dfl_block_write " + chip.name + " 64 ";
+        const std::string write = "dfl_block_write " + name + " 64 ";
         for (const fake::Event &event : fake::world().events) {
             length = event.line.starts_with(write) ? std::stoul(event.line.substr(write.size())) : length;
         }
-        EXPECT_TRUE(std::equal(was.begin(), was.begin() + 64, is.begin())) << "before the record of " << chip.name;
+        EXPECT_TRUE(std::equal(was.begin(), was.begin() + 64, is.begin())) << "before the record of " << name;
         EXPECT_TRUE(std::equal(was.begin() + 64 + static_cast<std::ptrdiff_t>(length), was.end(),
                                is.begin() + 64 + static_cast<std::ptrdiff_t>(length)))
-            << "behind the record of " << chip.name;
+            << "behind the record of " << name;
         if (was != is) {
             const Bytes data = part_of(is, 64, length - 2);
-            EXPECT_EQ(part_of(is, 64, length), fake::record(data)) << "on " << chip.name;
+            EXPECT_EQ(part_of(is, 64, length), fake::record(data)) << "on " << name;
         }
     }
 }
@@ -300,7 +290,9 @@ std::vector<Disturbance> held_locks(const std::vector<fake::Event> &events) {
         words >> operation >> lock >> timeout;
         // One that is waited for without a limit would be waited for for ever.
         if (operation == "vos_thread_sem4_p" && timeout != "0" && seen.insert(lock).second) {
-            all.push_back({.name = "held by others: " + lock, .apply = locked(lock), .told_in_full = true});
+            all.push_back({.name = "held by others: " + lock,
+                           .apply = [=] { fake::hold_semaphore(lock); },
+                           .told_in_full = true});
         }
     }
     return all;

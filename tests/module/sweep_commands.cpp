@@ -179,7 +179,7 @@ Inputs bytes_in(const Bytes &bytes) {
 
 std::string outputs_of(const fake::MethodReply &reply) {
     std::string text;
-    for (const fake::Value &output : reply.outputs) {
+    for (const auto &output : reply.outputs) {
         const auto *data = static_cast<const guint8 *>(g_variant_get_data(output.get()));
         text += std::string(", ") + g_variant_get_type_string(output.get()) + " " +
                 shown({data, data + g_variant_get_size(output.get())});
@@ -197,7 +197,7 @@ SweepEntry method_entry(const std::string &name, DFL_METHOD_FUNC method, const s
                                .run =
                                    [=] {
                                        const fake::MethodReply reply =
-                                           fake::call_method(method, sweep_handle(target), inputs());
+                                           fake::call_method(method, fake::handle_of(target), inputs());
                                        SweepAnswer answer = answer_of(reply.status);
                                        answer.text += outputs_of(reply);
                                        return answer;
@@ -236,15 +236,15 @@ SweepEntries command_entries() {
 SweepEntries method_entries() {
     (void)registered_rows();
     SweepEntries entries;
-    const std::map<std::string, DFL_METHOD_FUNC> methods = fake::world().registered.methods;
-    for (const auto &[name, method] : methods) {
-        const std::string short_name = name.substr(name.find('.') + 1);
-        for (const char *item : {"ASD_OVERSEAS", "ASD52"}) {
-            entries.push_back(method_entry(short_name, method, item));
-        }
-        if (short_name == "WriteAtomStorageData") {
-            for (const char *item : {"ASD_Bucklecard0Eeprom", "ASD_Bucklecard1Eeprom", "ASD_Bucklecard0EepromSub"}) {
-                entries.push_back(method_entry(short_name, method, item));
+    for (const char *class_name : {"AtomStorageData", "AtomStorageDataDev"}) {
+        const auto methods = *fake::world().registered.classes.methods(class_name);
+        for (const auto &[name, method] : methods) {
+            Texts items = {"ASD_OVERSEAS", "ASD52"};
+            if (name == "WriteAtomStorageData") {
+                items = with(items, {"ASD_Bucklecard0Eeprom", "ASD_Bucklecard1Eeprom", "ASD_Bucklecard0EepromSub"});
+            }
+            for (const std::string &item : items) {
+                entries.push_back(method_entry(name, method, item));
             }
         }
     }

@@ -5,6 +5,7 @@
 
 #include "bmc_asd_common.h"
 #include "bmc_asd_ipmi.h"
+#include "bmc_asd_ipmi_getter.h"
 #include "bmc_asd_objects.h"
 #include "bmc_asd_read.h"
 #include "bmc_asd_update_property.h"
@@ -34,13 +35,13 @@ using Write = std::function<gint32(OBJ_HANDLE object, const guint8 *data, guint3
 Operation reading(const std::string &object, guint32 length, const Read &read) {
     return [=] {
         Bytes data(length, 0xEE);
-        const gint32 status = read(sweep_handle(object), data.data(), length);
+        const gint32 status = read(fake::handle_of(object), data.data(), length);
         return answer_of(status, data);
     };
 }
 
 Operation writing(const std::string &object, const Bytes &bytes, const Write &write) {
-    return [=] { return answer_of(write(sweep_handle(object), bytes.data(), static_cast<guint32>(bytes.size()))); };
+    return [=] { return answer_of(write(fake::handle_of(object), bytes.data(), static_cast<guint32>(bytes.size()))); };
 }
 
 SweepEntry item_entry(const std::string &function, const char *item, const Operation &run) {
@@ -95,7 +96,7 @@ void add_items(SweepEntries *entries) {
         for (guint8 all = 0; all < 2; ++all) {
             const auto reload = [=] {
                 guint8 flag_byte = all;
-                return answer_of(process_each_asd_object(sweep_handle(item), all != 0 ? &flag_byte : nullptr));
+                return answer_of(process_each_asd_object(fake::handle_of(item), all != 0 ? &flag_byte : nullptr));
             };
             entries->push_back(item_entry("reload-" + std::to_string(all), item, reload));
         }
@@ -112,8 +113,9 @@ void add_names(SweepEntries *entries) {
         const Arrange build = [=] { (void)build_sweep_item(name); };
         const auto choose = [=] {
             OBJ_HANDLE check = 0;
-            const gint32 status = asd_choose_object(sweep_handle(name), &check);
-            return SweepAnswer{std::to_string(status) + " " + std::to_string(check)};
+            const gint32 status = asd_choose_object(fake::handle_of(name), &check);
+            return SweepAnswer{std::to_string(status) + " " +
+                               (check != 0 ? *fake::world().objects->name_of(check) : "none")};
         };
         checks.cases.push_back({name, build, choose});
         for (const char *chip : {item.chip0, item.chip1}) {
@@ -236,6 +238,10 @@ void add_ccdb(SweepEntries *entries) {
     const Operation read = [] { return answer_of(AsdReadCcdbDataFromRam()); };
     const Operation write = without_answer(AsdWriteCcdbDataToEeprom);
     const Operation update = [] { return answer_of(update_ccdb_data_of_ram(pattern(128).data())); };
+    const auto set = [](const Bytes &block) {
+        const Bytes request = joined({0, 0, 0x80, 0, 0x2C}, block);
+        return [=] { return answer_of(fake::call(ipmi_cmd_set_ccdb, "ASD_CCDB", request)); };
+    };
     SweepEntry entry{.name = "ccdb",
                      .cases = {disturbed("read", known, read),
                                {"read, not online", both(known, offline), read},
@@ -244,7 +250,10 @@ void add_ccdb(SweepEntries *entries) {
                                disturbed("write of a block that nobody knows", forgotten, write),
                                {"the same, not ready", both(forgotten, not_ready), write},
                                {"the same, not online", both(forgotten, offline), write},
-                               disturbed("update", known, update)}};
+                               disturbed("update", known, update),
+                               {"set as it is", known, set(kPendingBlock)},
+                               {"set with another last byte", known, set(joined(part_of(kPendingBlock, 0, 127), {0}))},
+                               {"set to zeros when nobody knows it", forgotten, set(Bytes(128, 0))}}};
     for (int state = 0; state < 18; ++state) { // standby before, standby now, the request
         const auto arrange = [=] {
             fake::world().board.standby = state % 2;
@@ -265,15 +274,33 @@ void add_node_view(SweepEntries *entries) {
         AsdSetNodeviewFlag(0);
     };
     const auto set = [](const Bytes &view, gint32 length = 64) {
-        return [=] { return answer_of(AsdSetNodevie2E2prom(sweep_handle("ASD_NODE_VIEW"), view.data(), length)); };
+        return [=] { return answer_of(AsdSetNodevie2E2prom(fake::handle_of("ASD_NODE_VIEW"), view.data(), length)); };
     };
     for (const gint32 length : {-1, 0, 1, 63, 64, 65}) {
         entry.cases.push_back({"length " + std::to_string(length), build, set(pattern(66), length)});
     }
     const auto after = both(build, [=] { EXPECT_EQ(set(pattern(64))().text, "0"); });
     entry.cases.push_back({"the same again", after, set(pattern(64))});
-    entry.cases.push_back({"after the role was lost", both(after, [] { AsdSetNodeviewFlag(0); }), set(pattern(64))});
-    entry.cases.push_back({"another in its last byte", after, set(joined(pattern(63), {0}))});
+    const auto other = set(joined(pattern(63), {0}));
+    entry.cases.push_back({"another in its last byte", after, other});
+    entry.cases.push_back(
+        {"after a time as slave", both(after, both(was(BOARD_MASTER), was(BOARD_SLAVE))), set(pattern(64))});
+    const auto and_then = [](const Operation &first, const Operation &second) {
+        return [=] {
+            const std::string answer = first().text;
+            fake::lift_faults();
+            fake::world().on_delay = {};
+            return SweepAnswer{answer + ", then " + second().text};
+        };
+    };
+    const Arrange role_lost = [] { // while the first chip is tried again
+        fault("dfl_block_write", "ASD_NODE_VIEWa", 6, 1)();
+        fake::world().on_delay = [] { AsdSetNodeviewFlag(0); };
+    };
+    entry.cases.push_back(
+        {"another fails, then the one before", both(after, kDeadWrites), and_then(other, set(pattern(64)))});
+    entry.cases.push_back(
+        {"another while the role is lost, then the same", both(after, role_lost), and_then(other, other)});
     entries->push_back(entry);
 }
 
@@ -300,7 +327,7 @@ void add_push(SweepEntries *entries) {
     entry.cases.push_back({"answered with nothing", peers(Bytes{}), send(6)});
     entry.cases.push_back({"not answered", peers(std::nullopt), send(6)});
     entry.cases.push_back({"no such peers", [] { fake::world().board.online = {0, 3}; }, send(6)});
-    const Operation item = [] { return answer_of(ASD_SyncEEpromToSlaveForeach(sweep_handle("ASD10"), nullptr)); };
+    const Operation item = [] { return answer_of(ASD_SyncEEpromToSlaveForeach(fake::handle_of("ASD10"), nullptr)); };
     entries->push_back(item_entry("push", "ASD10", item));
     for (SweepCase &row : entries->back().cases) {
         row.build = both(row.build, peers(Bytes{0}));
@@ -316,41 +343,41 @@ void add_push(SweepEntries *entries) {
 
 void add_small(SweepEntries *entries) {
     SweepEntry entry{.name = "small", .cases = {}};
-    const auto add = [&entry](const std::string &name, const std::function<gint32()> &run) {
-        const auto build = [] {
-            (void)build_sweep_item("ASD14");
-            ASD_SyncPcieOrSas(Bytes{0xAA}.data(), 1); // the code it remembers
-        };
-        entry.cases.push_back({name, build, [=] { return SweepAnswer{std::to_string(run())}; }});
+    const Arrange items = [] {
+        for (const char *item : {"ASD14", "ASD1000", "ASD3"}) {
+            (void)build_sweep_item(item);
+        }
+        ASD_SyncPcieOrSas(Bytes{0xAA}.data(), 1); // the code it remembers
     };
-    const auto add_void = [&add](const std::string &name, const std::function<void()> &run) {
-        add(name, [=] {
-            run();
-            return 0;
-        });
+    const auto add = [&](const std::string &name, const auto &run) {
+        if constexpr (std::is_void_v<decltype(run())>) {
+            entry.cases.push_back({name, items, without_answer(run)});
+        } else {
+            entry.cases.push_back({name, items, [=] { return SweepAnswer{std::to_string(run())}; }});
+        }
     };
     for (const guint8 length : Bytes{0, 1, 6, 228, 229, 230, 255}) {
-        add_void("print " + std::to_string(length), [=] { Asd_PrintData(pattern(255, 'A').data(), length); });
+        add("print " + std::to_string(length), [=] { Asd_PrintData(pattern(255, 'A').data(), length); });
         add("frame " + std::to_string(length), [=] { return ASD_RequestDataCheck(Bytes(255).data(), length); });
         const Bytes bytes = pattern(255, length);
-        add_void("MAC of " + std::to_string(length), [=] { ASD_SyncASD10(bytes.data(), length); });
-        add_void("model of " + std::to_string(length), [=] { ASD_SyncASD13(bytes.data(), length); });
-        add_void("code of " + std::to_string(length), [=] { ASD_SyncPcieOrSas(Bytes(255, 0x33).data(), length); });
-        add_void("info of " + std::to_string(length), [=] { ASD_SyncProCfgInfo(bytes.data(), length); });
+        add("MAC of " + std::to_string(length), [=] { ASD_SyncASD10(bytes.data(), length); });
+        add("model of " + std::to_string(length), [=] { ASD_SyncASD13(bytes.data(), length); });
+        add("code of " + std::to_string(length), [=] { ASD_SyncPcieOrSas(Bytes(255, 0x33).data(), length); });
+        add("info of " + std::to_string(length), [=] { ASD_SyncProCfgInfo(bytes.data(), length); });
         add("setting " + std::to_string(length), [=] { return gint32{ASD_JudgeValidIocardPcie4(length)}; });
     }
     for (const char *name : {"ASD_BBUSWITCH", "ASD_BBUSWITCH1", "ASDDev7", "ASD14"}) {
-        add_void(std::string("flag failed: ") + name, [=] { AsdCheckFlagErrorlog(name, 1, 5); });
-        add_void(std::string("read failed: ") + name, [=] { AsdChipCheckErrorLog(name, 2, 2, 6); });
-        add_void(std::string("lines: ") + name, [=] {
+        add(std::string("flag failed: ") + name, [=] { AsdCheckFlagErrorlog(name, 1, 5); });
+        add(std::string("read failed: ") + name, [=] { AsdChipCheckErrorLog(name, 2, 2, 6); });
+        add(std::string("lines: ") + name, [=] {
             asd_write_enable(name);
             asd_write_disable(name);
         });
     }
     static Bytes data = pattern(8);
     static gsize size = 0;
-    const auto item = [] { return sweep_handle("ASD14"); };
-    const auto chip = [] { return sweep_handle("ASDDev14a"); };
+    const auto item = [] { return fake::handle_of("ASD14"); };
+    const auto chip = [] { return fake::handle_of("ASDDev14a"); };
     // clang-format off
     add("no bytes are no F", [] { return ASD_CheckAsdDataIsFullF(nullptr, 3) + ASD_CheckAsdDataIsFullF(data.data(), 0); });
     add("no frame", [] { return ASD_RequestDataCheck(nullptr, 100); });
@@ -367,12 +394,19 @@ void add_small(SweepEntries *entries) {
     add("a record to nowhere", [] { return asd_eeprom_writecrc(data.data(), 4, nullptr); });
     add("short card type", [=] { return asd_bucklecard_writetype(item(), data.data(), 1) + asd_bucklecard_writetype(item(), nullptr, 4); });
     add("nothing of the model, of the card or of the view", [=] { return gint32{asd_get_backboard_mode_from_backboard(nullptr)} + ASD_GetIocardPcie4FromEEP(nullptr, 8) + AsdSetNodevie2E2prom(item(), nullptr, 64); });
-    // clang-format on
     for (const guint32 length : {G_MAXUINT32, G_MAXUINT32 - 1}) { // no room for a checksum
-        add("too long a read", [=] { return asd_eeprom_read(chip(), data.data(), length); });
+        add("too long a read", [=] { return asd_eeprom_read(chip(), data.data(), length) + asd_eeprom_check_read(chip(), data.data(), length); });
         add("too long a write", [=] { return asd_eeprom_write(chip(), data.data(), length, ASD_CHECKSUM_CRC16); });
+        add("too long a key", [=] { return asd_power_eeprom_write(fake::handle_of("ASDDev1000"), data.data(), length, ASD_CHECKSUM_CRC16); });
+        add("too long a fan's", [=] { return asd_fan_eeprom_write(fake::handle_of("ASDDev3"), data.data(), length, ASD_CHECKSUM_CRC16); });
         add("too long a record", [=] { return asd_eeprom_writecrc(data.data(), length, data.data()); });
     }
+    // clang-format on
+    const Arrange equipment_frame = both(items, [] { fake::world().board.equip_frame = 1; });
+    entry.cases.push_back(disturbed("the chosen chip", equipment_frame, [] {
+        std::array<gchar, 20> name{};
+        return SweepAnswer{std::to_string(asd_choose_asd_dev(name.data(), name.size())) + " " + name.data()};
+    }));
     entries->push_back(entry);
 }
 

@@ -39,16 +39,6 @@ SweepCase scene(const std::string &name, const Texts &items, VOS_TASK_ENTRY task
     return {.name = name, .build = both([=] { build(items); }, more), .run = run, .disturbed = disturbed};
 }
 
-// The role whose transition the monitor did last.
-Arrange was(BOARD_MOS_E role) {
-    return [=] {
-        fake::world().board.role = role;
-        fault("BSP_Is4U4CBoard")();
-        play(asd_master_check_task, {}, fake::world().ticks + 501);
-        fake::lift_faults();
-    };
-}
-
 // clang-format off
 SweepEntry role_entry() {
     const auto add = [](const char *name, BOARD_MOS_E before, const std::vector<Change> &script, guint64 duration, bool disturbed = false) {
@@ -107,6 +97,15 @@ SweepEntry start_entry() {
 }
 
 } // namespace
+
+Arrange was(BOARD_MOS_E role) {
+    return [=] {
+        fake::world().board.role = role;
+        fault("BSP_Is4U4CBoard")();
+        play(asd_master_check_task, {}, fake::world().ticks + 501);
+        fake::lift_faults();
+    };
+}
 
 SweepEntries task_entries() {
     return {start_entry(), role_entry(), check_entry(), daily_entry(), sync_entry()};

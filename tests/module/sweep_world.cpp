@@ -3,8 +3,6 @@
 
 #include "sweep_world.h"
 
-#include "fake_state.h"
-
 #include <algorithm>
 
 const SweepItem &sweep_item(std::string_view name) {
@@ -14,10 +12,6 @@ const SweepItem &sweep_item(std::string_view name) {
         std::abort(); // a mistake of the test
     }
     return *found;
-}
-
-OBJ_HANDLE sweep_handle(std::string_view name) {
-    return fake::handle_of(name);
 }
 
 guint8 sweep_number(std::string_view name) {

@@ -61,14 +61,14 @@ const SweepItem &sweep_item(std::string_view name);
 // item that holds its flag.
 OBJ_HANDLE build_sweep_item(std::string_view name);
 
-// Of an object by its name, without asking the platform.
-OBJ_HANDLE sweep_handle(std::string_view name);
-
 // What a chip holds at first, and what Value does.
 Bytes sweep_record(const SweepItem &item);
 Bytes sweep_value(const SweepItem &item);
 
 guint8 sweep_number(std::string_view name);
+
+// The role whose transition the role monitor did last.
+Arrange was(BOARD_MOS_E role);
 
 struct Condition {
     const char *name;

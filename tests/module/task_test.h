@@ -53,7 +53,7 @@ inline void run_scenes(VOS_TASK_ENTRY task, const Arrange &build, const Texts &w
             play(task, scene.script, scene.until);
             EXPECT_EQ(fake::timeline(watched, max_level), scene.timeline) << scene.name;
         };
-        IN_FRESH_PROCESS(body);
+        in_fresh_process(body);
     }
 }
 
