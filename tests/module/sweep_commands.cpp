@@ -237,8 +237,7 @@ SweepEntries method_entries() {
     (void)registered_rows();
     SweepEntries entries;
     for (const char *class_name : {"AtomStorageData", "AtomStorageDataDev"}) {
-        const auto methods = *fake::world().registered.classes.methods(class_name);
-        for (const auto &[name, method] : methods) {
+        for (const auto &[name, method] : *fake::world().registered.classes.methods(class_name)) {
             Texts items = {"ASD_OVERSEAS", "ASD52"};
             if (name == "WriteAtomStorageData") {
                 items = with(items, {"ASD_Bucklecard0Eeprom", "ASD_Bucklecard1Eeprom", "ASD_Bucklecard0EepromSub"});

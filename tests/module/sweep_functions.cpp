@@ -279,28 +279,32 @@ void add_node_view(SweepEntries *entries) {
     for (const gint32 length : {-1, 0, 1, 63, 64, 65}) {
         entry.cases.push_back({"length " + std::to_string(length), build, set(pattern(66), length)});
     }
-    const auto after = both(build, [=] { EXPECT_EQ(set(pattern(64))().text, "0"); });
-    entry.cases.push_back({"the same again", after, set(pattern(64))});
-    const auto other = set(joined(pattern(63), {0}));
-    entry.cases.push_back({"another in its last byte", after, other});
-    entry.cases.push_back(
-        {"after a time as slave", both(after, both(was(BOARD_MASTER), was(BOARD_SLAVE))), set(pattern(64))});
-    const auto and_then = [](const Operation &first, const Operation &second) {
-        return [=] {
+    const Operation view = set(pattern(64));
+    const Operation other = set(joined(pattern(63), {0}));
+    const auto add = [&](const char *name, const Arrange &arrange, const Operation &first, const Operation &second) {
+        const auto run = [=] {
             const std::string answer = first().text;
             fake::lift_faults();
             fake::world().on_delay = {};
             return SweepAnswer{answer + ", then " + second().text};
         };
+        entry.cases.push_back({name,
+                               both(
+                                   [=] {
+                                       build();
+                                       EXPECT_EQ(view().text, "0");
+                                   },
+                                   arrange),
+                               run});
     };
     const Arrange role_lost = [] { // while the first chip is tried again
         fault("dfl_block_write", "ASD_NODE_VIEWa", 6, 1)();
         fake::world().on_delay = [] { AsdSetNodeviewFlag(0); };
     };
-    entry.cases.push_back(
-        {"another fails, then the one before", both(after, kDeadWrites), and_then(other, set(pattern(64)))});
-    entry.cases.push_back(
-        {"another while the role is lost, then the same", both(after, role_lost), and_then(other, other)});
+    add("the same, then another in its last byte", kAsBuilt, view, other);
+    add("after a time as slave", both(was(BOARD_MASTER), was(BOARD_SLAVE)), view, view);
+    add("another fails, then the one before", kDeadWrites, other, view);
+    add("another while the role is lost, then the same", role_lost, other, other);
     entries->push_back(entry);
 }
 

@@ -81,7 +81,7 @@ SweepEntry sync_entry() {
     return {.name = "task-sync", .cases = {
         add("a pass", [] { AsdSetGCcdbSetEn(1); }, 1500, true), add("two passes", kAsBuilt), add("slave", role_set(BOARD_SLAVE)),
         add("error role", role_set(BOARD_MOS_ERROR)), add("upgrading", upgrading_set(1)), add("equipment mode", equip_mode_set(1)),
-        add("into standby", [] { fake::world().board.standby = 1; })}};
+        add("into standby", [] { fake::world().board.standby = 1; }), add("management module", [] { fake::world().board.smm = 1; })}};
 }
 // clang-format on
 

@@ -48,9 +48,6 @@ TEST_F(SyncSendTest, Task) {
          with(with(pass({1000, 2000}), at(2000, {"1 Set CCDB data to e2prom when os enter standby!", "vos_thread_sem4_p CcdbSetEn 0", kCcdbWritten})), pass({3000}))},
     });
     // clang-format on
-    fake::world().board.smm = 1;
-    EXPECT_TRUE(fake::run_task(ASD_EEprom_Sync_Task, [] { return true; }));
-    EXPECT_EQ(fake::journal(), Texts{"BSP_IsSmmBoard"});
 }
 
 // ---- Items and message ----
