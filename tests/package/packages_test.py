@@ -5,6 +5,7 @@
 """The Debian packages that scripts/package made: checked, then installed, used, removed and purged in a clean system."""
 
 import hashlib
+import json
 import os
 import pathlib
 import re
@@ -127,6 +128,8 @@ class Installed(unittest.TestCase):
     def test_programs(self):
         self.assertRegex(self.system.run("asd", "--check-config"), r"^/etc/asd/enclosure.json: ok, \d+ items")
         self.assertIn("status", self.system.run("asdctl", "--help"))
+        schema = json.loads((self.system.folder / "etc/asd/enclosure.json").read_text(encoding="utf-8"))["$schema"]
+        self.assertTrue((self.system.folder / schema[1:]).is_file(), schema)
 
     def test_unit(self):
         self.assertEqual(self.system.run("systemd-analyze", "verify", "--man=no", UNIT), "")

@@ -10,6 +10,8 @@
 #include <functional>
 #include <string_view>
 
+#include <glib.h>
+
 namespace asdctl {
 
 namespace {
@@ -67,6 +69,41 @@ std::string completion_name(std::uint8_t code) {
         return "particular to the command";
     }
     return code >= 0x01 && code <= 0x7E ? "particular to the device" : "reserved";
+}
+
+// Letters to be changed, added, taken away or swapped with their neighbour between the two, whatever their case.
+static std::size_t distance(std::string_view one, std::string_view other) {
+    std::vector<std::vector<std::size_t>> steps(one.size() + 1, std::vector<std::size_t>(other.size() + 1));
+    const auto same = [&](std::size_t i, std::size_t j) {
+        return g_ascii_tolower(one[i - 1]) == g_ascii_tolower(other[j - 1]);
+    };
+    for (std::size_t i = 0; i <= one.size(); ++i) {
+        for (std::size_t j = 0; j <= other.size(); ++j) {
+            if (i == 0 || j == 0) {
+                steps[i][j] = i + j;
+                continue;
+            }
+            steps[i][j] =
+                std::min({steps[i - 1][j] + 1, steps[i][j - 1] + 1, steps[i - 1][j - 1] + (same(i, j) ? 0U : 1U)});
+            if (i > 1 && j > 1 && same(i, j - 1) && same(i - 1, j)) {
+                steps[i][j] = std::min(steps[i][j], steps[i - 2][j - 2] + 1);
+            }
+        }
+    }
+    return steps.back().back();
+}
+
+std::string did_you_mean(std::string_view word, const std::vector<std::string> &names) {
+    std::size_t least = 1 + word.size() / 4; // more would be another word
+    std::string nearest;
+    for (const std::string &name : names) {
+        const bool begun = word.size() > 1 && name.starts_with(word);
+        if (const std::size_t steps = begun ? 1 : distance(word, name); steps < least + (nearest.empty() ? 1 : 0)) {
+            least = steps;
+            nearest = name;
+        }
+    }
+    return nearest.empty() ? "" : " Did you mean '" + nearest + "'?";
 }
 
 std::string completion_text(std::uint8_t code) {

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace asdctl {
 
@@ -17,5 +19,8 @@ namespace asdctl {
 
 // "completion code 0xC7 (request data length invalid)"
 [[nodiscard]] std::string completion_text(std::uint8_t code);
+
+// " Did you mean 'list'?" when one of the names is so much like the word that it was meant; else nothing.
+[[nodiscard]] std::string did_you_mean(std::string_view word, const std::vector<std::string> &names);
 
 } // namespace asdctl

@@ -101,7 +101,7 @@ constexpr std::array kStates = {
 void add_state(CLI::App &set, Command &chosen, const State &state) {
     CLI::App *const command = add_command(set, state.name, state.what, std::string("board set ") + state.name + " 1");
     const auto value = std::make_shared<int>(0);
-    command->add_option("VALUE", *value, "0 to 255")->required()->check(unsaid(CLI::Range(0, 255)));
+    command->add_option("VALUE", *value, "0 or 1")->required()->check(unsaid(CLI::Range(0, 1)));
     command->callback([&chosen, value, state] {
         chosen = [value, state](const Context &context) {
             Service(context).set_board(state.property, g_variant_new(state.type, *value));

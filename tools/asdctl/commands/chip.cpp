@@ -30,6 +30,7 @@ struct LoadedPart {
     std::filesystem::path file;
     std::optional<unsigned> slot; // of a part that a controller has for itself, when the state folder says whose
     Bytes bytes;
+    std::string trouble; // why its bytes are not there, or not all of them; empty: they are
 
     [[nodiscard]] BytesView record(const RecordPlace &place) const {
         return BytesView(bytes).subspan(place.offset, place.length + kChecksumSize);
@@ -71,11 +72,19 @@ Bytes read_part(const std::filesystem::path &file) {
     }
 }
 
+// A part that is missing, dead or of another size is looked at as far as it goes: the others are why somebody looks.
 LoadedPart load(const PartPlan &plan, const std::filesystem::path &file, std::optional<unsigned> slot) {
-    LoadedPart part{.plan = plan, .file = file, .slot = slot, .bytes = read_part(file)};
-    if (part.bytes.size() != plan.size) {
-        throw Failure(file.string() + ": has " + counted(part.bytes.size(), "byte") + ", but part " + plan.name +
-                      " has " + std::to_string(plan.size));
+    LoadedPart part{.plan = plan, .file = file, .slot = slot, .bytes = {}, .trouble = {}};
+    try {
+        part.bytes = read_part(file);
+        if (part.bytes.size() != plan.size) {
+            part.trouble = "has " + counted(part.bytes.size(), "byte") + ", but part " + plan.name + " has " +
+                           std::to_string(plan.size);
+        }
+    } catch (const Failure &failure) {
+        const std::string_view what = failure.what();
+        const std::string prefix = file.string() + ": ";
+        part.trouble = what.substr(what.starts_with(prefix) ? prefix.size() : 0);
     }
     return part;
 }
@@ -139,6 +148,10 @@ std::vector<LoadedPart> load_files(const std::vector<PartPlan> &plans, const Chi
 std::vector<LoadedPart> load_state_dir(const Context &context, const std::vector<PartPlan> &plans,
                                        const ChipOptions &options) {
     const std::filesystem::path state_dir = options.state_dir;
+    std::error_code unreadable; // counts as not there
+    if (!std::filesystem::is_directory(state_dir, unreadable)) {
+        throw Failure(state_dir.string() + ": is no folder that this user can look into");
+    }
     std::vector<LoadedPart> loaded;
     const auto wanted = [&](const PartPlan &plan) {
         return options.parts.empty() || std::ranges::find(options.parts, plan.name) != options.parts.end();
@@ -151,7 +164,7 @@ std::vector<LoadedPart> load_state_dir(const Context &context, const std::vector
     }
     for (unsigned slot = 0; slot < kSlots; ++slot) {
         const std::filesystem::path folder = state_dir / slot_folder(slot);
-        if (context.slot_given ? slot != context.slot : !std::filesystem::is_directory(folder)) {
+        if (context.slot_given ? slot != context.slot : !std::filesystem::is_directory(folder, unreadable)) {
             continue;
         }
         for (const PartPlan &plan : plans) {
@@ -186,7 +199,7 @@ std::vector<Finding> findings_of(const std::vector<LoadedPart> &parts, const std
     std::vector<Finding> findings;
     for (const LoadedPart &part : parts) {
         for (const RecordPlace &place : part.plan.records) {
-            if (item.empty() || item == place.item) {
+            if (part.trouble.empty() && (item.empty() || item == place.item)) {
                 findings.push_back(
                     {.part = &part, .place = &place, .check = check_record(part.record(place)), .differs_from = {}});
             }
@@ -200,18 +213,33 @@ std::vector<Finding> findings_of(const std::vector<LoadedPart> &parts, const std
     return findings;
 }
 
+// Parts that were not looked at, of those with a copy of the item, or of all.
+std::vector<const LoadedPart *> unread_of(const std::vector<LoadedPart> &parts, const std::string &item) {
+    std::vector<const LoadedPart *> unread;
+    for (const LoadedPart &part : parts) {
+        if (!part.trouble.empty() && (item.empty() || std::ranges::find(part.plan.records, item, &RecordPlace::item) !=
+                                                          part.plan.records.end())) {
+            unread.push_back(&part);
+        }
+    }
+    return unread;
+}
+
 struct Verdict {
     std::size_t good = 0;
     std::size_t blank = 0;
     std::size_t bad = 0;
     std::size_t bad_unnoticed = 0; // on chips that are not strict
     std::vector<std::string> differing;
+    std::vector<std::string> unread; // parts
 
-    [[nodiscard]] int status() const { return bad == 0 && differing.empty() ? kDone : kFailed; }
+    [[nodiscard]] int status() const { return bad == 0 && differing.empty() && unread.empty() ? kDone : kFailed; }
 };
 
-Verdict verdict_on(const std::vector<Finding> &findings) {
+Verdict verdict_on(const std::vector<Finding> &findings, const std::vector<const LoadedPart *> &unread) {
     Verdict verdict;
+    std::ranges::transform(unread, std::back_inserter(verdict.unread),
+                           [](const LoadedPart *part) { return part->plan.name; });
     for (const Finding &finding : findings) {
         const RecordState state = finding.check.state;
         ++(state == RecordState::kGood ? verdict.good : state == RecordState::kBlank ? verdict.blank : verdict.bad);
@@ -244,6 +272,11 @@ std::string part_text(const Screen &screen, const LoadedPart &part, const std::v
                  {.title = "STRICT"},
                  {.title = "STATE"}},
                 kIndent);
+    if (!part.trouble.empty()) {
+        return painted(screen, Tone::kStrong, part.title()) + "\n" + std::string(kIndent, ' ') +
+               painted(screen, Tone::kBad, part.trouble) +
+               "; not looked at: " + counted(part.plan.records.size(), "record") + "\n\n";
+    }
     bool any = false;
     for (const Finding &finding : findings) {
         if (finding.part != &part) {
@@ -271,13 +304,15 @@ std::string verdict_text(const Verdict &verdict) {
     std::string text = counted(verdict.good + verdict.blank + verdict.bad, "record") + ": " +
                        std::to_string(verdict.good) + " good, " + std::to_string(verdict.blank) + " blank, " +
                        std::to_string(verdict.bad) + " bad\n";
-    if (!verdict.differing.empty()) {
-        text += "Pairs whose copies differ:";
-        for (const std::string &item : verdict.differing) {
-            text += " " + item;
+    const auto add = [&text](const char *what, const std::vector<std::string> &names) {
+        for (const char *before = what; const std::string &name : names) {
+            text += before + name;
+            before = " ";
         }
-        text += "\n";
-    }
+        text += names.empty() ? "" : "\n";
+    };
+    add("Parts that were not looked at: ", verdict.unread);
+    add("Pairs whose copies differ: ", verdict.differing);
     if (verdict.bad_unnoticed > 0) {
         text += "Bad ones on chips that are not strict: " + std::to_string(verdict.bad_unnoticed) +
                 ". The service delivers these as if they were good, and does not repair them.\n";
@@ -306,7 +341,8 @@ Json inspection_json(const std::vector<LoadedPart> &parts, const std::vector<Fin
         files.push_back({{"part", part.plan.name},
                          {"slot", part.slot ? Json(*part.slot) : Json(nullptr)},
                          {"file", part.file.string()},
-                         {"size", part.bytes.size()}});
+                         {"size", part.bytes.size()},
+                         {"error", part.trouble.empty() ? Json(nullptr) : Json(part.trouble)}});
     }
     Json records = Json::array();
     for (const Finding &finding : findings) {
@@ -320,7 +356,8 @@ Json inspection_json(const std::vector<LoadedPart> &parts, const std::vector<Fin
             {"blank", verdict.blank},
             {"bad", verdict.bad},
             {"bad_unnoticed", verdict.bad_unnoticed},
-            {"differing", verdict.differing}};
+            {"differing", verdict.differing},
+            {"unread", verdict.unread}};
 }
 
 int run_inspect(const Context &context, const ChipOptions &options) {
@@ -331,14 +368,17 @@ int run_inspect(const Context &context, const ChipOptions &options) {
     const std::vector<LoadedPart> parts =
         options.files.empty() ? load_state_dir(context, plans, options) : load_files(plans, options);
     const std::vector<Finding> findings = findings_of(parts, options.item);
-    if (findings.empty()) {
+    const std::vector<const LoadedPart *> unread = unread_of(parts, options.item);
+    if (findings.empty() && unread.empty()) {
         throw Failure(options.item.empty() ? "there are no records on it"
                                            : "item '" + options.item + "' has no record there");
     }
-    const Verdict verdict = verdict_on(findings);
+    const Verdict verdict = verdict_on(findings, unread);
     std::string text;
     for (const LoadedPart &part : parts) {
-        text += part_text(context.out, part, findings);
+        if (part.trouble.empty() || std::ranges::find(unread, &part) != unread.end()) {
+            text += part_text(context.out, part, findings);
+        }
     }
     return answer(context, inspection_json(parts, findings, verdict), text + verdict_text(verdict), verdict.status());
 }
@@ -356,6 +396,9 @@ std::vector<Stretch> stretches_of(const PartPlan &plan, std::size_t size) {
     std::vector<Stretch> stretches;
     std::size_t next = 0;
     for (const RecordPlace &place : plan.records) {
+        if (place.end() > size) {
+            continue; // of a file that ends before the part does
+        }
         if (place.offset > next) {
             stretches.push_back({next, place.offset, nullptr});
         }
@@ -381,7 +424,7 @@ std::string stretch_title(const Screen &screen, const LoadedPart &part, const St
 }
 
 int run_dump(const Context &context, const ChipOptions &options) {
-    LoadedPart part{.plan = {}, .file = options.files.front(), .slot = {}, .bytes = {}};
+    LoadedPart part{.plan = {}, .file = options.files.front(), .slot = {}, .bytes = {}, .trouble = {}};
     if (options.config.empty()) {
         if (!options.parts.empty()) {
             throw WrongUsage("--part names a part of an enclosure file: --config is missing");
@@ -389,6 +432,9 @@ int run_dump(const Context &context, const ChipOptions &options) {
         part.bytes = read_part(part.file);
     } else {
         part = load_files(read_enclosure(options.config), options).front();
+    }
+    if (!part.trouble.empty() && part.bytes.empty()) {
+        throw Failure(part.file.string() + ": " + part.trouble);
     }
     const std::size_t size = part.bytes.size();
     if (options.offset >= size && size > 0) {
@@ -411,12 +457,14 @@ int run_dump(const Context &context, const ChipOptions &options) {
             records.push_back(record_json(part, *stretch.record));
         }
     }
+    text += part.trouble.empty() ? "" : painted(context.out, Tone::kBad, "-- the file " + part.trouble) + "\n";
     return answer(context,
                   {{"file", part.file.string()},
+                   {"error", part.trouble.empty() ? Json(nullptr) : Json(part.trouble)},
                    {"offset", options.offset},
                    {"bytes", to_hex(BytesView(part.bytes).subspan(options.offset, end - options.offset))},
                    {"records", records}},
-                  text);
+                  text, part.trouble.empty() ? kDone : kFailed);
 }
 
 void add_inspect(CLI::App &chip, Command &chosen) {

@@ -5,6 +5,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "ipmi_client.h"
+#include "known_items.h"
 #include "records.h"
 #include "service.h"
 #include "texts.h"
@@ -33,22 +34,28 @@ Bytes shaped(const ReadOptions &options, const Bytes &value) {
     return {line.begin(), line.end()};
 }
 
-Bytes read_chips(Service &service, const Item &item) {
-    try {
-        return service.read_item(item.name, "ReadAtomStorageData");
-    } catch (const Failure &failure) {
-        const bool pair = item.chips.size() == 2;
-        throw Failure(failure.what(),
-                      pair ? "Of the pairs, only those with a check flag can be read from their chips; 'asdctl get " +
-                                 item.name + "' shows the copy in memory."
-                           : "");
-    }
+bool is_pair(const Item &item) {
+    return item.chips.size() == 2;
 }
 
-std::string not_ready_advice(const Item &item) {
-    const bool pair = item.chips.size() == 2;
-    return "'asdctl read " + item.name + "' reads its " +
-           (pair ? "chips if it has a check flag, 'asdctl chip inspect' in any case." : "chip.");
+// Whether the service can say which copy of the item is to be trusted.
+bool can_be_read(const Item &item) {
+    return !is_pair(item) || has_flag(item.name);
+}
+
+// How to see what is on the parts; never a command that would send the reader back here.
+std::string look_advice(const Item &item) {
+    return can_be_read(item) ? "'asdctl read " + item.name + "' reads it from its parts."
+                             : "'asdctl chip inspect --item " + item.name + "' shows both copies on their parts.";
+}
+
+Bytes read_chips(Service &service, const Item &item) {
+    if (!can_be_read(item)) { // asking would leave errors in the service's log
+        throw Failure(item.name + " is a pair without a check flag, so nothing says which copy to trust",
+                      item.ready ? "'asdctl get " + item.name + "' shows the value that the service has loaded."
+                                 : look_advice(item));
+    }
+    return service.read_item(item.name, "ReadAtomStorageData");
 }
 
 // Shows or saves a value that came from there.
@@ -81,7 +88,7 @@ int run_get(const Context &context, const ReadOptions &options) {
             (snapshot.board.role == "master"
                  ? ""
                  : "The role of this controller is " + snapshot.board.role + ", and the master loads them all. ") +
-                not_ready_advice(item));
+                look_advice(item));
     }
     return deliver(context, options, "memory", service.read_item(item.name, "ReadAsdMemData"));
 }
@@ -144,26 +151,9 @@ Bytes image_of(const Item &item, Bytes bytes, bool truncate) {
     return bytes;
 }
 
-// The service answers success for a pair of which one chip was written, and for some parts even when the write failed;
-// their chips tell.
-void report_chips(const Context &context, const Item &item) {
-    std::size_t failed = 0;
-    for (const Chip &chip : item.chips) {
-        if (chip.error_code != 0) {
-            ++failed;
-            std::cerr << painted(context.err, Tone::kCaution, "asdctl: warning: ") << chip.name << ": "
-                      << status_text(chip.error_code) << "\n";
-        }
-    }
-    if (failed > 0 && failed == item.chips.size()) {
-        throw Failure(item.name + ": the service accepted the bytes, but no chip took them");
-    }
-}
-
 constexpr const char *kWrite = "WriteAtomStorageData";
 constexpr const char *kEquipWrite = "EqWriteAtomStorageData";
 constexpr const char *kMemoryWrite = "UpdateMemProperty";
-constexpr std::int32_t kNoCheckObject = -1018;
 
 constexpr const char *kCustomerBlock = "ASD_CCDB";
 
@@ -190,28 +180,64 @@ void replace_pending_block(const Context &context, Service &service, BytesView i
     }
 }
 
-// The method that wrote the item.
-const char *write_image(Service &service, const SetOptions &options, BytesView image) {
-    const char *method = options.memory ? kMemoryWrite : options.equip ? kEquipWrite : kWrite;
-    std::int32_t status = service.write_item(options.item, method, image);
-    if (status == kNoCheckObject && !options.memory && !options.equip) {
-        // A pair without a check flag: its chips have the bytes by now, the memory has not.
-        method = kEquipWrite;
-        status = service.write_item(options.item, method, image);
+// A pair without a flag is written by the other method: this one would write both copies too, but refuse it then.
+const char *method_of(const Item &item, const SetOptions &options) {
+    return options.memory ? kMemoryWrite : options.equip || !can_be_read(item) ? kEquipWrite : kWrite;
+}
+
+std::string copy_text(const Chip &chip) {
+    return chip.name + " on " + chip.part;
+}
+
+// What became of a pair of which one copy was not written. With a flag the service answers success.
+Failure half_written(const Item &item, const char *method, bool first_failed) {
+    const Chip &failed = first_failed ? item.chips.front() : item.chips.back();
+    const Chip &written = first_failed ? item.chips.back() : item.chips.front();
+    const std::string what = item.name + ": written to " + copy_text(written) + " alone; " + copy_text(failed) +
+                             " failed with " + status_text(failed.error_code);
+    if (method == kWrite) {
+        return Failure(what,
+                       std::string("Memory has the new value, and the check flag names this copy to the next start") +
+                           (first_failed ? ", unless the last write before had reached the first copy alone" : "") +
+                           ". Write it again once the part answers.");
     }
+    return Failure(what,
+                   "Memory keeps the value from before. " +
+                       std::string(first_failed ? "The next start takes the first copy, which is the old one, if it "
+                                                  "can be read then, else the new one."
+                                                : "The next start takes the first copy, which is the new one.") +
+                       " Write it again once the part answers.");
+}
+
+// Refuses to call written what is not on every part. For some parts the service answers success even when the write
+// failed; the copies' error codes tell.
+void check_written(const Item &item, const char *method, std::int32_t status) {
+    const auto failed = [](const Chip &chip) { return chip.error_code != 0; };
+    const auto count = method == kMemoryWrite ? 0 : std::ranges::count_if(item.chips, failed);
+    if (count == 1 && is_pair(item)) {
+        const bool first = failed(item.chips.front());
+        if (status == (method == kWrite ? 0 : (first ? item.chips.front() : item.chips.back()).error_code)) {
+            throw half_written(item, method, first);
+        }
+    }
+    const std::string advice = "'asdctl show " + item.name + "' shows the state of its copies.";
     if (status != 0) {
-        throw Failure("writing " + options.item + ": status " + status_text(status),
-                      "'asdctl show " + options.item + "' shows the state of its chips.");
+        throw Failure("writing " + item.name + ": status " + status_text(status), advice);
     }
-    return method;
+    if (count > 0) {
+        throw Failure(item.name + ": the service accepted the bytes, but no part took them: " +
+                          status_text(item.chips.front().error_code),
+                      advice);
+    }
 }
 
 std::string set_text(const Item &item, const SetOptions &options, std::size_t given) {
     const std::size_t written = std::min<std::size_t>(given, item.length);
     std::string text = item.name + ": " + counted(written, "byte") + " written to " +
-                       (options.memory           ? "memory; the chips keep theirs"
-                        : item.chips.size() == 2 ? "both chips"
-                                                 : "the chip");
+                       (options.memory       ? "memory; the parts keep theirs"
+                        : is_pair(item)      ? "both copies"
+                        : item.chips.empty() ? "its part"
+                                             : "its copy on " + item.chips.front().part);
     if (given < item.length) {
         text += "; the remaining " + std::to_string(item.length - given) + " are 0xFF";
     }
@@ -229,12 +255,11 @@ int run_set(const Context &context, const SetOptions &options) {
     if (options.item == kCustomerBlock && !options.memory) {
         replace_pending_block(context, service, image);
     }
-    const char *const method = write_image(service, options, image);
-    snapshot = service.snapshot(); // the chips after the write
+    const char *const method = method_of(snapshot.item(options.item), options);
+    const std::int32_t status = service.write_item(options.item, method, image);
+    snapshot = service.snapshot(); // the copies after the write
     const Item &item = snapshot.item(options.item);
-    if (!options.memory) {
-        report_chips(context, item);
-    }
+    check_written(item, method, status);
     Json chips = Json::array();
     for (const Chip &chip : item.chips) {
         chips.push_back({{"name", chip.name}, {"health", chip.health}, {"error_code", chip.error_code}});

@@ -4,7 +4,10 @@
 
 #include "commands.h"
 #include "failure.h"
+#include "texts.h"
 
+#include <algorithm>
+#include <array>
 #include <csignal>
 #include <iostream>
 
@@ -24,7 +27,7 @@ constexpr const char *kExamples = R"(Examples:
   asdctl watch --for 60
   asdctl chip inspect --state-dir /var/lib/asd --config enclosure.json
 
-Options may stand before or behind the command. Exit status: 0 done, 1 refused or failed, 2 wrong usage.)";
+'asdctl help COMMAND' tells of one. Options may stand before or behind the command. Exit status: 0 done, 1 refused or failed, 2 wrong usage.)";
 
 // The options of every command, as given.
 struct Given {
@@ -84,11 +87,45 @@ WrongUsage wrong_usage(const CLI::App &app, const CLI::ParseError &mistake) {
         name += " " + deepest->get_name();
     }
     std::string what = mistake.what();
+    std::string meant;
+    const std::vector<std::string> left = app.remaining(true);
     if (deepest->get_require_subcommand_min() > 0 && mistake.get_name() == "RequiredError") {
-        const std::vector<std::string> left = app.remaining(true);
+        std::vector<std::string> commands;
+        for (const CLI::App *command : deepest->get_subcommands([](const CLI::App *) { return true; })) {
+            commands.push_back(command->get_name());
+        }
         what = left.empty() ? "a command is missing" : "there is no command '" + left.front() + "'";
+        meant = left.empty() ? "" : did_you_mean(left.front(), commands);
+    } else if (const std::size_t word = what.find(": --"); what.find("not expected: --") != std::string::npos) {
+        const std::string unknown = what.substr(word + 2, what.find_first_of(" =", word + 2) - word - 2);
+        std::vector<std::string> options;
+        for (const CLI::App *any = deepest; any != nullptr; any = any->get_parent()) {
+            for (const CLI::Option *option : any->get_options()) {
+                std::ranges::transform(option->get_lnames(), std::back_inserter(options),
+                                       [](const std::string &option_name) { return "--" + option_name; });
+            }
+        }
+        what = "there is no option '" + unknown + "'";
+        meant = did_you_mean(unknown, options);
     }
-    return WrongUsage(what, "Try '" + name + " --help'.");
+    return WrongUsage(what, "Try '" + name + " --help'." + meant);
+}
+
+// "help set" asks for what "set --help" shows.
+std::vector<std::string> words_of(int argc, char **argv) {
+    std::vector<std::string> words(argv + 1, argv + argc);
+    const std::array<std::string_view, 3> with_value = {"--run-dir", "--slot", "--bus"};
+    auto command = words.begin();
+    while (command != words.end() && command->starts_with("-")) {
+        const bool value = std::ranges::find(with_value, *command) != with_value.end();
+        command += value && command + 1 != words.end() ? 2 : 1;
+    }
+    if (command != words.end() && *command == "help") {
+        words.erase(command);
+        words.emplace_back("--help");
+    }
+    std::ranges::reverse(words); // as CLI11 takes them
+    return words;
 }
 
 int run(int argc, char **argv) {
@@ -109,7 +146,7 @@ int run(int argc, char **argv) {
     add_chip_commands(app, chosen);
     app.footer(kExamples);
     try {
-        app.parse(argc, argv);
+        app.parse(words_of(argc, argv));
     } catch (const CLI::Success &asked) {
         return app.exit(asked, std::cout, std::cerr); // prints the help or the version
     } catch (const CLI::ParseError &mistake) {

@@ -187,7 +187,7 @@ void add_watch_command(CLI::App &app, Command &chosen) {
                                               "watch --count 1 --for 60", run_watch);
     watch->add_option("--count", options->count, "End after this many changes")
         ->type_name("N")
-        ->check(unsaid(CLI::PositiveNumber));
+        ->check(unsaid(CLI::Range(std::uint64_t{1}, std::uint64_t{1'000'000'000})));
     watch
         ->add_option("--for", options->for_s,
                      "End after this time; status 1 when there were fewer changes than --count")

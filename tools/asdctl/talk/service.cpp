@@ -5,6 +5,7 @@
 #include "bus_names.h"
 #include "failure.h"
 #include "records.h"
+#include "texts.h"
 
 #include <algorithm>
 #include <array>
@@ -313,10 +314,9 @@ const Named &find_named(const std::vector<Named> &all, const std::string &name, 
     if (found != all.end()) {
         return *found;
     }
-    const auto near = std::ranges::find_if(
-        all, [&](const Named &other) { return g_ascii_strcasecmp(other.name.c_str(), name.c_str()) == 0; });
-    throw Failure("there is no " + std::string(kind) + " '" + name + "'",
-                  near == all.end() ? advice : "Did you mean " + near->name + "?");
+    std::vector<std::string> names;
+    std::ranges::transform(all, std::back_inserter(names), &Named::name);
+    throw Failure("there is no " + std::string(kind) + " '" + name + "'", advice + did_you_mean(name, names));
 }
 
 } // namespace
