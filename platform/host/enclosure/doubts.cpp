@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "doubts.h"
 
+#include "json_section.h"
 #include "record_format.h"
 
 #include <algorithm>
@@ -14,10 +15,6 @@ namespace {
 
 constexpr std::uint32_t kLongestSynced = 128; // data bytes; the module sends no longer items to the peers
 constexpr std::string_view kFlagInItself = "ASD10";
-
-std::string in_quotes(std::string_view name) {
-    return "\"" + std::string(name) + "\"";
-}
 
 void doubt_parts(const Enclosure &enclosure, std::vector<std::string> *doubts) {
     for (const PartConfig &part : enclosure.parts) {
