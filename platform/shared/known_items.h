@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-// What operators call the well-known items, what their values are, and which items keep a pair's check flag. An enclosure
-// may have fewer items, and others.
+// What operators call the well-known items, what their values are, and which items keep a pair's check flag. An
+// enclosure may have fewer items, and others.
 
 #include "names.h"
 
@@ -88,8 +88,14 @@ inline constexpr std::array kKnownItems = {
     return found == kKnownItems.end() ? nullptr : found;
 }
 
-// Whether a pair of this name has a check flag. A pair "ASD10" would keep it in its own first bytes, so it has none that
-// is of any use.
+// Empty: it has none.
+[[nodiscard]] inline std::string_view label_of(std::string_view item) {
+    const KnownItem *const known = known_item(item);
+    return known == nullptr ? "" : known->label;
+}
+
+// Whether a pair of this name has a check flag. A pair "ASD10" would keep it in its own first bytes, so it has none
+// that is of any use.
 [[nodiscard]] inline bool has_flag(std::string_view item) {
     return std::ranges::find(kKnownItems, item, &KnownItem::of) != kKnownItems.end();
 }

@@ -4,6 +4,7 @@
 
 // The commands, a file a family. Each adds its subcommands; parsing the command line leaves the one to run.
 
+#include "bytes.h"
 #include "context.h"
 
 #include <functional>
@@ -52,16 +53,22 @@ inline CLI::Validator unsaid(const CLI::Validator &check) {
     return CLI::Validator(check).description("");
 }
 
+struct Item;
 struct Snapshot;
+class Service;
 
 // What status shows.
 [[nodiscard]] std::string service_text(const Screen &screen, const Snapshot &snapshot);
 
-void add_look_commands(CLI::App &app, Command &chosen);  // status, list, show
-void add_item_commands(CLI::App &app, Command &chosen);  // get, read, set, clear, errcode
-void add_ipmi_commands(CLI::App &app, Command &chosen);  // ipmi, ekey, baycfg
-void add_board_commands(CLI::App &app, Command &chosen); // board
-void add_watch_command(CLI::App &app, Command &chosen);  // watch
-void add_chip_commands(CLI::App &app, Command &chosen);  // chip
+// Writes a value of the item's length to its parts as 'set' does, and throws Failure unless every copy has it.
+void store_item(const Context &context, Service &service, const Item &item, BytesView value);
+
+void add_look_commands(CLI::App &app, Command &chosen);   // status, list, show
+void add_item_commands(CLI::App &app, Command &chosen);   // get, read, set, clear, errcode
+void add_ipmi_commands(CLI::App &app, Command &chosen);   // ipmi, ekey, baycfg
+void add_board_commands(CLI::App &app, Command &chosen);  // board
+void add_watch_command(CLI::App &app, Command &chosen);   // watch
+void add_chip_commands(CLI::App &app, Command &chosen);   // chip
+void add_backup_commands(CLI::App &app, Command &chosen); // export, import
 
 } // namespace asdctl

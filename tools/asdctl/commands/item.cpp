@@ -247,19 +247,30 @@ std::string set_text(const Item &item, const SetOptions &options, std::size_t gi
     return text + "\n";
 }
 
+// The item as it is after the write.
+struct Stored {
+    Item item;
+    const char *method;
+};
+
+Stored store(const Context &context, Service &service, const Item &item, const SetOptions &options, BytesView image) {
+    if (item.name == kCustomerBlock && !options.memory) {
+        replace_pending_block(context, service, image);
+    }
+    const char *const method = method_of(item, options);
+    const std::int32_t status = service.write_item(item.name, method, image);
+    Stored stored{.item = service.snapshot().item(item.name), .method = method};
+    check_written(stored.item, method, status);
+    return stored;
+}
+
 int run_set(const Context &context, const SetOptions &options) {
     const Bytes bytes = given_bytes(options);
     Service service(context);
-    Snapshot snapshot = service.snapshot();
-    const Bytes image = image_of(snapshot.item(options.item), bytes, options.truncate);
-    if (options.item == kCustomerBlock && !options.memory) {
-        replace_pending_block(context, service, image);
-    }
-    const char *const method = method_of(snapshot.item(options.item), options);
-    const std::int32_t status = service.write_item(options.item, method, image);
-    snapshot = service.snapshot(); // the copies after the write
-    const Item &item = snapshot.item(options.item);
-    check_written(item, method, status);
+    const Snapshot snapshot = service.snapshot();
+    const Item &before = snapshot.item(options.item);
+    const Bytes image = image_of(before, bytes, options.truncate);
+    const auto [item, method] = store(context, service, before, options, image);
     Json chips = Json::array();
     for (const Chip &chip : item.chips) {
         chips.push_back({{"name", chip.name}, {"health", chip.health}, {"error_code", chip.error_code}});
@@ -319,6 +330,10 @@ int run_errcode(const Context &context, const ErrcodeOptions &options) {
 }
 
 } // namespace
+
+void store_item(const Context &context, Service &service, const Item &item, BytesView value) {
+    (void)store(context, service, item, {}, value);
+}
 
 void add_item_commands(CLI::App &app, Command &chosen) {
     add_read_command(app, chosen, "get", "An item's value in memory", run_get);

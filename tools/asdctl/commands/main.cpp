@@ -144,6 +144,7 @@ int run(int argc, char **argv) {
     add_board_commands(app, chosen);
     add_watch_command(app, chosen);
     add_chip_commands(app, chosen);
+    add_backup_commands(app, chosen);
     app.footer(kExamples);
     try {
         app.parse(words_of(argc, argv));

@@ -1,0 +1,329 @@
+// SPDX-FileCopyrightText: 2026 The asd authors
+// SPDX-License-Identifier: Apache-2.0
+// export, import: what an enclosure's items hold, in one file that people can read.
+
+#include "commands.h"
+#include "failure.h"
+#include "known_items.h"
+#include "record_format.h"
+#include "records.h"
+#include "service.h"
+
+#include <algorithm>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <tuple>
+
+#include <sys/stat.h>
+
+namespace asdctl {
+
+namespace {
+
+constexpr const char *kMark = "asd_export"; // the key by which such a file is known; its value is the version
+constexpr int kVersion = 1;
+constexpr std::size_t kLongestExport = 4U << 20U; // bytes; a full enclosure's has some 50 KiB
+constexpr std::size_t kShown = 10;                // mistakes of a file
+
+bool keeps_a_flag(const std::string &item) {
+    const KnownItem *const known = known_item(item);
+    return known != nullptr && known->format == Format::kFlag;
+}
+
+std::string checksum_of(BytesView value) {
+    return hex_number(crc16(value), 4);
+}
+
+// ---- export ----
+
+struct ExportOptions {
+    std::string file;
+    bool keys = false;
+};
+
+// What an item holds in memory; or why it is not in the file.
+Json exported(Service &service, const Item &item, bool keys) {
+    Json entry = {{"item", item.name}, {"label", label_of(item.name)}, {"length", item.length}, {"value", nullptr}};
+    if (item.confidential && !keys) {
+        entry["why"] = "confidential: --keys exports it";
+    } else if (keeps_a_flag(item.name)) {
+        entry["why"] = "the check flag of a pair: it follows when the pair is written";
+    } else if (!item.ready) {
+        entry["why"] = "not ready: never written, damaged, or not loaded";
+    } else {
+        const Bytes value = service.read_item(item.name, "ReadAsdMemData");
+        entry["text"] = to_text(value);
+        entry["value"] = to_hex(value);
+        entry["checksum"] = checksum_of(value);
+    }
+    return entry;
+}
+
+// Keys do not go where others can read them.
+void check_file_for_keys(const std::string &file) {
+    struct stat facts = {};
+    if (file != "-" && ::stat(file.c_str(), &facts) == 0 && (facts.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        throw Failure(file + ": other users may read or write it, and it is to hold keys",
+                      "chmod 600 it, or name a file that is not there yet.");
+    }
+}
+
+int run_export(const Context &context, const ExportOptions &options) {
+    if (options.keys) {
+        check_file_for_keys(options.file);
+    }
+    Service service(context);
+    const Snapshot snapshot = service.snapshot();
+    Json items = Json::array();
+    std::vector<std::string> left_out;
+    for (const Item &item : snapshot.items) {
+        items.push_back(exported(service, item, options.keys));
+        if (items.back()["value"].is_null() && !keeps_a_flag(item.name)) {
+            left_out.push_back(item.name);
+        }
+    }
+    const auto whole = static_cast<std::size_t>(
+        std::ranges::count_if(items, [](const Json &entry) { return !entry["value"].is_null(); }));
+    const Json file = {
+        {kMark, kVersion}, {"asd", snapshot.version}, {"enclosure", snapshot.enclosure}, {"items", items}};
+    const std::string text = file.dump(1) + "\n";
+    write_file(options.file, Bytes(text.begin(), text.end()));
+    if (options.file == "-") {
+        return kDone;
+    }
+    std::string said = counted(whole, "item") + " saved in " + options.file + "\n";
+    if (!left_out.empty()) {
+        said += "Without a value, not ready or confidential; the file says which:\n" +
+                wrapped(context.out, left_out, kIndent);
+    }
+    return answer(context, {{"file", options.file}, {"items", whole}, {"left_out", left_out}}, said);
+}
+
+// ---- import ----
+
+struct Saved {
+    std::string item;
+    Bytes value;
+};
+
+// Reads an export. Everything that is wrong with it, also what a caller finds, is told at once, and nothing is written.
+class ExportReader {
+public:
+    explicit ExportReader(std::string file) : file_(std::move(file)) {}
+
+    [[nodiscard]] std::vector<Saved> read() {
+        const Bytes bytes = read_file(file_, kLongestExport);
+        const Json json = Json::parse(bytes.begin(), bytes.end(), nullptr, false);
+        if (json.is_discarded() || !json.is_object() || !json.contains(kMark)) {
+            throw Failure(file_ + ": is no export of asdctl", "'asdctl export FILE' makes one.");
+        }
+        if (json[kMark] != kVersion || !json.contains("items") || !json["items"].is_array()) {
+            throw Failure(file_ + ": is an export of another version, which this asdctl does not know");
+        }
+        std::vector<Saved> saved;
+        for (const Json &entry : json["items"]) {
+            if (std::optional<Saved> one = entry_of(entry)) {
+                saved.push_back(std::move(*one));
+            }
+        }
+        return saved;
+    }
+
+    void mistake(const std::string &what) { mistakes_.push_back(what); }
+
+    void end_with_mistakes() const {
+        if (mistakes_.empty()) {
+            return;
+        }
+        std::string text = (file_ == "-" ? "standard input" : file_) + ": nothing has been written:";
+        for (std::size_t i = 0; i < std::min(mistakes_.size(), kShown); ++i) {
+            text += "\n  " + mistakes_[i];
+        }
+        if (mistakes_.size() > kShown) {
+            text += "\n  and " + std::to_string(mistakes_.size() - kShown) + " more";
+        }
+        throw Failure(text);
+    }
+
+private:
+    // None: it has no value, or is wrong.
+    std::optional<Saved> entry_of(const Json &entry) {
+        if (!entry.is_object() || !entry.contains("item") || !entry["item"].is_string()) {
+            mistake("an entry without a name");
+            return std::nullopt;
+        }
+        const auto item = entry["item"].get<std::string>();
+        if (!seen_.insert(item).second) {
+            mistake(item + " is there twice");
+            return std::nullopt;
+        }
+        if (!entry.contains("value") || entry["value"].is_null()) {
+            return std::nullopt;
+        }
+        try {
+            Saved saved{.item = item, .value = parse_hex(entry["value"].get<std::string>())};
+            if (entry.value("checksum", "") != checksum_of(saved.value)) {
+                mistake(item + ": its value and its checksum do not belong together; " + checksum_of(saved.value) +
+                        " is that of the value");
+            }
+            return saved;
+        } catch (const std::exception &) { // nlohmann's on another type, WrongUsage on what is not hexadecimal
+            mistake(item + ": its value is not in hexadecimal");
+            return std::nullopt;
+        }
+    }
+
+    std::string file_;
+    std::set<std::string> seen_;
+    std::vector<std::string> mistakes_;
+};
+
+struct ImportOptions {
+    std::string file;
+    std::vector<std::string> require;
+    bool dry_run = false;
+};
+
+enum class Fate { kSame, kToWrite, kWritten, kNotWritten };
+
+struct Step {
+    const Item *item;
+    const Saved *saved;
+    Fate fate;
+    std::string why; // it failed
+};
+
+Bytes held_by(Service &service, const Item &item) {
+    return item.ready ? service.read_item(item.name, "ReadAsdMemData") : Bytes();
+}
+
+// What is to be done with each value; whatever cannot be done keeps all of it from being done.
+std::vector<Step> planned(Service &service, const Snapshot &snapshot, const std::vector<Saved> &saved,
+                          ExportReader &reader) {
+    std::vector<Step> steps;
+    for (const Saved &one : saved) {
+        const auto item = std::ranges::find(snapshot.items, one.item, &Item::name);
+        if (item == snapshot.items.end()) {
+            reader.mistake(one.item + ": this enclosure has no such item");
+        } else if (item->length != one.value.size()) {
+            reader.mistake(one.item + ": has " + counted(item->length, "byte") + " here and " +
+                           std::to_string(one.value.size()) + " in the file");
+        } else {
+            const bool same = held_by(service, *item) == one.value && std::ranges::all_of(item->chips, &Chip::sound);
+            steps.push_back({.item = &*item, .saved = &one, .fate = same ? Fate::kSame : Fate::kToWrite, .why = {}});
+        }
+    }
+    reader.end_with_mistakes();
+    return steps;
+}
+
+// The items that have to be the same already, lest the identity of one enclosure gets into another.
+void check_required(Service &service, const Snapshot &snapshot, const std::vector<Saved> &saved,
+                    const std::vector<std::string> &required) {
+    for (const std::string &name : required) {
+        const Item &item = snapshot.item(name);
+        const auto one = std::ranges::find(saved, item.name, &Saved::item);
+        const Bytes here = held_by(service, item);
+        if (one == saved.end() || here != one->value) {
+            throw Failure(name + " is " + (here.empty() ? "not ready" : "'" + to_text(here) + "'") + " here and " +
+                              (one == saved.end() ? "missing" : "'" + to_text(one->value) + "'") +
+                              " in the file; nothing has been written",
+                          "It is required to be the same. Without --require the file's is written.");
+        }
+    }
+}
+
+// Writes one value and reads it back.
+void carry_out(const Context &context, Service &service, Step *step) {
+    try {
+        store_item(context, service, *step->item, step->saved->value);
+        const bool held = service.read_item(step->item->name, "ReadAsdMemData") == step->saved->value;
+        step->fate = held ? Fate::kWritten : Fate::kNotWritten;
+        step->why = held ? "" : "something else was read back";
+    } catch (const Failure &failure) {
+        step->fate = Fate::kNotWritten;
+        step->why = failure.what();
+    }
+}
+
+Cell fate_cell(const Step &step) {
+    switch (step.fate) {
+    case Fate::kSame:
+        return {"the same", Tone::kQuiet};
+    case Fate::kToWrite:
+        return {"would be written", Tone::kCaution};
+    case Fate::kWritten:
+        return {"written", Tone::kGood};
+    case Fate::kNotWritten:
+        break;
+    }
+    return {"FAILED: " + step.why, Tone::kBad};
+}
+
+int report(const Context &context, const std::vector<Step> &steps) {
+    const auto count = [&](Fate fate) {
+        return static_cast<std::size_t>(std::ranges::count(steps, fate, &Step::fate));
+    };
+    Table table({{.title = "ITEM"}, {.title = "LABEL"}, {.title = "STATE"}});
+    Json items = Json::array();
+    for (const Step &step : steps) {
+        const Cell fate = fate_cell(step);
+        if (step.fate != Fate::kSame) {
+            table.add({{step.item->name}, {std::string(label_of(step.item->name))}, fate});
+        }
+        items.push_back({{"item", step.item->name}, {"state", fate.text}});
+    }
+    const std::size_t failed = count(Fate::kNotWritten);
+    const std::size_t to_write = count(Fate::kToWrite);
+    std::string text = count(Fate::kSame) == steps.size() ? "" : table.text(context.out) + "\n";
+    text += counted(steps.size(), "item") + ": " + std::to_string(count(Fate::kSame)) + " the same, " +
+            (to_write > 0 ? std::to_string(to_write) + " would be written\n"
+                          : std::to_string(count(Fate::kWritten)) + " written and read back, " +
+                                std::to_string(failed) + " failed\n");
+    return answer(context,
+                  {{"same", count(Fate::kSame)},
+                   {"to_write", to_write},
+                   {"written", count(Fate::kWritten)},
+                   {"failed", failed},
+                   {"items", items}},
+                  text, failed == 0 ? kDone : kFailed);
+}
+
+int run_import(const Context &context, const ImportOptions &options) {
+    ExportReader reader(options.file);
+    const std::vector<Saved> saved = reader.read();
+    Service service(context);
+    const Snapshot snapshot = service.snapshot();
+    std::vector<Step> steps = planned(service, snapshot, saved, reader);
+    check_required(service, snapshot, saved, options.require);
+    if (!options.dry_run) {
+        ProgressBar bar(context.err, "importing", steps.size());
+        for (Step &step : steps) {
+            if (step.fate == Fate::kToWrite) {
+                carry_out(context, service, &step);
+            }
+            bar.step();
+        }
+    }
+    return report(context, steps);
+}
+
+} // namespace
+
+void add_backup_commands(CLI::App &app, Command &chosen) {
+    const auto [save, to] =
+        add_command(app, chosen, "export", "Save what the items hold in a file", "export enclosure-7.json", run_export);
+    save->add_option("FILE", to->file, "The new file, JSON, for its owner alone; - for standard output")->required();
+    save->add_flag("--keys", to->keys, "The electronic keys and other confidential items too");
+
+    const auto [load, from] = add_command(app, chosen, "import", "Write what an export holds, where it differs",
+                                          "import enclosure-7.json --dry-run", run_import);
+    load->add_option("FILE", from->file, "A file that 'asdctl export' made; - for standard input")->required();
+    load->add_flag("--dry-run", from->dry_run, "Only tell what would be written");
+    load->add_option("--require", from->require, "Items that must be the same already, else nothing is written")
+        ->type_name("ITEM,...")
+        ->delimiter(',');
+}
+
+} // namespace asdctl
