@@ -406,11 +406,13 @@ void add_small(SweepEntries *entries) {
         add("too long a record", [=] { return asd_eeprom_writecrc(data.data(), length, data.data()); });
     }
     // clang-format on
-    const Arrange equipment_frame = both(items, [] { fake::world().board.equip_frame = 1; });
-    entry.cases.push_back(disturbed("the chosen chip", equipment_frame, [] {
+    const Operation choose = [] {
         std::array<gchar, 20> name{};
         return SweepAnswer{std::to_string(asd_choose_asd_dev(name.data(), name.size())) + " " + name.data()};
-    }));
+    };
+    entry.cases.push_back({"the usual chip", items, choose});
+    entry.cases.push_back(disturbed(
+        "the chosen chip", [] { fake::world().board.equip_frame = 1; }, choose));
     entries->push_back(entry);
 }
 
