@@ -9,6 +9,7 @@
 #include "record.h"
 #include "records.h"
 #include "texts.h"
+#include "values.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -264,7 +265,7 @@ Cell check_cell(RecordState state) {
 std::string part_text(const Screen &screen, const LoadedPart &part, const std::vector<Finding> &findings) {
     using Align = Table::Align;
     Table table({{.title = "ITEM"},
-                 {.title = "CHIP"},
+                 {.title = "COPY"},
                  {.title = "OFFSET", .align = Align::kRight},
                  {.title = "LENGTH", .align = Align::kRight},
                  {.title = "STORED"},
@@ -367,8 +368,10 @@ int run_inspect(const Context &context, const ChipOptions &options) {
     const std::vector<PartPlan> plans = read_enclosure(options.config);
     const std::vector<LoadedPart> parts =
         options.files.empty() ? load_state_dir(context, plans, options) : load_files(plans, options);
-    const std::vector<Finding> findings = findings_of(parts, options.item);
-    const std::vector<const LoadedPart *> unread = unread_of(parts, options.item);
+    const KnownItem *const known = known_named(options.item);
+    const std::string item = known == nullptr ? options.item : std::string(known->item);
+    const std::vector<Finding> findings = findings_of(parts, item);
+    const std::vector<const LoadedPart *> unread = unread_of(parts, item);
     if (findings.empty() && unread.empty()) {
         throw Failure(options.item.empty() ? "there are no records on it"
                                            : "item '" + options.item + "' has no record there");

@@ -5,10 +5,10 @@
 #include "commands.h"
 #include "failure.h"
 #include "ipmi_client.h"
-#include "known_items.h"
 #include "records.h"
 #include "service.h"
 #include "texts.h"
+#include "values.h"
 
 #include <algorithm>
 
@@ -59,15 +59,16 @@ Bytes read_chips(Service &service, const Item &item) {
 }
 
 // Shows or saves a value that came from there.
-int deliver(const Context &context, const ReadOptions &options, const char *source, const Bytes &value) {
-    Json json = {{"item", options.item}, {"source", source}, {"length", value.size()}};
+int deliver(const Context &context, const ReadOptions &options, const std::string &item, const char *source,
+            const Bytes &value) {
+    Json json = {{"item", item}, {"source", source}, {"length", value.size()}};
     if (!options.output.empty()) {
         write_file(options.output, shaped(options, value));
         json["file"] = options.output;
         return options.output == "-"
                    ? kDone
                    : answer(context, json,
-                            options.item + ": " + counted(value.size(), "byte") + " saved in " + options.output + "\n");
+                            item + ": " + counted(value.size(), "byte") + " saved in " + options.output + "\n");
     }
     if (!context.json && (options.raw || options.text || options.hex)) {
         write_file("-", shaped(options, value));
@@ -75,7 +76,12 @@ int deliver(const Context &context, const ReadOptions &options, const char *sour
     }
     json["value"] = to_hex(value);
     json["text"] = to_text(value);
-    return answer(context, json, hex_dump(context.out, value));
+    const KnownItem *const known = known_named(options.item);
+    json["label"] = known == nullptr || known->label.empty() ? Json(nullptr) : Json(known->label);
+    json["decoded"] = known == nullptr ? Json(nullptr) : Json(decoded(known->format, value));
+    // Who asks by the label wants what people write, who asks by the item's name its bytes.
+    const bool people = known != nullptr && known->item != options.item && known->format != Format::kHex;
+    return answer(context, json, people ? decoded(known->format, value) + "\n" : hex_dump(context.out, value));
 }
 
 int run_get(const Context &context, const ReadOptions &options) {
@@ -90,19 +96,20 @@ int run_get(const Context &context, const ReadOptions &options) {
                  : "The role of this controller is " + snapshot.board.role + ", and the master loads them all. ") +
                 look_advice(item));
     }
-    return deliver(context, options, "memory", service.read_item(item.name, "ReadAsdMemData"));
+    return deliver(context, options, item.name, "memory", service.read_item(item.name, "ReadAsdMemData"));
 }
 
 int run_read(const Context &context, const ReadOptions &options) {
     Service service(context);
     const Snapshot snapshot = service.snapshot();
-    return deliver(context, options, "chips", read_chips(service, snapshot.item(options.item)));
+    const Item &item = snapshot.item(options.item);
+    return deliver(context, options, item.name, "chips", read_chips(service, item));
 }
 
 void add_read_command(CLI::App &app, Command &chosen, const char *name, const char *what,
                       int (*run)(const Context &, const ReadOptions &)) {
     const auto [command, options] = add_command(app, chosen, name, what, std::string(name) + " ASD26 --text", run);
-    command->add_option("ITEM", options->item, "The item's name")->required();
+    command->add_option("ITEM", options->item, "The item's name or label")->required();
     CLI::Option *const raw = command->add_flag("--raw", options->raw, "The bytes themselves");
     CLI::Option *const text = command->add_flag("--text", options->text, "As text, without what fills the record up");
     CLI::Option *const hex = command->add_flag("--hex", options->hex, "As one line of hexadecimal");
@@ -116,6 +123,7 @@ void add_read_command(CLI::App &app, Command &chosen, const char *name, const ch
 
 struct SetOptions {
     std::string item;
+    std::string value; // as people write it
     std::string text;
     std::string hex;
     std::string file;
@@ -130,6 +138,13 @@ Bytes given_bytes(const SetOptions &options) {
         bytes = read_file(options.file, kLongestItem);
     } else if (!options.hex.empty()) {
         bytes = parse_hex(options.hex);
+    } else if (!options.value.empty()) {
+        const KnownItem *const known = known_named(options.item);
+        if (known == nullptr) {
+            throw WrongUsage("nothing is known of how values of " + options.item + " are written",
+                             "Say --text, --hex or --file." + did_you_mean(options.item, known_labels()));
+        }
+        bytes = encoded(*known, options.value);
     } else {
         bytes.assign(options.text.begin(), options.text.end());
     }
@@ -287,10 +302,11 @@ int run_set(const Context &context, const SetOptions &options) {
 }
 
 void add_set_command(CLI::App &app, Command &chosen) {
-    const auto [set, options] =
-        add_command(app, chosen, "set", "Write an item to its chips", "set ASD14 --text ACME", run_set);
-    set->add_option("ITEM", options->item, "The item's name")->required();
+    const auto [set, options] = add_command(app, chosen, "set", "Write an item to its chips",
+                                            "set mac 02:00:5e:10:20:30\n  asdctl set ASD14 --text ACME", run_set);
+    set->add_option("ITEM", options->item, "The item's name or label")->required();
     auto *const what = set->add_option_group("Value", "What to write; the rest of the item is filled up with 0xFF");
+    what->add_option("VALUE", options->value, "As 'asdctl identity' shows it: 02:00:5e:10:20:30, a text, a code");
     what->add_option("--text", options->text, "This text")->type_name("TEXT");
     what->add_option("--hex", options->hex, "These bytes in hexadecimal")->type_name("HEX");
     what->add_option("--file", options->file, "This file's bytes; - for standard input")->type_name("FILE");
@@ -342,7 +358,7 @@ void add_item_commands(CLI::App &app, Command &chosen) {
 
     const auto [clear, item] = add_command(
         app, chosen, "clear", "Zero an item's value in memory; the chips keep theirs", "clear ASD14", run_clear);
-    clear->add_option("ITEM", *item, "The item's name")->required();
+    clear->add_option("ITEM", *item, "The item's name or label")->required();
 
     const auto [errcode, options] =
         add_command(app, chosen, "errcode", "Set a chip's error code", "errcode ASDDev14a 0", run_errcode);

@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "service.h"
 #include "texts.h"
+#include "values.h"
 
 #include <algorithm>
 #include <array>
@@ -101,7 +102,9 @@ std::vector<Concern> concerns_of(const Snapshot &snapshot) {
         }
     }
     if (!chips.empty()) {
-        concerns.push_back({.text = counted(chips.size(), "chip") + " failed at the last access:", .names = chips});
+        concerns.push_back({.text = (chips.size() == 1 ? "1 copy" : std::to_string(chips.size()) + " copies") +
+                                    " failed at the last access:",
+                            .names = chips});
     }
     std::vector<std::string> items;
     for (const Item &item : snapshot.items) {
@@ -205,9 +208,9 @@ std::string service_text(const Screen &screen, const Snapshot &snapshot) {
     add("Enclosure", snapshot.enclosure);
     add("Running", duration_text(snapshot.uptime_s) + ", asd " + snapshot.version + scale);
     add("Items", items_text(snapshot, counts));
-    add("Chips", counts.chips_failed == 0 ? std::to_string(snapshot.chips.size()) + ", all sound"
-                                          : std::to_string(counts.chips_failed) + " of " +
-                                                std::to_string(snapshot.chips.size()) + " failed");
+    add("Copies", counts.chips_failed == 0 ? std::to_string(snapshot.chips.size()) + ", all sound"
+                                           : std::to_string(counts.chips_failed) + " of " +
+                                                 std::to_string(snapshot.chips.size()) + " failed");
     add("Tasks", tasks.empty() ? "none" : "");
     std::string text = table.text(screen);
     if (!tasks.empty()) {
@@ -264,7 +267,7 @@ Table list_table(const std::vector<Item> &items, bool narrow) {
                  {.title = "ITEM"},
                  {.title = "LENGTH", .align = Align::kRight},
                  {.title = "STATE"},
-                 {.title = "CHIPS", .align = narrow ? Align::kRight : Align::kLeft},
+                 {.title = "COPIES", .align = narrow ? Align::kRight : Align::kLeft},
                  {.title = "HEALTH"},
                  {.title = "ERROR"}});
     for (const Item &item : items) {
@@ -308,10 +311,13 @@ int run_list(const Context &context, const ListOptions &options) {
 
 std::string chips_table(const Screen &screen, const Item &item) {
     std::vector<Table::Column> columns = {{}};
-    std::vector<std::vector<Cell>> rows = {{{"Part", Tone::kQuiet}},         {{"Offset", Tone::kQuiet}},
-                                           {{"Health", Tone::kQuiet}},       {{"Error code", Tone::kQuiet}},
-                                           {{"Retries", Tone::kQuiet}},      {{"Own protection", Tone::kQuiet}},
-                                           {{"Pages written", Tone::kQuiet}}};
+    std::vector<std::vector<Cell>> rows = {{{"Part", Tone::kQuiet}},
+                                           {{"Offset", Tone::kQuiet}},
+                                           {{"Health", Tone::kQuiet}},
+                                           {{"Error code", Tone::kQuiet}},
+                                           {{"Retries", Tone::kQuiet}},
+                                           {{"Own protection", Tone::kQuiet}},
+                                           {{"Pages of the part written", Tone::kQuiet}}};
     for (const Chip &chip : item.chips) {
         columns.push_back({.title = chip.name});
         const std::string protection = chip.stg_is_wp == 0 ? "none" : chip.stg_wp == 0 ? "lifted" : "on";
@@ -340,6 +346,12 @@ std::string chips_table(const Screen &screen, const Item &item) {
 
 std::string item_text(const Screen &screen, const Item &item) {
     Table facts = Table::pairs(kIndent);
+    const KnownItem *const known = known_named(item.name);
+    if (known != nullptr) {
+        facts.add({{"Meaning", Tone::kQuiet},
+                   {std::string(known->meaning) + (known->of.empty() ? "" : " of " + std::string(known->of)) +
+                    (known->label.empty() ? "" : ", '" + std::string(known->label) + "'")}});
+    }
     facts.add({{"Number", Tone::kQuiet}, {std::to_string(item.num)}});
     facts.add({{"Length", Tone::kQuiet}, {counted(item.length, "byte")}});
     facts.add({{"State", Tone::kQuiet}, state_cell(item)});
@@ -365,6 +377,48 @@ int run_show(const Context &context, const std::string &name) {
     return answer(context, json, item_text(context.out, item));
 }
 
+// ---- identity ----
+
+Cell value_cell(const Item &item, const KnownItem &known) {
+    if (item.confidential) {
+        return {"confidential", Tone::kQuiet};
+    }
+    if (!item.online || !item.ready) {
+        return state_cell(item);
+    }
+    const std::string text = decoded(known.format, item.value);
+    return text.empty() ? Cell{"never written", Tone::kQuiet} : Cell{text};
+}
+
+struct IdentityOptions {
+    bool all = false;
+};
+
+int run_identity(const Context &context, const IdentityOptions &options) {
+    const Snapshot snapshot = Service(context).snapshot();
+    Table table({{.title = "LABEL"}, {.title = "ITEM"}, {.title = "MEANING"}, {.title = "VALUE"}});
+    Table short_table({{.title = "LABEL"}, {.title = "ITEM"}, {.title = "VALUE"}});
+    Json list = Json::array();
+    for (const KnownItem &known : kKnownItems) {
+        const auto item = std::ranges::find(snapshot.items, known.item, &Item::name);
+        if (item == snapshot.items.end() || !(options.all || known.identity)) {
+            continue;
+        }
+        const Cell value = value_cell(*item, known);
+        const std::string meaning =
+            std::string(known.meaning) + (known.of.empty() ? "" : " of " + std::string(known.of));
+        short_table.add({{std::string(known.label), Tone::kStrong}, {item->name, Tone::kQuiet}, value});
+        table.add({{std::string(known.label), Tone::kStrong}, {item->name, Tone::kQuiet}, {meaning}, value});
+        list.push_back({{"label", known.label},
+                        {"item", item->name},
+                        {"meaning", meaning},
+                        {"ready", item->ready},
+                        {"decoded", item->confidential ? Json(nullptr) : Json(decoded(known.format, item->value))}});
+    }
+    const bool wide = options.all && (!context.out.width || table.width() <= *context.out.width);
+    return answer(context, list, (wide ? table : short_table).text(context.out));
+}
+
 } // namespace
 
 void add_look_commands(CLI::App &app, Command &chosen) {
@@ -377,9 +431,13 @@ void add_look_commands(CLI::App &app, Command &chosen) {
     list->add_flag("--not-ready", options->not_ready, "Only items that are online and not ready");
     list->add_flag("--unhealthy", options->unhealthy, "Only items with a chip whose last access failed");
 
+    const auto [identity, every] =
+        add_command(app, chosen, "identity", "Who the enclosure is: labels and values", "identity --all", run_identity);
+    identity->add_flag("--all", every->all, "All items that are well known, with their meanings");
+
     const auto [show, name] =
         add_command(app, chosen, "show", "All about an item, its chips and its value", "show ASD14", run_show);
-    show->add_option("ITEM", *name, "The item's name")->required();
+    show->add_option("ITEM", *name, "The item's name or label")->required();
 }
 
 } // namespace asdctl

@@ -19,6 +19,9 @@ namespace {
 
 constexpr const char *kExamples = R"(Examples:
   asdctl status
+  asdctl identity
+  asdctl get serial
+  asdctl set mac 02:00:5e:10:20:30
   asdctl list --not-ready
   asdctl set ASD14 --text ACME
   asdctl get ASD14 --text

@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "records.h"
 #include "texts.h"
+#include "values.h"
 
 #include <algorithm>
 #include <array>
@@ -309,12 +310,12 @@ std::string object_path(const char *class_name, const std::string &object) {
 }
 
 template <typename Named>
-const Named &find_named(const std::vector<Named> &all, const std::string &name, const char *kind, const char *advice) {
+const Named &find_named(const std::vector<Named> &all, const std::string &name, const char *kind, const char *advice,
+                        std::vector<std::string> names = {}) {
     const auto found = std::ranges::find(all, name, &Named::name);
     if (found != all.end()) {
         return *found;
     }
-    std::vector<std::string> names;
     std::ranges::transform(all, std::back_inserter(names), &Named::name);
     throw Failure("there is no " + std::string(kind) + " '" + name + "'", advice + did_you_mean(name, names));
 }
@@ -322,7 +323,9 @@ const Named &find_named(const std::vector<Named> &all, const std::string &name, 
 } // namespace
 
 const Item &Snapshot::item(const std::string &name) const {
-    return find_named(items, name, "item", "'asdctl list' shows the items.");
+    const KnownItem *const known = known_named(name);
+    return find_named(items, known == nullptr ? name : std::string(known->item), "item",
+                      "'asdctl list' shows the items.", known_labels());
 }
 
 const Chip &Snapshot::chip(const std::string &name) const {

@@ -64,7 +64,8 @@ struct Snapshot {
     std::vector<Chip> chips; // by name
     Board board;
 
-    [[nodiscard]] const Item &item(const std::string &name) const; // throws Failure when there is none
+    [[nodiscard]] const Item &
+    item(const std::string &name) const; // its name or its label; throws Failure when there is none
     [[nodiscard]] const Chip &chip(const std::string &name) const; // throws Failure when there is none
 };
 
