@@ -28,7 +28,11 @@ std::vector<HeldLock> held_locks() {
     std::ifstream locks("/proc/locks"); // "1: FLOCK  ADVISORY  WRITE 24192 08:01:1234 0 EOF"
     for (std::string line; std::getline(locks, line);) {
         std::istringstream words(line);
-        std::string number, kind, advisory, access, place;
+        std::string number;
+        std::string kind;
+        std::string advisory;
+        std::string access;
+        std::string place;
         HeldLock lock{};
         if (words >> number >> kind >> advisory >> access >> lock.holder >> place && kind == "FLOCK") {
             lock.file = std::strtoull(place.substr(place.rfind(':') + 1).c_str(), nullptr, 10);
@@ -146,7 +150,7 @@ Serving serving_in(const std::filesystem::path &run_dir) {
 }
 
 std::filesystem::path find_run_dir() {
-    const std::filesystem::path own = default_run_dir();
+    std::filesystem::path own = default_run_dir();
     std::error_code unreadable; // counts as not there
     if (!std::filesystem::exists(kSystemRunDir, unreadable)) {
         return own;
