@@ -12,4 +12,13 @@ endif()
 if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
   add_compile_options(-ffunction-sections -fdata-sections)
   add_link_options(-Wl,--gc-sections)
+  # Relocations in bits instead of 24 bytes each. Not every linker can, and the loader has to be of glibc 2.36; which one
+  # a cross build will meet is not known here.
+  if(NOT CMAKE_CROSSCOMPILING)
+    include(CheckLinkerFlag)
+    check_linker_flag(CXX "-Wl,-z,pack-relative-relocs,--fatal-warnings" ASD_PACKED_RELOCATIONS)
+    if(ASD_PACKED_RELOCATIONS)
+      add_link_options(-Wl,-z,pack-relative-relocs)
+    endif()
+  endif()
 endif()

@@ -6,6 +6,7 @@
 #include "record_format.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <string_view>
 #include <tuple>
 
@@ -16,18 +17,27 @@ namespace {
 constexpr std::uint32_t kLongestSynced = 128; // data bytes; the module sends no longer items to the peers
 constexpr std::string_view kFlagInItself = "ASD10";
 
+// A call takes a third less code than a sum of strings for each sentence.
+std::string joined(std::initializer_list<std::string_view> words) {
+    std::string sentence;
+    for (const std::string_view word : words) {
+        sentence += word;
+    }
+    return sentence;
+}
+
 void doubt_parts(const Enclosure &enclosure, std::vector<std::string> *doubts) {
     for (const PartConfig &part : enclosure.parts) {
         if (part.page_size > part.size) {
-            doubts->push_back("part " + in_quotes(part.name) + ": a page has " + std::to_string(part.page_size) +
-                              " bytes and the part " + std::to_string(part.size) + "; is one of them wrong?");
+            doubts->push_back(joined({"part ", in_quotes(part.name), ": a page has ", std::to_string(part.page_size),
+                                      " bytes and the part ", std::to_string(part.size), "; is one of them wrong?"}));
         }
         const bool driven = std::ranges::count(enclosure.gpio_lines, part.write_protect_line,
                                                [](const GpioLineConfig &line) { return std::optional(line.line); }) > 0;
         if (part.kind == PartKind::kDevice && part.write_protect_line && !driven) {
-            doubts->push_back("part " + in_quotes(part.name) + ": nothing drives its write-protect line " +
-                              std::to_string(*part.write_protect_line) +
-                              ", so it is emulated and protects no device; name its GPIO line in GpioLines");
+            doubts->push_back(joined({"part ", in_quotes(part.name), ": nothing drives its write-protect line ",
+                                      std::to_string(*part.write_protect_line),
+                                      ", so it is emulated and protects no device; name its GPIO line in GpioLines"}));
         }
     }
 }
@@ -39,20 +49,19 @@ void doubt_items(const Enclosure &enclosure, std::vector<std::string> *doubts) {
     for (const ItemConfig &item : enclosure.items) {
         const bool pair = item.chips.size() == 2;
         if (pair && part_of(item.chips[0]) == part_of(item.chips[1])) {
-            doubts->push_back("item " + in_quotes(item.name) + ": both copies are on part " +
-                              in_quotes(part_of(item.chips[0])) +
-                              " and are lost with it; a second copy belongs on another part");
+            doubts->push_back(
+                joined({"item ", in_quotes(item.name), ": both copies are on part ", in_quotes(part_of(item.chips[0])),
+                        " and are lost with it; a second copy belongs on another part"}));
         }
         if (pair && item.name == kFlagInItself) {
-            doubts->push_back(
-                "item " + in_quotes(item.name) +
-                ": has two chips, and a method write would put its check flag over the first bytes of its "
-                "data; give it one");
+            doubts->push_back(joined({"item ", in_quotes(item.name),
+                                      ": has two chips, and a method write would put its check flag over the first "
+                                      "bytes of its data; give it one"}));
         }
         if (item.need_sync && item.length > kLongestSynced) {
-            doubts->push_back("item " + in_quotes(item.name) + ": has " + std::to_string(item.length) +
-                              " bytes and NeedSync, but items over " + std::to_string(kLongestSynced) +
-                              " bytes are never sent to the other controllers");
+            doubts->push_back(joined({"item ", in_quotes(item.name), ": has ", std::to_string(item.length),
+                                      " bytes and NeedSync, but items over ", std::to_string(kLongestSynced),
+                                      " bytes are never sent to the other controllers"}));
         }
     }
 }
@@ -84,9 +93,9 @@ void doubt_pages(const Enclosure &enclosure, std::vector<std::string> *doubts) {
         const Record &next = records[i];
         if (one.part == next.part && next.first <= one.last) {
             doubts->push_back(
-                "items " + in_quotes(one.item) + " and " + in_quotes(next.item) + ": share a page of part " +
-                in_quotes(one.part) +
-                ", and a write of one that is cut off may spoil the other; start each on a page of its own");
+                joined({"items ", in_quotes(one.item), " and ", in_quotes(next.item), ": share a page of part ",
+                        in_quotes(one.part),
+                        ", and a write of one that is cut off may spoil the other; start each on a page of its own"}));
         }
     }
 }
