@@ -382,6 +382,27 @@ void add_small(SweepEntries *entries) {
     static gsize size = 0;
     const auto item = [] { return fake::handle_of("ASD14"); };
     const auto chip = [] { return fake::handle_of("ASDDev14a"); };
+    using Method = gint32 (*)(OBJ_HANDLE, GSList *, GSList *, GSList **);
+    for (const auto &[name, method] : {std::pair<const char *, Method>("asd_write_data", asd_write_data),
+                                       {"asd_eqwrite_data", asd_eqwrite_data},
+                                       {"Asd_UpdateMemProperty", Asd_UpdateMemProperty},
+                                       {"asd_read_data", asd_read_data},
+                                       {"Asd_GetAsdMemData", Asd_GetAsdMemData}}) {
+        add(std::string("no list for the output of ") + name, [item, call = method] {
+            GVariant *const bytes =
+                g_variant_ref_sink(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, data.data(), 8, 1));
+            GSList arguments{bytes, nullptr};
+            const gint32 status = call(item(), nullptr, &arguments, nullptr);
+            g_variant_unref(bytes);
+            return status;
+        });
+        add(std::string("no list of arguments for ") + name, [item, call = method] {
+            GSList *output = nullptr;
+            const gint32 status = call(item(), nullptr, nullptr, &output);
+            g_slist_free_full(output, [](gpointer value) { g_variant_unref(static_cast<GVariant *>(value)); });
+            return status;
+        });
+    }
     // clang-format off
     add("no bytes are no F", [] { return ASD_CheckAsdDataIsFullF(nullptr, 3) + ASD_CheckAsdDataIsFullF(data.data(), 0); });
     add("no frame", [] { return ASD_RequestDataCheck(nullptr, 100); });
