@@ -7,6 +7,8 @@
 #include "item_turns.h"
 #include "peer_link.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace asd_host {
@@ -54,7 +56,12 @@ public:
     void try_send(const Bytes &bytes) const { (void)::send(fd_.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL); }
     [[nodiscard]] bool answers_within(int limit_ms) const { return readable(fd_, limit_ms); }
     // True when the server ends the connection without a word.
-    [[nodiscard]] bool ended() const { return take(1) == Bytes{}; }
+    [[nodiscard]] bool ended() const { return readable(fd_) && take(1) == Bytes{}; }
+    // True once the server has taken all that was sent.
+    [[nodiscard]] bool taken() const {
+        int waiting = 1;
+        return ::ioctl(fd_.get(), SIOCOUTQ, &waiting) == 0 && waiting == 0;
+    }
     // The completion code of an answer, which must come whole, its fields checked against the request's.
     [[nodiscard]] int code(std::uint8_t netfn, std::uint8_t cmd, const Bytes &payload = {}) const {
         const Bytes answer = take(kAnswerHead + payload.size());
@@ -217,7 +224,8 @@ TEST_F(DummyDoor, FullOfIdleAndSlowClientsItStillLetsOthersIn) {
     EXPECT_EQ(asked.code(0x32, 9), 0xC1);
     const Client dripping = client();
     const Bytes dripped = dummy_request(0x32, 1, Bytes(200));
-    dripping.send({dripped[0]}); // before the others come: one that has sent nothing is idle longest
+    dripping.send({dripped[0]});
+    ASSERT_TRUE(eventually([&] { return dripping.taken(); })); // before the others come: until then it is idle longest
     std::vector<Client> idle;
     while (idle.size() < StreamServer::kClients - 3) {
         idle.push_back(client());
