@@ -10,12 +10,16 @@
 #include "service.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <optional>
 #include <set>
 #include <sstream>
 #include <tuple>
 
+#include <glib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace asdctl {
 
@@ -69,6 +73,22 @@ void check_file_for_keys(const std::string &file) {
     }
 }
 
+// An export that is there already is replaced by a whole one, or stays as it is.
+void save(const std::string &file, const std::string &text) {
+    const Bytes bytes(text.begin(), text.end());
+    struct stat facts = {};
+    if (file == "-" || (::stat(file.c_str(), &facts) == 0 && !S_ISREG(facts.st_mode))) {
+        write_file(file, bytes);
+        return;
+    }
+    const std::string half = file + ".new";
+    (void)::unlink(half.c_str()); // of one that was cut off; a new file is its owner's alone
+    write_file(half, bytes);
+    if (::rename(half.c_str(), file.c_str()) != 0) {
+        throw Failure(file + ": cannot be replaced: " + g_strerror(errno), "The new export is " + half + ".");
+    }
+}
+
 int run_export(const Context &context, const ExportOptions &options) {
     if (options.keys) {
         check_file_for_keys(options.file);
@@ -88,7 +108,7 @@ int run_export(const Context &context, const ExportOptions &options) {
     const Json file = {
         {kMark, kVersion}, {"asd", snapshot.version}, {"enclosure", snapshot.enclosure}, {"items", items}};
     const std::string text = file.dump(1) + "\n";
-    write_file(options.file, Bytes(text.begin(), text.end()));
+    save(options.file, text);
     if (options.file == "-") {
         return kDone;
     }
