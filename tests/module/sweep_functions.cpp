@@ -348,7 +348,7 @@ void add_push(SweepEntries *entries) {
 void add_small(SweepEntries *entries) {
     SweepEntry entry{.name = "small", .cases = {}};
     const Arrange items = [] {
-        for (const char *item : {"ASD14", "ASD1000", "ASD3"}) {
+        for (const char *item : {"ASD14", "ASD26", "ASD1000", "ASD3"}) {
             (void)build_sweep_item(item);
         }
         ASD_SyncPcieOrSas(Bytes{0xAA}.data(), 1); // the code it remembers
@@ -388,14 +388,16 @@ void add_small(SweepEntries *entries) {
                                        {"Asd_UpdateMemProperty", Asd_UpdateMemProperty},
                                        {"asd_read_data", asd_read_data},
                                        {"Asd_GetAsdMemData", Asd_GetAsdMemData}}) {
-        add(std::string("no list for the output of ") + name, [item, call = method] {
-            GVariant *const bytes =
-                g_variant_ref_sink(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, data.data(), 8, 1));
-            GSList arguments{bytes, nullptr};
-            const gint32 status = call(item(), nullptr, &arguments, nullptr);
-            g_variant_unref(bytes);
-            return status;
-        });
+        for (const char *of : {"ASD14", "ASD26"}) { // two copies, one
+            add(std::string("no list for the output of ") + name + ", " + of, [of, call = method] {
+                GVariant *const bytes =
+                    g_variant_ref_sink(g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, data.data(), 8, 1));
+                GSList arguments{bytes, nullptr};
+                const gint32 status = call(fake::handle_of(of), nullptr, &arguments, nullptr);
+                g_variant_unref(bytes);
+                return status;
+            });
+        }
         add(std::string("no list of arguments for ") + name, [item, call = method] {
             GSList *output = nullptr;
             const gint32 status = call(item(), nullptr, nullptr, &output);
