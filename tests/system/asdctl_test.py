@@ -212,6 +212,60 @@ class Chips(unittest.TestCase):
         sysfs = self.images["own"].rename(self.folder / "eeprom")
         self.assertEqual(list(self.inspect(sysfs, "--part", "own")[1]), ["ASDDev26a"])
 
+    def test_a_repair_writes_from_good_copies_and_never_over_the_only_one(self):
+        pair = {"Num": 3, "Length": 1, "AtomStorageDataDev0": "ASDDev53a", "AtomStorageDataDev1": "ASDDev53b"}
+        for chip, part in (("ASDDev53a", "one"), ("ASDDev53b", "two")):
+            self.enclosure["Chips"].append({"Name": chip, "Part": part, "Offset": 0x60})
+        self.enclosure["Items"].append({"Name": "ASD53"} | pair)
+        self.write_enclosure("enclosure", self.enclosure)
+        new, old, bad, blank = on_chip(b"n" * 16), on_chip(b"o" * 16), b"x" * 18, b"\xff" * 18
+        both, alone, torn, none = on_chip(b"\1"), on_chip(b"\2"), b"abc", b"\xff" * 3
+        places = {"ASDDev52a": ("one", 0x10), "ASDDev52b": ("two", 0), "ASDDev53a": ("one", 0x60), "ASDDev53b": ("two", 0x60)}
+        rows = [  # the copies, their flags, --from; what is written from what, and the item that cannot be mended
+            ((new, new, both, both), "", {}, None),
+            ((bad, new, both, both), "", {"ASDDev52a": new}, None),
+            ((new, blank, none, none), "", {"ASDDev52b": new, "ASDDev53a": both, "ASDDev53b": both}, None),
+            ((bad, new, torn, alone), "b", {"ASDDev52a": new, "ASDDev53a": both, "ASDDev53b": both}, None),
+            ((bad, new, both, both), "a", {}, "ASD52"),
+            ((old, new, both, both), "", {}, "ASD52"),
+            ((old, new, both, both), "b", {"ASDDev52a": new}, None),
+            ((old, new, both, alone), "", {"ASDDev52a": new, "ASDDev53b": both}, None),
+            ((new, old, alone, none), "", {"ASDDev52b": new, "ASDDev53a": both, "ASDDev53b": both}, None),
+            ((new, old, alone, alone), "", {}, "ASD52"),
+            ((new, old, alone, torn), "", {}, "ASD52"),
+            ((new, new, torn, both), "", {"ASDDev53a": both}, None),
+            ((bad, blank, torn, none), "", {}, "ASD52"),
+        ]
+        words = ("repair", *self.config, "--state-dir", self.folder, "--json", "ASD53")
+        for number, (states, side, written, hopeless) in enumerate(rows):
+            for (name, offset), state in zip(places.values(), states):
+                self.put(name, offset, state)
+            before = {name: image.read_bytes() for name, image in self.images.items()}
+            words_here = (*words, *(("--from", side) if side else ()))
+            with self.subTest(row=number):
+                for dry in (("--dry-run",), ()):
+                    self.assertEqual({name: image.read_bytes() for name, image in self.images.items()}, before)
+                    status, out, errors = asdctl(self.folder, *words_here, *dry)
+                    found = json.loads(out)
+                    self.assertEqual([one["chip"] for one in found["writes"]], list(written), errors)
+                    self.assertEqual(status, FAILED if hopeless else DONE)
+                    self.assertEqual([one["item"] for one in found["hopeless"]][:1], [hopeless] if hopeless else [])
+                for chip, record in written.items():
+                    image = bytearray(before[places[chip][0]])
+                    image[places[chip][1]:places[chip][1] + len(record)] = record
+                    before[places[chip][0]] = bytes(image)
+                self.assertEqual({name: image.read_bytes() for name, image in self.images.items()}, before)
+        lock = self.folder / "slot1/state.lock"
+        with lock.open("w", encoding="ascii") as held:
+            fcntl.flock(held, fcntl.LOCK_EX)
+            status, _, errors = asdctl(self.folder, *words)
+        self.assertEqual(status, FAILED)
+        self.assertIn("slot 1 of", errors)
+        self.images["two"].unlink()
+        status, out, _ = asdctl(self.folder, *words)
+        self.assertEqual((status, [part["part"] for part in json.loads(out)["unread"]]), (FAILED, ["two"]))
+        self.assertFalse(self.images["two"].exists())
+
     def test_strict_chips_are_those_of_the_record_format(self):
         text = (pathlib.Path(__file__).parents[2] / "docs/record-format.md").read_text(encoding="utf-8")
         strict, tolerant = (re.findall(r"`(\w+)`", text.split(f"**{kind}** (")[1].split("\n\n")[0])

@@ -3,257 +3,27 @@
 // chip inspect, chip dump: what lies on parts, read from their files without a service.
 
 #include "commands.h"
-#include "enclosure.h"
 #include "failure.h"
-#include "fd.h"
-#include "record.h"
+#include "inspection.h"
 #include "records.h"
 #include "texts.h"
 #include "values.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <thread>
-
-#include <fcntl.h>
-#include <glib.h>
-#include <sys/stat.h>
 
 namespace asdctl {
 
 namespace {
 
-// ---- Parts ----
-
-struct LoadedPart {
-    PartPlan plan;
-    std::filesystem::path file;
-    std::optional<unsigned> slot; // of a part that a controller has for itself, when the state folder says whose
-    Bytes bytes;
-    std::string trouble; // why its bytes are not there, or not all of them; empty: they are
-
-    [[nodiscard]] BytesView record(const RecordPlace &place) const {
-        return BytesView(bytes).subspan(place.offset, place.length + kChecksumSize);
-    }
-    [[nodiscard]] std::string title() const {
-        return plan.name + (slot ? " of slot " + std::to_string(*slot) : "") + ", " + file.string();
-    }
-};
-
-bool is_being_written(const Fd &fd) {
-    struct flock lock = {};
-    lock.l_type = F_RDLCK;
-    lock.l_whence = SEEK_SET;
-    return ::fcntl(fd.get(), F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-}
-
-// The file's bytes, at a moment when no controller is in the middle of a write: two reads say the same, and between
-// them nobody held the file's lock. It is not taken here, lest a reader that is stopped keeps the controllers from
-// writing.
-Bytes read_part(const std::filesystem::path &file) {
-    const Fd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!fd) {
-        throw Failure(file.string() + ": cannot be opened: " + g_strerror(errno));
-    }
-    struct stat facts = {};
-    if (::fstat(fd.get(), &facts) != 0 || !S_ISREG(facts.st_mode)) {
-        throw Failure(file.string() + ": is no file with a part's bytes; name an image or the kernel's eeprom file");
-    }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    for (;;) {
-        Bytes bytes = read_file(file.string(), kLargestPart);
-        if (!is_being_written(fd) && read_file(file.string(), kLargestPart) == bytes) {
-            return bytes;
-        }
-        if (std::chrono::steady_clock::now() > deadline) {
-            throw Failure(file.string() + ": a controller has been writing to it for 5 seconds");
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-}
-
-// A part that is missing, dead or of another size is looked at as far as it goes: the others are why somebody looks.
-LoadedPart load(const PartPlan &plan, const std::filesystem::path &file, std::optional<unsigned> slot) {
-    LoadedPart part{.plan = plan, .file = file, .slot = slot, .bytes = {}, .trouble = {}};
-    try {
-        part.bytes = read_part(file);
-        if (part.bytes.size() != plan.size) {
-            part.trouble = "has " + counted(part.bytes.size(), "byte") + ", but part " + plan.name + " has " +
-                           std::to_string(plan.size);
-        }
-    } catch (const Failure &failure) {
-        const std::string_view what = failure.what();
-        const std::string prefix = file.string() + ": ";
-        part.trouble = what.substr(what.starts_with(prefix) ? prefix.size() : 0);
-    }
-    return part;
-}
-
-std::string names_of(const std::vector<PartPlan> &plans) {
-    std::string names;
-    for (const PartPlan &plan : plans) {
-        names += (names.empty() ? "" : ", ") + plan.name;
-    }
-    return names;
-}
-
-const PartPlan &plan_named(const std::vector<PartPlan> &plans, const std::string &name) {
-    const auto found = std::ranges::find(plans, name, &PartPlan::name);
-    if (found == plans.end()) {
-        throw WrongUsage("there is no part '" + name + "'", "The enclosure has " + names_of(plans) + ".");
-    }
-    return *found;
-}
-
-// The part that the enclosure keeps in a file of this path, or else of this name.
-const PartPlan &plan_of_file(const std::vector<PartPlan> &plans, const std::filesystem::path &file) {
-    std::error_code unknown; // then no path is the same
-    const auto same_path = [&](const PartPlan &plan) { return std::filesystem::equivalent(plan.file, file, unknown); };
-    const auto same_name = [&](const PartPlan &plan) { return plan.file.filename() == file.filename(); };
-    auto found = std::ranges::find_if(plans, same_path);
-    if (found == plans.end() && std::ranges::count_if(plans, same_name) == 1) {
-        found = std::ranges::find_if(plans, same_name);
-    }
-    if (found == plans.end()) {
-        throw WrongUsage(file.string() + ": which part is it?", "Say --part with one of " + names_of(plans) + ".");
-    }
-    return *found;
-}
-
 struct ChipOptions {
-    std::vector<std::string> files;
-    std::vector<std::string> parts;
+    PartChoice choice;
     std::string config;
-    std::string state_dir;
     std::string item;
     std::uint32_t offset = 0;
     std::optional<std::uint32_t> length;
 };
 
-std::vector<LoadedPart> load_files(const std::vector<PartPlan> &plans, const ChipOptions &options) {
-    if (!options.parts.empty() && options.parts.size() != options.files.size()) {
-        throw WrongUsage("--part is to be given once for each file, in their order");
-    }
-    std::vector<LoadedPart> loaded;
-    for (std::size_t i = 0; i < options.files.size(); ++i) {
-        const std::string &file = options.files[i];
-        loaded.push_back(
-            load(options.parts.empty() ? plan_of_file(plans, file) : plan_named(plans, options.parts[i]), file, {}));
-    }
-    return loaded;
-}
-
-// All parts of an enclosure; those that a controller has for itself for each slot that has been run, or for the one
-// asked for.
-std::vector<LoadedPart> load_state_dir(const Context &context, const std::vector<PartPlan> &plans,
-                                       const ChipOptions &options) {
-    const std::filesystem::path state_dir = options.state_dir;
-    std::error_code unreadable; // counts as not there
-    if (!std::filesystem::is_directory(state_dir, unreadable)) {
-        throw Failure(state_dir.string() + ": is no folder that this user can look into");
-    }
-    std::vector<LoadedPart> loaded;
-    const auto wanted = [&](const PartPlan &plan) {
-        return options.parts.empty() || std::ranges::find(options.parts, plan.name) != options.parts.end();
-    };
-    std::ranges::for_each(options.parts, [&](const std::string &name) { (void)plan_named(plans, name); }); // or throws
-    for (const PartPlan &plan : plans) {
-        if (wanted(plan) && (plan.shared || plan.file.is_absolute())) {
-            loaded.push_back(load(plan, state_dir / plan.file, {}));
-        }
-    }
-    for (unsigned slot = 0; slot < kSlots; ++slot) {
-        const std::filesystem::path folder = state_dir / slot_folder(slot);
-        if (context.slot_given ? slot != context.slot : !std::filesystem::is_directory(folder, unreadable)) {
-            continue;
-        }
-        for (const PartPlan &plan : plans) {
-            if (wanted(plan) && !plan.shared && !plan.file.is_absolute()) {
-                loaded.push_back(load(plan, folder / plan.file, slot));
-            }
-        }
-    }
-    return loaded;
-}
-
 // ---- inspect ----
-
-struct Finding {
-    const LoadedPart *part;
-    const RecordPlace *place;
-    RecordCheck check;
-    std::string differs_from; // the other chip of the pair; empty: it is alike, or was not read
-};
-
-bool are_copies(const Finding &one, const Finding &other) {
-    return one.place->item == other.place->item && one.place->chip != other.place->chip &&
-           (!one.part->slot || !other.part->slot || one.part->slot == other.part->slot);
-}
-
-bool same_data(const Finding &one, const Finding &other) {
-    return std::ranges::equal(one.part->record(*one.place).first(one.place->length),
-                              other.part->record(*other.place).first(other.place->length));
-}
-
-std::vector<Finding> findings_of(const std::vector<LoadedPart> &parts, const std::string &item) {
-    std::vector<Finding> findings;
-    for (const LoadedPart &part : parts) {
-        for (const RecordPlace &place : part.plan.records) {
-            if (part.trouble.empty() && (item.empty() || item == place.item)) {
-                findings.push_back(
-                    {.part = &part, .place = &place, .check = check_record(part.record(place)), .differs_from = {}});
-            }
-        }
-    }
-    for (Finding &one : findings) {
-        const auto other = std::ranges::find_if(
-            findings, [&](const Finding &copy) { return are_copies(one, copy) && !same_data(one, copy); });
-        one.differs_from = other == findings.end() ? "" : other->place->chip;
-    }
-    return findings;
-}
-
-// Parts that were not looked at, of those with a copy of the item, or of all.
-std::vector<const LoadedPart *> unread_of(const std::vector<LoadedPart> &parts, const std::string &item) {
-    std::vector<const LoadedPart *> unread;
-    for (const LoadedPart &part : parts) {
-        if (!part.trouble.empty() && (item.empty() || std::ranges::find(part.plan.records, item, &RecordPlace::item) !=
-                                                          part.plan.records.end())) {
-            unread.push_back(&part);
-        }
-    }
-    return unread;
-}
-
-struct Verdict {
-    std::size_t good = 0;
-    std::size_t blank = 0;
-    std::size_t bad = 0;
-    std::size_t bad_unnoticed = 0; // on chips that are not strict
-    std::vector<std::string> differing;
-    std::vector<std::string> unread; // parts
-
-    [[nodiscard]] int status() const { return bad == 0 && differing.empty() && unread.empty() ? kDone : kFailed; }
-};
-
-Verdict verdict_on(const std::vector<Finding> &findings, const std::vector<const LoadedPart *> &unread) {
-    Verdict verdict;
-    std::ranges::transform(unread, std::back_inserter(verdict.unread),
-                           [](const LoadedPart *part) { return part->plan.name; });
-    for (const Finding &finding : findings) {
-        const RecordState state = finding.check.state;
-        ++(state == RecordState::kGood ? verdict.good : state == RecordState::kBlank ? verdict.blank : verdict.bad);
-        if (state == RecordState::kBad && !strict_chip(finding.place->chip)) {
-            ++verdict.bad_unnoticed;
-        }
-        const std::string &item = finding.place->item;
-        if (!finding.differs_from.empty() && std::ranges::find(verdict.differing, item) == verdict.differing.end()) {
-            verdict.differing.push_back(item);
-        }
-    }
-    return verdict;
-}
 
 Cell check_cell(RecordState state) {
     return {std::string(state_name(state)), state == RecordState::kGood    ? Tone::kGood
@@ -321,53 +91,13 @@ std::string verdict_text(const Verdict &verdict) {
     return text;
 }
 
-Json record_json(const LoadedPart &part, const RecordPlace &place) {
-    const RecordCheck check = check_record(part.record(place));
-    return {{"item", place.item},
-            {"chip", place.chip},
-            {"part", part.plan.name},
-            {"slot", part.slot ? Json(*part.slot) : Json(nullptr)},
-            {"offset", place.offset},
-            {"length", place.length},
-            {"stored", check.stored},
-            {"computed", check.computed},
-            {"state", state_name(check.state)},
-            {"strict", strict_chip(place.chip)}};
-}
-
-Json inspection_json(const std::vector<LoadedPart> &parts, const std::vector<Finding> &findings,
-                     const Verdict &verdict) {
-    Json files = Json::array();
-    for (const LoadedPart &part : parts) {
-        files.push_back({{"part", part.plan.name},
-                         {"slot", part.slot ? Json(*part.slot) : Json(nullptr)},
-                         {"file", part.file.string()},
-                         {"size", part.bytes.size()},
-                         {"error", part.trouble.empty() ? Json(nullptr) : Json(part.trouble)}});
-    }
-    Json records = Json::array();
-    for (const Finding &finding : findings) {
-        Json record = record_json(*finding.part, *finding.place);
-        record["differs_from"] = finding.differs_from.empty() ? Json(nullptr) : Json(finding.differs_from);
-        records.push_back(record);
-    }
-    return {{"files", files},
-            {"records", records},
-            {"good", verdict.good},
-            {"blank", verdict.blank},
-            {"bad", verdict.bad},
-            {"bad_unnoticed", verdict.bad_unnoticed},
-            {"differing", verdict.differing},
-            {"unread", verdict.unread}};
-}
-
 int run_inspect(const Context &context, const ChipOptions &options) {
-    if (options.files.empty() == options.state_dir.empty()) {
+    if (options.choice.files.empty() == options.choice.state_dir.empty()) {
         throw WrongUsage("either files or --state-dir is to be given");
     }
-    const std::vector<PartPlan> plans = read_enclosure(options.config);
-    const std::vector<LoadedPart> parts =
-        options.files.empty() ? load_state_dir(context, plans, options) : load_files(plans, options);
+    const std::vector<PartPlan> plans = read_enclosure(options.config).parts;
+    const std::vector<LoadedPart> parts = options.choice.files.empty() ? load_state_dir(context, plans, options.choice)
+                                                                       : load_files(plans, options.choice);
     const KnownItem *const known = known_named(options.item);
     const std::string item = known == nullptr ? options.item : std::string(known->item);
     const std::vector<Finding> findings = findings_of(parts, item);
@@ -427,14 +157,15 @@ std::string stretch_title(const Screen &screen, const LoadedPart &part, const St
 }
 
 int run_dump(const Context &context, const ChipOptions &options) {
-    LoadedPart part{.plan = {}, .file = options.files.front(), .slot = {}, .bytes = {}, .trouble = {}};
+    LoadedPart part{
+        .plan = {}, .file = options.choice.files.front(), .slot = {}, .home = {}, .bytes = {}, .trouble = {}};
     if (options.config.empty()) {
-        if (!options.parts.empty()) {
+        if (!options.choice.parts.empty()) {
             throw WrongUsage("--part names a part of an enclosure file: --config is missing");
         }
         part.bytes = read_part(part.file);
     } else {
-        part = load_files(read_enclosure(options.config), options).front();
+        part = load_files(read_enclosure(options.config).parts, options.choice).front();
     }
     if (!part.trouble.empty() && part.bytes.empty()) {
         throw Failure(part.file.string() + ": " + part.trouble);
@@ -476,13 +207,16 @@ void add_inspect(CLI::App &chip, Command &chosen) {
                     "chip inspect /sys/bus/i2c/devices/3-0050/eeprom --part backplane_a --config enclosure.json\n"
                     "  asdctl chip inspect --state-dir /var/lib/asd --config enclosure.json",
                     run_inspect);
-    inspect->add_option("FILE", options->files, "A part's image or sysfs file; several are compared");
+    inspect->add_option("FILE", options->choice.files, "A part's image or sysfs file; several are compared");
     inspect->add_option("--config", options->config, "The enclosure file")->type_name("FILE")->required();
-    inspect->add_option("--part", options->parts, "Which part a file is, once for each; or which of the state folder")
+    inspect
+        ->add_option("--part", options->choice.parts,
+                     "Which part a file is, once for each; or which of the state folder")
         ->type_name("NAME")
         ->allow_extra_args(false);
     inspect->add_option("--item", options->item, "This item alone")->type_name("ITEM");
-    inspect->add_option("--state-dir", options->state_dir, "All parts of an enclosure (--slot: of that controller)")
+    inspect
+        ->add_option("--state-dir", options->choice.state_dir, "All parts of an enclosure (--slot: of that controller)")
         ->type_name("DIR");
 }
 
@@ -490,10 +224,12 @@ void add_dump(CLI::App &chip, Command &chosen) {
     const auto [dump, options] =
         add_command(chip, chosen, "dump", "Show a part's bytes, with --config each record by its name",
                     "chip dump backplane_a.bin --config enclosure.json --offset 0x500 --length 34", run_dump);
-    options->files.resize(1);
-    dump->add_option("FILE", options->files.front(), "The part's image or sysfs file")->required();
+    options->choice.files.resize(1);
+    dump->add_option("FILE", options->choice.files.front(), "The part's image or sysfs file")->required();
     dump->add_option("--config", options->config, "The enclosure file")->type_name("FILE");
-    dump->add_option("--part", options->parts, "Which part it is; with --config")->type_name("NAME")->expected(1);
+    dump->add_option("--part", options->choice.parts, "Which part it is; with --config")
+        ->type_name("NAME")
+        ->expected(1);
     dump->add_option("--offset", options->offset, "The first byte (0)")->type_name("NUMBER");
     dump->add_option("--length", options->length, "How many bytes (to the end)")->type_name("NUMBER");
 }

@@ -70,5 +70,6 @@ void add_board_commands(CLI::App &app, Command &chosen);  // board
 void add_watch_command(CLI::App &app, Command &chosen);   // watch
 void add_chip_commands(CLI::App &app, Command &chosen);   // chip
 void add_backup_commands(CLI::App &app, Command &chosen); // export, import
+void add_repair_command(CLI::App &app, Command &chosen);  // repair
 
 } // namespace asdctl

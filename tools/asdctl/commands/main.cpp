@@ -148,6 +148,7 @@ int run(int argc, char **argv) {
     add_watch_command(app, chosen);
     add_chip_commands(app, chosen);
     add_backup_commands(app, chosen);
+    add_repair_command(app, chosen);
     app.footer(kExamples);
     try {
         app.parse(words_of(argc, argv));

@@ -1,6 +1,6 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
-#include "enclosure.h"
+#include "part_plan.h"
 
 #include "bytes.h"
 #include "failure.h"
@@ -90,11 +90,20 @@ struct ChipPlan {
     std::uint32_t offset;
 };
 
+// Confidential unless it is said: the electronic keys, as for the service.
+ItemPlan item_of(const Place &place, const Json &item) {
+    std::string name = text_of(place, item, "Name");
+    const bool key = std::ranges::find(kKeyPlaces, name, &KeyPlace::item) != kKeyPlaces.end();
+    return {.name = std::move(name),
+            .length = number_of(place, item, "Length"),
+            .confidential = item.contains("Confidential") ? flag_of(item, "Confidential") : key};
+}
+
 // What the item's chips add to their parts.
-void add_records(const Place &place, const Json &item, const std::vector<ChipPlan> &chips,
+void add_records(const Place &place, const ItemPlan &plan, const Json &item, const std::vector<ChipPlan> &chips,
                  std::vector<PartPlan> *parts) {
-    const std::string name = text_of(place, item, "Name");
-    const std::uint32_t length = number_of(place, item, "Length");
+    const std::string &name = plan.name;
+    const std::uint32_t length = plan.length;
     const bool mirrored = item.contains(kChipKeys[1]);
     for (const char *key : kChipKeys) {
         if (!item.contains(key)) {
@@ -105,8 +114,12 @@ void add_records(const Place &place, const Json &item, const std::vector<ChipPla
         if (part == parts->end()) {
             throw place.of(key).wrong("names no chip on a known part");
         }
-        part->records.push_back(
-            {.item = name, .chip = chip->name, .offset = chip->offset, .length = length, .mirrored = mirrored});
+        part->records.push_back({.item = name,
+                                 .chip = chip->name,
+                                 .offset = chip->offset,
+                                 .length = length,
+                                 .mirrored = mirrored,
+                                 .second = key == kChipKeys[1]});
         if (part->records.back().end() > part->size) {
             throw place.of(key).wrong("the record ends behind the part's last byte");
         }
@@ -115,18 +128,22 @@ void add_records(const Place &place, const Json &item, const std::vector<ChipPla
 
 } // namespace
 
-std::vector<PartPlan> read_enclosure(const std::string &path) {
+EnclosurePlan read_enclosure(const std::string &path) {
     const Bytes bytes = read_file(path, kLargestEnclosure);
     const Json document = Json::parse(bytes, nullptr, false);
     if (!document.is_object()) {
         throw Failure(path + ": is no JSON object", "'asd --config " + path + " --check-config' says more.");
     }
-    std::vector<PartPlan> parts;
+    EnclosurePlan enclosure{
+        .name = document.contains("Name") ? text_of({path, ""}, document, "Name") : "", .parts = {}, .items = {}};
+    std::vector<PartPlan> &parts = enclosure.parts;
     for_each_in(path, document, "Parts", [&](const Place &place, const Json &part) {
         parts.push_back({.name = text_of(place, part, "Name"),
                          .file = text_of(place, part, "File"),
                          .shared = flag_of(part, "Shared"),
+                         .device = part.contains("Kind") && text_of(place, part, "Kind") == "device",
                          .size = number_of(place, part, "Size"),
+                         .page_size = part.contains("PageSize") ? number_of(place, part, "PageSize") : 1,
                          .records = {}});
     });
     std::vector<ChipPlan> chips;
@@ -135,12 +152,14 @@ std::vector<PartPlan> read_enclosure(const std::string &path) {
                          .part = text_of(place, chip, "Part"),
                          .offset = number_of(place, chip, "Offset")});
     });
-    for_each_in(path, document, "Items",
-                [&](const Place &place, const Json &item) { add_records(place, item, chips, &parts); });
+    for_each_in(path, document, "Items", [&](const Place &place, const Json &item) {
+        enclosure.items.push_back(item_of(place, item));
+        add_records(place, enclosure.items.back(), item, chips, &parts);
+    });
     for (PartPlan &part : parts) {
         std::ranges::sort(part.records, {}, &RecordPlace::offset);
     }
-    return parts;
+    return enclosure;
 }
 
 } // namespace asdctl
