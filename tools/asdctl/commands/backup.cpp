@@ -4,14 +4,14 @@
 
 #include "commands.h"
 #include "failure.h"
+#include "holdings.h"
 #include "known_items.h"
 #include "record_format.h"
-#include "records.h"
-#include "service.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -30,33 +30,39 @@ constexpr int kVersion = 1;
 constexpr std::size_t kLongestExport = 4U << 20U; // bytes; a full enclosure's has some 50 KiB
 constexpr std::size_t kShown = 10;                // mistakes of a file
 
-bool keeps_a_flag(const std::string &item) {
-    const KnownItem *const known = known_item(item);
-    return known != nullptr && known->format == Format::kFlag;
-}
-
 std::string checksum_of(BytesView value) {
     return hex_number(crc16(value), 4);
 }
 
 // ---- export ----
 
+// Where the values are.
+struct Source {
+    std::string config; // empty: a service has them
+    std::string state_dir = "/var/lib/asd";
+
+    [[nodiscard]] std::unique_ptr<Holdings> open(const Context &context, bool to_write) const {
+        return config.empty() ? service_holdings(context) : part_holdings(context, config, state_dir, to_write);
+    }
+};
+
 struct ExportOptions {
     std::string file;
+    Source source;
     bool keys = false;
 };
 
-// What an item holds in memory; or why it is not in the file.
-Json exported(Service &service, const Item &item, bool keys) {
-    Json entry = {{"item", item.name}, {"label", label_of(item.name)}, {"length", item.length}, {"value", nullptr}};
+// What an item holds; or why it is not in the file.
+Json exported(Holdings &holdings, const Holding &item, bool keys) {
+    Json entry = {{"item", item.item}, {"label", label_of(item.item)}, {"length", item.length}, {"value", nullptr}};
     if (item.confidential && !keys) {
         entry["why"] = "confidential: --keys exports it";
-    } else if (keeps_a_flag(item.name)) {
+    } else if (item.flag) {
         entry["why"] = "the check flag of a pair: it follows when the pair is written";
     } else if (!item.ready) {
-        entry["why"] = "not ready: never written, damaged, or not loaded";
+        entry["why"] = item.why;
     } else {
-        const Bytes value = service.read_item(item.name, "ReadAsdMemData");
+        const Bytes value = holdings.read(item);
         entry["text"] = to_text(value);
         entry["value"] = to_hex(value);
         entry["checksum"] = checksum_of(value);
@@ -93,20 +99,19 @@ int run_export(const Context &context, const ExportOptions &options) {
     if (options.keys) {
         check_file_for_keys(options.file);
     }
-    Service service(context);
-    const Snapshot snapshot = service.snapshot();
+    const std::unique_ptr<Holdings> holdings = options.source.open(context, false);
     Json items = Json::array();
     std::vector<std::string> left_out;
-    for (const Item &item : snapshot.items) {
-        items.push_back(exported(service, item, options.keys));
-        if (items.back()["value"].is_null() && !keeps_a_flag(item.name)) {
-            left_out.push_back(item.name);
+    for (const Holding &item : holdings->items) {
+        items.push_back(exported(*holdings, item, options.keys));
+        if (items.back()["value"].is_null() && !item.flag) {
+            left_out.push_back(item.item);
         }
     }
     const auto whole = static_cast<std::size_t>(
         std::ranges::count_if(items, [](const Json &entry) { return !entry["value"].is_null(); }));
     const Json file = {
-        {kMark, kVersion}, {"asd", snapshot.version}, {"enclosure", snapshot.enclosure}, {"items", items}};
+        {kMark, kVersion}, {"asd", holdings->version}, {"enclosure", holdings->enclosure}, {"items", items}};
     const std::string text = file.dump(1) + "\n";
     save(options.file, text);
     if (options.file == "-") {
@@ -201,6 +206,7 @@ private:
 
 struct ImportOptions {
     std::string file;
+    Source source;
     std::vector<std::string> require;
     bool dry_run = false;
 };
@@ -208,29 +214,28 @@ struct ImportOptions {
 enum class Fate { kSame, kToWrite, kWritten, kNotWritten };
 
 struct Step {
-    const Item *item;
+    const Holding *item;
     const Saved *saved;
     Fate fate;
     std::string why; // it failed
 };
 
-Bytes held_by(Service &service, const Item &item) {
-    return item.ready ? service.read_item(item.name, "ReadAsdMemData") : Bytes();
+Bytes held_by(Holdings &holdings, const Holding &item) {
+    return item.ready ? holdings.read(item) : Bytes();
 }
 
 // What is to be done with each value; whatever cannot be done keeps all of it from being done.
-std::vector<Step> planned(Service &service, const Snapshot &snapshot, const std::vector<Saved> &saved,
-                          ExportReader &reader) {
+std::vector<Step> planned(Holdings &holdings, const std::vector<Saved> &saved, ExportReader &reader) {
     std::vector<Step> steps;
     for (const Saved &one : saved) {
-        const auto item = std::ranges::find(snapshot.items, one.item, &Item::name);
-        if (item == snapshot.items.end()) {
+        const auto item = std::ranges::find(holdings.items, one.item, &Holding::item);
+        if (item == holdings.items.end()) {
             reader.mistake(one.item + ": this enclosure has no such item");
         } else if (item->length != one.value.size()) {
             reader.mistake(one.item + ": has " + counted(item->length, "byte") + " here and " +
                            std::to_string(one.value.size()) + " in the file");
         } else {
-            const bool same = held_by(service, *item) == one.value && std::ranges::all_of(item->chips, &Chip::sound);
+            const bool same = item->sound && held_by(holdings, *item) == one.value;
             steps.push_back({.item = &*item, .saved = &one, .fate = same ? Fate::kSame : Fate::kToWrite, .why = {}});
         }
     }
@@ -239,15 +244,17 @@ std::vector<Step> planned(Service &service, const Snapshot &snapshot, const std:
 }
 
 // The items that have to be the same already, lest the identity of one enclosure gets into another.
-void check_required(Service &service, const Snapshot &snapshot, const std::vector<Saved> &saved,
-                    const std::vector<std::string> &required) {
+void check_required(Holdings &holdings, const std::vector<Saved> &saved, const std::vector<std::string> &required) {
     for (const std::string &name : required) {
-        const Item &item = snapshot.item(name);
-        const auto one = std::ranges::find(saved, item.name, &Saved::item);
-        const Bytes here = held_by(service, item);
+        const Holding &item = holdings.named(name);
+        const auto one = std::ranges::find(saved, item.item, &Saved::item);
+        const Bytes here = held_by(holdings, item);
+        const auto shown = [&](const Bytes &value) {
+            return item.confidential ? std::string("another key") : "'" + to_text(value) + "'";
+        };
         if (one == saved.end() || here != one->value) {
-            throw Failure(name + " is " + (here.empty() ? "not ready" : "'" + to_text(here) + "'") + " here and " +
-                              (one == saved.end() ? "missing" : "'" + to_text(one->value) + "'") +
+            throw Failure(name + " is " + (here.empty() ? "not ready" : shown(here)) + " here and " +
+                              (one == saved.end() ? "missing" : shown(one->value)) +
                               " in the file; nothing has been written",
                           "It is required to be the same. Without --require the file's is written.");
         }
@@ -255,10 +262,10 @@ void check_required(Service &service, const Snapshot &snapshot, const std::vecto
 }
 
 // Writes one value and reads it back.
-void carry_out(const Context &context, Service &service, Step *step) {
+void carry_out(Holdings &holdings, Step *step) {
     try {
-        store_item(context, service, *step->item, step->saved->value);
-        const bool held = service.read_item(step->item->name, "ReadAsdMemData") == step->saved->value;
+        holdings.write(*step->item, step->saved->value);
+        const bool held = holdings.read(*step->item) == step->saved->value;
         step->fate = held ? Fate::kWritten : Fate::kNotWritten;
         step->why = held ? "" : "something else was read back";
     } catch (const Failure &failure) {
@@ -290,9 +297,9 @@ int report(const Context &context, const std::vector<Step> &steps) {
     for (const Step &step : steps) {
         const Cell fate = fate_cell(step);
         if (step.fate != Fate::kSame) {
-            table.add({{step.item->name}, {std::string(label_of(step.item->name))}, fate});
+            table.add({{step.item->item}, {std::string(label_of(step.item->item))}, fate});
         }
-        items.push_back({{"item", step.item->name}, {"state", fate.text}});
+        items.push_back({{"item", step.item->item}, {"state", fate.text}});
     }
     const std::size_t failed = count(Fate::kNotWritten);
     const std::size_t to_write = count(Fate::kToWrite);
@@ -313,20 +320,26 @@ int report(const Context &context, const std::vector<Step> &steps) {
 int run_import(const Context &context, const ImportOptions &options) {
     ExportReader reader(options.file);
     const std::vector<Saved> saved = reader.read();
-    Service service(context);
-    const Snapshot snapshot = service.snapshot();
-    std::vector<Step> steps = planned(service, snapshot, saved, reader);
-    check_required(service, snapshot, saved, options.require);
+    const std::unique_ptr<Holdings> holdings = options.source.open(context, !options.dry_run);
+    std::vector<Step> steps = planned(*holdings, saved, reader);
+    check_required(*holdings, saved, options.require);
     if (!options.dry_run) {
         ProgressBar bar(context.err, "importing", steps.size());
         for (Step &step : steps) {
             if (step.fate == Fate::kToWrite) {
-                carry_out(context, service, &step);
+                carry_out(*holdings, &step);
             }
             bar.step();
         }
     }
     return report(context, steps);
+}
+
+void add_source(CLI::App &command, Source &source) {
+    command.add_option("--config", source.config, "The enclosure file: on its parts, without a service")
+        ->type_name("FILE");
+    command.add_option("--state-dir", source.state_dir, "With --config: the state folder (/var/lib/asd)")
+        ->type_name("DIR");
 }
 
 } // namespace
@@ -337,6 +350,8 @@ void add_backup_commands(CLI::App &app, Command &chosen) {
     save->add_option("FILE", to->file, "The new file, JSON, for its owner alone; - for standard output")->required();
     save->add_flag("--keys", to->keys, "The electronic keys and other confidential items too");
 
+    add_source(*save, to->source);
+
     const auto [load, from] = add_command(app, chosen, "import", "Write what an export holds, where it differs",
                                           "import enclosure-7.json --dry-run", run_import);
     load->add_option("FILE", from->file, "A file that 'asdctl export' made; - for standard input")->required();
@@ -344,6 +359,7 @@ void add_backup_commands(CLI::App &app, Command &chosen) {
     load->add_option("--require", from->require, "Items that must be the same already, else nothing is written")
         ->type_name("ITEM,...")
         ->delimiter(',');
+    add_source(*load, from->source);
 }
 
 } // namespace asdctl
