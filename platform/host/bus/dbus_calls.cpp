@@ -3,6 +3,7 @@
 #include "dbus_calls.h"
 
 #include "dbus_board.h"
+#include "dbus_storage.h"
 #include "item_request.h"
 #include "log.h"
 #include "module_call.h"
@@ -137,10 +138,16 @@ BusCalls::Work BusCalls::module_work(OBJ_HANDLE object, GDBusMethodInvocation *i
 }
 
 BusCalls::Work BusCalls::work_of(OBJ_HANDLE object, GDBusMethodInvocation *invocation, CallResult *refused) const {
-    return object == kBoardObject
-               ? board_call(objects_.platform(), g_dbus_method_invocation_get_method_name(invocation),
-                            g_dbus_method_invocation_get_parameters(invocation))
-               : module_work(object, invocation, refused);
+    const char *name = g_dbus_method_invocation_get_method_name(invocation);
+    GVariant *arguments = g_dbus_method_invocation_get_parameters(invocation);
+    switch (object) {
+    case kRootObject:
+        return storage_call(objects_.platform(), name, arguments);
+    case kBoardObject:
+        return board_call(objects_.platform(), name, arguments);
+    default:
+        return module_work(object, invocation, refused);
+    }
 }
 
 void BusCalls::call(OBJ_HANDLE object, InvocationPtr invocation) {

@@ -181,7 +181,8 @@ void BusClients::on_call(GDBusConnection *connection, const gchar * /*sender*/, 
         clients->properties_call(*object, method, parameters, std::move(held));
         return;
     }
-    if (*object == kRootObject) { // its only method
+    if (*object == kRootObject &&
+        std::strcmp(interface, kServiceName) != 0) { // of the object manager's, the only method
         answer(std::move(held), clients->objects_.managed_objects());
         return;
     }

@@ -34,10 +34,41 @@ gint32 typed_property(const Host &platform, OBJ_HANDLE object, const char *name,
     return 0;
 }
 
-// The data of the item's record on one chip. 0, or a status of reload_item.
-gint32 copy_of(const Host &platform, OBJ_HANDLE item, const char *reference, std::uint32_t length, Bytes *data) {
+// The first good copy: chip 0 before chip 1, whatever a flag says, as the load takes them. A second chip that an item
+// does not have says nothing about the first.
+gint32 first_good_copy(const Host &platform, OBJ_HANDLE item, std::uint32_t length, Bytes *data) {
+    const auto copy_of = [&](std::size_t copy) {
+        const gint32 status = read_copy(platform, item, copy, length, data);
+        if (status != 0 || !is_record(*data)) {
+            return status != 0 ? status : kNoRecord;
+        }
+        data->resize(length);
+        return 0;
+    };
+    const gint32 first = copy_of(0);
+    if (first == 0) {
+        return 0;
+    }
+    const gint32 second = copy_of(1);
+    return second == kNoProperty ? first : second;
+}
+
+} // namespace
+
+gint32 item_length(const Host &platform, OBJ_HANDLE item, std::uint32_t *length) {
+    const std::string *class_name = platform.objects.class_of(item);
+    if (class_name == nullptr || *class_name != kItemClass) {
+        return kNoObject;
+    }
+    if (const gint32 status = typed_property(platform, item, "Length", length); status != 0) {
+        return status;
+    }
+    return *length == 0 || *length > kLongestItem ? kBadArgument : 0;
+}
+
+gint32 read_copy(const Host &platform, OBJ_HANDLE item, std::size_t copy, std::uint32_t length, Bytes *record) {
     ObjectRef chip;
-    if (const gint32 status = typed_property(platform, item, reference, &chip); status != 0) {
+    if (const gint32 status = typed_property(platform, item, kChipKeys.at(copy), &chip); status != 0) {
         return status;
     }
     const auto place = platform.chips.find(chip.handle);
@@ -48,36 +79,9 @@ gint32 copy_of(const Host &platform, OBJ_HANDLE item, const char *reference, std
     if (const gint32 status = typed_property(platform, chip.handle, "Offset", &offset); status != 0) {
         return status;
     }
-    Bytes record(length + kChecksumSize);
-    if (const gint32 status = place->second.part->read(offset, record); status != 0) {
-        return status;
-    }
-    if (!is_record(record)) {
-        return kNoRecord;
-    }
-    record.resize(length);
-    *data = std::move(record);
-    return 0;
+    record->resize(length + kChecksumSize);
+    return place->second.part->read(offset, *record);
 }
-
-// The first good copy: chip 0 before chip 1, whatever a flag says, as the load takes them. A second chip that an item
-// does not have says nothing about the first.
-gint32 first_good_copy(const Host &platform, OBJ_HANDLE item, std::uint32_t length, Bytes *data) {
-    const gint32 first = copy_of(platform, item, kChipKeys[0], length, data);
-    if (first == 0) {
-        return 0;
-    }
-    const gint32 second = copy_of(platform, item, kChipKeys[1], length, data);
-    return second == kNoProperty ? first : second;
-}
-
-// The status that a method appends, or the one it returned without an output.
-gint32 status_of(const MethodOutcome &outcome) {
-    const auto *appended = outcome.outputs.empty() ? nullptr : std::get_if<std::int32_t>(&outcome.outputs.front());
-    return appended == nullptr ? outcome.status : *appended;
-}
-
-} // namespace
 
 gint32 reload_item(OBJ_HANDLE item) {
     const Host *platform = host();
@@ -85,22 +89,15 @@ gint32 reload_item(OBJ_HANDLE item) {
     if (platform == nullptr || method == nullptr) {
         return kBadArgument;
     }
-    const std::string *class_name = platform->objects.class_of(item);
-    if (class_name == nullptr || *class_name != kItemClass) {
-        return kNoObject;
-    }
     std::uint32_t length = 0;
-    if (const gint32 status = typed_property(*platform, item, "Length", &length); status != 0) {
+    if (const gint32 status = item_length(*platform, item, &length); status != 0) {
         return status;
-    }
-    if (length == 0 || length > kLongestItem) {
-        return kBadArgument;
     }
     Bytes data;
     if (const gint32 status = first_good_copy(*platform, item, length, &data); status != 0) {
         return status;
     }
-    return status_of(call_method(*method, item, {std::move(data)}));
+    return write_status(call_method(*method, item, {std::move(data)}));
 }
 
 } // namespace asd_host

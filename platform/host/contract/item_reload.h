@@ -4,9 +4,15 @@
 
 // An item's memory made equal to its chips while the service runs.
 
+#include "object_store.h"
 #include "platform_types.h"
 
+#include <cstddef>
+#include <cstdint>
+
 namespace asd_host {
+
+struct Host;
 
 // Reads the item's record from its first chip, and from its second one when the first gives none with a good checksum,
 // and hands the bytes to the module, which publishes them as the item's Value and makes the item ready: what the load
@@ -23,5 +29,13 @@ namespace asd_host {
 //   kNoRecord     a chip was read, none has a record with a good checksum (never written, or damaged)
 //   else          the module's own refusal; -1007: the item is not online
 [[nodiscard]] gint32 reload_item(OBJ_HANDLE item);
+
+// Length of the item's data, 1 to kLongestItem. 0, or kNoObject, kNoProperty, kWrongType, kBadArgument.
+[[nodiscard]] gint32 item_length(const Host &platform, OBJ_HANDLE item, std::uint32_t *length);
+
+// Reads the item's record on its chip 0 or 1 as it lies there, data and checksum, good or not. Blocks for the transfer.
+// 0, or kNoProperty (there is no such chip, or it has no part), kWrongType, a status of the transfer.
+[[nodiscard]] gint32 read_copy(const Host &platform, OBJ_HANDLE item, std::size_t copy, std::uint32_t length,
+                               Bytes *record);
 
 } // namespace asd_host

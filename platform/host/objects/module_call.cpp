@@ -50,4 +50,9 @@ MethodOutcome call_method(const ModuleRegistry::Method &method, OBJ_HANDLE objec
     return outcome;
 }
 
+gint32 write_status(const MethodOutcome &outcome) {
+    const auto *appended = outcome.outputs.empty() ? nullptr : std::get_if<std::int32_t>(&outcome.outputs.front());
+    return appended == nullptr ? outcome.status : *appended;
+}
+
 } // namespace asd_host

@@ -21,4 +21,7 @@ struct MethodOutcome {
 [[nodiscard]] MethodOutcome call_method(const ModuleRegistry::Method &method, OBJ_HANDLE object,
                                         const std::vector<PropertyValue> &arguments);
 
+// The status of a write: what it appended, or what it returned without an output.
+[[nodiscard]] gint32 write_status(const MethodOutcome &outcome);
+
 } // namespace asd_host
