@@ -149,17 +149,22 @@ std::string Table::text(const Screen &screen) const {
 }
 
 std::string wrapped(const Screen &screen, const std::vector<std::string> &words, std::size_t indent) {
+    return wrapped(screen, std::vector<Cell>(words.begin(), words.end()), indent);
+}
+
+std::string wrapped(const Screen &screen, const std::vector<Cell> &words, std::size_t indent) {
     const std::size_t width = screen.width.value_or(kUsualWidth);
     std::string result;
     std::size_t column = width; // the first word begins a line
-    for (const std::string &word : words) {
-        const std::size_t size = columns_of(word);
+    for (const Cell &word : words) {
+        const std::size_t size = columns_of(word.text);
+        const std::string shown = painted(screen, word.tone, word.text);
         if (column + kColumnGap + size > width) {
-            result += (result.empty() ? "" : "\n") + std::string(indent, ' ') + word;
+            result += (result.empty() ? "" : "\n") + std::string(indent, ' ') + shown;
             column = indent + size;
             continue;
         }
-        result += std::string(kColumnGap, ' ') + word;
+        result += std::string(kColumnGap, ' ') + shown;
         column += kColumnGap + size;
     }
     return result + "\n";

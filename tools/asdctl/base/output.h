@@ -71,6 +71,7 @@ private:
 
 // Words in lines that fit the screen, each line indented.
 [[nodiscard]] std::string wrapped(const Screen &screen, const std::vector<std::string> &words, std::size_t indent);
+[[nodiscard]] std::string wrapped(const Screen &screen, const std::vector<Cell> &words, std::size_t indent);
 
 // Offset, sixteen bytes and their letters a line; "*" stands for lines equal to the one before. The first byte's offset
 // is first.

@@ -1,10 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
-// chip inspect, chip dump: what lies on parts, read from their files without a service.
+// chip inspect, chip dump, chip map: what lies on parts, read from their files without a service.
 
 #include "commands.h"
 #include "failure.h"
 #include "inspection.h"
+#include "part_map.h"
 #include "records.h"
 #include "texts.h"
 #include "values.h"
@@ -118,32 +119,6 @@ int run_inspect(const Context &context, const ChipOptions &options) {
 
 // ---- dump ----
 
-// A stretch of a part: a record, or what lies between two.
-struct Stretch {
-    std::size_t begin;
-    std::size_t end;
-    const RecordPlace *record; // null: none
-};
-
-std::vector<Stretch> stretches_of(const PartPlan &plan, std::size_t size) {
-    std::vector<Stretch> stretches;
-    std::size_t next = 0;
-    for (const RecordPlace &place : plan.records) {
-        if (place.end() > size) {
-            continue; // of a file that ends before the part does
-        }
-        if (place.offset > next) {
-            stretches.push_back({next, place.offset, nullptr});
-        }
-        stretches.push_back({place.offset, place.end(), &place});
-        next = stretches.back().end;
-    }
-    if (next < size) {
-        stretches.push_back({next, size, nullptr});
-    }
-    return stretches;
-}
-
 std::string stretch_title(const Screen &screen, const LoadedPart &part, const Stretch &stretch) {
     if (stretch.record == nullptr) {
         return part.plan.records.empty() ? "" : painted(screen, Tone::kQuiet, "-- free") + "\n";
@@ -241,6 +216,7 @@ void add_chip_commands(CLI::App &app, Command &chosen) {
                                       "chip inspect --state-dir /var/lib/asd --config enclosure.json");
     add_inspect(*chip, chosen);
     add_dump(*chip, chosen);
+    add_map_command(*chip, chosen);
 }
 
 } // namespace asdctl

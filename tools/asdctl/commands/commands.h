@@ -69,6 +69,7 @@ void add_ipmi_commands(CLI::App &app, Command &chosen);   // ipmi, ekey, baycfg
 void add_board_commands(CLI::App &app, Command &chosen);  // board
 void add_watch_command(CLI::App &app, Command &chosen);   // watch
 void add_chip_commands(CLI::App &app, Command &chosen);   // chip
+void add_map_command(CLI::App &chip, Command &chosen);    // chip map
 void add_backup_commands(CLI::App &app, Command &chosen); // export, import
 void add_repair_command(CLI::App &app, Command &chosen);  // repair
 
