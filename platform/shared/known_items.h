@@ -94,10 +94,15 @@ inline constexpr std::array kKnownItems = {
     return known == nullptr ? "" : known->label;
 }
 
-// Whether a pair of this name has a check flag. A pair "ASD10" would keep it in its own first bytes, so it has none
-// that is of any use.
+// The item that keeps a pair's check flag; null: a pair of this name has none. A pair "ASD10" would keep it in its own
+// first bytes, so it has none that is of any use.
+[[nodiscard]] inline const KnownItem *flag_item(std::string_view item) {
+    const auto *const found = std::ranges::find(kKnownItems, item, &KnownItem::of);
+    return item.empty() || found == kKnownItems.end() ? nullptr : found;
+}
+
 [[nodiscard]] inline bool has_flag(std::string_view item) {
-    return std::ranges::find(kKnownItems, item, &KnownItem::of) != kKnownItems.end();
+    return flag_item(item) != nullptr;
 }
 
 } // namespace asd_shared

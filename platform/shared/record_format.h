@@ -10,6 +10,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string_view>
 
@@ -37,6 +38,21 @@ inline constexpr std::size_t kChecksumSize = 2; // bytes behind a record's data,
 // Whether the bytes are data with their checksum behind them.
 [[nodiscard]] inline bool is_record(std::span<const std::uint8_t> bytes) {
     return bytes.size() > kChecksumSize && stored_checksum(bytes) == computed_checksum(bytes);
+}
+
+// ---- Check flags ----
+// The byte that a flag's record holds on each of the flag's own two chips.
+inline constexpr std::uint8_t kStoredBoth = 1;  // both copies of the pair took the last write
+inline constexpr std::uint8_t kStoredAlone = 2; // the copy beside this chip was the only one
+
+// Which copy of a pair the flags say was written alone: 0 or 1. None: neither does, or both do. Each is the byte of a
+// good flag, or nothing.
+[[nodiscard]] inline std::optional<std::size_t> written_alone(std::optional<std::uint8_t> first,
+                                                              std::optional<std::uint8_t> second) {
+    if ((first == kStoredAlone) == (second == kStoredAlone)) {
+        return std::nullopt;
+    }
+    return first == kStoredAlone ? 0U : 1U;
 }
 
 // The chips of which a wrong checksum fails a read. Of all others the bytes are delivered as they are. In the order of

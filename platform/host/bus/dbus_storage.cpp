@@ -15,13 +15,13 @@ namespace asd_host {
 
 namespace {
 
-// Runs in the item's turn.
+// Runs in the item's turn, which is that of the pair for a pair's check flag.
 CallResult in_turn(Host &platform, const std::string &name, const std::function<CallResult(OBJ_HANDLE)> &work) {
     const auto item = platform.objects.find(name);
     if (!item || *platform.objects.class_of(*item) != kItemClass) {
         return refusal(kErrorNoObject, "there is no item " + name);
     }
-    ItemRequest scope(*item);
+    ItemRequest scope(repaired_with(platform, *item));
     if (!scope.has_turn()) {
         return refusal(kErrorFailed, "other requests of " + name + " have not ended within ten seconds; try again");
     }
@@ -59,7 +59,9 @@ std::function<CallResult()> storage_call(Host &platform, std::string_view method
         gboolean dry_run = FALSE;
         g_variant_get(arguments, "(&syb)", &name, &from, &dry_run);
         return [&platform, item = std::string(name), from, dry_run] {
-            return in_turn(platform, item, [=](OBJ_HANDLE object) { return repair(object, from, dry_run != FALSE); });
+            return in_turn(platform, item, [&platform, from, dry_run](OBJ_HANDLE object) {
+                return repair(repaired_with(platform, object), from, dry_run != FALSE);
+            });
         };
     }
     return nullptr;

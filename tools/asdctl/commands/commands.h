@@ -72,5 +72,6 @@ void add_chip_commands(CLI::App &app, Command &chosen);   // chip
 void add_map_command(CLI::App &chip, Command &chosen);    // chip map
 void add_backup_commands(CLI::App &app, Command &chosen); // export, import
 void add_repair_command(CLI::App &app, Command &chosen);  // repair
+void add_reload_command(CLI::App &app, Command &chosen);  // reload
 
 } // namespace asdctl

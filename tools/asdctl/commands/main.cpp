@@ -149,6 +149,7 @@ int run(int argc, char **argv) {
     add_chip_commands(app, chosen);
     add_backup_commands(app, chosen);
     add_repair_command(app, chosen);
+    add_reload_command(app, chosen);
     app.footer(kExamples);
     try {
         app.parse(words_of(argc, argv));

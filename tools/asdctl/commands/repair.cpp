@@ -1,12 +1,13 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
-// repair: what a good copy can mend is written from it.
+// repair: what a good copy can mend is written from it, here on parts that no service runs on.
 
 #include "commands.h"
 #include "cures.h"
 #include "failure.h"
 #include "inspection.h"
 #include "known_items.h"
+#include "mend.h"
 #include "part_store.h"
 #include "values.h"
 
@@ -200,6 +201,12 @@ void carry_out(PartStore &store, Plan *plan) {
 }
 
 int run_repair(const Context &context, const RepairOptions &options) {
+    if (options.config.empty()) {
+        return repair_online(context, options.item, options.from, options.dry_run);
+    }
+    if (options.from == "memory") {
+        throw WrongUsage("parts that no service runs on have no memory", "--from is a or b with --config.");
+    }
     const EnclosurePlan enclosure = read_enclosure(options.config);
     const KnownItem *const known = known_named(options.item);
     const std::string item = known == nullptr ? options.item : std::string(known->item);
@@ -238,17 +245,19 @@ int run_repair(const Context &context, const RepairOptions &options) {
 void add_repair_command(CLI::App &app, Command &chosen) {
     const auto [repair, options] =
         add_command(app, chosen, "repair", "Mend damaged copies from good ones",
-                    "repair --config /etc/asd/enclosure.json --dry-run\n  asdctl repair serial --from b --config "
-                    "/etc/asd/enclosure.json",
-                    run_repair);
+                    "repair --dry-run\n  asdctl repair serial --from b --config /etc/asd/enclosure.json", run_repair);
     options->choice.state_dir = "/var/lib/asd";
     repair->add_option("ITEM", options->item, "This item and its check flag alone");
-    repair->add_option("--from", options->from, "Which copy stays where both are good and differ: a, the first, or b")
-        ->type_name("a|b")
-        ->check(unsaid(CLI::IsMember({"a", "b"})));
-    repair->add_option("--config", options->config, "The enclosure file; no service may run on its parts")
-        ->type_name("FILE")
-        ->required();
+    repair
+        ->add_option(
+            "--from", options->from,
+            "Which copy stays where both are good and differ: a, the first, or b; or memory, where no copy is good")
+        ->type_name("a|b|memory")
+        ->check(unsaid(CLI::IsMember({"a", "b", "memory"})));
+    repair
+        ->add_option("--config", options->config,
+                     "Work on the parts of this enclosure file; no service may run on them")
+        ->type_name("FILE");
     repair->add_option("--state-dir", options->choice.state_dir, "The enclosure's state folder (/var/lib/asd)")
         ->type_name("DIR");
     repair->add_flag("--dry-run", options->dry_run, "Only show what would be written");

@@ -43,10 +43,7 @@ std::optional<std::size_t> trusted_by(const std::vector<Copy> &flags) {
     const bool known = flags.size() == 2 && std::ranges::none_of(flags, [](const Copy &flag) {
                            return !flag.check || flag.is(RecordState::kBad);
                        });
-    if (!known || (flag_byte(flags[0]) == kStoredAlone) == (flag_byte(flags[1]) == kStoredAlone)) {
-        return std::nullopt;
-    }
-    return flag_byte(flags[0]) == kStoredAlone ? 0U : 1U;
+    return known ? written_alone(flag_byte(flags[0]), flag_byte(flags[1])) : std::nullopt;
 }
 
 bool flags_agree(const std::vector<Copy> &flags) {

@@ -28,9 +28,6 @@ struct Cure {
 
 // ---- Check flags ----
 
-inline constexpr std::uint8_t kStoredBoth = 1;  // both copies hold the same
-inline constexpr std::uint8_t kStoredAlone = 2; // the copy on this flag's chip was the only one that was written
-
 // The byte of a flag; none: it is damaged, or was never written.
 [[nodiscard]] std::optional<std::uint8_t> flag_byte(const Copy &flag);
 

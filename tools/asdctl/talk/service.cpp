@@ -485,6 +485,18 @@ void Service::clear_item(const std::string &item) {
                "()"); // an empty reply
 }
 
+void Service::reload_item(const std::string &item) {
+    (void)call("reloading " + item, kRootPath, kServiceName, "ReloadItem", g_variant_new("(s)", item.c_str()), "()");
+}
+
+Repaired Service::repair_item(const std::string &item, std::uint8_t from, bool dry_run) {
+    const VariantPtr reply = call("repairing " + item, kRootPath, kServiceName, "RepairItem",
+                                  g_variant_new("(syb)", item.c_str(), from, dry_run ? TRUE : FALSE), "(yy)");
+    Repaired repaired;
+    g_variant_get(reply.get(), "(yy)", &repaired.taken, &repaired.copies);
+    return repaired;
+}
+
 void Service::set_error_code(const std::string &chip, std::int32_t code) {
     (void)call("setting the error code of " + chip, object_path(kChipClass, chip), kChipInterface, "SetAsdDevErrCode",
                g_variant_new("(i)", code), "()"); // an empty reply

@@ -76,6 +76,12 @@ struct Change {
     Json value; // bytes as hexadecimal; null: the service tells only who asks for it
 };
 
+// What a repair wrote, or would write.
+struct Repaired {
+    std::uint8_t taken = 0;
+    std::uint8_t copies = 0; // bits 0 and 1: the copies, bit 2: the check flag
+};
+
 // Every operation throws Failure when the service refuses it or does not answer within 30 seconds.
 class Service {
 public:
@@ -90,6 +96,9 @@ public:
     [[nodiscard]] std::int32_t write_item(const std::string &item, const char *method, BytesView data); // its status
     [[nodiscard]] Bytes read_item(const std::string &item, const char *method);
     void clear_item(const std::string &item);
+    void reload_item(const std::string &item);
+    // What is taken is 0 or 1, that copy, 2, the value in memory, or 3, the copy that is good.
+    [[nodiscard]] Repaired repair_item(const std::string &item, std::uint8_t from, bool dry_run);
     void set_error_code(const std::string &chip, std::int32_t code);
 
     void set_board(const char *property, GVariant *value); // takes a floating value
