@@ -126,13 +126,11 @@ std::string repair_text(const Screen &screen, const std::vector<Outcome> &outcom
     text += records == 0 ? std::string(refusals.empty() ? "Nothing to write: all is well\n" : "Nothing written\n")
                          : counted(records, "record") + (dry_run ? " would be written\n" : " written and read back\n");
     if (!refusals.empty()) {
-        text += "Cannot be mended; 'asdctl set' or 'asdctl import' writes them anew:\n" + refusals.text(screen);
+        text += "Not mended; 'asdctl set' or 'asdctl import' writes an item anew:\n" + refusals.text(screen);
     }
     if (!in_memory.empty()) {
-        text +=
-            "The service still has values of these; 'asdctl get ITEM' shows one, 'asdctl repair ITEM --from memory' "
-            "writes it:\n" +
-            wrapped(screen, in_memory, 2 * kIndent);
+        text += "Still in memory; 'asdctl get ITEM' shows the value, 'asdctl repair ITEM --from memory' writes it:\n" +
+                wrapped(screen, in_memory, 2 * kIndent);
     }
     return text;
 }
