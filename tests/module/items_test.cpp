@@ -7,7 +7,10 @@
 #include "bmc_asd_objects.h"
 #include "bmc_asd_update_property.h"
 #include "bmc_asd_write.h"
+#include "known_items.h"
 #include "module_test.h"
+
+#include <set>
 
 namespace {
 
@@ -60,6 +63,26 @@ TEST_F(ItemsTest, CardTypes) {
         EXPECT_EQ(fake::call_method(row.method, item, {argument}).status, row.status);
         EXPECT_EQ(fake::chip_bytes("Card", 64, 6), row.record);
         EXPECT_EQ(fake::number("Card", "StgWp"), 1);
+    }
+}
+
+// The module keeps a pair's flag where operators and tools are told that it is.
+TEST_F(ItemsTest, CheckFlags) {
+    std::set<std::string> names;
+    for (const asd_shared::KnownItem &known : asd_shared::kKnownItems) {
+        names.insert({std::string(known.item), std::string(known.of)});
+    }
+    names.erase("");
+    names.erase("ASD10"); // its flag would be itself
+    for (const std::string &name : names) {
+        fake::add_item(name.c_str(), {.length = 1});
+    }
+    for (const std::string &name : names) {
+        OBJ_HANDLE flag = 0;
+        const bool has = asd_choose_object(fake::handle_of(name), &flag) == 0;
+        const asd_shared::KnownItem *const told = asd_shared::flag_item(name);
+        ASSERT_EQ(has, told != nullptr) << name;
+        EXPECT_EQ(flag, told == nullptr ? 0 : fake::handle_of(told->item)) << name;
     }
 }
 
