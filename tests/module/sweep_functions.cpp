@@ -245,6 +245,7 @@ void add_ccdb(SweepEntries *entries) {
     SweepEntry entry{.name = "ccdb",
                      .cases = {disturbed("read", known, read),
                                {"read, not online", both(known, offline), read},
+                               {"read, not ready", both(known, not_ready), read},
                                {"read, Value short", both(known, value_set("ASD_CCDB", {1, 2, 3})), read},
                                disturbed("write", known, write),
                                disturbed("write of a block that nobody knows", forgotten, write),
