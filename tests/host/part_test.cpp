@@ -426,13 +426,14 @@ TEST_F(PartFile, WhatIsInADevicesPlaceIsSaidOnceAndUsedWhenItIsTheDevice) {
         gint32 status;
         std::size_t count; // of lines, once for reads and once for writes
         const char *said;
+        PartSight seen;
     } rows[] = {
         // clang-format off
-        {[&] { part = opened(); },                                           kPartAbsent | ENOENT,     1, "is absent"},
-        {[&] { ASSERT_EQ(replace_file(image_, Bytes(kSize, 0), 0600), 0); }, 0,                        0, ""},
-        {[&] { ASSERT_EQ(::truncate(image_.c_str(), kSize - 1), 0); },       kTransferFailed | EINVAL, 1, "holds 511 bytes"},
-        {[&] { fs::remove(image_), fs::create_directory(image_); },          kTransferFailed | EISDIR, 2, "can't be read: "},
-        {[&] { fs::remove(image_); },                                        kPartAbsent | ENOENT,     2, ": No such"},
+        {[&] { part = opened(); },                                           kPartAbsent | ENOENT,     1, "is absent", {Condition::kSilent, "No such file or directory"}},
+        {[&] { ASSERT_EQ(replace_file(image_, Bytes(kSize, 0), 0600), 0); }, 0,                        0, "", {}},
+        {[&] { ASSERT_EQ(::truncate(image_.c_str(), kSize - 1), 0); },       kTransferFailed | EINVAL, 1, "holds 511 bytes", {Condition::kWrongSize, "511 bytes instead of 512"}},
+        {[&] { fs::remove(image_), fs::create_directory(image_); },          kTransferFailed | EISDIR, 2, "can't be read: ", {Condition::kSilent, "Is a directory"}},
+        {[&] { fs::remove(image_); },                                        kPartAbsent | ENOENT,     2, ": No such", {Condition::kSilent, "No such file or directory"}},
         // clang-format on
     };
     for (const auto &row : rows) {
@@ -440,10 +441,15 @@ TEST_F(PartFile, WhatIsInADevicesPlaceIsSaidOnceAndUsedWhenItIsTheDevice) {
         Bytes read(4);
         const Texts lines = logged([&] {
             row.put();
+            if (row.status == 0) {
+                part->look(false); // it has come back, or the pause of a silent part would be waited for
+            }
             EXPECT_EQ(part->write(0, Bytes(4, 9), false), row.status);
             EXPECT_EQ(part->read(0, read), row.status);
             EXPECT_EQ(part->read(0, read), row.status);
+            part->look(true);
         });
+        EXPECT_TRUE(part->sight() == row.seen) << part->sight().reason;
         EXPECT_EQ(read, Bytes(4, row.status == 0 ? 9 : 0));
         EXPECT_EQ(lines.size(), row.count) << testing::PrintToString(lines);
         EXPECT_TRUE(lines.empty() || lines.back().find(row.said) != lines.back().npos) << testing::PrintToString(lines);
@@ -497,6 +503,8 @@ TEST_F(PartFile, DeviceThatIsReadOnlyIsSaidAtStartAndRead) {
     expect_line("Part bp/0 can only be read: /sys/kernel/notes: ", [&] { part = opened(); });
     Bytes read(4);
     EXPECT_EQ(part->read(0, read), 0);
+    part->look(false);
+    EXPECT_EQ(part->sight().condition, Condition::kUnwritable);
     const gint32 status = part->write(0, read, false);
     EXPECT_TRUE(status == (kTransferFailed | EACCES) || status == (kTransferFailed | EROFS)) << status;
 }

@@ -109,7 +109,7 @@ class Terminal:
         log, done = (self.folder / f"{kind}{self._typed}" for kind in ("typed", "done"))
         self._send(f"{{ {self._real(command)}\n}} >{log} 2>&1 </dev/null {end} >{done}.new; mv {done}.new {done}")
         try:
-            wait_for(done.exists, f"the end of: {command}", PATIENCE_S)
+            wait_for(lambda: done.exists() and log.exists(), f"the end of: {command}", PATIENCE_S)
         except AssertionError as late:
             for pid in pathlib.Path(f"/proc/{self._shell.pid}/task/{self._shell.pid}/children").read_text(encoding="ascii").split():
                 os.kill(int(pid), signal.SIGKILL)

@@ -53,6 +53,8 @@ class Damage(unittest.TestCase):
                 computed, found = (int.from_bytes(checksum, "little") for checksum in (on_chip(data)[-2:], stored))
                 text = f"Read backBoard({chip}) eeprom ok but crc check failed(CrcRet={computed}, CrcReal={found})"
                 self.assertEqual(service.log().count(text), 1, text)
+            service.wait_for_log("2 with one copy left: brand (ASD14), copy on backplane_a damaged; logo (ASD21), copy on")
+            self.assertNotIn("(ASDDev13a)", service.log())  # what was never written is in the summary alone
             self.assertEqual(get(service, "brand"), (0, flipped))
             self.assertEqual(get(service, "logo"), (0, logo))
             service.end()
@@ -112,6 +114,15 @@ class Requests(unittest.TestCase):
                 self.assertRegex(said, rf"(?m)^{key} +: {value}$")
 
 
+def told(manager, count):
+    """What the manager is told next, and the last status among it."""
+    lines, status = [], ""
+    while len(lines) < count:
+        line = manager.recv(4096).decode()
+        status, lines = (line, lines) if line.startswith("STATUS=") else (status, [*lines, line])
+    return lines, status
+
+
 class Life(unittest.TestCase):
     def test_signals_end_it_cleanly_and_its_manager_is_told(self):
         # a path and an abstract name, as the manager may give it
@@ -124,9 +135,12 @@ class Life(unittest.TestCase):
                 with mock.patch.dict(os.environ, NOTIFY_SOCKET=address.replace("\0", "@"), **variables):
                     service.start()
                 self.assertEqual(manager.recv(64), b"READY=1")
+                service.wait_for_log("load done")
                 with service.connect():
                     self.assertEqual(service.stop(how), 0)
-                self.assertEqual(manager.recv(64), b"STOPPING=1")
+                lines, status = told(manager, 1)
+                self.assertEqual(lines, ["STOPPING=1"])
+                self.assertRegex(status, r"^STATUS=master; 49 items: (1 good, 48|49) never written$")
                 self.assertNotIn("Sanitizer", service.log())
 
     def test_its_manager_is_told_that_it_works_unless_it_is_stopped(self):
@@ -135,16 +149,16 @@ class Life(unittest.TestCase):
             manager.settimeout(DEADLINE_S)
             with mock.patch.dict(os.environ, NOTIFY_SOCKET=address, WATCHDOG_USEC="200000"):
                 service.start()
-            self.assertEqual([manager.recv(64) for _ in range(4)], [b"READY=1"] + 3 * [b"WATCHDOG=1"])
+            self.assertEqual(told(manager, 4)[0], ["READY=1"] + 3 * ["WATCHDOG=1"])
             service.process.send_signal(signal.SIGSTOP)
             os.waitid(os.P_PID, service.process.pid, os.WSTOPPED)
             manager.settimeout(1)
             with self.assertRaises(TimeoutError):
-                while manager.recv(64) == b"WATCHDOG=1":  # from before
+                while manager.recv(4096) != b"STOPPING=1":  # from before
                     pass
             service.process.send_signal(signal.SIGCONT)
             manager.settimeout(DEADLINE_S)
-            self.assertEqual(manager.recv(64), b"WATCHDOG=1")
+            self.assertEqual(told(manager, 1)[0], ["WATCHDOG=1"])
             service.end()
             self.assertNotIn(" hangs", service.log())
 

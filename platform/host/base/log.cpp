@@ -21,6 +21,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -55,10 +57,13 @@ std::atomic<int> highest{kLogInformation};
 std::atomic<bool> coloured{false};
 std::atomic<bool> journal{false};
 
+constexpr std::size_t kHeldLines = 64;
+thread_local std::vector<std::string> *held_lines = nullptr; // by the HeldLines of this thread
+
 std::mutex ration_mutex; // guards ration
 LogRation ration;
 
-// A line being put together, on the stack: logging neither allocates nor fails.
+// A line being put together, on the stack: logging neither allocates nor fails, unless lines are held.
 class Line {
 public:
     void add(std::string_view text) {
@@ -195,7 +200,11 @@ void log_line(int level, std::string_view place, const char *format, va_list arg
     line.add(text.cut() ? kCutMark : "");
     line.add(colour ? kColourOff : "");
     line.add("\n");
-    standard_error().put(line.view());
+    if (held_lines != nullptr && held_lines->size() < kHeldLines) {
+        held_lines->emplace_back(line.view());
+    } else {
+        standard_error().put(line.view());
+    }
     errno = error;
 }
 
@@ -214,6 +223,23 @@ bool journal_reads_standard_error() {
 }
 
 } // namespace
+
+HeldLines::HeldLines() {
+    if (highest < kLogDebug) {
+        held_lines = &lines_;
+    }
+}
+
+HeldLines::~HeldLines() {
+    held_lines = nullptr;
+    for (const std::string &line : lines_) {
+        standard_error().put(line);
+    }
+}
+
+unsigned HeldLines::leave_out() {
+    return static_cast<unsigned>(std::exchange(lines_, {}).size());
+}
 
 void log_settle() {
     settle_ration(false);

@@ -9,7 +9,9 @@
 #include "debug_log.h"
 
 #include <chrono>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace asd_host {
 
@@ -30,6 +32,22 @@ void log_settle();
 
 // Writes the text, which ends with a line end, as it is, after the lines before it. Any thread.
 void log_plain(std::string_view text);
+
+// While it lives, the lines that its thread logs are kept, with the time at which they were logged, to be printed at
+// its end or left out. Nothing is kept when debugging is logged, nor beyond 64 lines. One at a time on a thread.
+class HeldLines {
+public:
+    HeldLines();
+    ~HeldLines();
+    HeldLines(const HeldLines &) = delete;
+    HeldLines &operator=(const HeldLines &) = delete;
+
+    // Forgets what is kept; how many lines that was.
+    unsigned leave_out();
+
+private:
+    std::vector<std::string> lines_;
+};
 
 } // namespace asd_host
 

@@ -41,20 +41,6 @@ GVariant *kinds(const BoardFacts &board) {
     return g_variant_builder_end(&names);
 }
 
-// As the module sees it: a fault of the operation hides the role.
-const char *role_name(BoardState &board) {
-    const bool hidden = board.fault("BSP_GetBoardMasterOrSlaveState") != 0;
-    switch (hidden ? BOARD_MOS_ERROR : board.role()) {
-    case BOARD_MASTER:
-        return "master";
-    case BOARD_SLAVE:
-        return "slave";
-    case BOARD_MOS_ERROR:
-        break;
-    }
-    return "error";
-}
-
 GVariant *line_levels(const WriteProtectLines &lines) {
     GVariantBuilder levels;
     g_variant_builder_init(&levels, G_VARIANT_TYPE("a{uu}"));
@@ -192,6 +178,19 @@ constexpr std::array<BoardMethod, 5> kMethods = {{
 }};
 
 } // namespace
+
+const char *role_name(BoardState &board) {
+    const bool hidden = board.fault("BSP_GetBoardMasterOrSlaveState") != 0;
+    switch (hidden ? BOARD_MOS_ERROR : board.role()) {
+    case BOARD_MASTER:
+        return "master";
+    case BOARD_SLAVE:
+        return "slave";
+    case BOARD_MOS_ERROR:
+        break;
+    }
+    return "error";
+}
 
 GVariant *board_property(Host &platform, std::string_view name) {
     const BoardProperty *property = property_named(name);

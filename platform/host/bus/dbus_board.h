@@ -14,6 +14,9 @@
 
 namespace asd_host {
 
+// "master", "slave", or "error": as the module sees it, so that a fault of the operation hides the role.
+[[nodiscard]] const char *role_name(BoardState &board);
+
 // A property's value as a new floating GVariant; null: there is no such property.
 [[nodiscard]] GVariant *board_property(Host &platform, std::string_view name);
 

@@ -28,6 +28,40 @@ GVariant *task_names() {
     return g_variant_builder_end(&names);
 }
 
+// Files and the like may hold any bytes.
+GVariant *valid_text(const std::string &text) {
+    const TextPtr valid(g_utf8_make_valid(text.c_str(), -1));
+    return g_variant_new_string(valid.get());
+}
+
+GVariant *text_of(Condition condition) {
+    return g_variant_new_string(std::string(word_of(condition).kind).c_str());
+}
+
+GVariant *parts_of(const Picture &picture) {
+    GVariantBuilder parts;
+    g_variant_builder_init(&parts, G_VARIANT_TYPE("a(ssss)"));
+    for (const PartView &part : picture.parts) {
+        g_variant_builder_add(&parts, "(@s@s@s@s)", valid_text(part.name), valid_text(part.file),
+                              text_of(part.condition), valid_text(part.reason));
+    }
+    return g_variant_builder_end(&parts);
+}
+
+GVariant *variant_of_concerns(const Picture &picture) {
+    GVariantBuilder concerns;
+    g_variant_builder_init(&concerns, G_VARIANT_TYPE("a(ssas)"));
+    for (const Concern &concern : concerns_of(picture)) {
+        GVariantBuilder names;
+        g_variant_builder_init(&names, G_VARIANT_TYPE_STRING_ARRAY);
+        for (const std::string &name : concern.names) {
+            g_variant_builder_add_value(&names, valid_text(name));
+        }
+        g_variant_builder_add(&concerns, "(s@sas)", concern.kind.c_str(), valid_text(concern.text), &names);
+    }
+    return g_variant_builder_end(&concerns);
+}
+
 guint32 count_of_class(const Host &platform, std::size_t index) {
     return static_cast<guint32>(platform.objects.of_class(kBusClasses[index]).size());
 }
@@ -122,8 +156,7 @@ GVariant *BusObjects::root_property(std::string_view name) const {
         return g_variant_new_string(ASD_VERSION);
     }
     if (name == "Enclosure") {
-        const TextPtr valid(g_utf8_make_valid(platform_.enclosure.name.c_str(), -1));
-        return g_variant_new_string(valid.get());
+        return valid_text(platform_.enclosure.name);
     }
     if (name == "Slot") {
         return g_variant_new_byte(platform_.options.slot);
@@ -142,7 +175,13 @@ GVariant *BusObjects::root_property(std::string_view name) const {
         return g_variant_new_uint64(
             static_cast<guint64>(std::chrono::duration_cast<std::chrono::seconds>(uptime).count()));
     }
-    return nullptr;
+    if (name == "Parts") {
+        return parts_of(platform_.lookout.picture());
+    }
+    if (name == "Concerns") {
+        return variant_of_concerns(platform_.lookout.picture());
+    }
+    return name == "Condition" ? valid_text(summary_of(platform_.lookout.picture())) : nullptr;
 }
 
 bool BusObjects::has_confidential_value(OBJ_HANDLE object) const {
@@ -160,6 +199,9 @@ bool BusObjects::is_confidential(OBJ_HANDLE object, std::string_view property) c
 GVariant *BusObjects::configured_property(OBJ_HANDLE object, std::string_view name) const {
     if (name == "Confidential") {
         return g_variant_new_byte(has_confidential_value(object) ? 1 : 0);
+    }
+    if (name == "State") {
+        return text_of(platform_.lookout.condition_of(object).value_or(Condition::kNotLoaded));
     }
     const auto chip = platform_.chips.find(object);
     if (chip == platform_.chips.end()) {

@@ -19,7 +19,7 @@
 namespace asd_host {
 
 // The objects that are not in the object store.
-inline constexpr OBJ_HANDLE kRootObject = -1;
+inline constexpr OBJ_HANDLE kRootObject = Lookout::kService;
 inline constexpr OBJ_HANDLE kBoardObject = -2;
 
 inline constexpr const char *kServiceUniqueName = ":1.0"; // on the private socket

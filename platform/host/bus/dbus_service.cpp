@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dbus_service.h"
 
+#include "dbus_board.h"
 #include "dbus_calls.h"
 #include "dbus_clients.h"
 #include "dbus_door.h"
@@ -46,16 +47,19 @@ struct BusShared {
     BusClients clients;
     std::unique_ptr<OpenbmcDoor> ipmi; // null: not asked for; its stop is any thread's
     LoopPtr loop;
+    std::string role = role_name(platform.board); // as told
 
     std::atomic<std::uint64_t> beats{0}; // of the bus thread; relaxed: guards nothing
     std::uint64_t beats_asked = 0;       // the looking thread's
 
     void note_change(OBJ_HANDLE object, const std::string &property);
     void announce_changes();
+    void look_at_role();
 };
 
 namespace {
 
+constexpr guint kRoleEveryMs = 500;            // as often as the module asks
 constexpr guint kCloseLimitMs = 500;           // for clients that do not take their last answers
 constexpr std::chrono::seconds kBeatBound{20}; // the machine may be busy
 
@@ -114,6 +118,12 @@ bool open_doors(BusDoors &doors, std::string *mistake) {
     return doors.shared.ipmi == nullptr || doors.shared.ipmi->start(mistake);
 }
 
+// Who has the role is known to the kernel, which is asked for it.
+gboolean on_role_time(gpointer shared) {
+    static_cast<BusShared *>(shared)->look_at_role();
+    return G_SOURCE_CONTINUE;
+}
+
 gboolean cut_off(gpointer doors) {
     auto *open = static_cast<BusDoors *>(doors);
     open->socket.cut_off();
@@ -148,6 +158,7 @@ void serve(const std::shared_ptr<BusShared> &shared, std::promise<std::string> &
     shared->queue->attach();
     started.set_value(mistake);
     if (open) {
+        const SourcePtr role = attached(g_timeout_source_new(kRoleEveryMs), on_role_time, shared.get());
         g_main_loop_run(shared->loop.get());
     }
     close_doors(doors);
@@ -191,6 +202,19 @@ void BusShared::announce_changes() {
     }
 }
 
+void BusShared::look_at_role() {
+    if (const std::string now = role_name(platform.board); now != role) {
+        role = now;
+        clients.changed(kBoardObject, {"Role"});
+    }
+}
+
+// The store's objects, and what is known of parts and copies.
+static void observe(Host &platform, const ObjectStore::Observer &observer) {
+    platform.objects.set_observer(observer);
+    platform.lookout.set_observer(observer);
+}
+
 std::unique_ptr<DbusService> DbusService::open(Host &platform, const ModuleRegistry &module,
                                                const IpmiRegistry &commands, std::string *mistake) {
     std::unique_ptr<DbusService> service(new DbusService);
@@ -205,20 +229,20 @@ std::unique_ptr<DbusService> DbusService::open(Host &platform, const ModuleRegis
     std::promise<std::string> promise;
     std::future<std::string> started = promise.get_future();
     // From before the first client on; what changes until then waits in the queue.
-    platform.objects.set_observer(
-        [shared](OBJ_HANDLE object, const std::string &property) { shared->note_change(object, property); });
+    observe(platform,
+            [shared](OBJ_HANDLE object, const std::string &property) { shared->note_change(object, property); });
     service->platform_ = &platform;
     try {
         service->thread_ = std::thread(run_bus, shared, std::move(promise));
     } catch (const std::system_error &failure) {
         *mistake = std::string("no thread for the D-Bus service: ") + failure.what();
-        platform.objects.set_observer({});
+        observe(platform, {});
         return nullptr;
     }
     *mistake = started.get();
     if (!mistake->empty()) {
         service->thread_.join();
-        platform.objects.set_observer({});
+        observe(platform, {});
         return nullptr;
     }
     service->shared_ = shared;
@@ -246,7 +270,7 @@ bool DbusService::stop(std::chrono::milliseconds limit) {
     if (shared_ == nullptr) {
         return true;
     }
-    platform_->objects.set_observer({});
+    observe(*platform_, {});
     const auto end = std::chrono::steady_clock::now() + limit;
     bool idle = shared_->calls.stop(limit);
     if (shared_->ipmi != nullptr) {

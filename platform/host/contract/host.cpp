@@ -63,6 +63,9 @@ public:
         prepare_intents(options.slot_state_dir() / kIntents, false);
         add_chips();
         add_items();
+        if (mistakes_.empty()) {
+            host_->lookout.set_up();
+        }
         return mistakes_;
     }
 

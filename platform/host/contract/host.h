@@ -8,6 +8,7 @@
 #include "bus_names.h"
 #include "enclosure.h"
 #include "lock_file.h"
+#include "lookout.h"
 #include "object_store.h"
 #include "options.h"
 #include "part.h"
@@ -35,6 +36,7 @@ struct Host {
         Part *part = nullptr;
     };
     std::map<OBJ_HANDLE, Chip> chips;
+    Lookout lookout{*this};
 
     // Held as long as the process lives: the slot's place in the run folder, and what it keeps in the state folder.
     LockFile instance_lock;

@@ -80,11 +80,13 @@ gint32 read_copy(const Host &platform, OBJ_HANDLE item, std::size_t copy, std::u
         return status;
     }
     record->resize(length + kChecksumSize);
-    return place->second.part->read(offset, *record);
+    const gint32 status = place->second.part->read(offset, *record);
+    host()->lookout.note_read(chip.handle, offset, *record, status);
+    return status;
 }
 
 gint32 reload_item(OBJ_HANDLE item) {
-    const Host *platform = host();
+    Host *const platform = host();
     const ModuleRegistry::Method *method = module_registry().method(kItemClass, kMemoryMethod);
     if (platform == nullptr || method == nullptr) {
         return kBadArgument;
@@ -93,6 +95,7 @@ gint32 reload_item(OBJ_HANDLE item) {
     if (const gint32 status = item_length(*platform, item, &length); status != 0) {
         return status;
     }
+    platform->lookout.note_changed(item);
     Bytes data;
     if (const gint32 status = first_good_copy(*platform, item, length, &data); status != 0) {
         return status;

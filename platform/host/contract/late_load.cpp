@@ -11,12 +11,10 @@
 
 #include <algorithm>
 #include <array>
-#include <condition_variable>
 #include <map>
 #include <mutex>
 #include <set>
-#include <system_error>
-#include <thread>
+#include <string>
 #include <utility>
 #include <variant>
 
@@ -119,22 +117,17 @@ void note_chip_read(OBJ_HANDLE chip, gint32 status) {
     }
 }
 
-// Kept by the thread as well, which may outlive a stop that has not waited for it.
-struct LateLoad::Shared {
-    explicit Shared(Host &host) : platform(host) {}
+LateLoad::LateLoad(Host &platform) : platform_(platform) {}
 
-    Host &platform;
-    std::mutex mutex; // guards the fields below
-    std::condition_variable changed;
-    bool running = false;
-    bool ending = false;
-
-    [[nodiscard]] bool must_end() {
-        const std::lock_guard lock(mutex);
-        return ending;
+void LateLoad::start() {
+    const auto deadline = std::chrono::steady_clock::now() + kFirstLook;
+    for (const auto &[name, part] : platform_.parts) {
+        if (std::chrono::steady_clock::now() < deadline) {
+            (void)part->probe(); // it remembers
+        }
     }
-
-    void pass() {
+    std::string mistake;
+    const auto pass = [&platform = platform_](const Rounds::MustEnd &must_end) {
         for (const auto &[part, chips] : unread_by_part(platform)) {
             if (must_end() || platform.board.role() != BOARD_MASTER) {
                 return;
@@ -143,47 +136,14 @@ struct LateLoad::Shared {
                 load_part(platform, *part, chips);
             }
         }
-    }
-
-    void run() {
-        std::unique_lock lock(mutex);
-        while (!changed.wait_for(lock, kEvery, [this] { return ending; })) {
-            lock.unlock();
-            pass();
-            lock.lock();
-        }
-        running = false;
-        changed.notify_all();
-    }
-};
-
-LateLoad::LateLoad(Host &platform) : shared_(std::make_shared<Shared>(platform)) {}
-
-LateLoad::~LateLoad() {
-    (void)stop(std::chrono::milliseconds(0)); // a thread that goes on has its own hold on what it uses
-}
-
-void LateLoad::start() {
-    const auto deadline = std::chrono::steady_clock::now() + kFirstLook;
-    for (const auto &[name, part] : shared_->platform.parts) {
-        if (std::chrono::steady_clock::now() < deadline) {
-            (void)part->probe(); // it remembers
-        }
-    }
-    const std::lock_guard lock(shared_->mutex);
-    try {
-        std::thread([shared = shared_] { shared->run(); }).detach();
-        shared_->running = true;
-    } catch (const std::system_error &failure) {
-        HOST_LOG(kLogError, "no thread to load items late: %s", failure.what());
+    };
+    if (!rounds_.start(kEvery, pass, &mistake)) {
+        HOST_LOG(kLogError, "no thread to load items late: %s", mistake.c_str());
     }
 }
 
 bool LateLoad::stop(std::chrono::milliseconds limit) {
-    std::unique_lock lock(shared_->mutex);
-    shared_->ending = true;
-    shared_->changed.notify_all();
-    return shared_->changed.wait_for(lock, limit, [this] { return !shared_->running; });
+    return rounds_.stop(limit);
 }
 
 } // namespace asd_host

@@ -5,9 +5,9 @@
 // Items that could not be loaded when the controller became master are loaded when their part answers again.
 
 #include "platform_types.h"
+#include "rounds.h"
 
 #include <chrono>
-#include <memory>
 
 namespace asd_host {
 
@@ -22,9 +22,6 @@ void note_chip_read(OBJ_HANDLE chip, gint32 status);
 class LateLoad {
 public:
     explicit LateLoad(Host &platform); // which outlives it
-    ~LateLoad();
-    LateLoad(const LateLoad &) = delete;
-    LateLoad &operator=(const LateLoad &) = delete;
 
     // Looks at every part once, for half a second at most in all, so that the first load does not wait for parts that
     // are dead already, and starts the thread. Without a thread the log says so, and nothing is loaded late.
@@ -35,8 +32,8 @@ public:
     [[nodiscard]] bool stop(std::chrono::milliseconds limit);
 
 private:
-    struct Shared;
-    std::shared_ptr<Shared> shared_;
+    Host &platform_;
+    Rounds rounds_;
 };
 
 } // namespace asd_host

@@ -23,6 +23,7 @@ namespace {
 
 constexpr std::string_view kStorage = "StorageLoc";
 constexpr std::string_view kWriteProtect = "StgWp";
+constexpr std::string_view kReady = "Ready";
 constexpr std::string_view kRetryNumber = "RetryNumber";
 
 // The property's value; 0, kBadArgument or the store's status.
@@ -148,7 +149,11 @@ gint32 dfl_set_property_value(OBJ_HANDLE object_handle, const gchar *property_na
     if (!value_of(value, &wanted)) {
         return asd_host::kWrongType;
     }
-    return host()->objects.set(object_handle, property_name, std::move(wanted));
+    const gint32 status = host()->objects.set(object_handle, property_name, std::move(wanted));
+    if (status == 0 && kReady == property_name) {
+        host()->lookout.note_ready(object_handle);
+    }
+    return status;
 }
 
 gint32 dfl_foreach_object(const gchar *class_name, DFL_FOREACH_FUNC callback, gpointer user_data, guint32 /*options*/) {
@@ -156,8 +161,9 @@ gint32 dfl_foreach_object(const gchar *class_name, DFL_FOREACH_FUNC callback, gp
         return asd_host::kBadArgument;
     }
     gint32 first_failure = 0;
+    asd_host::LoadWalk walk(*host());
     for (const OBJ_HANDLE handle : host()->objects.of_class(class_name)) {
-        const gint32 status = callback(handle, user_data);
+        const gint32 status = walk.visit(handle, callback, user_data);
         first_failure = first_failure == 0 ? status : first_failure;
     }
     return first_failure;
@@ -195,6 +201,7 @@ gint32 dfl_block_read(OBJ_HANDLE object_handle, const gchar *property_name, guin
     if (part != nullptr) {
         status = part->read(offset, {buffer, length});
         asd_host::note_chip_read(object_handle, status);
+        host()->lookout.note_read(object_handle, offset, {buffer, length}, status);
     }
     return status;
 }
@@ -205,6 +212,7 @@ gint32 dfl_block_write(OBJ_HANDLE object_handle, const gchar *property_name, gui
     Part *part = part_of(object_handle, property_name, buffer, &status);
     if (part != nullptr) {
         status = part->write(offset, {buffer, length}, chip_protected(object_handle));
+        host()->lookout.note_written(object_handle, offset, {buffer, length}, status);
     }
     if (status == 0) {
         asd_host::note_chip_written(object_handle);

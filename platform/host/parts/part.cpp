@@ -189,6 +189,12 @@ struct Part::Impl {
     std::chrono::milliseconds patience; // with a holder of the lock
     PartReach reach;                    // guarded by mutex
     std::atomic<std::uint64_t> page_cycles = 0;
+    // As the last look found the file; errors are errno values.
+    std::atomic<int> stat_error = 0;  // it is not there
+    std::atomic<int> read_error = 0;  // it gave no byte
+    std::atomic<int> write_error = 0; // it can only be read
+    std::atomic<bool> wrong_size = false;
+    std::atomic<std::uint64_t> held_size = 0;
 
     Impl(const PartConfig &part, const PartPaths &where, Protected protects)
         : config(part), paths(where), protected_by_line(std::move(protects)),
@@ -204,6 +210,9 @@ struct Part::Impl {
     // The file opened and locked for one transfer: shared to read, alone to write. The descriptor frees the lock.
     [[nodiscard]] gint32 begin(int access, Fd *fd);
     [[nodiscard]] int lock(const Fd &fd, int access);
+    // A byte of the file, when nobody has its lock.
+    [[nodiscard]] gint32 touch();
+    void look_at_file();
     // Says why a transfer failed, when that is news, and returns its status.
     [[nodiscard]] gint32 outcome(int access, gint32 status, const char *reason = nullptr);
     // Finishes what a crash left, with the file opened for it.
@@ -280,6 +289,36 @@ gint32 Part::Impl::begin_read(std::uint32_t offset, std::size_t length, Fd *fd) 
         }
     }
     return writer.in_doubt(offset, length) ? kTransferFailed | EIO : 0;
+}
+
+gint32 Part::Impl::touch() {
+    Fd fd;
+    std::uint64_t held = 0;
+    if (const int error = open_file(paths.file, O_RDONLY, &fd, &held); error != 0) {
+        read_error = error;
+        return outcome(O_RDONLY, part_status(PartStep::kOpen, error));
+    }
+    if (held != config.size || lock_file(fd, F_RDLCK, std::chrono::milliseconds(0)) != 0) {
+        return 0; // the size is said elsewhere, and a holder of the lock finds out itself
+    }
+    std::uint8_t byte = 0;
+    const int error = pread_all(fd.get(), {&byte, 1}, 0);
+    read_error = error;
+    return outcome(O_RDONLY, part_status(PartStep::kRead, error));
+}
+
+void Part::Impl::look_at_file() {
+    struct stat facts = {};
+    if (::stat(paths.file.c_str(), &facts) != 0) {
+        stat_error = errno;
+        return;
+    }
+    stat_error = 0;
+    held_size = static_cast<std::uint64_t>(facts.st_size);
+    wrong_size = S_ISREG(facts.st_mode) && held_size != config.size;
+    // Opened, because a driver may refuse even root, which access() does not tell.
+    const Fd fd(::open(paths.file.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK));
+    write_error = fd ? 0 : errno;
 }
 
 bool Part::Impl::prepare(std::string *mistake) {
@@ -388,6 +427,40 @@ bool Part::probe() {
 
 bool Part::answering() const {
     return impl_->reach.answering();
+}
+
+void Part::look(bool transfer) {
+    const int before = impl_->stat_error;
+    impl_->look_at_file();
+    const bool came_or_went = before != impl_->stat_error;
+    const std::unique_lock lock(impl_->mutex, std::try_to_lock);
+    if (lock && (transfer || came_or_went)) {
+        impl_->reach.suspect();
+        (void)impl_->reach.attempt(false, [&] { return impl_->touch(); });
+    }
+}
+
+PartSight Part::sight() const {
+    if (!impl_->reach.answering()) {
+        return {.condition = Condition::kSilent, .reason = g_strerror(impl_->reach.last_failure() & kErrorBits)};
+    }
+    for (const int error : {impl_->stat_error.load(), impl_->read_error.load()}) {
+        if (error != 0) {
+            return {.condition = Condition::kSilent, .reason = g_strerror(error)};
+        }
+    }
+    if (impl_->wrong_size) {
+        return {.condition = Condition::kWrongSize,
+                .reason = std::to_string(impl_->held_size) + " bytes instead of " + std::to_string(impl_->config.size)};
+    }
+    if (const int denied = impl_->write_error; denied != 0) {
+        return {.condition = Condition::kUnwritable, .reason = g_strerror(denied)};
+    }
+    return {};
+}
+
+const std::filesystem::path &Part::file() const {
+    return impl_->paths.file;
 }
 
 const PartConfig &Part::config() const {

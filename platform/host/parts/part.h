@@ -4,6 +4,7 @@
 
 // One EEPROM part behind a file: reads, and writes that are on the part, read back and whole before they count.
 
+#include "conditions.h"
 #include "enclosure.h"
 
 #include <chrono>
@@ -33,6 +34,13 @@ struct PartPaths {
     // How long a transfer waits for another process at the part. While one holds it for longer (a stopped one, say),
     // each transfer after the first waits an eighth of the one before, until one of them gets the lock.
     std::chrono::milliseconds lock_limit{3000};
+};
+
+// How a part is: one of kAnswers, kUnwritable, kWrongSize and kSilent.
+struct PartSight {
+    Condition condition = Condition::kAnswers;
+    std::string reason; // in words, of any but kAnswers
+    bool operator==(const PartSight &) const = default;
 };
 
 class Part {
@@ -69,6 +77,14 @@ public:
     // Until one succeeds, a silent device is tried at most twice a second; what is asked of it in between fails at once
     // with its last status. Any thread.
     [[nodiscard]] bool answering() const;
+
+    // Looks at the part's file: whether it is there, has the part's size and may be written. With a transfer also a
+    // byte is read, unless somebody is at the part at this moment, which tells as much; a file that has come back is
+    // read from at once. Waits for no transfer and no lock. Any thread.
+    void look(bool transfer);
+    // What looks and transfers have shown. Any thread; blocks for nothing.
+    [[nodiscard]] PartSight sight() const;
+    [[nodiscard]] const std::filesystem::path &file() const;
 
     [[nodiscard]] const PartConfig &config() const;
     [[nodiscard]] std::uint64_t page_cycles() const; // pages written since start: the wear this process caused

@@ -12,7 +12,7 @@
 
 namespace asd_host {
 
-// For one transfer at a time, under its owner's mutex; answering() on any thread.
+// For one transfer at a time, under its owner's mutex; answering() and last_failure() on any thread.
 class PartReach {
 public:
     // As many as a chip's usual RetryNumber: a call that begins while the part answers makes all its attempts.
@@ -37,6 +37,7 @@ public:
     // The part is silent with its next failure, however short it was.
     void suspect() { failures_ = kFailures - 1; }
     [[nodiscard]] bool answering() const { return answering_; }
+    [[nodiscard]] gint32 last_failure() const { return status_; } // as absent
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -61,7 +62,7 @@ private:
     std::atomic<bool> answering_ = true;
     int failures_ = 0; // in a row
     Clock::duration lost_{};
-    gint32 status_ = 0; // of the last failure
+    std::atomic<gint32> status_ = 0; // of the last failure
     Clock::time_point next_attempt_;
 };
 

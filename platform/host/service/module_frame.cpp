@@ -347,6 +347,7 @@ gint32 static_start_rpc_service(void) {
     }
     asd_host::greet(*platform);
     asd_host::manager_notify("READY=1");
+    platform->lookout.start();
     asd_host::Watchdog watchdog;
     if (const auto interval = asd_host::watchdog_interval()) {
         watchdog.start(
@@ -361,10 +362,11 @@ gint32 static_start_rpc_service(void) {
     doors.ipmi->begin_stop();
     doors.link->begin_stop();
     const bool load_ended = late_load.stop(asd_host::kLateLoadLimit);
+    const bool looks_ended = platform->lookout.stop(asd_host::kLateLoadLimit);
     const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);
     const bool link_closed = doors.link->stop(asd_host::kDoorLimit);
     const bool bus_closed = bus_stop.get();
-    asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed && load_ended, status);
+    asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed && load_ended && looks_ended, status);
     (void)asd_host::log_flush(asd_host::kLastLinesLimit);
     if (status != 0) {
         std::exit(status); // NOLINT(concurrency-mt-unsafe): as the return from main does

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <sstream>
 
 #include <glib.h>
 #include <sys/ioctl.h>
@@ -152,22 +153,31 @@ std::string wrapped(const Screen &screen, const std::vector<std::string> &words,
     return wrapped(screen, std::vector<Cell>(words.begin(), words.end()), indent);
 }
 
-std::string wrapped(const Screen &screen, const std::vector<Cell> &words, std::size_t indent) {
+std::string wrapped(const Screen &screen, const std::vector<Cell> &words, std::size_t indent, std::size_t gap) {
     const std::size_t width = screen.width.value_or(kUsualWidth);
     std::string result;
     std::size_t column = width; // the first word begins a line
     for (const Cell &word : words) {
         const std::size_t size = columns_of(word.text);
         const std::string shown = painted(screen, word.tone, word.text);
-        if (column + kColumnGap + size > width) {
+        if (column + gap + size > width) {
             result += (result.empty() ? "" : "\n") + std::string(indent, ' ') + shown;
             column = indent + size;
             continue;
         }
-        result += std::string(kColumnGap, ' ') + shown;
-        column += kColumnGap + size;
+        result += std::string(gap, ' ') + shown;
+        column += gap + size;
     }
     return result + "\n";
+}
+
+std::string wrapped(const Screen &screen, const std::string &sentence, std::size_t indent) {
+    std::vector<Cell> words;
+    std::istringstream text(sentence);
+    for (std::string word; text >> word;) {
+        words.emplace_back(word);
+    }
+    return wrapped(screen, words, indent, 1);
 }
 
 std::string hex_dump(const Screen &screen, BytesView bytes, std::size_t indent, std::size_t first) {

@@ -69,9 +69,12 @@ private:
     std::size_t indent_;
 };
 
-// Words in lines that fit the screen, each line indented.
+// Words in lines that fit the screen, each line indented; that many columns between them.
 [[nodiscard]] std::string wrapped(const Screen &screen, const std::vector<std::string> &words, std::size_t indent);
-[[nodiscard]] std::string wrapped(const Screen &screen, const std::vector<Cell> &words, std::size_t indent);
+[[nodiscard]] std::string wrapped(const Screen &screen, const std::vector<Cell> &words, std::size_t indent,
+                                  std::size_t gap = 2);
+// A sentence in lines that fit the screen.
+[[nodiscard]] std::string wrapped(const Screen &screen, const std::string &sentence, std::size_t indent);
 
 // Offset, sixteen bytes and their letters a line; "*" stands for lines equal to the one before. The first byte's offset
 // is first.

@@ -89,12 +89,11 @@ int run_get(const Context &context, const ReadOptions &options) {
     const Snapshot snapshot = service.snapshot();
     const Item &item = snapshot.item(options.item);
     if (item.online && !item.ready) {
-        throw Failure(
-            item.name + " is not ready: it was never written, is damaged, or is not loaded on this controller",
-            (snapshot.board.role == "master"
-                 ? ""
-                 : "The role of this controller is " + snapshot.board.role + ", and the master loads them all. ") +
-                look_advice(item));
+        throw Failure(item.name + " is not ready: " + std::string(word_of(item.condition).word),
+                      (snapshot.board.role == "master" ? ""
+                                                       : "The role of this controller is " + snapshot.board.role +
+                                                             ", and the master loads them all. ") +
+                          look_advice(item));
     }
     return deliver(context, options, item.name, "memory", service.read_item(item.name, "ReadAsdMemData"));
 }

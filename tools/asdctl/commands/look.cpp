@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 
 namespace asdctl {
 
@@ -33,11 +34,13 @@ std::string duration_text(std::uint64_t seconds) {
     return text;
 }
 
-Cell state_cell(const Item &item) {
-    if (!item.online) {
-        return {"offline", Tone::kQuiet};
-    }
-    return item.ready ? Cell{"ready", Tone::kGood} : Cell{"not ready", Tone::kCaution};
+Cell condition_cell(Condition condition) {
+    const ConditionWord &word = word_of(condition);
+    const bool quiet = condition == Condition::kOffline || condition == Condition::kNeverWritten;
+    return {std::string(word.word), word.bad                        ? Tone::kBad
+                                    : condition == Condition::kGood ? Tone::kGood
+                                    : quiet                         ? Tone::kQuiet
+                                                                    : Tone::kCaution};
 }
 
 Cell health_cell(const Chip &chip) {
@@ -83,17 +86,11 @@ bool waits_for_value(const Item &item) {
 
 // ---- status ----
 
-// A line of what needs attention, and names that belong to it.
-struct Concern {
-    std::string text;
-    std::vector<std::string> names;
-};
-
 std::vector<Concern> concerns_of(const Snapshot &snapshot) {
-    std::vector<Concern> concerns;
+    std::vector<Concern> concerns = snapshot.concerns;
     const Board &board = snapshot.board;
     if (board.role == "error") {
-        concerns.push_back({.text = "The board does not tell its role.", .names = {}});
+        concerns.push_back({.kind = "no-role", .text = "The board does not tell its role", .names = {}});
     }
     std::vector<std::string> chips;
     for (const Chip &chip : snapshot.chips) {
@@ -102,32 +99,24 @@ std::vector<Concern> concerns_of(const Snapshot &snapshot) {
         }
     }
     if (!chips.empty()) {
-        concerns.push_back({.text = (chips.size() == 1 ? "1 copy" : std::to_string(chips.size()) + " copies") +
-                                    " failed at the last access:",
+        concerns.push_back({.kind = "access-failed",
+                            .text = (chips.size() == 1 ? "1 copy" : std::to_string(chips.size()) + " copies") +
+                                    " failed at the last access",
                             .names = chips});
     }
-    std::vector<std::string> items;
-    for (const Item &item : snapshot.items) {
-        if (waits_for_value(item)) {
-            items.push_back(item.name);
-        }
-    }
-    // The master alone loads its items.
-    if (!items.empty() && board.role == "master") {
-        concerns.push_back(
-            {.text = counted(items.size(), "item") + " not ready (never written, damaged, or not loaded):",
-             .names = items});
-    }
     if (board.equipment_mode != 0) {
-        concerns.push_back(
-            {.text = "The board is in equipment mode " + std::to_string(board.equipment_mode) + ".", .names = {}});
+        concerns.push_back({.kind = "equipment-mode",
+                            .text = "The board is in equipment mode " + std::to_string(board.equipment_mode),
+                            .names = {}});
     }
     if (board.cpld_upgrading != 0) {
-        concerns.push_back({.text = "The CPLD is being upgraded: daily writes wait.", .names = {}});
+        concerns.push_back(
+            {.kind = "cpld-upgrade", .text = "The CPLD is being upgraded: daily writes wait", .names = {}});
     }
     for (const auto &[operation, status] : board.faults) {
-        concerns.push_back(
-            {.text = "A fault is set: " + operation + " fails with " + std::to_string(status) + ".", .names = {}});
+        concerns.push_back({.kind = "fault-set",
+                            .text = "A fault is set: " + operation + " fails with " + std::to_string(status),
+                            .names = {}});
     }
     return concerns;
 }
@@ -149,11 +138,56 @@ Counts counts_of(const Snapshot &snapshot) {
     return counts;
 }
 
+// How many are in each condition that occurs.
+template <typename Thing>
+std::map<Condition, std::size_t> conditions_of(const std::vector<Thing> &things) {
+    std::map<Condition, std::size_t> counts;
+    for (const Thing &thing : things) {
+        ++counts[thing.condition];
+    }
+    return counts;
+}
+
+template <typename Thing>
+Json conditions_json(const std::vector<Thing> &things) {
+    Json json = Json::object();
+    for (const auto &[condition, count] : conditions_of(things)) {
+        json[std::string(word_of(condition).kind)] = count;
+    }
+    return json;
+}
+
+// "49: 37 good, 12 never written"
+template <typename Thing>
+std::string conditions_text(const std::vector<Thing> &things) {
+    std::string text = std::to_string(things.size());
+    const char *between = ": ";
+    for (const auto &[condition, count] : conditions_of(things)) {
+        text += between + (count == things.size() ? "all" : std::to_string(count)) + " " +
+                std::string(counted_word(condition));
+        between = ", ";
+    }
+    return text;
+}
+
+std::string parts_text(const std::vector<Part> &parts) {
+    const auto bad = std::ranges::count_if(parts, [](const Part &part) { return word_of(part.condition).bad; });
+    return std::to_string(parts.size()) + ": " +
+           (bad == 0 ? "all answer" : std::to_string(bad) + (bad == 1 ? " needs" : " need") + " attention");
+}
+
 Json status_json(const Snapshot &snapshot) {
     const Counts counts = counts_of(snapshot);
     Json concerns = Json::array();
     for (const Concern &concern : concerns_of(snapshot)) {
-        concerns.push_back({{"text", concern.text}, {"names", concern.names}});
+        concerns.push_back({{"kind", concern.kind}, {"text", concern.text}, {"names", concern.names}});
+    }
+    Json parts = Json::array();
+    for (const Part &part : snapshot.parts) {
+        parts.push_back({{"name", part.name},
+                         {"file", part.file},
+                         {"state", word_of(part.condition).kind},
+                         {"reason", part.reason}});
     }
     return {{"version", snapshot.version},
             {"slot", snapshot.slot},
@@ -166,14 +200,14 @@ Json status_json(const Snapshot &snapshot) {
              {{"total", snapshot.items.size()},
               {"ready", counts.ready},
               {"not_ready", counts.not_ready},
-              {"offline", counts.offline}}},
-            {"chips", {{"total", snapshot.chips.size()}, {"failed", counts.chips_failed}}},
+              {"offline", counts.offline},
+              {"states", conditions_json(snapshot.items)}}},
+            {"chips",
+             {{"total", snapshot.chips.size()},
+              {"failed", counts.chips_failed},
+              {"states", conditions_json(snapshot.chips)}}},
+            {"parts", parts},
             {"attention", concerns}};
-}
-
-std::string items_text(const Snapshot &snapshot, const Counts &counts) {
-    std::string text = std::to_string(counts.ready) + " of " + std::to_string(snapshot.items.size()) + " ready";
-    return counts.offline == 0 ? text : text + ", " + std::to_string(counts.offline) + " offline";
 }
 
 std::string concerns_text(const Screen &screen, const std::vector<Concern> &concerns) {
@@ -182,7 +216,7 @@ std::string concerns_text(const Screen &screen, const std::vector<Concern> &conc
     }
     std::string text = painted(screen, Tone::kCaution, "Needs attention") + "\n";
     for (const Concern &concern : concerns) {
-        text += std::string(kIndent, ' ') + concern.text + "\n";
+        text += wrapped(screen, concern.text + (concern.names.empty() ? "." : ":"), kIndent);
         std::vector<std::string> names = concern.names;
         if (names.size() > kNamesShown) {
             names.resize(kNamesShown);
@@ -196,7 +230,6 @@ std::string concerns_text(const Screen &screen, const std::vector<Concern> &conc
 } // namespace
 
 std::string service_text(const Screen &screen, const Snapshot &snapshot) {
-    const Counts counts = counts_of(snapshot);
     const std::string scale =
         snapshot.time_scale == 1 ? "" : ", time runs " + std::to_string(snapshot.time_scale) + " times as fast";
     std::vector<std::string> tasks = snapshot.tasks;
@@ -207,10 +240,9 @@ std::string service_text(const Screen &screen, const Snapshot &snapshot) {
     add("Slot", std::to_string(snapshot.slot) + ", " + snapshot.board.role, Tone::kStrong);
     add("Enclosure", snapshot.enclosure);
     add("Running", duration_text(snapshot.uptime_s) + ", asd " + snapshot.version + scale);
-    add("Items", items_text(snapshot, counts));
-    add("Copies", counts.chips_failed == 0 ? std::to_string(snapshot.chips.size()) + ", all sound"
-                                           : std::to_string(counts.chips_failed) + " of " +
-                                                 std::to_string(snapshot.chips.size()) + " failed");
+    add("Items", conditions_text(snapshot.items));
+    add("Copies", conditions_text(snapshot.chips));
+    add("Parts", parts_text(snapshot.parts));
     add("Tasks", tasks.empty() ? "none" : "");
     std::string text = table.text(screen);
     if (!tasks.empty()) {
@@ -237,6 +269,7 @@ Json chip_json(const Chip &chip) {
     return {{"name", chip.name},
             {"part", chip.part},
             {"offset", chip.offset},
+            {"state", word_of(chip.condition).kind},
             {"health", chip.health},
             {"error_code", chip.error_code},
             {"retry_number", chip.retry_number},
@@ -253,6 +286,7 @@ Json item_json(const Item &item) {
     return {{"name", item.name},
             {"number", item.num},
             {"length", item.length},
+            {"state", word_of(item.condition).kind},
             {"online", item.online},
             {"ready", item.ready},
             {"need_sync", item.need_sync},
@@ -278,7 +312,7 @@ Table list_table(const std::vector<Item> &items, bool narrow) {
         table.add({{std::to_string(item.num), Tone::kQuiet},
                    {item.name},
                    {std::to_string(item.length)},
-                   state_cell(item),
+                   condition_cell(item.condition),
                    {narrow ? std::to_string(item.chips.size()) : chips_text(item)},
                    {health, health == "ok" ? Tone::kGood : Tone::kBad},
                    {error, error == "-" ? Tone::kQuiet : Tone::kBad}});
@@ -311,19 +345,18 @@ int run_list(const Context &context, const ListOptions &options) {
 
 std::string chips_table(const Screen &screen, const Item &item) {
     std::vector<Table::Column> columns = {{}};
-    std::vector<std::vector<Cell>> rows = {{{"Part", Tone::kQuiet}},
-                                           {{"Offset", Tone::kQuiet}},
-                                           {{"Health", Tone::kQuiet}},
-                                           {{"Error code", Tone::kQuiet}},
-                                           {{"Retries", Tone::kQuiet}},
-                                           {{"Own protection", Tone::kQuiet}},
-                                           {{"Pages of the part written", Tone::kQuiet}}};
+    std::vector<std::vector<Cell>> rows = {
+        {{"Part", Tone::kQuiet}},           {{"Offset", Tone::kQuiet}},
+        {{"State", Tone::kQuiet}},          {{"Health", Tone::kQuiet}},
+        {{"Error code", Tone::kQuiet}},     {{"Retries", Tone::kQuiet}},
+        {{"Own protection", Tone::kQuiet}}, {{"Pages of the part written", Tone::kQuiet}}};
     for (const Chip &chip : item.chips) {
         columns.push_back({.title = chip.name});
         const std::string protection = chip.stg_is_wp == 0 ? "none" : chip.stg_wp == 0 ? "lifted" : "on";
-        const std::array<Cell, 7> cells = {
+        const std::array<Cell, 8> cells = {
             Cell{chip.part},
             Cell{hex_number(chip.offset, 4)},
+            condition_cell(chip.condition),
             health_cell(chip),
             Cell{std::to_string(chip.error_code), chip.error_code == 0 ? Tone::kPlain : Tone::kBad},
             Cell{std::to_string(chip.retry_number)},
@@ -354,7 +387,8 @@ std::string item_text(const Screen &screen, const Item &item) {
     }
     facts.add({{"Number", Tone::kQuiet}, {std::to_string(item.num)}});
     facts.add({{"Length", Tone::kQuiet}, {counted(item.length, "byte")}});
-    facts.add({{"State", Tone::kQuiet}, state_cell(item)});
+    facts.add({{"State", Tone::kQuiet}, condition_cell(item.condition)});
+    facts.add({{"In memory", Tone::kQuiet}, {item.ready ? "yes" : "no"}});
     facts.add({{"Pushed to peers", Tone::kQuiet}, {item.need_sync ? "yes" : "no"}});
     if (const std::string text = to_text(item.value); !text.empty()) {
         facts.add({{"Text", Tone::kQuiet}, {text}});
@@ -384,7 +418,7 @@ Cell value_cell(const Item &item, const KnownItem &known) {
         return {"confidential", Tone::kQuiet};
     }
     if (!item.online || !item.ready) {
-        return state_cell(item);
+        return condition_cell(item.condition);
     }
     const std::string text = decoded(known.format, item.value);
     return text.empty() ? Cell{"never written", Tone::kQuiet} : Cell{text};
@@ -422,7 +456,7 @@ int run_identity(const Context &context, const IdentityOptions &options) {
 } // namespace
 
 void add_look_commands(CLI::App &app, Command &chosen) {
-    add_command(app, "status", "How the controller is, and what needs attention", "status")->callback([&chosen] {
+    add_command(app, "status", "How the controller is, and what is lost", "status")->callback([&chosen] {
         chosen = run_status;
     });
 

@@ -142,6 +142,12 @@ public:
         for_each(name, "as", [&](GVariant *text) { texts.emplace_back(g_variant_get_string(text, nullptr)); });
         return texts;
     }
+    // What the service calls a condition; *value stays when it is none that is known here.
+    void get(const char *name, Condition *value) const {
+        if (const ConditionWord *const word = condition_called(text(name)); word != nullptr) {
+            *value = word->condition;
+        }
+    }
     [[nodiscard]] Bytes bytes(const char *name) const {
         const VariantPtr value = lookup(name, "ay");
         return value ? bytes_of(value.get()) : Bytes();
@@ -180,6 +186,7 @@ Chip chip_of(const std::string &name, const Properties &properties) {
     properties.get("StgWp", "y", &chip.stg_wp);
     properties.get("StgIsWp", "y", &chip.stg_is_wp);
     properties.get("PageCycles", "t", &chip.page_cycles);
+    properties.get("State", &chip.condition);
     return chip;
 }
 
@@ -189,6 +196,7 @@ Item item_of(const std::string &name, const Properties &properties) {
     item.name = name;
     properties.get("Num", "y", &item.num);
     properties.get("Length", "u", &item.length);
+    properties.get("State", &item.condition);
     item.value = properties.bytes("Value");
     item.online = properties.flag("Online");
     item.ready = properties.flag("Ready");
@@ -246,6 +254,31 @@ void take_service(Snapshot *snapshot, const Properties &properties) {
     properties.get("TimeScale", "u", &snapshot->time_scale);
     properties.get("Uptime", "t", &snapshot->uptime_s);
     snapshot->tasks = properties.texts("Tasks");
+    properties.for_each("Parts", "a(ssss)", [snapshot](GVariant *entry) {
+        const gchar *name = nullptr;
+        const gchar *file = nullptr;
+        const gchar *kind = nullptr;
+        const gchar *reason = nullptr;
+        g_variant_get(entry, "(&s&s&s&s)", &name, &file, &kind, &reason);
+        const ConditionWord *const word = condition_called(kind);
+        snapshot->parts.push_back({.name = name,
+                                   .file = file,
+                                   .condition = word == nullptr ? Condition::kAnswers : word->condition,
+                                   .reason = reason});
+    });
+    properties.for_each("Concerns", "a(ssas)", [snapshot](GVariant *entry) {
+        const gchar *kind = nullptr;
+        const gchar *text = nullptr;
+        GVariant *names = nullptr;
+        g_variant_get(entry, "(&s&s@as)", &kind, &text, &names);
+        const VariantPtr held(names);
+        Concern concern{.kind = kind, .text = text, .names = {}};
+        for (gsize i = 0; i < g_variant_n_children(names); ++i) {
+            const VariantPtr one(g_variant_get_child_value(names, i));
+            concern.names.emplace_back(g_variant_get_string(one.get(), nullptr));
+        }
+        snapshot->concerns.push_back(std::move(concern));
+    });
 }
 
 void complete(Snapshot *snapshot) {

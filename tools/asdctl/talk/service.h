@@ -5,6 +5,7 @@
 // The running service on D-Bus: what it shows of itself, and its methods.
 
 #include "bytes.h"
+#include "conditions.h"
 #include "context.h"
 #include "gio_holders.h"
 #include "output.h"
@@ -26,6 +27,7 @@ struct Chip {
     std::uint8_t stg_wp = 0;
     std::uint8_t stg_is_wp = 0;
     std::uint64_t page_cycles = 0;
+    Condition condition = Condition::kNotLoaded;
 
     [[nodiscard]] bool sound() const { return health == 0 && error_code == 0; }
 };
@@ -40,6 +42,22 @@ struct Item {
     bool confidential = false; // its value is not in a snapshot
     std::vector<Chip> chips;   // one, or two of a mirrored item
     Bytes value;               // the copy in memory
+    Condition condition = Condition::kNotLoaded;
+};
+
+// An EEPROM as the service sees it.
+struct Part {
+    std::string name;
+    std::string file;
+    Condition condition = Condition::kAnswers;
+    std::string reason; // of any but kAnswers
+};
+
+// Something that an operator has to know or to do.
+struct Concern {
+    std::string kind; // for programs
+    std::string text; // without a full stop
+    std::vector<std::string> names;
 };
 
 struct Board {
@@ -62,6 +80,8 @@ struct Snapshot {
     std::vector<std::string> tasks;
     std::vector<Item> items; // by number
     std::vector<Chip> chips; // by name
+    std::vector<Part> parts;
+    std::vector<Concern> concerns; // what is lost
     Board board;
 
     [[nodiscard]] const Item &
