@@ -113,7 +113,7 @@ class Watching(Case):
         return process
 
     def test_it_ends_when_it_should(self):
-        for words, how, status in ((("--for", "0.2"), None, DONE), (("--for", "0.2", "--count", "1"), None, FAILED),
+        for words, how, status in ((("--for", "0.2"), None, DONE), (("--for", "0.2", "--count", "9"), None, FAILED),
                                    ((), signal.SIGINT, DONE), ((), signal.SIGTERM, DONE)):
             with self.subTest(words=words, how=how):
                 watch = self.watching(*words)
