@@ -15,6 +15,7 @@ import signal
 import socket
 import struct
 import subprocess
+import tarfile
 import tempfile
 import termios
 import threading
@@ -25,6 +26,7 @@ import harness
 from harness import (ASDCTL, DEADLINE_S, FAST, ITEM, Background, Service, Wire, asdctl, item_path, on_chip, pattern, wait_for)
 
 DONE, FAILED = 0, 1
+PATIENCE_S = 2 * DEADLINE_S  # with a browser
 
 
 def on_terminal(run_dir, *words, columns=80, **environment):
@@ -265,6 +267,41 @@ class Chips(unittest.TestCase):
         status, out, _ = asdctl(self.folder, *words)
         self.assertEqual((status, [part["part"] for part in json.loads(out)["unread"]]), (FAILED, ["two"]))
         self.assertFalse(self.images["two"].exists())
+
+    def test_a_report_shows_everything_but_keys(self):
+        self.enclosure["Items"][1]["Confidential"] = True
+        self.enclosure["Name"] = "<small> & \"quoted\""
+        self.write_enclosure("enclosure", self.enclosure)
+        self.put("two", 3, b"R")
+        page, bundle = self.folder / "page.html", self.folder / "bundle.tar.gz"
+        self.put("one", 0xC0, b"an old key")
+        words = ("report", bundle, "--html", page, *self.config, "--state-dir", self.folder, "--log", self.config[1])
+        status, _, errors = asdctl(self.folder, *words)
+        self.assertEqual(status, DONE, errors)
+        with tarfile.open(bundle) as archive:
+            held = {name.split("/", 1)[1]: archive.extractfile(name).read() for name in archive.getnames()}
+        self.assertEqual(held["report.html"].decode(), page.read_text(encoding="utf-8"))
+        self.assertEqual(json.loads(held["inspection.json"])["differing"], ["ASD52"])
+        self.assertIn("no service runs there", json.loads(held["status.json"])["error"])
+        self.assertIn(str(self.images["one"]), held["permissions.txt"].decode())
+        self.assertEqual((held["enclosure.json"], held["log.txt"]), (self.config[1].read_bytes(),) * 2)
+        dumped = self.images["one"].read_bytes()
+        self.assertEqual(held["parts/one.bin"][:0x80], dumped[:0x80])
+        self.assertEqual(held["parts/one.bin"][0x80:0x86] + held["parts/one.bin"][0xC0:], bytes(16) + dumped[0xCA:])
+        self.assertEqual(b"".join(held.values()).count(b"four") + b"".join(held.values()).count(b"an old key"), 0)
+        chromium = shutil.which("chromium")
+        if not chromium:
+            self.skipTest("chromium, which is to show the page, is missing: scripts/setup test")
+        words = (chromium, "--headless=new", "--no-sandbox", "--disable-gpu", f"--user-data-dir={self.folder}/browser",
+                 "--enable-logging=stderr", f"--screenshot={self.folder}/page.png", "--dump-dom", f"{page.as_uri()}#r1-0")
+        shown = subprocess.run(words, capture_output=True, text=True, timeout=PATIENCE_S, check=True)
+        self.assertNotIn("CONSOLE", shown.stderr)
+        self.assertGreater((self.folder / "page.png").stat().st_size, 20000)
+        dom = shown.stdout
+        self.assertEqual((dom.count("<svg"), dom.count('<a href="#r'), dom.count('class="tip"')), (3, 4, 4))
+        self.assertEqual(re.findall('<li class="(.*?)"><p>(.*?)</p>', dom), [("atrisk", "1 item has one good copy of two: ASD52.")])
+        self.assertIn("<h1>&lt;small&gt; &amp; \"quoted\"</h1>", dom)
+        self.assertIn('<p class="tip" id="r1-0"><span>ASD52: damaged (ASDDev52b, 16 bytes at 0x0000)', dom)
 
     def test_strict_chips_are_those_of_the_record_format(self):
         text = (pathlib.Path(__file__).parents[2] / "docs/record-format.md").read_text(encoding="utf-8")

@@ -73,5 +73,6 @@ void add_map_command(CLI::App &chip, Command &chosen);    // chip map
 void add_backup_commands(CLI::App &app, Command &chosen); // export, import
 void add_repair_command(CLI::App &app, Command &chosen);  // repair
 void add_reload_command(CLI::App &app, Command &chosen);  // reload
+void add_report_command(CLI::App &app, Command &chosen);  // report
 
 } // namespace asdctl

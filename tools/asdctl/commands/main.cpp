@@ -150,6 +150,7 @@ int run(int argc, char **argv) {
     add_backup_commands(app, chosen);
     add_repair_command(app, chosen);
     add_reload_command(app, chosen);
+    add_report_command(app, chosen);
     app.footer(kExamples);
     try {
         app.parse(words_of(argc, argv));

@@ -19,10 +19,15 @@ constexpr std::array kFacts = {
 };
 // clang-format on
 
-MapState state_of(const Finding &finding) {
+// Beside a copy that is damaged or was never written a good one is just good.
+MapState state_of(const Finding &finding, const std::vector<Finding> &findings) {
+    const bool other_is_good = std::ranges::any_of(findings, [&](const Finding &other) {
+        return other.place->item == finding.place->item && other.place->chip == finding.differs_from &&
+               other.check.state == RecordState::kGood;
+    });
     switch (finding.check.state) {
     case RecordState::kGood:
-        return finding.differs_from.empty() ? MapState::kGood : MapState::kDiffers;
+        return other_is_good ? MapState::kDiffers : MapState::kGood;
     case RecordState::kBlank:
         return MapState::kBlank;
     case RecordState::kBad:
@@ -68,7 +73,7 @@ std::vector<MapPiece> pieces_of(const LoadedPart &part, const std::vector<Findin
             findings, [&](const Finding &finding) { return finding.part == &part && finding.place == stretch.record; });
         const Finding *const finding = found == findings.end() ? nullptr : &*found;
         pieces.push_back({.stretch = stretch,
-                          .state = finding == nullptr ? MapState::kFree : state_of(*finding),
+                          .state = finding == nullptr ? MapState::kFree : state_of(*finding, findings),
                           .finding = finding});
     }
     return pieces;
