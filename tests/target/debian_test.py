@@ -72,11 +72,30 @@ class Installed(unittest.TestCase):
         status, said = self.vm.run("runuser -u member -- asdctl set ASD14 --text absent")
         self.assertEqual(status, 1, said)
         self.assertIn("the part does not answer", said)
+        lost = "backplane_b does not answer"
+        self.assertIn(lost, self.member("asdctl status"))
+        self.assertIn(lost, self.vm.must("systemctl --no-pager status asd"))
         self.vm.must(f"echo 0-0054 >{DRIVER}/bind; udevadm settle")
         self.assertEqual(self.vm.must(f"stat -c '%U:%G %a' {FILES['backplane_b']}"), "root:asd 660\n")
         self.member("asdctl set ASD14 --text present")
 
-    def test_5_it_is_there_after_a_boot(self):
+    def test_5_what_is_damaged_or_wiped_is_mended(self):
+        self.vm.must(f"printf X | dd of={FILES['backplane_b']} bs=1 seek={BRAND_AT['backplane_b']} conv=notrunc status=none")
+        self.assertIn("1 record written and read back", self.member("asdctl repair brand"))
+        self.assertIn("all is well", self.member("asdctl repair"))
+        self.member("asdctl set serial SN-0042")
+        self.member("asdctl export /tmp/before.json")
+        for file in FILES.values():
+            self.vm.must(f"tr '\\0' '\\377' </dev/zero | dd of={file} bs=1024 count=1 iflag=fullblock conv=notrunc status=none")
+        self.vm.must("systemctl restart asd")
+        self.assertNotIn("SN-0042", self.member("asdctl identity"))
+        self.member("asdctl import /tmp/before.json")
+        self.vm.must("systemctl restart asd")
+        self.member("asdctl export /tmp/after.json")
+        items = [json.loads(self.vm.must(f"cat /tmp/{when}.json"))["items"] for when in ("before", "after")]
+        self.assertEqual(*items)
+
+    def test_6_it_is_there_after_a_boot(self):
         self.vm.shut_down()
         type(self).vm = guest.Guest(debian.command(WORK, self.drives, PACKAGES), b"vm# ", LOG)
         self.addClassCleanup(self.vm.kill)
