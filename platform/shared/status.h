@@ -42,7 +42,7 @@ struct StatusWord {
 
 // clang-format off
 inline constexpr std::array kStatusWords = {
-    StatusWord{.status = kNoRecord,      .error = kErrorStorage,   .meaning = "no chip holds a record with a good checksum"},
+    StatusWord{.status = kNoRecord,      .error = kErrorStorage,   .meaning = "no copy has a good checksum"},
     StatusWord{.status = kPeerFailed,    .error = kErrorFailed,    .meaning = "the other controller broke off"},
     StatusWord{.status = kPeerAbsent,    .error = kErrorFailed,    .meaning = "the other controller does not answer"},
     StatusWord{.status = kLineFailed,    .error = kErrorFailed,    .meaning = "a write-protect line could not be driven"},
@@ -57,12 +57,12 @@ inline constexpr std::array kStatusWords = {
     StatusWord{.status = -1019,          .error = kErrorStorage,   .meaning = "the checksum was still wrong after three reads"},
     StatusWord{.status = -1018,          .error = kErrorFailed,    .meaning = "the item has no check object"},
     StatusWord{.status = -1017,          .error = kErrorNoObject,  .meaning = "no item has this name"},
-    StatusWord{.status = -1016,          .error = kErrorStorage,   .meaning = "the two chips hold different data"},
+    StatusWord{.status = -1016,          .error = kErrorStorage,   .meaning = "the two copies hold different data"},
     StatusWord{.status = -1014,          .error = kErrorArguments, .meaning = "an argument is missing, empty or of another type"},
     StatusWord{.status = -1012,          .error = kErrorFailed,    .meaning = "the item's value in memory could not be changed"},
-    StatusWord{.status = -1008,          .error = kErrorFailed,    .meaning = "the item has neither one nor two chips"},
+    StatusWord{.status = -1008,          .error = kErrorFailed,    .meaning = "the item has neither one nor two copies"},
     StatusWord{.status = -1007,          .error = kErrorNotOnline, .meaning = "the item is not online"},
-    StatusWord{.status = -1006,          .error = kErrorStorage,   .meaning = "neither of the two chips can be used"},
+    StatusWord{.status = -1006,          .error = kErrorStorage,   .meaning = "neither of the two copies can be used"},
     StatusWord{.status = -1005,          .error = kErrorFailed,    .meaning = "the answer could not be built"},
     StatusWord{.status = -1001,          .error = kErrorFailed,    .meaning = "there is no data"},
     StatusWord{.status = -1,             .error = kErrorFailed,    .meaning = "the operation failed; the service's log says why"},

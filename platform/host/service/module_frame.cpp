@@ -75,14 +75,19 @@ std::string count_of(std::size_t count, const char *thing) {
     return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
 }
 
+// "49 items, 75 copies on 15 parts"
+std::string holdings_of(const Enclosure &enclosure) {
+    const std::size_t copies = enclosure.chips.size();
+    return count_of(enclosure.items.size(), "item") + ", " + std::to_string(copies) +
+           (copies == 1 ? " copy" : " copies") + " on " + count_of(enclosure.parts.size(), "part");
+}
+
 [[noreturn]] void say_checked(const Options &options, const Enclosure &enclosure) {
     const std::vector<std::string> doubts = doubts_about(enclosure);
     say_each("warning", "33", doubts);
     (void)log_flush(kLastLinesLimit);
-    (void)std::printf(
-        "%s: ok, %s, %s on %s%s\n", options.config.c_str(), count_of(enclosure.items.size(), "item").c_str(),
-        count_of(enclosure.chips.size(), "chip").c_str(), count_of(enclosure.parts.size(), "part").c_str(),
-        doubts.empty() ? "" : (", " + count_of(doubts.size(), "warning")).c_str());
+    (void)std::printf("%s: ok, %s%s\n", options.config.c_str(), holdings_of(enclosure).c_str(),
+                      doubts.empty() ? "" : (", " + count_of(doubts.size(), "warning")).c_str());
     std::exit(options.strict && !doubts.empty() ? kRefused
                                                 : 0); // NOLINT(concurrency-mt-unsafe): no other thread exists
 }
@@ -164,10 +169,9 @@ std::string greeting(const Host &platform) {
     const std::string slot = std::to_string(platform.options.slot);
     const std::string socket = (folder / kIpmiSocket).native();
     std::string text = "asd serves slot " + slot + " of \"" + printable(platform.enclosure.name) +
-                       "\": " + count_of(platform.enclosure.items.size(), "item") + " on " +
-                       count_of(platform.enclosure.chips.size(), "chip") + ".\n" + //
-                       "  IPMI socket  " + socket + "\n" +                         //
-                       "  D-Bus        " + bus_of(platform, folder) + "\n" +       //
+                       "\": " + holdings_of(platform.enclosure) + ".\n" +    //
+                       "  IPMI socket  " + socket + "\n" +                   //
+                       "  D-Bus        " + bus_of(platform, folder) + "\n" + //
                        "  state        " + platform.options.state_dir.native() + "\n";
     if (isatty(STDOUT_FILENO) == 1) { // a log needs no lesson
         text += "\n"

@@ -86,7 +86,7 @@ std::string verdict_text(const Verdict &verdict) {
     add("Parts that were not looked at: ", verdict.unread);
     add("Pairs whose copies differ: ", verdict.differing);
     if (verdict.bad_unnoticed > 0) {
-        text += "Bad ones on chips that are not strict: " + std::to_string(verdict.bad_unnoticed) +
+        text += "Bad ones that are not strict: " + std::to_string(verdict.bad_unnoticed) +
                 ". The service delivers these as if they were good, and does not repair them.\n";
     }
     return text;

@@ -108,7 +108,7 @@ int run_ekey_get(const Context &context, const EkeyOptions &options) {
         ProgressBar bar(context.err, "Reading", kKeyFrames);
         key = ekey_read(client, place, from_chip, [&bar] { bar.step(); });
     }
-    return deliver(context, options.file, key, options.place + ", from " + (from_chip ? "the chip" : "memory"),
+    return deliver(context, options.file, key, options.place + ", from " + (from_chip ? "the part" : "memory"),
                    {{"place", place.name}, {"item", place.item}, {"source", from_chip ? "chip" : "memory"}});
 }
 
@@ -124,21 +124,21 @@ int run_ekey_put(const Context &context, const EkeyOptions &options) {
         ProgressBar bar(context.err, "Writing", 2 * kKeyFrames);
         const Progress progress = [&bar] { bar.step(); };
         ekey_write(client, place, key, progress);
-        expect_same(key, ekey_read(client, place, true, progress), "what the chip of " + options.place + " holds now");
+        expect_same(key, ekey_read(client, place, true, progress), "what the part of " + options.place + " holds now");
     }
     return answer(context, {{"place", place.name}, {"item", place.item}, {"length", key.size()}, {"verified", true}},
-                  options.place + ": " + counted(key.size(), "byte") + " written and read back from the chip\n");
+                  options.place + ": " + counted(key.size(), "byte") + " written and read back from the part\n");
 }
 
 void add_ekey_command(CLI::App &app, Command &chosen) {
     CLI::App *const ekey =
         add_family(app, "ekey", "The electronic keys: 1024 bytes each", "ekey get frameboard key.bin");
     const auto get =
-        add_command(*ekey, chosen, "get", "Save a key; from memory where it is kept there, else from the chip",
+        add_command(*ekey, chosen, "get", "Save a key; from memory where it is kept there, else from the part",
                     "ekey get frameboard key.bin", run_ekey_get);
     const auto put = add_command(*ekey, chosen, "put", "Write a key and read it back from the chip",
                                  "ekey put frameboard key.bin", run_ekey_put);
-    get.first->add_flag("--chip", get.second->chip, "Read the chip, not the copy in memory");
+    get.first->add_flag("--chip", get.second->chip, "Read the part, not the copy in memory");
     for (const auto &[command, options] : {get, put}) {
         command->add_option("PLACE", options->place, "frameboard, leftear, power0 or power1")
             ->required()

@@ -301,7 +301,7 @@ int run_set(const Context &context, const SetOptions &options) {
 }
 
 void add_set_command(CLI::App &app, Command &chosen) {
-    const auto [set, options] = add_command(app, chosen, "set", "Write an item to its chips",
+    const auto [set, options] = add_command(app, chosen, "set", "Write an item to its parts",
                                             "set mac 02:00:5e:10:20:30\n  asdctl set ASD14 --text ACME", run_set);
     set->add_option("ITEM", options->item, "The item's name or label")->required();
     auto *const what = set->add_option_group("Value", "What to write; the rest of the item is filled up with 0xFF");
@@ -311,7 +311,7 @@ void add_set_command(CLI::App &app, Command &chosen) {
     what->add_option("--file", options->file, "This file's bytes; - for standard input")->type_name("FILE");
     what->require_option(1);
     CLI::Option *const equip =
-        set->add_flag("--equip", options->equip, "Write both chips of a pair alike, without the check flag");
+        set->add_flag("--equip", options->equip, "Write both copies of a pair alike, without the check flag");
     set->add_flag("--memory", options->memory, "Change the copy in memory alone")->excludes(equip);
     set->add_flag("--truncate", options->truncate, "Cut off what is longer than the item");
 }
@@ -323,10 +323,10 @@ int run_clear(const Context &context, const std::string &name) {
     const Snapshot snapshot = service.snapshot();
     const Item &item = snapshot.item(name);
     service.clear_item(item.name);
-    const std::string chip = item.chips.empty() ? "its chip" : item.chips.front().name;
+    const std::string chip = item.chips.empty() ? "its copy" : item.chips.front().name;
     return answer(context, {{"item", item.name}, {"cleared", true}},
                   item.name + ": zeros in memory, health and error code of " + chip +
-                      " reset; the chips keep their bytes\n");
+                      " reset; the parts keep their bytes\n");
 }
 
 struct ErrcodeOptions {
@@ -352,16 +352,16 @@ void store_item(const Context &context, Service &service, const Item &item, Byte
 
 void add_item_commands(CLI::App &app, Command &chosen) {
     add_read_command(app, chosen, "get", "An item's value in memory", run_get);
-    add_read_command(app, chosen, "read", "An item's value on its chips", run_read);
+    add_read_command(app, chosen, "read", "An item's value on its parts", run_read);
     add_set_command(app, chosen);
 
     const auto [clear, item] = add_command(
-        app, chosen, "clear", "Zero an item's value in memory; the chips keep theirs", "clear ASD14", run_clear);
+        app, chosen, "clear", "Zero an item's value in memory; its parts keep theirs", "clear ASD14", run_clear);
     clear->add_option("ITEM", *item, "The item's name or label")->required();
 
     const auto [errcode, options] =
-        add_command(app, chosen, "errcode", "Set a chip's error code", "errcode ASDDev14a 0", run_errcode);
-    errcode->add_option("CHIP", options->chip, "The chip's name")->required();
+        add_command(app, chosen, "errcode", "Set a copy's error code", "errcode ASDDev14a 0", run_errcode);
+    errcode->add_option("COPY", options->chip, "The copy's name")->required();
     errcode->add_option("CODE", options->code, "The error code; 0: none")->required()->type_name("NUMBER");
 }
 

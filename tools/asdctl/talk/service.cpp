@@ -33,7 +33,7 @@ constexpr std::array kErrors = {
     ErrorRow{.name = kErrorNoObject,                                  .text = "the service has no such object"},
     ErrorRow{.name = kErrorNotOnline,                                 .text = "the item is not online"},
     ErrorRow{.name = kErrorNotReady,                                  .text = "the item is not ready"},
-    ErrorRow{.name = kErrorStorage,                                   .text = "the chips could not be read or written"},
+    ErrorRow{.name = kErrorStorage,                                   .text = "the parts could not be read or written"},
     ErrorRow{.name = "org.freedesktop.DBus.Error.AccessDenied",       .text = "this user may not do it"},
     ErrorRow{.name = "org.freedesktop.DBus.Error.InvalidArgs",        .text = "the service cannot use these arguments"},
     ErrorRow{.name = kErrorLimits,                                    .text = "the service has too much to do"},
@@ -362,7 +362,7 @@ const Item &Snapshot::item(const std::string &name) const {
 }
 
 const Chip &Snapshot::chip(const std::string &name) const {
-    return find_named(chips, name, "chip", "'asdctl list' shows the items and their chips.");
+    return find_named(chips, name, "copy", "'asdctl list' shows the items and their copies.");
 }
 
 Service::Service(const Context &context) : who_may_(context.who_may()) {

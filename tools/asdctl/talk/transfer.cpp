@@ -36,12 +36,12 @@ struct Advice {
 
 constexpr std::array kBayAdvice = {
     Advice{.code = 0xC7, .text = "A controller that is not the master refuses so; 'asdctl status' shows the role."},
-    Advice{.code = 0xCE, .text = "There is none in memory, or the chip failed: 'asdctl show ASD25' shows both."},
+    Advice{.code = 0xCE, .text = "There is none in memory, or the part failed: 'asdctl show ASD25' shows both."},
 };
 constexpr std::array kEkeyAdvice = {
     Advice{.code = 0x80, .text = "Another transfer may hold the service's buffer; the service's log says more."},
     Advice{.code = 0xCE,
-           .text = "There is none in memory, which --chip passes by, or the chip failed; the service's log says more."},
+           .text = "There is none in memory, which --chip passes by, or the part failed; the service's log says more."},
 };
 using Advices = std::span<const Advice, 2>;
 
