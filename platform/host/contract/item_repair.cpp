@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "item_repair.h"
 
+#include "conditions.h"
 #include "host.h"
 #include "item_reload.h"
 #include "known_items.h"
@@ -25,9 +26,7 @@ struct FoundCopy {
     gint32 status = 0;
     Bytes record; // data and checksum
     [[nodiscard]] bool good() const { return status == 0 && is_record(record); }
-    [[nodiscard]] bool blank() const {
-        return status == 0 && std::ranges::all_of(record, [](std::uint8_t byte) { return byte == 0xFF; });
-    }
+    [[nodiscard]] bool blank() const { return status == 0 && is_blank(record); }
     [[nodiscard]] bool damaged() const { return status == 0 && !good() && !blank(); }
     [[nodiscard]] bool holds(const Bytes &data) const {
         return good() && std::ranges::equal(data, std::span(record).first(data.size()));
@@ -164,11 +163,12 @@ OBJ_HANDLE repaired_with(const Host &platform, OBJ_HANDLE item) {
 }
 
 Repair repair_item(OBJ_HANDLE item, RepairSource from, bool dry_run) {
-    const Host *platform = host();
+    Host *const platform = host();
     std::uint32_t length = 0;
     if (const gint32 status = platform == nullptr ? kBadArgument : item_length(*platform, item, &length); status != 0) {
         return refused(status, status_meaning(status));
     }
+    platform->lookout.note_changed(item);
     const FoundCopies copies = copies_of(*platform, item);
     const FoundCopies flags = flags_of(*platform, item);
     const bool memory = from == RepairSource::kMemory;

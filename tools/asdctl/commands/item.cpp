@@ -174,7 +174,7 @@ constexpr const char *kCustomerBlock = "ASD_CCDB";
 // The service keeps the next customer block to be stored beside the item, and its daily write puts that over whatever a
 // method wrote. Only the command replaces it; the method then brings the same bytes to the chips without waiting.
 void replace_pending_block(const Context &context, Service &service, BytesView image) {
-    constexpr std::size_t kSize = 128;
+    constexpr std::size_t kBlockSize = 128;
     constexpr std::uint8_t kNetfn = 0x32;
     constexpr std::uint8_t kCommand = 0xBC;
     if (const std::string role = service.role(); role != "master") {
@@ -182,9 +182,9 @@ void replace_pending_block(const Context &context, Service &service, BytesView i
                           ", and the master stores its own block over what others write",
                       "Set it at the master; --memory changes the copy here alone.");
     }
-    if (image.size() != kSize) {
+    if (image.size() != kBlockSize) {
         throw Failure(std::string(kCustomerBlock) + " has " + counted(image.size(), "byte") +
-                      " in this enclosure, and the command that sets it takes " + std::to_string(kSize));
+                      " in this enclosure, and the command that sets it takes " + std::to_string(kBlockSize));
     }
     Bytes request = {0x00, 0x00, 0x80, 0x00, 0x2C};
     request.insert(request.end(), image.begin(), image.end());
