@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <string_view>
 
 namespace asd_shared {
@@ -28,6 +29,7 @@ struct KnownItem {
     std::string_view label; // may stand for the item on a command line; empty: it has none
     Format format;
     std::string_view meaning;
+    std::uint32_t length = 0; // bytes that its commands and its format need; 0: any
     std::string_view of = {};
     bool identity = false; // what 'asdctl identity' shows
 };
@@ -38,47 +40,47 @@ inline constexpr std::array kKnownItems = {
     KnownItem{.item = "ASD1",                      .label = "fan1",               .format = Format::kHex,     .meaning = "data of the second fan"},
     KnownItem{.item = "ASD2",                      .label = "fan2",               .format = Format::kHex,     .meaning = "data of the third fan"},
     KnownItem{.item = "ASD3",                      .label = "fan3",               .format = Format::kHex,     .meaning = "data of the fourth fan"},
-    KnownItem{.item = "ASD5",                      .label = "key-frameboard",     .format = Format::kHex,     .meaning = "electronic key of the frame board"},
-    KnownItem{.item = "ASD7",                      .label = "key-leftear",        .format = Format::kHex,     .meaning = "electronic key of the left ear"},
+    KnownItem{.item = "ASD5",                      .label = "key-frameboard",     .format = Format::kHex,     .meaning = "electronic key of the frame board", .length = 1024},
+    KnownItem{.item = "ASD7",                      .label = "key-leftear",        .format = Format::kHex,     .meaning = "electronic key of the left ear", .length = 1024},
     KnownItem{.item = "ASD8",                      .label = "fan4",               .format = Format::kHex,     .meaning = "data of the fifth fan"},
     KnownItem{.item = "ASD9",                      .label = "fan5",               .format = Format::kHex,     .meaning = "data of the sixth fan"},
-    KnownItem{.item = "ASD10",                     .label = "mac",                .format = Format::kMac,     .meaning = "MAC address", .identity = true},
-    KnownItem{.item = "ASD11",                     .label = "serial",             .format = Format::kText,    .meaning = "serial number", .identity = true},
-    KnownItem{.item = "ASD13",                     .label = "model",              .format = Format::kText,    .meaning = "model", .identity = true},
-    KnownItem{.item = "ASD14",                     .label = "brand",              .format = Format::kText,    .meaning = "brand", .identity = true},
-    KnownItem{.item = "ASD15",                     .label = "vendor",             .format = Format::kText,    .meaning = "vendor", .identity = true},
-    KnownItem{.item = "ASD17",                     .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .of = "ASD16"},
-    KnownItem{.item = "ASD20",                     .label = "oem-model",          .format = Format::kText,    .meaning = "model at the maker of the brand", .identity = true},
-    KnownItem{.item = "ASD21",                     .label = "logo",               .format = Format::kHex,     .meaning = "logo", .identity = true},
-    KnownItem{.item = "ASD23",                     .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .of = "ASD22"},
-    KnownItem{.item = "ASD24",                     .label = "bay-configuration",  .format = Format::kHex,     .meaning = "bay configuration, the short record"},
-    KnownItem{.item = "ASD25",                     .label = "bay-file",           .format = Format::kHex,     .meaning = "bay configuration file, its length in front"},
-    KnownItem{.item = "ASD26",                     .label = "specification",      .format = Format::kText,    .meaning = "specification", .identity = true},
-    KnownItem{.item = "ASD27",                     .label = "frame",              .format = Format::kText,    .meaning = "frame information", .identity = true},
-    KnownItem{.item = "ASD53",                     .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .of = "ASD52"},
-    KnownItem{.item = "ASD1000",                   .label = "key-power0",         .format = Format::kHex,     .meaning = "electronic key of the first power supply"},
-    KnownItem{.item = "ASD1001",                   .label = "key-power1",         .format = Format::kHex,     .meaning = "electronic key of the second power supply"},
+    KnownItem{.item = "ASD10",                     .label = "mac",                .format = Format::kMac,     .meaning = "MAC address", .length = 6, .identity = true},
+    KnownItem{.item = "ASD11",                     .label = "serial",             .format = Format::kText,    .meaning = "serial number", .length = 20, .identity = true},
+    KnownItem{.item = "ASD13",                     .label = "model",              .format = Format::kText,    .meaning = "model", .length = 16, .identity = true},
+    KnownItem{.item = "ASD14",                     .label = "brand",              .format = Format::kText,    .meaning = "brand", .length = 32, .identity = true},
+    KnownItem{.item = "ASD15",                     .label = "vendor",             .format = Format::kText,    .meaning = "vendor", .length = 32, .identity = true},
+    KnownItem{.item = "ASD17",                     .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .length = 1, .of = "ASD16"},
+    KnownItem{.item = "ASD20",                     .label = "oem-model",          .format = Format::kText,    .meaning = "model at the maker of the brand", .length = 16, .identity = true},
+    KnownItem{.item = "ASD21",                     .label = "logo",               .format = Format::kHex,     .meaning = "logo", .length = 8, .identity = true},
+    KnownItem{.item = "ASD23",                     .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .length = 1, .of = "ASD22"},
+    KnownItem{.item = "ASD24",                     .label = "bay-configuration",  .format = Format::kHex,     .meaning = "bay configuration, the short record", .length = 128},
+    KnownItem{.item = "ASD25",                     .label = "bay-file",           .format = Format::kHex,     .meaning = "bay configuration file, its length in front", .length = 2052},
+    KnownItem{.item = "ASD26",                     .label = "specification",      .format = Format::kText,    .meaning = "specification", .length = 16, .identity = true},
+    KnownItem{.item = "ASD27",                     .label = "frame",              .format = Format::kText,    .meaning = "frame information", .length = 32, .identity = true},
+    KnownItem{.item = "ASD53",                     .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .length = 1, .of = "ASD52"},
+    KnownItem{.item = "ASD1000",                   .label = "key-power0",         .format = Format::kHex,     .meaning = "electronic key of the first power supply", .length = 1024},
+    KnownItem{.item = "ASD1001",                   .label = "key-power1",         .format = Format::kHex,     .meaning = "electronic key of the second power supply", .length = 1024},
     KnownItem{.item = "ASD_BBUSWITCH",             .label = "bbu-switch",         .format = Format::kHex,     .meaning = "battery switch"},
-    KnownItem{.item = "ASD_BBUSWITCH1",            .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .of = "ASD_BBUSWITCH"},
+    KnownItem{.item = "ASD_BBUSWITCH1",            .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .length = 1, .of = "ASD_BBUSWITCH"},
     KnownItem{.item = "ASD_BBUSWITCHTIME",         .label = "bbu-switch-time",    .format = Format::kHex,     .meaning = "time of the battery switch"},
-    KnownItem{.item = "ASD_BBUSWITCHTIME1",        .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .of = "ASD_BBUSWITCHTIME"},
+    KnownItem{.item = "ASD_BBUSWITCHTIME1",        .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .length = 1, .of = "ASD_BBUSWITCHTIME"},
     KnownItem{.item = "ASD_Bucklecard0Eeprom",     .label = "buckle-card0",       .format = Format::kHex,     .meaning = "type of the first buckle card"},
     KnownItem{.item = "ASD_Bucklecard0EepromSub",  .label = "buckle-card0-sub",   .format = Format::kHex,     .meaning = "type of the first buckle card's own card"},
     KnownItem{.item = "ASD_Bucklecard1Eeprom",     .label = "buckle-card1",       .format = Format::kHex,     .meaning = "type of the second buckle card"},
-    KnownItem{.item = "ASD_CCDB",                  .label = "customer-block",     .format = Format::kHex,     .meaning = "customer block"},
-    KnownItem{.item = "ASD_CCDB_VALID",            .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .of = "ASD_CCDB"},
-    KnownItem{.item = "ASD_E2PWP",                 .label = "protection-test",    .format = Format::kHex,     .meaning = "record of the write-protect test"},
+    KnownItem{.item = "ASD_CCDB",                  .label = "customer-block",     .format = Format::kHex,     .meaning = "customer block", .length = 128},
+    KnownItem{.item = "ASD_CCDB_VALID",            .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .length = 1, .of = "ASD_CCDB"},
+    KnownItem{.item = "ASD_E2PWP",                 .label = "protection-test",    .format = Format::kHex,     .meaning = "record of the write-protect test", .length = 32},
     KnownItem{.item = "ASD_FrameLedRule",          .label = "frame-led-rule",     .format = Format::kHex,     .meaning = "rule of the frame's lamps"},
-    KnownItem{.item = "ASD_FrameLedRuleValid",     .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .of = "ASD_FrameLedRule"},
-    KnownItem{.item = "ASD_IOCARD_PCIE4",          .label = "io-card-pcie4",      .format = Format::kSetting, .meaning = "I/O card PCIe 4.0 setting", .identity = true},
-    KnownItem{.item = "ASD_NODE_VIEW",             .label = "node-view",          .format = Format::kHex,     .meaning = "node view"},
-    KnownItem{.item = "ASD_NODE_VIEW_VALID",       .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .of = "ASD_NODE_VIEW"},
-    KnownItem{.item = "ASD_OVERSEAS",              .label = "overseas",           .format = Format::kHex,     .meaning = "overseas flag", .identity = true},
-    KnownItem{.item = "ASD_PCIEORSAS",             .label = "backplane-model",    .format = Format::kModel,   .meaning = "backplane model code", .identity = true},
-    KnownItem{.item = "ASD_PRODUCT_CFGINFO",       .label = "product",            .format = Format::kHex,     .meaning = "product configuration"},
-    KnownItem{.item = "ASD_PRODUCT_CFGINFO_VALID", .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .of = "ASD_PRODUCT_CFGINFO"},
-    KnownItem{.item = "ASD_PRODUCT_FRAMECFG",      .label = "product-frame",      .format = Format::kHex,     .meaning = "product's frame configuration"},
-    KnownItem{.item = "ASD_PowerConfig",           .label = "power-configuration", .format = Format::kHex,    .meaning = "power configuration"},
+    KnownItem{.item = "ASD_FrameLedRuleValid",     .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .length = 1, .of = "ASD_FrameLedRule"},
+    KnownItem{.item = "ASD_IOCARD_PCIE4",          .label = "io-card-pcie4",      .format = Format::kSetting, .meaning = "I/O card PCIe 4.0 setting", .length = 8, .identity = true},
+    KnownItem{.item = "ASD_NODE_VIEW",             .label = "node-view",          .format = Format::kHex,     .meaning = "node view", .length = 64},
+    KnownItem{.item = "ASD_NODE_VIEW_VALID",       .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .length = 1, .of = "ASD_NODE_VIEW"},
+    KnownItem{.item = "ASD_OVERSEAS",              .label = "overseas",           .format = Format::kHex,     .meaning = "overseas flag", .length = 16, .identity = true},
+    KnownItem{.item = "ASD_PCIEORSAS",             .label = "backplane-model",    .format = Format::kModel,   .meaning = "backplane model code", .length = 4, .identity = true},
+    KnownItem{.item = "ASD_PRODUCT_CFGINFO",       .label = "product",            .format = Format::kHex,     .meaning = "product configuration", .length = 64},
+    KnownItem{.item = "ASD_PRODUCT_CFGINFO_VALID", .label = "",                   .format = Format::kFlag,    .meaning = "check flag", .length = 1, .of = "ASD_PRODUCT_CFGINFO"},
+    KnownItem{.item = "ASD_PRODUCT_FRAMECFG",      .label = "product-frame",      .format = Format::kHex,     .meaning = "product's frame configuration", .length = 16},
+    KnownItem{.item = "ASD_PowerConfig",           .label = "power-configuration", .format = Format::kHex,    .meaning = "power configuration", .length = 128},
     KnownItem{.item = "ASD_PowerThreshold",        .label = "power-threshold",    .format = Format::kHex,     .meaning = "power threshold"},
 };
 // clang-format on

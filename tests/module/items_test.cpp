@@ -5,6 +5,7 @@
 
 #include "bmc_asd_common.h"
 #include "bmc_asd_objects.h"
+#include "bmc_asd_records.h"
 #include "bmc_asd_update_property.h"
 #include "bmc_asd_write.h"
 #include "known_items.h"
@@ -66,11 +67,14 @@ TEST_F(ItemsTest, CardTypes) {
     }
 }
 
-// The module keeps a pair's flag where operators and tools are told that it is.
+// The module keeps a pair's flag where operators and tools are told that it is, and its records have the lengths.
 TEST_F(ItemsTest, CheckFlags) {
     std::set<std::string> names;
     for (const asd_shared::KnownItem &known : asd_shared::kKnownItems) {
         names.insert({std::string(known.item), std::string(known.of)});
+    }
+    for (const Record &record : kRecords) {
+        EXPECT_EQ(asd_shared::known_item(record.item)->length, record.size) << record.item;
     }
     names.erase("");
     names.erase("ASD10"); // its flag would be itself

@@ -207,4 +207,5 @@ def main(words):
     sys.exit(1 if sum([replay(pathlib.Path(word).resolve(), update) for word in words[update:]]) else 0)
 
 
-main(sys.argv[1:])
+if __name__ == "__main__":
+    main(sys.argv[1:])

@@ -3,6 +3,7 @@
 #include "doubts.h"
 
 #include "json_section.h"
+#include "known_items.h"
 #include "record_format.h"
 
 #include <algorithm>
@@ -57,6 +58,12 @@ void doubt_items(const Enclosure &enclosure, std::vector<std::string> *doubts) {
             doubts->push_back(joined({"item ", in_quotes(item.name),
                                       ": has two chips, and a method write would put its check flag over the first "
                                       "bytes of its data; give it one"}));
+        }
+        const KnownItem *const known = known_item(item.name);
+        if (known != nullptr && known->length != 0 && known->length != item.length) {
+            doubts->push_back(joined({"item ", in_quotes(item.name), ": has ", std::to_string(item.length),
+                                      " bytes, but as ", known->meaning, " it is read and written with ",
+                                      std::to_string(known->length), "; give it these, or another name"}));
         }
         if (item.need_sync && item.length > kLongestSynced) {
             doubts->push_back(joined({"item ", in_quotes(item.name), ": has ", std::to_string(item.length),
