@@ -82,7 +82,7 @@ class Installed(unittest.TestCase):
     def test_5_what_is_damaged_or_wiped_is_mended(self):
         self.vm.must(f"printf X | dd of={FILES['backplane_b']} bs=1 seek={BRAND_AT['backplane_b']} conv=notrunc status=none")
         self.assertIn("1 record written and read back", self.member("asdctl repair brand"))
-        self.assertIn("all is well", self.member("asdctl repair"))
+        self.assertIn("all is well", self.member("asdctl repair brand"))
         self.member("asdctl set serial SN-0042")
         self.member("asdctl export /tmp/before.json")
         for file in FILES.values():
