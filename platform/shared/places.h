@@ -35,6 +35,8 @@ inline constexpr std::string_view kIntents = "intents";
 inline constexpr std::string_view kCpldRegisters = "cpld-registers";
 inline constexpr std::string_view kCpldRam = "cpld-ram";
 inline constexpr std::string_view kFlashParameters = "flash-parameters";
+inline constexpr std::string_view kHistory = "history";
+inline constexpr std::string_view kOlderHistory = "history.old";
 
 struct Place {
     Folder folder;
@@ -54,6 +56,8 @@ inline constexpr std::array kPlaces = {
     Place{.folder = Folder::kSlotState, .name = kCpldRam},
     Place{.folder = Folder::kSlotState, .name = kCpldRegisters},
     Place{.folder = Folder::kSlotState, .name = kFlashParameters},
+    Place{.folder = Folder::kSlotState, .name = kHistory},
+    Place{.folder = Folder::kSlotState, .name = kOlderHistory},
     Place{.folder = Folder::kSlotState, .name = kIntents},
     Place{.folder = Folder::kSlotState, .name = kStateLock},
 };

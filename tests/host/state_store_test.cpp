@@ -4,6 +4,7 @@
 // What the host keeps beside the chips: state files, emulated lines, the board's CPLD and role.
 
 #include "board_state.h"
+#include "history.h"
 #include "host_test.h"
 #include "state_store.h"
 #include "write_protect.h"
@@ -19,6 +20,52 @@ protected:
     fs::path file_ = folder_.path() / "values";
     std::string mistake_;
 };
+
+TEST_F(State, HistoryIsBoundedKeepsNoKeysAndStopsNothing) {
+    const auto none = [] { return std::string("uid 7"); };
+    const Caller caller("IPMI", none);
+    const ItemConfig text{.name = "ASD11", .length = 4, .chips = {}}, key{.name = "ASD7", .length = 4, .chips = {}};
+    History history;
+    history.set_folder(folder_.path());
+    const struct {
+        const ItemConfig *item;
+        ValueChange change;
+        Bytes in_memory;
+        const char *line; // behind the time; empty: no change
+    } rows[] = {
+        // clang-format off
+        {&text, {Bytes{1, 2}, {3}, Bytes{3, 9}},    {3},    "IPMI\tuid 7\tASD11\tstored\t2\t0102\t1\t03\n"},
+        {&text, {Bytes{3}, {4}, {}},                {4},    "IPMI\tuid 7\tASD11\tin-memory\t1\t03\t1\t04\n"},
+        {&text, {Bytes{4}, {4}, Bytes{6,6,6,6,9,9}}, {4},   "IPMI\tuid 7\tASD11\ton-parts\t1\t04\t4\t06060606\n"},
+        {&text, {Bytes{4}, {4}, {}},                {4},    ""},
+        {&key,  {Bytes{1}, {2, 3}, {}},             {2, 3}, "IPMI\tuid 7\tASD7\tin-memory\t1\t\t2\t\n"},
+        // clang-format on
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.line);
+        const std::size_t before = history.lines("").size();
+        history.add(*row.item, caller, row.change, row.in_memory);
+        const std::string added = history.lines("").substr(before);
+        EXPECT_EQ(added.empty() ? added : added.substr(added.find('\t') + 1), row.line);
+    }
+    EXPECT_EQ(history.lines("ASD7"), history.lines("").substr(history.lines("ASD11").size()));
+    fs::remove_all(folder_.path()); // said once
+    const Texts said = logged([&] {
+        for (int i = 0; i < 2; ++i) {
+            history.add(text, caller, {Bytes{1}, {2}, {}}, {2});
+        }
+    });
+    EXPECT_EQ(std::ranges::count_if(said, [](const auto &line) { return line.find("cannot be kept") != line.npos; }),
+              1);
+    fs::create_directory(folder_.path());
+    for (std::size_t i = 0; i < 3 * History::kFileLimit / 300; ++i) { // lines of over 300 bytes: the oldest go
+        history.add(text, caller, {Bytes(99, 1), Bytes(99, 2), {}}, Bytes(99, 2));
+    }
+    for (const char *name : {"history", "history.old"}) {
+        EXPECT_TRUE(fs::file_size(folder_.path() / name) <= History::kFileLimit &&
+                    fs::status(folder_.path() / name).permissions() == fs::perms(0600));
+    }
+}
 
 TEST_F(State, OnlyChangesAreWrittenAndAFailedOneChangesNothing) {
     StateStore store;

@@ -82,6 +82,20 @@ class Items(Case):
         wait_for(lambda: "Set ccdb success." in self.service.log().partition(standby)[2], "the write")
         self.assertEqual(stored(), block)
 
+    def test_the_history_tells_who_changed_what_and_nothing_of_keys(self):
+        (self.folder / "key").write_bytes(key := pattern(1024, 9))
+        self.ctl("ekey", "put", "leftear", self.folder / "key")
+        for text in ("one", "two"):
+            self.ctl("set", "vendor", text)
+        changes = json.loads(self.ctl("history", "--json"))[-3:]
+        self.assertEqual([(change["item"], change["door"], change["user"], change["where"], change["now"]["text"]) for change in changes],
+                         [("ASD7", "IPMI", f"uid {os.geteuid()}", "stored", "1024 bytes, not shown"),
+                          *(("ASD15", "D-Bus", f"uid {os.geteuid()}", "stored", text) for text in ("one", "two"))])
+        self.assertEqual(changes[-1]["before"]["text"], "one")
+        kept = (self.service.state_dir / "slot0/history").read_text(encoding="ascii") + self.service.log()
+        self.assertNotIn(key[:8].hex(), kept)
+        self.assertIn('ASD15 (vendor) changed by uid', kept)
+
     def test_list_and_show_are_the_enclosure_files(self):
         listed = {item["name"]: item for item in json.loads(self.ctl("list", "--json"))}
         self.assertEqual(len(listed), len(self.service.enclosure["Items"]))

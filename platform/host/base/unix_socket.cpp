@@ -33,10 +33,10 @@ Fd unix_connect(const std::filesystem::path &path, int *error) {
     return fd;
 }
 
-std::optional<uid_t> unix_peer_user(const Fd &socket) {
+std::optional<uid_t> unix_peer_user(int socket) {
     ucred peer{};
     socklen_t size = sizeof peer;
-    if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+    if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
         return std::nullopt;
     }
     return peer.uid;

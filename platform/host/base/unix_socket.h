@@ -28,6 +28,6 @@ namespace asd_host {
 [[nodiscard]] Fd unix_connect(const std::filesystem::path &path, int *error);
 
 // The user that the process at the other end had when it connected or began to listen. Empty: the kernel does not say.
-[[nodiscard]] std::optional<uid_t> unix_peer_user(const Fd &socket);
+[[nodiscard]] std::optional<uid_t> unix_peer_user(int socket);
 
 } // namespace asd_host

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dbus_calls.h"
 
+#include "caller.h"
 #include "dbus_board.h"
 #include "dbus_storage.h"
 #include "item_request.h"
@@ -150,7 +151,7 @@ BusCalls::Work BusCalls::work_of(OBJ_HANDLE object, GDBusMethodInvocation *invoc
     }
 }
 
-void BusCalls::call(OBJ_HANDLE object, InvocationPtr invocation) {
+void BusCalls::call(OBJ_HANDLE object, InvocationPtr invocation, std::function<std::string()> user) {
     CallResult refused = refusal(kErrorMethod, "there is no such method");
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): std::function frees what it holds
     Work work = work_of(object, invocation.get(), &refused);
@@ -159,9 +160,15 @@ void BusCalls::call(OBJ_HANDLE object, InvocationPtr invocation) {
         return;
     }
     const std::uint64_t number = ++last_number_;
-    const CallPool::Taken taken = pool_.run(object, [this, number, object, queue = queue_, work = std::move(work)] {
-        queue->post([this, number, object, result = work()] { finish(number, object, result); });
-    });
+    const auto run = [this, number, object, queue = queue_, work = std::move(work), user = std::move(user)] {
+        CallResult result;
+        {
+            const Caller caller("D-Bus", user);
+            result = work();
+        }
+        queue->post([this, number, object, result = std::move(result)] { finish(number, object, result); });
+    };
+    const CallPool::Taken taken = pool_.run(object, run);
     if (taken == CallPool::Taken::kYes) {
         waiting_.emplace(number, std::move(invocation));
         return;

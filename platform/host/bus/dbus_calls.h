@@ -35,8 +35,8 @@ public:
     // False: no thread is left; *mistake says so. Says in the log what the module declares and no interface describes.
     [[nodiscard]] bool start(std::string *mistake);
 
-    // Runs a method of an object's own interface and answers it later.
-    void call(OBJ_HANDLE object, InvocationPtr invocation);
+    // Runs a method of an object's own interface and answers it later. user: as of a Caller, on another thread.
+    void call(OBJ_HANDLE object, InvocationPtr invocation, std::function<std::string()> user);
 
     // Called when a method has changed the board's Faults.
     std::function<void()> faults_changed;

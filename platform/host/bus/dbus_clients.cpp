@@ -16,6 +16,7 @@ namespace {
 
 // A shared bus that has not taken a change after that time is left: it ties up a thread of GIO's.
 constexpr guint kUnreadLimitS = 30;
+constexpr int kUserLimitMs = 1000; // for the bus to say who a client is
 
 // GDBus refuses arguments of a wrong type by itself, on its own thread; clients are to see one name for that.
 GDBusMessage *name_refusals(GDBusConnection * /*connection*/, GDBusMessage *message, gboolean incoming,
@@ -164,13 +165,35 @@ const GDBusInterfaceVTable *BusClients::on_dispatch(GDBusConnection * /*connecti
 
 // ---- Calls ----
 
-void BusClients::on_call(GDBusConnection *connection, const gchar * /*sender*/, const gchar *path,
-                         const gchar *interface, const gchar *method, GVariant *parameters,
-                         GDBusMethodInvocation *invocation, gpointer self) {
+// A client of a shared bus is known there by its name alone: the bus is asked when there is something to tell.
+std::function<std::string()> BusClients::user_of(const Client &client, const gchar *sender) {
+    if (client.kind == Kind::kClient) {
+        return [user = client.peer.uid] { return "uid " + std::to_string(user); };
+    }
+    ConnectionPtr held(G_DBUS_CONNECTION(g_object_ref(client.connection.get())));
+    return [connection = std::shared_ptr<GDBusConnection>(held.release(), g_object_unref),
+            name = std::string(sender == nullptr ? "" : sender)] {
+        const VariantPtr reply(g_dbus_connection_call_sync(connection.get(), kDriverName, "/org/freedesktop/DBus",
+                                                           kDriverName, "GetConnectionUnixUser",
+                                                           g_variant_new("(s)", name.c_str()), G_VARIANT_TYPE("(u)"),
+                                                           G_DBUS_CALL_FLAGS_NONE, kUserLimitMs, nullptr, nullptr));
+        guint32 user = 0;
+        if (reply == nullptr) {
+            return name;
+        }
+        g_variant_get(reply.get(), "(u)", &user);
+        return "uid " + std::to_string(user);
+    };
+}
+
+void BusClients::on_call(GDBusConnection *connection, const gchar *sender, const gchar *path, const gchar *interface,
+                         const gchar *method, GVariant *parameters, GDBusMethodInvocation *invocation, gpointer self) {
     auto *clients = static_cast<BusClients *>(self);
     InvocationPtr held(invocation);
+    std::function<std::string()> user = [] { return std::string("somebody who has left"); };
     if (const auto client = clients->clients_.find(connection); client != clients->clients_.end()) {
         client->second.has_called = true;
+        user = user_of(client->second, sender);
     }
     const std::optional<OBJ_HANDLE> object = clients->objects_.at(path);
     if (!object) {
@@ -186,7 +209,7 @@ void BusClients::on_call(GDBusConnection *connection, const gchar * /*sender*/, 
         answer(std::move(held), clients->objects_.managed_objects());
         return;
     }
-    clients->calls_.call(*object, std::move(held));
+    clients->calls_.call(*object, std::move(held), std::move(user));
 }
 
 // GDBus has checked that the property exists and that its access and type allow the call.

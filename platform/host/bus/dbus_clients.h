@@ -80,6 +80,7 @@ private:
     void finish_sending(Client &client);
     void send_change(const Client &client, OBJ_HANDLE object, const PropertyNames &properties) const;
     void properties_call(OBJ_HANDLE object, std::string_view method, GVariant *parameters, InvocationPtr invocation);
+    [[nodiscard]] static std::function<std::string()> user_of(const Client &client, const gchar *sender);
     void driver_call(std::string_view method, GVariant *parameters, InvocationPtr invocation);
 
     // What GDBus calls.

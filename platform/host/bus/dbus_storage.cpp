@@ -54,6 +54,12 @@ std::function<CallResult()> storage_call(Host &platform, std::string_view method
         g_variant_get(arguments, "(&s)", &name);
         return [&platform, item = std::string(name)] { return in_turn(platform, item, reload); };
     }
+    if (method == "History") {
+        g_variant_get(arguments, "(&s)", &name);
+        return [&platform, item = std::string(name)] {
+            return CallResult{.outputs = {platform.history.lines(item)}, .error = nullptr, .message = {}};
+        };
+    }
     if (method == "RepairItem") {
         guint8 from = 0;
         gboolean dry_run = FALSE;

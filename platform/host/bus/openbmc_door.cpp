@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "openbmc_door.h"
 
+#include "caller.h"
 #include "dbus_standard.h"
 #include "dbus_xml.h"
 #include "log.h"
@@ -178,10 +179,17 @@ void OpenbmcDoor::execute(const char *sender, InvocationPtr invocation) {
 // Requests that reach the same row keep their order: repetitions of one that hangs on a chip take no further worker,
 // and frames of one record do not overtake each other.
 void OpenbmcDoor::hand_over(const IpmiRequest &request, Pending pending) {
-    const auto work = [this, number = pending.number, queue = queue_, held = request,
+    const auto work = [this, number = pending.number, channel = pending.channel, queue = queue_, held = request,
                        data = std::vector<std::uint8_t>(request.data.begin(), request.data.end())]() mutable {
         held.data = data;
-        queue->post([this, number, response = registry_.serve(held)] { finish(number, response); });
+        IpmiResponse response;
+        {
+            const Caller caller("IPMI's bridge", [channel] {
+                return std::string(channel == Channel::kSession ? "a session of the network" : "the host");
+            });
+            response = registry_.serve(held);
+        }
+        queue->post([this, number, response = std::move(response)] { finish(number, response); });
     };
     if (pool_.run(registry_.row_number(request), work, pending.number) != CallPool::Taken::kYes) {
         answer_request(std::move(pending), {kNodeBusy}); // too many wait, or the service is ending

@@ -2,13 +2,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "host.h"
 
+#include "caller.h"
 #include "intent_record.h"
 #include "item_request.h"
+#include "known_items.h"
 #include "log.h"
 #include "peers.h"
 #include "places.h"
 #include "safe_folder.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -65,6 +68,7 @@ public:
         add_items();
         if (mistakes_.empty()) {
             host_->lookout.set_up();
+            host_->history.set_folder(options.slot_state_dir());
         }
         return mistakes_;
     }
@@ -228,6 +232,21 @@ private:
     std::vector<std::string> mistakes_;
 };
 
+// A check flag that was written along with its pair is no change of its own.
+void keep_changes(const Caller &caller) {
+    for (const auto &[handle, change] : caller.changes()) {
+        const auto item =
+            std::ranges::find(g_host->enclosure.items, *g_host->objects.name_of(handle), &ItemConfig::name);
+        PropertyValue value;
+        const KnownItem *const known = known_item(item->name);
+        if ((known != nullptr && known->format == Format::kFlag && caller.changes().size() > 1) ||
+            g_host->objects.get(handle, "Value", &value) != 0 || !std::holds_alternative<Bytes>(value)) {
+            continue;
+        }
+        g_host->history.add(*item, caller, change, std::get<Bytes>(value));
+    }
+}
+
 // 0, or why the file is not this process' any more.
 int keep(LockFile &file) {
     const unsigned before = file.remade();
@@ -270,6 +289,7 @@ std::vector<std::string> host_start(Options options, Enclosure enclosure) {
     if (mistakes.empty()) {
         g_host = starter.take().release(); // lives as long as the process
         tell_of_written_chips(tell_master_of);
+        tell_of_changes(keep_changes);
     }
     return mistakes;
 }

@@ -7,6 +7,7 @@
 #include "board_state.h"
 #include "bus_names.h"
 #include "enclosure.h"
+#include "history.h"
 #include "lock_file.h"
 #include "lookout.h"
 #include "object_store.h"
@@ -37,6 +38,7 @@ struct Host {
     };
     std::map<OBJ_HANDLE, Chip> chips;
     Lookout lookout{*this};
+    History history;
 
     // Held as long as the process lives: the slot's place in the run folder, and what it keeps in the state folder.
     LockFile instance_lock;

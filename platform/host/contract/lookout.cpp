@@ -236,6 +236,12 @@ std::optional<Condition> Lookout::condition_of(OBJ_HANDLE object) const {
     return std::nullopt;
 }
 
+OBJ_HANDLE Lookout::item_of(OBJ_HANDLE chip) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = by_chip_.find(chip);
+    return found == by_chip_.end() ? 0 : items_[found->second.first].handle;
+}
+
 Picture Lookout::picture() const {
     Picture picture{.role = std::string(role_word(platform_.board.role())), .parts = {}, .items = {}};
     const std::lock_guard lock(mutex_);

@@ -67,6 +67,8 @@ public:
     // Of an item or a chip; nothing for other objects. Any thread.
     [[nodiscard]] std::optional<Condition> condition_of(OBJ_HANDLE object) const;
     [[nodiscard]] Picture picture() const;
+    // The item that a chip's bytes are a copy of; 0: none. Any thread.
+    [[nodiscard]] OBJ_HANDLE item_of(OBJ_HANDLE chip) const;
 
 private:
     struct Copy {

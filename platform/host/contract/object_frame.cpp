@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "object_frame.h"
 
+#include "caller.h"
 #include "host.h"
 #include "item_request.h"
 #include "late_load.h"
@@ -24,6 +25,7 @@ namespace {
 constexpr std::string_view kStorage = "StorageLoc";
 constexpr std::string_view kWriteProtect = "StgWp";
 constexpr std::string_view kReady = "Ready";
+constexpr std::string_view kValue = "Value";
 constexpr std::string_view kRetryNumber = "RetryNumber";
 
 // The property's value; 0, kBadArgument or the store's status.
@@ -149,7 +151,14 @@ gint32 dfl_set_property_value(OBJ_HANDLE object_handle, const gchar *property_na
     if (!value_of(value, &wanted)) {
         return asd_host::kWrongType;
     }
-    const gint32 status = host()->objects.set(object_handle, property_name, std::move(wanted));
+    asd_host::Caller *const caller = kValue == property_name ? asd_host::Caller::here() : nullptr;
+    PropertyValue before;
+    const auto *now = std::get_if<asd_host::Bytes>(&wanted);
+    if (caller != nullptr && now != nullptr && host()->objects.get(object_handle, property_name, &before) == 0 &&
+        std::holds_alternative<asd_host::Bytes>(before)) {
+        caller->note_value(object_handle, std::get<asd_host::Bytes>(before), *now);
+    }
+    const gint32 status = host()->objects.set(object_handle, property_name, std::move(wanted)); // which hardly fails
     if (status == 0 && kReady == property_name) {
         host()->lookout.note_ready(object_handle);
     }
@@ -215,6 +224,10 @@ gint32 dfl_block_write(OBJ_HANDLE object_handle, const gchar *property_name, gui
         host()->lookout.note_written(object_handle, offset, {buffer, length}, status);
     }
     if (status == 0) {
+        const OBJ_HANDLE item = host()->lookout.item_of(object_handle);
+        if (asd_host::Caller *const caller = asd_host::Caller::here(); caller != nullptr && item != 0) {
+            caller->note_stored(item, {buffer, buffer + length});
+        }
         asd_host::note_chip_written(object_handle);
     }
     return status;

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "dummy_door.h"
 
+#include "caller.h"
 #include "dummy_protocol.h"
 
 #include <algorithm>
@@ -50,6 +51,7 @@ IpmiResponse serve(StreamClient &client, const IpmiRegistry &registry, const Ipm
     if (!client.admitted()) {
         return {kNodeBusy};
     }
+    const Caller caller("IPMI", [&client] { return client.user(); });
     return registry.serve(request);
 }
 

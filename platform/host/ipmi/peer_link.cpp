@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "peer_link.h"
 
+#include "caller.h"
 #include "clock.h"
 #include "fd.h"
 #include "log.h"
@@ -99,18 +100,23 @@ bool serve_next(StreamClient &client, const IpmiRegistry &registry, const PeerRe
     if (is_reload) {
         return client.send(response_frame({reload(std::string(body.begin(), body.end()))}));
     }
-    return client.send(response_frame(registry.serve({.netfn = body[0],
-                                                      .lun = body[1],
-                                                      .cmd = body[2],
-                                                      .data = body.subspan(kRequestHeadSize),
-                                                      .privilege = kAdministrator})));
+    const IpmiRequest request{.netfn = body[0],
+                              .lun = body[1],
+                              .cmd = body[2],
+                              .data = body.subspan(kRequestHeadSize),
+                              .privilege = kAdministrator};
+    const auto serve = [&] {
+        const Caller caller("the link", [] { return std::string("another controller"); });
+        return registry.serve(request);
+    };
+    return client.send(response_frame(serve()));
 }
 
 // Connects to a peer. The descriptor, or none and *error says why: EAGAIN, its queue is full; EACCES, it is no peer.
 Fd peer_connect(const std::filesystem::path &socket, int *error) {
     static Seldom says_stranger;
     Fd peer = unix_connect(socket, error);
-    if (!peer || unix_peer_user(peer) == geteuid()) {
+    if (!peer || unix_peer_user(peer.get()) == geteuid()) {
         return peer;
     }
     if (says_stranger.due()) {

@@ -175,7 +175,7 @@ bool refuse_stranger(StreamShared &shared, Fd *client) {
     if (!shared.only_user) {
         return false;
     }
-    const std::optional<uid_t> user = unix_peer_user(*client);
+    const std::optional<uid_t> user = unix_peer_user(client->get());
     if (user == shared.only_user) {
         return false;
     }
@@ -357,6 +357,11 @@ bool StreamClient::await_room(steady_clock::time_point taken_by) {
         (void)wait_readable(std::span(fds).first(1), static_cast<int>(kLeaveLimit.count()));
     }
     return fds[0].revents != 0;
+}
+
+std::string StreamClient::user() const {
+    const std::optional<uid_t> user = unix_peer_user(fd_);
+    return user ? "uid " + std::to_string(*user) : "somebody who has left";
 }
 
 bool StreamClient::admitted() {

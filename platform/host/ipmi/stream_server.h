@@ -51,6 +51,9 @@ public:
     // Sends all of it in one call: some clients cannot put a split answer together. False: it did not go out whole.
     [[nodiscard]] bool send(std::span<const std::uint8_t> data);
 
+    // Who it is, as the kernel says: "uid 0". Any time.
+    [[nodiscard]] std::string user() const;
+
     // Takes one of the kServedClients places until the request is answered. False: they are all taken.
     [[nodiscard]] bool admitted();
 

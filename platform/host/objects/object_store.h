@@ -28,7 +28,7 @@ struct ObjectRef {
 // Values are kept as plain bytes and numbers and become GVariants at the contract, one per reader: a GVariant shared
 // between threads would hide its reference count from ThreadSanitizer.
 using Bytes = std::vector<std::uint8_t>;
-using PropertyValue = std::variant<std::uint8_t, std::uint32_t, std::int32_t, Bytes, ObjectRef>;
+using PropertyValue = std::variant<std::uint8_t, std::uint32_t, std::int32_t, Bytes, ObjectRef, std::string>;
 
 struct Property {
     std::string name;

@@ -19,6 +19,9 @@ GVariant *variant_of(const PropertyValue &value) {
     if (const auto *bytes = std::get_if<Bytes>(&value)) {
         return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes->data(), bytes->size(), 1);
     }
+    if (const auto *text = std::get_if<std::string>(&value)) {
+        return g_variant_new_string(text->c_str());
+    }
     return nullptr;
 }
 

@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
+#include <sstream>
 #include <string_view>
 
 namespace asdctl {
@@ -496,6 +498,34 @@ std::string Service::role() {
     const VariantPtr role(g_variant_get_variant(boxed.get()));
     return g_variant_is_of_type(role.get(), G_VARIANT_TYPE_STRING) != 0 ? g_variant_get_string(role.get(), nullptr)
                                                                         : "unknown";
+}
+
+std::vector<ValueEvent> Service::history(const std::string &item) {
+    const VariantPtr reply =
+        call("asking for the history", kRootPath, kServiceName, "History", g_variant_new("(s)", item.c_str()), "(s)");
+    const gchar *lines = nullptr;
+    g_variant_get(reply.get(), "(&s)", &lines);
+    std::vector<ValueEvent> events;
+    std::istringstream text(lines);
+    for (std::string line; std::getline(text, line);) {
+        std::array<std::string, 9> fields;
+        std::istringstream rest(line);
+        for (std::string &field : fields) {
+            std::getline(rest, field, '\t');
+        }
+        const auto value = [&](std::size_t at) {
+            return ChangedValue{.length = std::strtoul(fields[at].c_str(), nullptr, 10),
+                                .bytes = fields[at + 1].empty() ? Bytes() : parse_hex(fields[at + 1])};
+        };
+        events.push_back({.time_ms = std::strtoll(fields[0].c_str(), nullptr, 10),
+                          .door = fields[1],
+                          .user = fields[2],
+                          .item = fields[3],
+                          .where = fields[4],
+                          .before = value(5),
+                          .now = value(7)});
+    }
+    return events;
 }
 
 std::int32_t Service::write_item(const std::string &item, const char *method, BytesView data) {

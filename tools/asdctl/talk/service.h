@@ -89,6 +89,22 @@ struct Snapshot {
     [[nodiscard]] const Chip &chip(const std::string &name) const; // throws Failure when there is none
 };
 
+// A value as the history has it: the first bytes of a long one, none of a confidential one.
+struct ChangedValue {
+    std::size_t length = 0;
+    Bytes bytes;
+};
+
+struct ValueEvent {
+    std::int64_t time_ms = 0; // since 1970
+    std::string door;
+    std::string user;
+    std::string item;
+    std::string where; // stored, in-memory, on-parts
+    ChangedValue before;
+    ChangedValue now;
+};
+
 // A property that has another value now.
 struct Change {
     std::string object; // the item, the chip, "Board", or "Storage1" for the service itself
@@ -112,6 +128,7 @@ public:
     // From the next operation on every change is put behind *changes, while the main context runs.
     void subscribe(std::vector<Change> *changes);
     [[nodiscard]] std::string role();
+    [[nodiscard]] std::vector<ValueEvent> history(const std::string &item); // oldest first; of all when it is empty
 
     [[nodiscard]] std::int32_t write_item(const std::string &item, const char *method, BytesView data); // its status
     [[nodiscard]] Bytes read_item(const std::string &item, const char *method);
