@@ -16,8 +16,8 @@ namespace asd_host {
 
 namespace {
 
-constexpr std::chrono::seconds kEvery{2};
-constexpr std::chrono::seconds kTurn{1};
+constexpr std::chrono::seconds kLookEvery{2};
+constexpr std::chrono::seconds kLookTurn{1};
 
 // What the walk's present item has read, on this thread.
 struct Seen {
@@ -34,7 +34,7 @@ Condition condition_of_bytes(std::span<const std::uint8_t> record) {
     return is_blank(record) ? Condition::kNeverWritten : is_record(record) ? Condition::kGood : Condition::kCorrupt;
 }
 
-bool is_byte(const ObjectStore &objects, OBJ_HANDLE object, const char *property, std::uint8_t wanted) {
+bool holds_byte(const ObjectStore &objects, OBJ_HANDLE object, const char *property, std::uint8_t wanted) {
     PropertyValue value;
     return objects.get(object, property, &value) == 0 && value == PropertyValue(wanted);
 }
@@ -102,12 +102,12 @@ CopyView Lookout::view_of(const Copy &copy) const {
 }
 
 Condition Lookout::judge(const Item &item) const {
-    if (is_byte(platform_.objects, item.handle, "Online", 0)) {
+    if (holds_byte(platform_.objects, item.handle, "Online", 0)) {
         return Condition::kOffline;
     }
     std::vector<CopyView> views;
     std::ranges::transform(item.copies, std::back_inserter(views), [this](const Copy &copy) { return view_of(copy); });
-    return item_condition(is_byte(platform_.objects, item.handle, "Ready", 1), loading_, views);
+    return item_condition(holds_byte(platform_.objects, item.handle, "Ready", 1), loading_, views);
 }
 
 // Between the writes of a pair's copies they differ, as they do when another controller has written and one of them has
@@ -261,7 +261,7 @@ Picture Lookout::picture() const {
 void Lookout::start() {
     std::string mistake;
     if (!rounds_.start(
-            kEvery, [this](const Rounds::MustEnd &must_end) { round(must_end); }, &mistake)) {
+            kLookEvery, [this](const Rounds::MustEnd &must_end) { round(must_end); }, &mistake)) {
         HOST_LOG(kLogError, "no thread to look after the parts: %s", mistake.c_str());
     }
     rounds_.wake();
@@ -322,7 +322,7 @@ std::vector<OBJ_HANDLE> Lookout::items_to_read() {
         const bool unread = loaded_ && std::ranges::any_of(item.copies, [](const Copy &copy) {
                                 return copy.condition == Condition::kNotLoaded && gives_bytes(*copy.part);
                             });
-        if ((item.doubtful || unread) && !is_byte(platform_.objects, item.handle, "Online", 0)) {
+        if ((item.doubtful || unread) && !holds_byte(platform_.objects, item.handle, "Online", 0)) {
             items.push_back(item.handle);
         }
     }
@@ -331,7 +331,7 @@ std::vector<OBJ_HANDLE> Lookout::items_to_read() {
 
 // In the item's turn, so that no write is between the two copies.
 void Lookout::read_copies(OBJ_HANDLE handle, Changes *changes) {
-    const ItemTurn turn(handle, kTurn);
+    const ItemTurn turn(handle, kLookTurn);
     if (!turn) {
         return; // the next round
     }
