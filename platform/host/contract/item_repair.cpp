@@ -112,7 +112,7 @@ std::optional<Repair> choose(const FoundCopies &copies, const FoundCopies &flags
     if (copies.size() == 2 && copies[0].good() && copies[1].good() && copies[0].record != copies[1].record) {
         const auto trusted = trusted_by(flags);
         if (!trusted) {
-            return refused(kBadArgument, "both copies are good and hold different values: say which one is to be kept");
+            return refused(kBadArgument, "both copies are good and differ, and nothing says which one stays");
         }
         taken = *trusted;
     }

@@ -21,11 +21,12 @@ namespace {
 constexpr std::uint8_t kFlagBit = 4;
 constexpr std::array<std::string_view, 4> kSources = {"a", "b", "memory", ""};
 
-// Without what was being done, which the line it stands in says.
+// What the service said: without what was being done, which the line it stands in says, and without the kind of error.
 std::string reason_of(const Failure &failure) {
     const std::string what = failure.what();
-    const std::size_t colon = what.find(": ");
-    return colon == std::string::npos ? what : what.substr(colon + 2);
+    const std::size_t kind = what.find(": ");
+    const std::size_t said = kind == std::string::npos ? kind : what.find(": ", kind + 2);
+    return said != std::string::npos ? what.substr(said + 2) : kind != std::string::npos ? what.substr(kind + 2) : what;
 }
 
 // Items that fail for the same reason, a line each reason.
@@ -126,7 +127,8 @@ std::string repair_text(const Screen &screen, const std::vector<Outcome> &outcom
     text += records == 0 ? std::string(refusals.empty() ? "Nothing to write: all is well\n" : "Nothing written\n")
                          : counted(records, "record") + (dry_run ? " would be written\n" : " written and read back\n");
     if (!refusals.empty()) {
-        text += "Not mended; 'asdctl set' or 'asdctl import' writes an item anew:\n" + refusals.text(screen);
+        text += "Not mended; --from says which copy stays, 'asdctl set' or 'asdctl import' writes an item anew:\n" +
+                refusals.text(screen);
     }
     if (!in_memory.empty()) {
         text += "Still in memory; 'asdctl get ITEM' shows the value, 'asdctl repair ITEM --from memory' writes it:\n" +
