@@ -24,6 +24,13 @@ enum class Format {
     kFlag,    // the check flag of the item .of
 };
 
+// How an enclosure file and D-Bus name them, in their order.
+inline constexpr std::array<std::string_view, 6> kFormatNames = {"hex", "text", "mac", "model", "setting", "flag"};
+
+[[nodiscard]] constexpr std::string_view format_name(Format format) {
+    return kFormatNames[static_cast<std::size_t>(format)];
+}
+
 struct KnownItem {
     std::string_view item;
     std::string_view label; // may stand for the item on a command line; empty: it has none

@@ -105,6 +105,21 @@ class Items(Case):
             self.assertEqual((found["number"], found["length"], found["online"]), (item["Num"], item["Length"], True))
             self.assertEqual([chip["name"] for chip in found["chips"]], chips)
 
+    def test_items_are_called_as_the_enclosure_file_says(self):
+        items = [{"ASD14": item | {"Label": "marque"}, "ASD22": item | {"Label": "port", "Format": "text"}}.get(item["Name"], item)
+                 for item in self.service.enclosure["Items"]]
+        config = self.folder / "labelled.json"
+        config.write_text(json.dumps(self.service.enclosure | {"Items": items}), encoding="utf-8")
+        with Service(config=config) as service:
+            service.start_as("master")
+            for label, item in (("marque", "ASD14"), ("port", "ASD22")):
+                self.assertEqual(asdctl(service.run_dir, "set", label, "R 7")[0], DONE)
+                self.assertEqual(asdctl(service.run_dir, "get", label)[:2], (DONE, b"R 7\n"))
+                identity = asdctl(service.run_dir, "identity", "--all")[1].decode()
+                self.assertRegex(identity, rf"(?m)^{label} +{item} .*R 7$")
+            self.assertIn("there is no item 'brand'", asdctl(service.run_dir, "get", "brand")[2])
+            service.end()
+
     def test_colour_and_width_are_the_terminals(self):
         self.assertNotIn(b"\033", self.ctl("list"))
         for words, environment, coloured in ((("list",), {}, True), (("list", "--no-colour"), {}, False),

@@ -184,11 +184,16 @@ GVariant *BusObjects::root_property(std::string_view name) const {
     return name == "Condition" ? valid_text(summary_of(platform_.lookout.picture())) : nullptr;
 }
 
-bool BusObjects::has_confidential_value(OBJ_HANDLE object) const {
+const ItemConfig *BusObjects::item_config(OBJ_HANDLE object) const {
     const std::string *name = platform_.objects.name_of(object);
     const auto &items = platform_.enclosure.items;
     const auto item = name == nullptr ? items.end() : std::ranges::find(items, *name, &ItemConfig::name);
-    return item != items.end() && item->confidential;
+    return item == items.end() ? nullptr : &*item;
+}
+
+bool BusObjects::has_confidential_value(OBJ_HANDLE object) const {
+    const ItemConfig *const item = item_config(object);
+    return item != nullptr && item->confidential;
 }
 
 bool BusObjects::is_confidential(OBJ_HANDLE object, std::string_view property) const {
@@ -199,6 +204,9 @@ bool BusObjects::is_confidential(OBJ_HANDLE object, std::string_view property) c
 GVariant *BusObjects::configured_property(OBJ_HANDLE object, std::string_view name) const {
     if (name == "Confidential") {
         return g_variant_new_byte(has_confidential_value(object) ? 1 : 0);
+    }
+    if (const ItemConfig *const item = item_config(object); item != nullptr && (name == "Label" || name == "Format")) {
+        return g_variant_new_string((name == "Label" ? item->label : item->format).c_str());
     }
     if (name == "State") {
         return text_of(platform_.lookout.condition_of(object).value_or(Condition::kNotLoaded));

@@ -57,6 +57,7 @@ private:
     [[nodiscard]] GVariant *root_property(std::string_view name) const;
     [[nodiscard]] GVariant *stored_property(OBJ_HANDLE object, std::string_view name) const;
     [[nodiscard]] GVariant *configured_property(OBJ_HANDLE object, std::string_view name) const;
+    [[nodiscard]] const ItemConfig *item_config(OBJ_HANDLE object) const; // null: it is no item
     [[nodiscard]] bool has_confidential_value(OBJ_HANDLE object) const;
     [[nodiscard]] std::optional<std::size_t> class_index(OBJ_HANDLE object) const;
 

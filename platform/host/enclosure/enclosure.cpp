@@ -5,6 +5,7 @@
 #include "atomic_file.h"
 #include "json_document.h"
 #include "json_section.h"
+#include "known_items.h"
 #include "places.h"
 #include "record_format.h"
 #include "records.h"
@@ -210,6 +211,33 @@ ChipConfig read_chip(const JsonNode &node, JsonMistakes &mistakes, std::vector<W
     return chip;
 }
 
+constexpr std::size_t kLongestLabel = 31;
+
+// Operators type labels beside commands and options.
+std::string read_label(JsonSection &section, const JsonNode &node, const std::string &usual, JsonMistakes &mistakes) {
+    std::string label = section.text("Label", kOptional);
+    const JsonNode *const written = node.find("Label");
+    if (written == nullptr || written->kind != JsonNode::Kind::kText) {
+        return usual;
+    }
+    const auto plain = [](char c) { return g_ascii_islower(c) || g_ascii_isdigit(c) || c == '-'; };
+    if (label.empty() || label.size() > kLongestLabel || !g_ascii_islower(label.front()) ||
+        !std::ranges::all_of(label, plain)) {
+        mistakes.add(*written, "is " + in_quotes(label) + "; must be a lower-case letter and up to " +
+                                   std::to_string(kLongestLabel - 1) + " more, digits or dashes");
+    }
+    return label;
+}
+
+// A format of fixed length on an item of another one could show no value and take none.
+void check_format(const ItemConfig &item, const JsonNode &node, JsonMistakes &mistakes) {
+    const std::uint32_t length = item.format == "mac" ? 6 : item.format == "model" ? 4 : item.length;
+    if (item.length != length && node.find("Format") != nullptr) {
+        mistakes.add(*node.find("Format"), "is " + in_quotes(item.format) + ", which has " + std::to_string(length) +
+                                               " bytes, and Length is " + std::to_string(item.length));
+    }
+}
+
 ItemConfig read_item(const JsonNode &node, JsonMistakes &mistakes, std::vector<Written::Entry> &written) {
     JsonSection section(&node, &mistakes);
     ItemConfig item;
@@ -222,6 +250,11 @@ ItemConfig read_item(const JsonNode &node, JsonMistakes &mistakes, std::vector<W
     item.erased_value = section.choice("Value", kFirstValues, 0) == 1;
     item.confidential =
         section.flag("Confidential", std::ranges::find(kKeyPlaces, item.name, &KeyPlace::item) != kKeyPlaces.end());
+    const KnownItem *const known = known_item(item.name);
+    item.label = read_label(section, node, std::string(label_of(item.name)), mistakes);
+    const auto usual = static_cast<std::size_t>(known == nullptr ? Format::kHex : known->format);
+    item.format = kFormatNames[section.choice("Format", kFormatNames, usual)];
+    check_format(item, node, mistakes);
     item.chips.push_back(section.text(kChipKeys[0], kRequired));
     if (std::string second = section.text(kChipKeys[1], kOptional); node.find(kChipKeys[1]) != nullptr) {
         item.chips.push_back(std::move(second));
@@ -258,6 +291,7 @@ void check_names(const Enclosure &enclosure, const Written &written, JsonMistake
     const auto shown = [](const std::string &text) { return text.empty() ? text : in_quotes(text); };
     std::vector<Keyed> objects;
     std::vector<Keyed> nums;
+    std::vector<Keyed> labels;
     std::vector<Keyed> parts;
     std::vector<Keyed> shared_files;
     std::vector<Keyed> slot_files;
@@ -274,12 +308,15 @@ void check_names(const Enclosure &enclosure, const Written &written, JsonMistake
     for (std::size_t i = 0; i < enclosure.items.size(); ++i) {
         const Written::Entry &entry = written.items[i];
         objects.push_back({shown(enclosure.items[i].name), entry.node});
+        labels.push_back({shown(enclosure.items[i].label), entry.node});
         nums.push_back({entry.number ? std::to_string(*entry.number) : "", entry.node});
     }
     report_duplicates(parts, "Name", "each part needs a name of its own", mistakes);
     report_duplicates(shared_files, "File", "each part needs a file of its own", mistakes);
     report_duplicates(slot_files, "File", "each part needs a file of its own", mistakes);
     report_duplicates(objects, "Name", "an item or chip needs a name that no other item or chip has", mistakes);
+    report_duplicates(labels, "Label", "each item needs a label of its own, and well-known items have theirs",
+                      mistakes);
     report_duplicates(nums, "Num", "each item needs a number of its own", mistakes);
 }
 

@@ -80,6 +80,8 @@ struct ItemConfig {
     bool need_sync = false;
     bool erased_value = false;      // Value before the first load: Length bytes 0xFF; else none
     bool confidential = false;      // Value leaves the service only when it is asked for by name
+    std::string label = {};         // what operators call it; empty: nothing
+    std::string format = {};        // how they write its values, of kFormatNames
     std::vector<std::string> chips; // one, or two for a mirrored item
 };
 

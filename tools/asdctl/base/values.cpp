@@ -5,6 +5,7 @@
 #include "failure.h"
 
 #include <algorithm>
+#include <list>
 
 #include <boost/crc.hpp>
 #include <glib.h>
@@ -16,6 +17,18 @@ namespace {
 constexpr std::size_t kMacSize = 6;
 constexpr std::size_t kModelSize = 4;
 constexpr std::size_t kShownBytes = 16; // of a long value
+
+// What an enclosure says of an item; known looks into the other two.
+struct Learnt {
+    std::string item;
+    std::string label;
+    KnownItem known{};
+};
+
+std::list<Learnt> &learnt_items() {
+    static std::list<Learnt> items; // a command knows one enclosure
+    return items;
+}
 
 std::uint8_t model_checksum(BytesView record) {
     boost::crc_optimal<8, 0x07, 0, 0, false, false> crc; // docs/record-format.md
@@ -39,6 +52,49 @@ std::uint8_t code_of(const KnownItem &item, const std::string &text) {
 
 } // namespace
 
+void learn_item(const std::string &item, const std::string &label, const std::string &format) {
+    const auto *const named = std::ranges::find(kFormatNames, format);
+    const KnownItem *const usual = known_item(item);
+    const Format meant = named == kFormatNames.end() ? (usual == nullptr ? Format::kHex : usual->format)
+                                                     : static_cast<Format>(named - kFormatNames.begin());
+    const std::string_view called = !label.empty() || usual == nullptr ? std::string_view(label) : usual->label;
+    const bool news =
+        usual == nullptr ? !label.empty() || meant != Format::kHex : called != usual->label || meant != usual->format;
+    const bool again = std::ranges::find(learnt_items(), item, &Learnt::item) != learnt_items().end();
+    if (!news || again) {
+        return;
+    }
+    Learnt &learnt = learnt_items().emplace_back();
+    learnt.item = item;
+    learnt.label = called;
+    learnt.known =
+        usual == nullptr
+            ? KnownItem{.item = {}, .label = {}, .format = {}, .meaning = learnt.label, .identity = !label.empty()}
+            : *usual;
+    learnt.known.item = learnt.item;
+    learnt.known.label = learnt.label;
+    learnt.known.format = meant;
+}
+
+std::vector<const KnownItem *> known_of_all() {
+    std::vector<const KnownItem *> all;
+    for (const KnownItem &known : kKnownItems) {
+        all.push_back(known_of(known.item));
+    }
+    for (const Learnt &learnt : learnt_items()) {
+        if (known_item(learnt.item) == nullptr) {
+            all.push_back(&learnt.known);
+        }
+    }
+    return all;
+}
+
+const KnownItem *known_of(std::string_view item) {
+    const std::list<Learnt> &learnt = learnt_items();
+    const auto found = std::ranges::find(learnt, item, &Learnt::item);
+    return found == learnt.end() ? known_item(item) : &found->known;
+}
+
 const KnownItem *known_named(std::string_view name) {
     const auto same = [name](std::string_view other) {
         return other.size() == name.size() && g_ascii_strncasecmp(other.data(), name.data(), name.size()) == 0;
@@ -46,16 +102,17 @@ const KnownItem *known_named(std::string_view name) {
     if (name.empty()) {
         return nullptr;
     }
-    const auto *const found = std::ranges::find_if(
-        kKnownItems, [&](const KnownItem &known) { return known.item == name || same(known.label); });
-    return found == kKnownItems.end() ? nullptr : found;
+    const std::vector<const KnownItem *> all = known_of_all();
+    const auto found =
+        std::ranges::find_if(all, [&](const KnownItem *known) { return known->item == name || same(known->label); });
+    return found == all.end() ? nullptr : *found;
 }
 
 std::vector<std::string> known_labels() {
     std::vector<std::string> labels;
-    for (const KnownItem &known : kKnownItems) {
-        if (!known.label.empty()) {
-            labels.emplace_back(known.label);
+    for (const KnownItem *known : known_of_all()) {
+        if (!known->label.empty()) {
+            labels.emplace_back(known->label);
         }
     }
     return labels;

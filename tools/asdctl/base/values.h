@@ -16,6 +16,16 @@ namespace asdctl {
 // The item of this name or label, whatever its case; null: none that is well known.
 [[nodiscard]] const KnownItem *known_named(std::string_view name);
 
+// What an enclosure calls an item, and a name of kFormatNames for how its values are written; from then on they stand
+// for what is well known. Empty or unknown ones change nothing.
+void learn_item(const std::string &item, const std::string &label, const std::string &format);
+
+// What is known of this item; null: nothing.
+[[nodiscard]] const KnownItem *known_of(std::string_view item);
+
+// All of them, the well-known ones first.
+[[nodiscard]] std::vector<const KnownItem *> known_of_all();
+
 // All labels.
 [[nodiscard]] std::vector<std::string> known_labels();
 

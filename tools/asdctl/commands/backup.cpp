@@ -7,6 +7,7 @@
 #include "holdings.h"
 #include "known_items.h"
 #include "record_format.h"
+#include "values.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -29,6 +30,11 @@ constexpr const char *kMark = "asd_export"; // the key by which such a file is k
 constexpr int kVersion = 1;
 constexpr std::size_t kLongestExport = 4U << 20U; // bytes; a full enclosure's has some 50 KiB
 constexpr std::size_t kShown = 10;                // mistakes of a file
+
+std::string label_here(const std::string &item) {
+    const KnownItem *const known = known_of(item);
+    return known == nullptr ? "" : std::string(known->label);
+}
 
 std::string checksum_of(BytesView value) {
     return hex_number(crc16(value), 4);
@@ -54,7 +60,7 @@ struct ExportOptions {
 
 // What an item holds; or why it is not in the file.
 Json exported(Holdings &holdings, const Holding &item, bool keys) {
-    Json entry = {{"item", item.item}, {"label", label_of(item.item)}, {"length", item.length}, {"value", nullptr}};
+    Json entry = {{"item", item.item}, {"label", label_here(item.item)}, {"length", item.length}, {"value", nullptr}};
     if (item.confidential && !keys) {
         entry["why"] = "confidential: --keys exports it";
     } else if (item.flag) {
@@ -297,7 +303,7 @@ int report(const Context &context, const std::vector<Step> &steps) {
     for (const Step &step : steps) {
         const Cell fate = fate_cell(step);
         if (step.fate != Fate::kSame) {
-            table.add({{step.item->item}, {std::string(label_of(step.item->item))}, fate});
+            table.add({{step.item->item}, {label_here(step.item->item)}, fate});
         }
         items.push_back({{"item", step.item->item}, {"state", fate.text}});
     }

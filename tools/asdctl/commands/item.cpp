@@ -279,9 +279,11 @@ Stored store(const Context &context, Service &service, const Item &item, const S
 }
 
 int run_set(const Context &context, const SetOptions &options) {
-    const Bytes bytes = given_bytes(options);
+    const bool as_shown = !options.value.empty(); // how that is, the service tells
+    Bytes bytes = as_shown ? Bytes() : given_bytes(options);
     Service service(context);
     const Snapshot snapshot = service.snapshot();
+    bytes = as_shown ? given_bytes(options) : bytes;
     const Item &before = snapshot.item(options.item);
     const Bytes image = image_of(before, bytes, options.truncate);
     const auto [item, method] = store(context, service, before, options, image);

@@ -433,7 +433,8 @@ int run_identity(const Context &context, const IdentityOptions &options) {
     Table table({{.title = "LABEL"}, {.title = "ITEM"}, {.title = "MEANING"}, {.title = "VALUE"}});
     Table short_table({{.title = "LABEL"}, {.title = "ITEM"}, {.title = "VALUE"}});
     Json list = Json::array();
-    for (const KnownItem &known : kKnownItems) {
+    for (const KnownItem *const one : known_of_all()) {
+        const KnownItem &known = *one;
         const auto item = std::ranges::find(snapshot.items, known.item, &Item::name);
         if (item == snapshot.items.end() || !(options.all || known.identity)) {
             continue;

@@ -48,7 +48,7 @@ std::string element(std::string_view name, const std::string &inside, std::strin
 
 // "serial number" for people, the item's name where nothing is known of it.
 std::string meaning_of(const std::string &item) {
-    const KnownItem *const known = known_item(item);
+    const KnownItem *const known = known_of(item);
     return known == nullptr ? ""
                             : std::string(known->meaning) + (known->of.empty() ? "" : " of " + std::string(known->of));
 }
@@ -357,7 +357,7 @@ std::string troubles_section(const std::vector<Trouble> &troubles) {
 std::string identity_section(const EnclosurePlan &enclosure, const std::vector<ItemCopies> &all) {
     std::string rows;
     for (const ItemCopies &item : all) {
-        const KnownItem *const known = known_item(item.item);
+        const KnownItem *const known = known_of(item.item);
         const auto plan = std::ranges::find(enclosure.items, item.item, &ItemPlan::name);
         const auto good =
             std::ranges::find_if(item.copies, [](const Copy &copy) { return copy.is(RecordState::kGood); });

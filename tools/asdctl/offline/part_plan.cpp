@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "output.h"
 #include "records.h"
+#include "values.h"
 
 #include <algorithm>
 #include <charconv>
@@ -154,6 +155,8 @@ EnclosurePlan read_enclosure(const std::string &path) {
     });
     for_each_in(path, document, "Items", [&](const Place &place, const Json &item) {
         enclosure.items.push_back(item_of(place, item));
+        learn_item(enclosure.items.back().name, item.contains("Label") ? text_of(place, item, "Label") : "",
+                   item.contains("Format") ? text_of(place, item, "Format") : "");
         add_records(place, enclosure.items.back(), item, chips, &parts);
     });
     for (PartPlan &part : parts) {

@@ -204,6 +204,7 @@ Item item_of(const std::string &name, const Properties &properties) {
     item.ready = properties.flag("Ready");
     item.need_sync = properties.flag("NeedSync");
     item.confidential = properties.flag("Confidential");
+    learn_item(name, properties.text("Label"), properties.text("Format"));
     for (const char *reference : kChipKeys) {
         Chip chip;
         chip.name = properties.reference(reference);
