@@ -56,8 +56,8 @@ std::string value_text(const ChangedValue &value, const KnownItem *known) {
     }
     const std::string text = to_text(value.bytes);
     const bool readable = !text.empty() && text.find('\\') == std::string::npos;
-    constexpr std::size_t kShown = 16;
-    const BytesView some = BytesView(value.bytes).first(std::min(value.bytes.size(), kShown));
+    constexpr std::size_t kBytesShown = 16;
+    const BytesView some = BytesView(value.bytes).first(std::min(value.bytes.size(), kBytesShown));
     return readable ? text : to_hex(some, " ") + (some.size() < value.length ? " ..." : "");
 }
 
