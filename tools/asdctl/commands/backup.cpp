@@ -29,7 +29,7 @@ namespace {
 constexpr const char *kMark = "asd_export"; // the key by which such a file is known; its value is the version
 constexpr int kVersion = 1;
 constexpr std::size_t kLongestExport = 4U << 20U; // bytes; a full enclosure's has some 50 KiB
-constexpr std::size_t kShown = 10;                // mistakes of a file
+constexpr std::size_t kMistakesShown = 10;        // mistakes of a file
 
 std::string label_here(const std::string &item) {
     const KnownItem *const known = known_of(item);
@@ -168,11 +168,11 @@ public:
             return;
         }
         std::string text = (file_ == "-" ? "standard input" : file_) + ": nothing has been written:";
-        for (std::size_t i = 0; i < std::min(mistakes_.size(), kShown); ++i) {
+        for (std::size_t i = 0; i < std::min(mistakes_.size(), kMistakesShown); ++i) {
             text += "\n  " + mistakes_[i];
         }
-        if (mistakes_.size() > kShown) {
-            text += "\n  and " + std::to_string(mistakes_.size() - kShown) + " more";
+        if (mistakes_.size() > kMistakesShown) {
+            text += "\n  and " + std::to_string(mistakes_.size() - kMistakesShown) + " more";
         }
         throw Failure(text);
     }

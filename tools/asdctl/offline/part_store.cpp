@@ -62,9 +62,11 @@ struct PartStore::Impl {
                 continue;
             }
             locks.emplace_back(file);
-            if (const int error = locks.back().take(); error == EAGAIN) {
+            const int error = locks.back().take();
+            if (error == EAGAIN) {
                 throw served(slot, state_dir.string(), locks.back().holder());
-            } else if (error != 0) {
+            }
+            if (error != 0) {
                 throw Failure(file.string() + ": cannot be locked: " + g_strerror(error),
                               "The owner of the state folder may, and root.");
             }
