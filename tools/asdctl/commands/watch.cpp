@@ -8,18 +8,21 @@
 
 #include <algorithm>
 #include <csignal>
+#include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <glib-unix.h>
-#include <unistd.h>
 
 namespace asdctl {
 
 namespace {
 
-constexpr unsigned kLookMs = 1000; // the role has no signal: it is asked for this often
+constexpr unsigned kLookMs = 1000; // for services that have ended or come
+constexpr const char *kServiceObject = "Storage1";
 
 struct WatchOptions {
     std::uint64_t count = 0; // 0: no limit
@@ -68,108 +71,167 @@ std::string value_text(const Change &change) {
     return counted(bytes.size(), "byte") + (bytes.empty() ? "" : ": ") + (readable ? text : to_hex(bytes, " "));
 }
 
-std::string change_text(const Change &change) {
-    return change.object + "  " + change.property + "  " + value_text(change);
+// What is watched of one slot, whoever serves it.
+struct Watched {
+    unsigned slot = 0;
+    std::unique_ptr<Service> service; // null: none runs
+    bool ended = false;               // one has been seen to
+    std::vector<Change> changes;
+    std::map<std::string, std::string> parts; // what was said of each last
+};
+
+std::string part_text(const Part &part) {
+    return std::string(word_of(part.condition).word) + (part.reason.empty() ? "" : " (" + part.reason + ")");
 }
 
-// A line for each change.
+// Lines as people read them; what says the same twice is left out.
+std::vector<std::string> change_texts(Watched &watched, const Change &change) {
+    const std::string text = change.object + "  " + change.property + "  ";
+    if (change.property == "State") { // of others the part's line says enough
+        const ConditionWord *const word = condition_called(change.value.get<std::string>());
+        const bool news =
+            word != nullptr && (word->condition == Condition::kCorrupt || word->condition == Condition::kDiffer);
+        return news ? std::vector{text + std::string(word->word)} : std::vector<std::string>();
+    }
+    if (change.object != kServiceObject || change.property == "Condition" || change.property == "Service") {
+        return {text + value_text(change)};
+    }
+    std::vector<std::string> lines;
+    if (change.property == "Parts") {
+        for (const Json &row : change.value) { // name, file, kind, reason
+            const ConditionWord *const word = condition_called(row.at(2).get<std::string>());
+            const Part part{.name = row.at(0),
+                            .file = {},
+                            .condition = word == nullptr ? Condition::kAnswers : word->condition,
+                            .reason = row.at(3)};
+            if (std::string now = part_text(part); std::exchange(watched.parts[part.name], now) != now) {
+                lines.push_back(part.name + "  Part  " + now);
+            }
+        }
+    }
+    return lines;
+}
+
 class Lines {
 public:
-    explicit Lines(bool json) : json_(json) {}
-    // False: nobody reads any more.
-    [[nodiscard]] bool show(const Change &change) const {
+    Lines(bool json, std::uint64_t limit) : json_(json), limit_(limit) {}
+
+    // False: nobody reads any more, or there were as many changes as were asked for.
+    [[nodiscard]] bool show(Watched &watched, const Change &change) {
         const std::string time = time_text();
-        const Json json = {
-            {"time", time}, {"object", change.object}, {"property", change.property}, {"value", change.value}};
-        return print_to_reader((json_ ? json.dump() : time + "  " + change_text(change)) + "\n");
+        if (json_) {
+            const Json json = {{"time", time},
+                               {"slot", watched.slot},
+                               {"object", change.object},
+                               {"property", change.property},
+                               {"value", change.value}};
+            return print_to_reader(json.dump() + "\n") && ++seen_ != limit_;
+        }
+        for (const std::string &text : change_texts(watched, change)) {
+            if (!print_to_reader(time + "  slot " + std::to_string(watched.slot) + "  " + text + "\n") ||
+                ++seen_ == limit_) {
+                return false;
+            }
+        }
+        return true;
+    }
+    // What is so at the start is no change.
+    [[nodiscard]] bool greet(Watched &watched, const Change &fact) {
+        const bool read = show(watched, fact) || seen_ == limit_;
+        --seen_;
+        return read;
     }
 
 private:
     bool json_;
+    std::uint64_t limit_;
+    std::uint64_t seen_ = 0;
 };
 
-// The terminal's other screen: what status shows, and below it the last changes.
-class Live {
-public:
-    explicit Live(const Screen &screen) : screen_(screen) { print("\033[?1049h\033[?25l"); }
-    ~Live() { // a terminal that is gone needs nothing
-        [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, kLeave.data(), kLeave.size());
+// Throws a Failure when the slot's service cannot be asked.
+[[nodiscard]] bool begin(const Context &context, Watched &watched, Lines &lines) {
+    Context own = context;
+    own.slot = watched.slot;
+    auto service = std::make_unique<Service>(own);
+    service->subscribe(&watched.changes);
+    const Snapshot snapshot = service->snapshot();
+    watched.service = std::move(service);
+    if (watched.ended &&
+        !lines.show(watched, {.object = kServiceObject, .property = "Service", .value = "runs again"})) {
+        return false;
     }
-    Live(const Live &) = delete;
-    Live &operator=(const Live &) = delete;
-
-    void add(const Change &change) { changes_.push_back(time_text().substr(11, 12) + "  " + change_text(change)); }
-
-    void draw(const Snapshot &snapshot) {
-        std::string text = service_text(screen_, snapshot) + "\n" + painted(screen_, Tone::kStrong, "Changes") +
-                           painted(screen_, Tone::kQuiet, " (UTC; Ctrl-C ends)");
-        const auto taken = static_cast<std::size_t>(std::ranges::count(text, '\n')) + 2;
-        const std::size_t room = std::max<std::size_t>(screen_.height, taken + 1) - taken;
-        if (changes_.size() > room) {
-            changes_.erase(changes_.begin(), changes_.end() - static_cast<std::ptrdiff_t>(room));
-        }
-        for (const std::string &line : changes_) {
-            const glong columns = std::min(g_utf8_strlen(line.c_str(), -1), static_cast<glong>(*screen_.width));
-            const TextPtr fits(g_utf8_substring(line.c_str(), 0, columns));
-            text += std::string("\n") + fits.get();
-        }
-        print("\033[H\033[J" + text);
+    for (const Part &part : snapshot.parts) {
+        watched.parts[part.name] = part_text(part);
     }
-
-private:
-    static constexpr std::string_view kLeave = "\033[?25h\033[?1049l";
-
-    Screen screen_;
-    std::vector<std::string> changes_;
-};
-
-// The role as a change, when it is another one.
-void look_at_role(Service &service, std::string *role, std::vector<Change> *changes) {
-    const std::string now = service.role();
-    if (now != *role) {
-        changes->push_back({.object = "Board", .property = "Role", .value = now});
-        *role = now;
-    }
+    return lines.greet(watched, {.object = "Board", .property = "Role", .value = snapshot.board.role});
 }
 
-int run_watch(const Context &context, const WatchOptions &options) {
+// Whether there is a service to look for: one that holds its slot's lock, or one whose place was named.
+bool may_run(const Context &context, unsigned slot) {
+    return context.bus || context.serving.slots.contains(slot);
+}
+
+// Services that have ended, and those that have come. False: to end.
+bool look(Context &context, std::vector<std::unique_ptr<Watched>> &all, Lines &lines) {
+    context.serving = serving_in(context.run_dir);
+    for (const auto &one : all) {
+        if (one->service && !one->service->answers()) {
+            one->service.reset();
+            one->ended = true;
+            if (!lines.show(*one, {.object = kServiceObject, .property = "Service", .value = "has ended"})) {
+                return false;
+            }
+        }
+        try {
+            if (!one->service && may_run(context, one->slot) && !begin(context, *one, lines)) {
+                return false;
+            }
+        } catch (const Failure &) { // it begins, or ends; the next look sees
+            one->service.reset();
+        }
+    }
+    return true;
+}
+
+// The slots that are meant; throws a Failure when none of them can be asked.
+std::vector<std::unique_ptr<Watched>> watched_slots(const Context &context) {
+    std::vector<std::unique_ptr<Watched>> all;
+    for (unsigned slot = 0; slot < kSlots; ++slot) {
+        const bool one = context.slot_given || context.bus;
+        if (!one || slot == context.slot) {
+            all.push_back(std::make_unique<Watched>());
+            all.back()->slot = slot;
+        }
+    }
+    (void)Service(context).role();
+    return all;
+}
+
+int run_watch(const Context &given, const WatchOptions &options) {
     Flag interrupted(g_unix_signal_source_new(SIGINT));
     Flag terminated(g_unix_signal_source_new(SIGTERM));
-    Flag look(g_timeout_source_new(kLookMs));
+    Flag look_time(g_timeout_source_new(kLookMs));
     std::optional<Flag> limit;
     if (options.for_s > 0) {
         limit.emplace(g_timeout_source_new(static_cast<unsigned>(options.for_s * 1000)));
     }
-    const bool on_terminal = context.out.width && !context.json;
-    const Lines lines(context.json);
-    Service service(context);
-    std::vector<Change> changes;
-    service.subscribe(&changes);
-    std::string role = service.role();
-    if (!on_terminal && !lines.show({.object = "Board", .property = "Role", .value = role})) {
+    Context context = given;
+    Lines lines(context.json, options.count);
+    std::vector<std::unique_ptr<Watched>> all = watched_slots(context);
+    if (!look(context, all, lines)) {
         return kDone;
     }
-    const auto live = on_terminal ? std::make_unique<Live>(context.out) : nullptr;
-    if (live) {
-        live->draw(service.snapshot());
-    }
-    for (std::uint64_t seen = 0;;) {
+    for (;;) {
         g_main_context_iteration(nullptr, TRUE);
-        if (look.take()) {
-            look_at_role(service, &role, &changes);
-        }
-        for (const Change &change : std::exchange(changes, {})) {
-            if (live) {
-                live->add(change);
-            } else if (!lines.show(change)) {
-                return kDone;
-            }
-            if (++seen == options.count) {
-                return kDone;
+        for (const auto &one : all) {
+            for (const Change &change : std::exchange(one->changes, {})) {
+                if (!lines.show(*one, change)) {
+                    return kDone;
+                }
             }
         }
-        if (live) {
-            live->draw(service.snapshot());
+        if (look_time.take() && !look(context, all, lines)) {
+            return kDone;
         }
         if (interrupted.take() || terminated.take()) {
             return kDone;

@@ -316,6 +316,15 @@ Json json_of(GVariant *value) {
     if (g_variant_is_of_type(value, G_VARIANT_TYPE_BYTESTRING) != 0) {
         return to_hex(bytes_of(value));
     }
+    if (g_variant_is_of_type(value, G_VARIANT_TYPE("ar")) != 0 ||
+        g_variant_is_of_type(value, G_VARIANT_TYPE_TUPLE) != 0 ||
+        g_variant_is_of_type(value, G_VARIANT_TYPE_STRING_ARRAY) != 0) {
+        Json all = Json::array();
+        for (gsize i = 0; i < g_variant_n_children(value); ++i) {
+            all.push_back(json_of(VariantPtr(g_variant_get_child_value(value, i)).get()));
+        }
+        return all;
+    }
     return TextPtr(g_variant_print(value, FALSE)).get();
 }
 
@@ -499,6 +508,17 @@ std::string Service::role() {
     const VariantPtr role(g_variant_get_variant(boxed.get()));
     return g_variant_is_of_type(role.get(), G_VARIANT_TYPE_STRING) != 0 ? g_variant_get_string(role.get(), nullptr)
                                                                         : "unknown";
+}
+
+bool Service::answers() {
+    if (destination_.empty()) {
+        return g_dbus_connection_is_closed(connection_.get()) == 0;
+    }
+    try {
+        return !role().empty();
+    } catch (const Failure &) {
+        return false;
+    }
 }
 
 std::vector<ValueEvent> Service::history(const std::string &item) {

@@ -128,6 +128,7 @@ public:
     // From the next operation on every change is put behind *changes, while the main context runs.
     void subscribe(std::vector<Change> *changes);
     [[nodiscard]] std::string role();
+    [[nodiscard]] bool answers();                                           // false: it has ended, or given up its name
     [[nodiscard]] std::vector<ValueEvent> history(const std::string &item); // oldest first; of all when it is empty
 
     [[nodiscard]] std::int32_t write_item(const std::string &item, const char *method, BytesView data); // its status
