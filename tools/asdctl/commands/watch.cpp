@@ -50,7 +50,7 @@ private:
 };
 
 // As in asd's log.
-std::string time_text() {
+std::string line_time() {
     const std::unique_ptr<GDateTime, Releaser<g_date_time_unref>> now(g_date_time_new_now_utc());
     const TextPtr seconds(g_date_time_format(now.get(), "%FT%T"));
     std::string thousandths = std::to_string(1000 + g_date_time_get_microsecond(now.get()) / 1000);
@@ -80,7 +80,7 @@ struct Watched {
     std::map<std::string, std::string> parts; // what was said of each last
 };
 
-std::string part_text(const Part &part) {
+std::string part_said(const Part &part) {
     return std::string(word_of(part.condition).word) + (part.reason.empty() ? "" : " (" + part.reason + ")");
 }
 
@@ -104,7 +104,7 @@ std::vector<std::string> change_texts(Watched &watched, const Change &change) {
                             .file = {},
                             .condition = word == nullptr ? Condition::kAnswers : word->condition,
                             .reason = row.at(3)};
-            if (std::string now = part_text(part); std::exchange(watched.parts[part.name], now) != now) {
+            if (std::string now = part_said(part); std::exchange(watched.parts[part.name], now) != now) {
                 lines.push_back(part.name + "  Part  " + now);
             }
         }
@@ -118,7 +118,7 @@ public:
 
     // False: nobody reads any more, or there were as many changes as were asked for.
     [[nodiscard]] bool show(Watched &watched, const Change &change) {
-        const std::string time = time_text();
+        const std::string time = line_time();
         if (json_) {
             const Json json = {{"time", time},
                                {"slot", watched.slot},
@@ -149,7 +149,7 @@ private:
 };
 
 // Throws a Failure when the slot's service cannot be asked.
-[[nodiscard]] bool begin(const Context &context, Watched &watched, Lines &lines) {
+[[nodiscard]] bool begin_watch(const Context &context, Watched &watched, Lines &lines) {
     Context own = context;
     own.slot = watched.slot;
     auto service = std::make_unique<Service>(own);
@@ -161,7 +161,7 @@ private:
         return false;
     }
     for (const Part &part : snapshot.parts) {
-        watched.parts[part.name] = part_text(part);
+        watched.parts[part.name] = part_said(part);
     }
     return lines.greet(watched, {.object = "Board", .property = "Role", .value = snapshot.board.role});
 }
@@ -172,7 +172,7 @@ bool may_run(const Context &context, unsigned slot) {
 }
 
 // Services that have ended, and those that have come. False: to end.
-bool look(Context &context, std::vector<std::unique_ptr<Watched>> &all, Lines &lines) {
+bool look_round(Context &context, std::vector<std::unique_ptr<Watched>> &all, Lines &lines) {
     context.serving = serving_in(context.run_dir);
     for (const auto &one : all) {
         if (one->service && !one->service->answers()) {
@@ -183,7 +183,7 @@ bool look(Context &context, std::vector<std::unique_ptr<Watched>> &all, Lines &l
             }
         }
         try {
-            if (!one->service && may_run(context, one->slot) && !begin(context, *one, lines)) {
+            if (!one->service && may_run(context, one->slot) && !begin_watch(context, *one, lines)) {
                 return false;
             }
         } catch (const Failure &) { // it begins, or ends; the next look sees
@@ -218,7 +218,7 @@ int run_watch(const Context &given, const WatchOptions &options) {
     Context context = given;
     Lines lines(context.json, options.count);
     std::vector<std::unique_ptr<Watched>> all = watched_slots(context);
-    if (!look(context, all, lines)) {
+    if (!look_round(context, all, lines)) {
         return kDone;
     }
     for (;;) {
@@ -230,7 +230,7 @@ int run_watch(const Context &given, const WatchOptions &options) {
                 }
             }
         }
-        if (look_time.take() && !look(context, all, lines)) {
+        if (look_time.take() && !look_round(context, all, lines)) {
             return kDone;
         }
         if (interrupted.take() || terminated.take()) {
