@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 
 #include <pthread.h>
 
@@ -302,6 +303,13 @@ int memcpy_s(void *dest, size_t dest_max, const void *src, size_t count) {
 int memset_s(void *dest, size_t dest_max, int c, size_t count) {
     const Call call(__func__, {}, dest_max, c, count);
     return call.fails() ? memory_failed(call, dest, dest_max) : checked_memset_s(dest, dest_max, c, count);
+}
+
+// What the module asks GLib for: this program's own stands before GLib's.
+extern "C" gpointer g_try_malloc0(gsize size) {
+    const Call call(__func__, {}, size);
+    return call.fails() || size == 0 ? nullptr
+                                     : std::calloc(1, size); // NOLINT(cppcoreguidelines-no-malloc): for g_free
 }
 
 // ---- Logs ----------------------------------------------------------------------------------------------------------

@@ -242,19 +242,21 @@ void add_ccdb(SweepEntries *entries) {
         const Bytes request = joined({0, 0, 0x80, 0, 0x2C}, block);
         return [=] { return answer_of(fake::call(ipmi_cmd_set_ccdb, "ASD_CCDB", request)); };
     };
-    SweepEntry entry{.name = "ccdb",
-                     .cases = {disturbed("read", known, read),
-                               {"read, not online", both(known, offline), read},
-                               {"read, not ready", both(known, not_ready), read},
-                               {"read, Value short", both(known, value_set("ASD_CCDB", {1, 2, 3})), read},
-                               disturbed("write", known, write),
-                               disturbed("write of a block that nobody knows", forgotten, write),
-                               {"the same, not ready", both(forgotten, not_ready), write},
-                               {"the same, not online", both(forgotten, offline), write},
-                               disturbed("update", known, update),
-                               {"set as it is", known, set(kPendingBlock)},
-                               {"set with another last byte", known, set(joined(part_of(kPendingBlock, 0, 127), {0}))},
-                               {"set to zeros when nobody knows it", forgotten, set(Bytes(128, 0))}}};
+    SweepEntry entry{
+        .name = "ccdb",
+        .cases = {disturbed("read", known, read),
+                  {"read, not online", both(known, offline), read},
+                  {"read, not ready", both(known, not_ready), read},
+                  {"read, Value short", both(known, value_set("ASD_CCDB", {1, 2, 3})), read},
+                  disturbed("write", known, write),
+                  disturbed("write of a block that nobody knows", forgotten, write),
+                  {"the same, not ready", both(forgotten, not_ready), write},
+                  {"the same, not online", both(forgotten, offline), write},
+                  disturbed("update", known, update),
+                  disturbed("keep", known, without_answer([] { AsdSetGCcdbSetData(kPendingBlock.data()); })),
+                  {"set as it is", known, set(kPendingBlock)},
+                  {"set with another last byte", known, set(joined(part_of(kPendingBlock, 0, 127), {0}))},
+                  {"set to zeros when nobody knows it", forgotten, set(Bytes(128, 0))}}};
     for (int state = 0; state < 18; ++state) { // standby before, standby now, the request
         const auto arrange = [=] {
             fake::world().board.standby = state % 2;
