@@ -285,7 +285,6 @@ void Lookout::look_at_parts(const Rounds::MustEnd &must_end, Changes *changes) {
     const bool probe = is_time(&next_probe_, kProbeEveryMs);
     const bool read_all = is_time(&next_reading_, kReadEveryMs);
     std::vector<PartView> parts;
-    std::vector<const Part *> returned;
     for (const PartConfig &config : platform_.enclosure.parts) {
         if (must_end()) {
             return;
