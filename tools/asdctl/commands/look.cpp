@@ -294,28 +294,62 @@ Json item_json(const Item &item) {
             {"chips", chips}};
 }
 
-// On a narrow screen the number of chips stands for their names.
+Cell value_cell(const Item &item, Format format) {
+    if (item.confidential) {
+        return {"confidential", Tone::kQuiet};
+    }
+    if (!item.online || !item.ready) {
+        return condition_cell(item.condition);
+    }
+    const std::string text = decoded(format, item.value);
+    return text.empty() ? Cell{"never written", Tone::kQuiet} : Cell{text};
+}
+
+constexpr std::size_t kListedValue = 20; // characters; 'show' has all of it
+
+// What fits of an item's value; of one that has none its state says why.
+Cell listed_value(const Item &item) {
+    if (item.condition == Condition::kNeverWritten || !item.online || !item.ready) {
+        return {"-", Tone::kQuiet};
+    }
+    const KnownItem *const known = known_of(item.name);
+    Cell cell = value_cell(item, known == nullptr ? Format::kHex : known->format);
+    if (cell.text.size() > kListedValue) {
+        cell.text = cell.text.substr(0, kListedValue - 3) + "...";
+    }
+    return cell;
+}
+
+// On a narrow screen the number of copies stands for their names, and there is no room for values.
 Table list_table(const std::vector<Item> &items, bool narrow) {
     using Align = Table::Align;
-    Table table({{.title = "NUM", .align = Align::kRight},
-                 {.title = "ITEM"},
-                 {.title = "LENGTH", .align = Align::kRight},
-                 {.title = "STATE"},
-                 {.title = "COPIES", .align = narrow ? Align::kRight : Align::kLeft},
-                 {.title = "HEALTH"},
-                 {.title = "ERROR"}});
+    std::vector<Table::Column> columns = {{.title = "NUM", .align = Align::kRight},
+                                          {.title = "ITEM"},
+                                          {.title = "LENGTH", .align = Align::kRight},
+                                          {.title = "STATE"},
+                                          {.title = "COPIES", .align = narrow ? Align::kRight : Align::kLeft},
+                                          {.title = "HEALTH"},
+                                          {.title = "ERROR"}};
+    if (!narrow) {
+        columns.push_back({.title = "VALUE"});
+    }
+    Table table(columns);
     for (const Item &item : items) {
         const std::string health =
             of_each(item, [](const Chip &chip) { return chip.health == 0 ? "ok" : std::to_string(chip.health); });
         const std::string error = of_each(
             item, [](const Chip &chip) { return chip.error_code == 0 ? "-" : std::to_string(chip.error_code); });
-        table.add({{std::to_string(item.num), Tone::kQuiet},
-                   {item.name},
-                   {std::to_string(item.length)},
-                   condition_cell(item.condition),
-                   {narrow ? std::to_string(item.chips.size()) : chips_text(item)},
-                   {health, health == "ok" ? Tone::kGood : Tone::kBad},
-                   {error, error == "-" ? Tone::kQuiet : Tone::kBad}});
+        std::vector<Cell> row = {{std::to_string(item.num), Tone::kQuiet},
+                                 {item.name},
+                                 {std::to_string(item.length)},
+                                 condition_cell(item.condition),
+                                 {narrow ? std::to_string(item.chips.size()) : chips_text(item)},
+                                 {health, health == "ok" ? Tone::kGood : Tone::kBad},
+                                 {error, error == "-" ? Tone::kQuiet : Tone::kBad}};
+        if (!narrow) {
+            row.push_back(listed_value(item));
+        }
+        table.add(row);
     }
     return table;
 }
@@ -413,17 +447,6 @@ int run_show(const Context &context, const std::string &name) {
 
 // ---- identity ----
 
-Cell value_cell(const Item &item, const KnownItem &known) {
-    if (item.confidential) {
-        return {"confidential", Tone::kQuiet};
-    }
-    if (!item.online || !item.ready) {
-        return condition_cell(item.condition);
-    }
-    const std::string text = decoded(known.format, item.value);
-    return text.empty() ? Cell{"never written", Tone::kQuiet} : Cell{text};
-}
-
 struct IdentityOptions {
     bool all = false;
 };
@@ -439,7 +462,7 @@ int run_identity(const Context &context, const IdentityOptions &options) {
         if (item == snapshot.items.end() || !(options.all || known.identity)) {
             continue;
         }
-        const Cell value = value_cell(*item, known);
+        const Cell value = value_cell(*item, known.format);
         const std::string meaning =
             std::string(known.meaning) + (known.of.empty() ? "" : " of " + std::string(known.of));
         short_table.add({{std::string(known.label), Tone::kStrong}, {item->name, Tone::kQuiet}, value});
@@ -462,16 +485,16 @@ void add_look_commands(CLI::App &app, Command &chosen) {
     });
 
     const auto [list, options] =
-        add_command(app, chosen, "list", "The items with their state and chips", "list --not-ready", run_list);
+        add_command(app, chosen, "list", "The items with their state, copies and values", "list --not-ready", run_list);
     list->add_flag("--not-ready", options->not_ready, "Only items that are online and not ready");
-    list->add_flag("--unhealthy", options->unhealthy, "Only items with a chip whose last access failed");
+    list->add_flag("--unhealthy", options->unhealthy, "Only items with a copy whose last access failed");
 
     const auto [identity, every] =
         add_command(app, chosen, "identity", "Who the enclosure is: labels and values", "identity --all", run_identity);
     identity->add_flag("--all", every->all, "All items that are well known, with their meanings");
 
     const auto [show, name] =
-        add_command(app, chosen, "show", "All about an item, its chips and its value", "show ASD14", run_show);
+        add_command(app, chosen, "show", "All about an item, its copies and its value", "show ASD14", run_show);
     show->add_option("ITEM", *name, "The item's name or label")->required();
 }
 
