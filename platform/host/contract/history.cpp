@@ -172,7 +172,8 @@ int History::append(const std::string &line) {
         return 0;
     }
     const int error = written < 0 ? errno : ENOSPC;
-    (void)::ftruncate(fd.get(), facts.st_size); // as far as it can be: a torn line is left out when it is read
+    // As far as it can be: a torn line is left out when it is read.
+    [[maybe_unused]] const int cut = ::ftruncate(fd.get(), facts.st_size);
     return error;
 }
 
