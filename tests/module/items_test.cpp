@@ -74,7 +74,9 @@ TEST_F(ItemsTest, CheckFlags) {
         names.insert({std::string(known.item), std::string(known.of)});
     }
     for (const Record &record : kRecords) {
-        EXPECT_EQ(asd_shared::known_item(record.item)->length, record.size) << record.item;
+        const asd_shared::KnownItem *const known = asd_shared::known_item(record.item);
+        ASSERT_NE(known, nullptr) << record.item;
+        EXPECT_EQ(known->length, record.size) << record.item;
     }
     names.erase("");
     names.erase("ASD10"); // its flag would be itself

@@ -101,7 +101,7 @@ private:
     void round(const Rounds::MustEnd &must_end);
     void look_at_parts(const Rounds::MustEnd &must_end, Changes *changes);
     [[nodiscard]] std::vector<OBJ_HANDLE> items_to_read();
-    void read_copies(OBJ_HANDLE item, Changes *changes);
+    void read_copies(OBJ_HANDLE handle, Changes *changes);
     void tell_summary(Changes *changes);
 
     Host &platform_;

@@ -78,9 +78,8 @@ void learn_item(const std::string &item, const std::string &label, const std::st
 
 std::vector<const KnownItem *> known_of_all() {
     std::vector<const KnownItem *> all;
-    for (const KnownItem &known : kKnownItems) {
-        all.push_back(known_of(known.item));
-    }
+    std::ranges::transform(kKnownItems, std::back_inserter(all),
+                           [](const KnownItem &known) { return known_of(known.item); });
     for (const Learnt &learnt : learnt_items()) {
         if (known_item(learnt.item) == nullptr) {
             all.push_back(&learnt.known);

@@ -126,7 +126,7 @@ std::string number_text(double value) {
 
 std::string rect(std::string_view style, double x, double y, double width) {
     return "<rect class=\"" + std::string(style) + "\" x=\"" + number_text(x) + "\" y=\"" + number_text(y) +
-           "\" width=\"" + number_text(width) + "\" height=\"" + number_text(kLine) + "\" rx=\"3\"/>";
+           "\" width=\"" + number_text(width) + "\" height=\"" + number_text(kLine) + R"(" rx="3"/>)";
 }
 
 std::string text_at(std::string_view style, double x, double y, const std::string &text) {
@@ -196,11 +196,11 @@ Drawing drawing_of(const LoadedPart &part, const std::vector<Finding> &findings,
         }
         const std::string id = "r" + std::to_string(number) + "-" + std::to_string(count++);
         below += record_drawing(piece, grid, unit, id);
-        drawing.tips += "<p class=\"tip\" id=\"" + id + "\"><span>" + escaped(tip_of(piece)) +
+        drawing.tips += R"(<p class="tip" id=")" + id + "\"><span>" + escaped(tip_of(piece)) +
                         "</span><a href=\"#-\">close</a></p>\n";
     }
     drawing.svg = "<svg viewBox=\"0 0 " + number_text(kMargin + whole + 2) + " " + number_text(y) +
-                  "\" role=\"group\" aria-label=\"what lies where on " + escaped(part.plan.name) + "\">\n" + below +
+                  R"(" role="group" aria-label="what lies where on )" + escaped(part.plan.name) + "\">\n" + below +
                   "</svg>\n";
     return drawing;
 }
@@ -389,7 +389,7 @@ std::string items_section(const std::vector<ItemCopies> &all, const std::vector<
                     word = facts_of(piece.state).meaning;
                 }
             }
-            copies += "<span class=\"copy\"><i class=\"" + std::string(state) + "\"></i>" +
+            copies += R"(<span class="copy"><i class=")" + std::string(state) + "\"></i>" +
                       escaped(copy.part->plan.name + ": " + word) + "</span>";
         }
         const std::string meaning = meaning_of(item.item);

@@ -53,9 +53,7 @@ struct Said {
 
 Said said_by(std::vector<std::string> words) {
     std::vector<char *> argv;
-    for (std::string &word : words) {
-        argv.push_back(word.data());
-    }
+    std::ranges::transform(words, std::back_inserter(argv), [](std::string &word) { return word.data(); });
     argv.push_back(nullptr);
     char *out = nullptr;
     char *errors = nullptr;
@@ -91,7 +89,7 @@ Bytes without_keys(const LoadedPart &part, const EnclosurePlan &enclosure) {
         if (place.end() > bytes.size()) {
             continue;
         }
-        const auto to = bytes.begin() + place.offset;
+        const auto to = bytes.begin() + static_cast<std::ptrdiff_t>(place.offset);
         const auto item = std::ranges::find(enclosure.items, place.item, &ItemPlan::name);
         if (!item->confidential) {
             std::ranges::copy(part.record(place), to);

@@ -127,9 +127,9 @@ public:
                                {"value", change.value}};
             return print_to_reader(json.dump() + "\n") && ++seen_ != limit_;
         }
+        const std::string front = time + "  slot " + std::to_string(watched.slot) + "  ";
         for (const std::string &text : change_texts(watched, change)) {
-            if (!print_to_reader(time + "  slot " + std::to_string(watched.slot) + "  " + text + "\n") ||
-                ++seen_ == limit_) {
+            if (!print_to_reader(std::string(front).append(text).append("\n")) || ++seen_ == limit_) {
                 return false;
             }
         }
