@@ -51,7 +51,7 @@ def mc_info(bus):
 class Requests(unittest.TestCase):
     def test_codes_data_and_privilege_by_channel(self):
         brand, io_card = b"Example".ljust(32), GET_BRAND[:4] + b"\x25"  # which is for administrators
-        user, admin = session(("i", 3)), session(("i", 4))
+        operator, user, admin = session(("i", 3)), session(("i", 2)), session(("i", 4))
         with BusDaemon("system") as bus, Bridge(bus, CHANNEL + "eth0") as early, Service(*FAST) as service:
             service.start_as("master")
             service.wait_for_log("served on the system bus as " + HOST)
@@ -68,9 +68,12 @@ class Requests(unittest.TestCase):
                         ("options of the IPMB", ipmb, 6, 1, b"", {"rqSA": ("i", 32), "hostId": ("i", 0)}, 0, MC_INFO),
                         ("longest request", kcs, 6, 1, bytes(255), {}, 0xC7, b""),
                         ("too long for any", kcs, 0x32, 0x16, bytes(256), {}, 0xC8, b""),
-                        ("no channel, so the board's own", plain, 0x32, 0xBB, io_card, user, 0, b"\xff" * 8),
-                        ("operator", early, 0x32, 0xBB, io_card, user, 0xD4, b""),
-                        ("operator on a channel that came later", late, 0x32, 0xBB, io_card, user, 0xD4, b""),
+                        ("no channel, so the board's own", plain, 0x32, 0xBB, io_card, operator, 0, b"\xff" * 8),
+                        ("operator", early, 0x32, 0xBB, io_card, operator, 0xD4, b""),
+                        ("operator on a channel that came later", late, 0x32, 0xBB, io_card, operator, 0xD4, b""),
+                        ("a row that asks for nothing", early, 0x32, 0x17, GET_BRAND + brand, operator, 0xD4, b""),
+                        ("nor is it read", early, 0x32, 0x16, GET_BRAND, user, 0xD4, b""),
+                        ("what is no command of the module's", early, 6, 1, b"", user, 0, MC_INFO),
                         ("administrator", late, 0x32, 0xBB, io_card, {**admin, "x": ("u", 1)}, 0, b"\xff" * 8),
                         ("no privilege", late, 6, 1, b"", {}, 0xFF, b""),
                         ("options of a wrong type elsewhere", kcs, 6, 1, b"", session(("u", 4)), 0, MC_INFO)):
@@ -88,9 +91,13 @@ class SlowChips(unittest.TestCase):
             for part in service.enclosure["Parts"]:
                 if part["Name"].startswith("backplane"):  # 40 ms a byte
                     part.update(PageSize=1, WriteCycleUs=80_000)
+            service.enclosure["SessionPrivilege"] = 2
             service.use_changed_enclosure()
             service.start_as("master")
             service.wait_for_log("served on the system bus as " + HOST)
+            with Bridge(bus, CHANNEL + "eth0") as network:  # the floor is lowered, and the row asks for nothing
+                levels = [network.ask(0x32, 0x16, GET_BRAND, session(("i", level))).code for level in (1, 2)]
+            self.assertEqual(levels, [0xD4, 0xCE])  # never written
             copies = [service.chip(f"ASD_NODE_VIEW{which}") for which in "ab"]
             slow = bridge.send(0x32, 0xBC, self.NODES + b"1" * 64)
             wait_for(lambda: copies[0].has_begun_with(b"1"), "the write to begin")

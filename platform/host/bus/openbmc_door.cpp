@@ -30,8 +30,9 @@ NodeInfoPtr description() {
 
 } // namespace
 
-OpenbmcDoor::OpenbmcDoor(Bus bus, const IpmiRegistry &registry, std::shared_ptr<LoopQueue> queue)
-    : registry_(registry), queue_(std::move(queue)), description_(description()),
+OpenbmcDoor::OpenbmcDoor(Bus bus, const IpmiRegistry &registry, std::uint8_t session_floor,
+                         std::shared_ptr<LoopQueue> queue)
+    : registry_(registry), session_floor_(session_floor), queue_(std::move(queue)), description_(description()),
       member_({.bus = bus,
                .name = kName,
                .duty = "requests of OpenBMC's IPMI bridges",
@@ -169,6 +170,10 @@ void OpenbmcDoor::execute(const char *sender, InvocationPtr invocation) {
         return;
     }
     request.privilege = *privilege;
+    if (is_below_floor(pending.channel, request, session_floor_)) {
+        answer_request(std::move(pending), {kInsufficientPrivilege});
+        return;
+    }
     if (request.data.size() > kRequestLimit) {
         answer_request(std::move(pending), {kRequestLengthExceeded});
         return;

@@ -29,8 +29,8 @@ public:
     static constexpr unsigned kAnswerMs = 4000; // some bridges and host drivers give up after five seconds
     static constexpr std::size_t kThreads = 8;  // requests that run at once; as many as CallPool allows wait
 
-    // The registry outlives the requests; the queue brings answers back.
-    OpenbmcDoor(Bus bus, const IpmiRegistry &registry, std::shared_ptr<LoopQueue> queue);
+    // The registry outlives the requests; the queue brings answers back. session_floor: is_below_floor.
+    OpenbmcDoor(Bus bus, const IpmiRegistry &registry, std::uint8_t session_floor, std::shared_ptr<LoopQueue> queue);
 
     // Begins to look for the bus; without it the door stays closed until there is one. False: no thread is left;
     // *mistake says so.
@@ -73,6 +73,7 @@ private:
     static gboolean on_late(gpointer pending);
 
     const IpmiRegistry &registry_;
+    const std::uint8_t session_floor_;
     std::shared_ptr<LoopQueue> queue_;
     CallPool pool_{kThreads};
     NodeInfoPtr description_;

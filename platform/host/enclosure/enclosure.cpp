@@ -487,6 +487,8 @@ Enclosure read_enclosure(const JsonNode &root, JsonMistakes &mistakes) {
     enclosure.role = std::array{Role::kAuto, Role::kMaster, Role::kSlave}[section.choice("Role", kRoles, 0)];
     enclosure.ipmi_privilege =
         to(section.number("IpmiPrivilege", {.least = 1, .most = 4, .why = ""}, kOptional), enclosure.ipmi_privilege);
+    enclosure.session_privilege = to(section.number("SessionPrivilege", {.least = 1, .most = 4, .why = ""}, kOptional),
+                                     enclosure.session_privilege);
     enclosure.board = read_board(section.any("Board"), mistakes);
     enclosure.device = read_device(section.any("Device"), mistakes);
     for (const JsonNode &node : section.array("GpioLines", kOptional)) {

@@ -91,6 +91,7 @@ struct Enclosure {
     BoardFacts board;
     DeviceIdentity device;
     std::uint8_t ipmi_privilege = 4;        // of the local IPMI socket: 1 callback to 4 administrator
+    std::uint8_t session_privilege = 4;     // least for the module's commands over network sessions
     std::vector<GpioLineConfig> gpio_lines; // lines that are not among them are emulated
     std::vector<PartConfig> parts;
     std::vector<ChipConfig> chips;

@@ -8,6 +8,7 @@ namespace {
 
 constexpr gint32 kLowestPrivilege = 1;
 constexpr gint32 kHighestPrivilege = 5;
+constexpr std::uint8_t kModuleNetfn = 0x32;
 
 } // namespace
 
@@ -36,6 +37,10 @@ std::optional<std::uint8_t> requester_privilege(Channel channel, GVariant *optio
         return std::nullopt;
     }
     return static_cast<std::uint8_t>(privilege);
+}
+
+bool is_below_floor(Channel channel, const IpmiRequest &request, std::uint8_t floor) {
+    return channel == Channel::kSession && request.netfn == kModuleNetfn && request.privilege < floor;
 }
 
 std::uint8_t code_for(Channel channel, std::uint8_t code, bool command_exists) {
