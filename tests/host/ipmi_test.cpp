@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // Which request reaches which handler, what is answered when none does, and whose privilege a bridge's request has.
 
+#include "fru_image.h"
 #include "gio_holders.h"
 #include "host_test.h"
 #include "openbmc_rules.h"
@@ -146,6 +147,25 @@ TEST(OpenbmcRules, ASessionSaysItsPrivilegeInFull) {
         EXPECT_EQ(requester_privilege(Channel::kSystem, options.get()), 4);
         EXPECT_EQ(requester_privilege(Channel::kIpmb, options.get()), 4);
     }
+}
+
+// A text of one character would be taken for the end of the fields; Latin 1 has no katakana.
+TEST(FruImage, AreasAreWholeUnitsWhoseBytesSumToNothing) {
+    const std::array<std::optional<FruArea>, 3> areas = {FruArea{.head = {23}, .fields = {"", "AB"}}, std::nullopt,
+                                                         FruArea{.head = {25}, .fields = {"x", "M\u00fcller \u30ab"}}};
+    // clang-format off
+    const Bytes expected = {
+        0x01, 0x00, 0x01, 0x00, 0x03, 0x00, 0x00, 0xFB,
+        0x01, 0x02, 0x17, 0xC0, 0xC2, 0x41, 0x42, 0xC1, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x20,
+        0x01, 0x03, 0x19, 0xC2, 0x78, 0x20, 0xC8, 0x4D, 0xFC, 0x6C, 0x6C, 0x65, 0x72, 0x20, 0x3F, 0xC1, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xA9,
+    };
+    // clang-format on
+    EXPECT_EQ(fru_image(areas), expected);
+    const FruArea longest{.head = {25, 0, 0, 0}, .fields = std::vector<std::string>(23, std::string(80, 'a'))};
+    const Bytes image = fru_image(std::array<std::optional<FruArea>, 3>{std::nullopt, longest, std::nullopt});
+    ASSERT_EQ(image.size(), 8U + 1480);
+    EXPECT_EQ(image[9], 1480 / 8);
+    EXPECT_TRUE(image[8 + 6] == 0xFF && image[8 + 6 + 64] == 0xFF && image[8 + 6 + 23 * 64] == 0xC1);
 }
 
 } // namespace

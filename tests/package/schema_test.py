@@ -20,6 +20,7 @@ MISTAKES = [
     (["Role"], "chief"), (["IpmiPrivilege"], 5), (["Nmae"], "x"), (["Name"], None), (["Parts"], {}),
     (["Board", "Expansion"], True), (["Parts", 0, "PageSize"], 8192), (["Parts", 0, "File"], None), (["Chips", 0, "Offset"], "forty"),
     (["GpioLines"], [{"Line": 55, "Offset": 1}]), (["Items", 0, "Length"], 8193), (["Items", 0, "Value"], "zero"),
+    (["SessionPrivilege"], 5), (["Inventory", "Board", "Color"], "red"), (["Inventory", "Product", "AssetTag"], {"Offset": 1}),
 ]  # fmt: skip
 
 

@@ -15,7 +15,7 @@ HOST = "xyz.openbmc_project.Ipmi.Host"
 OBJECT = (HOST, "/xyz/openbmc_project/Ipmi", "xyz.openbmc_project.Ipmi.Server")
 CHANNEL = "xyz.openbmc_project.Ipmi.Channel."
 GET_BRAND = bytes((0, 0, 0x80, 0, 0x14))
-MC_INFO = bytes.fromhex("200100010200000000010000000000")
+MC_INFO = bytes.fromhex("20010001020a000000010000000000")
 
 Response = collections.namedtuple("Response", "netfn lun cmd code data")
 

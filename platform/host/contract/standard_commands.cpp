@@ -14,6 +14,8 @@ namespace {
 constexpr std::uint8_t kNetfnApp = 0x06;
 constexpr std::uint8_t kGetDeviceId = 0x01;
 constexpr std::uint8_t kIpmiVersion = 0x02; // 2.0: BCD, the digits swapped
+constexpr unsigned kSdrRepository = 0x02;   // the optional devices of table 20-2
+constexpr unsigned kFruInventoryDevice = 0x08;
 
 std::uint8_t byte_of(std::uint32_t value, unsigned index) {
     return static_cast<std::uint8_t>(value >> (8U * index) & 0xFFU);
@@ -31,7 +33,7 @@ gint32 answer_device_id(const IPMI_MSG_S *message, gconstpointer /*user_data*/) 
         static_cast<std::uint8_t>(device.firmware_major & 0x7FU),  // in normal operation
         device.firmware_minor,
         kIpmiVersion,
-        0, // none of the optional devices of table 20-2
+        static_cast<std::uint8_t>(host()->enclosure.inventory ? kFruInventoryDevice | kSdrRepository : 0),
         byte_of(device.manufacturer_id, 0),
         byte_of(device.manufacturer_id, 1),
         byte_of(device.manufacturer_id, 2),

@@ -503,6 +503,7 @@ Enclosure read_enclosure(const JsonNode &root, JsonMistakes &mistakes) {
     for (const JsonNode &node : section.array("Items", kRequired)) {
         enclosure.items.push_back(read_item(node, mistakes, written.items));
     }
+    enclosure.inventory = read_inventory(section.any("Inventory"), enclosure.items, mistakes);
     section.finish();
     check_gpio_lines(enclosure, written, mistakes);
     check_names(enclosure, written, mistakes);

@@ -5,6 +5,7 @@
 // What an enclosure file says: the board, its EEPROM parts, the chips (records on a part) and the items (records'
 // owners).
 
+#include "inventory_config.h"
 #include "options.h"
 
 #include <array>
@@ -96,6 +97,7 @@ struct Enclosure {
     std::vector<PartConfig> parts;
     std::vector<ChipConfig> chips;
     std::vector<ItemConfig> items;
+    std::optional<InventoryConfig> inventory; // none: no standard inventory is served
 };
 
 // An enclosure, or every mistake in its file as one line each: "FILE:LINE: /place: what is wrong; what would be right".

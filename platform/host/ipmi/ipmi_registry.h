@@ -23,11 +23,14 @@ inline constexpr std::uint8_t kAdministrator = 4;   // privilege level: 1 callba
 // Completion codes of the stack itself (IPMI 2.0, table 5-2).
 enum CompletionCode : std::uint8_t {
     kCompleted = 0x00,
+    kWriteProtected = 0x80, // of Write FRU Data
     kNodeBusy = 0xC0,
     kInvalidCommand = 0xC1,
     kTimeout = 0xC3,
+    kReservationLost = 0xC5,
     kRequestLengthInvalid = 0xC7,
     kRequestLengthExceeded = 0xC8,
+    kOutOfRange = 0xC9,
     kDataAbsent = 0xCB,
     kInvalidField = 0xCC,
     kInsufficientPrivilege = 0xD4,

@@ -7,6 +7,7 @@
 #include "doubts.h"
 #include "dummy_door.h"
 #include "host.h"
+#include "inventory.h"
 #include "ipmi_registry.h"
 #include "json_document.h"
 #include "late_load.h"
@@ -266,7 +267,12 @@ gint32 static_register_module(const gchar *module_name) {
     if (!mistakes.empty()) {
         asd_host::refuse(mistakes, "the service has not been started");
     }
-    return asd_host::ipmi_registry().add(asd_host::standard_commands()) ? 0 : asd_host::kBadArgument;
+    for (const auto rows : {asd_host::standard_commands(), asd_host::inventory_commands()}) {
+        if (!asd_host::ipmi_registry().add(rows)) {
+            return asd_host::kBadArgument;
+        }
+    }
+    return 0;
 }
 
 // Loads what a module brings along in shared objects on other platforms; here it is linked in.
