@@ -37,7 +37,7 @@ dbus-daemon --config-file=/usr/share/dbus-1/system.conf --nofork --nopidfile &
 deadline test -S /run/dbus/system_bus_socket
 dpkg --no-triggers -i /packages/asd.deb
 for user in asd nobody root; do
-    for name in org.asd.Storage1.Slot3 xyz.openbmc_project.Ipmi.Host; do
+    for name in org.asd.Storage1.Slot3 xyz.openbmc_project.Ipmi.Host xyz.openbmc_project.Inventory.Enclosure; do
         echo "own $user $name: $(as $user bash -c "bus call org.freedesktop.DBus / org.freedesktop.DBus RequestName su $name 4")"
     done
 done
@@ -147,7 +147,7 @@ class Installed(unittest.TestCase):
     def test_bus(self):
         said = self.said
         lines = [line for line in said.splitlines() if line.startswith(("own ", "call ", "ended "))]
-        names = ("org.asd.Storage1.Slot3", "xyz.openbmc_project.Ipmi.Host")
+        names = ("org.asd.Storage1.Slot3", "xyz.openbmc_project.Ipmi.Host", "xyz.openbmc_project.Inventory.Enclosure")
         for user, answer in (("asd", "u 1"), ("nobody", "Access denied"), ("root", "Access denied")):
             for name in names:
                 self.assertRegex(lines.pop(0), f"^own {user} {name}: .*{answer}", said)

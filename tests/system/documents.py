@@ -157,7 +157,7 @@ def world(running):
         if running:
             os.environ["ASD_RUN_DIR"] = str(folder / "run")
             stack.enter_context(BusDaemon("system"))
-            for slot, role, options in ((0, "master", ("--ipmi-host", "system")), (1, "slave", ())):
+            for slot, role, options in ((0, "master", ("--ipmi-host", "system", "--inventory", "system")), (1, "slave", ())):
                 service = stack.enter_context(Service(*options, config=folder / "etc/enclosure.json", slot=slot, folder=folder))
                 service.start_as(role)
                 stack.callback(lambda service=service: service.process.poll() is None and service.end())

@@ -8,6 +8,8 @@
 #include "dbus_door.h"
 #include "dbus_member.h"
 #include "dbus_objects.h"
+#include "inventory_door.h"
+#include "log.h"
 #include "loop_queue.h"
 #include "openbmc_door.h"
 #include "places.h"
@@ -25,13 +27,25 @@
 
 namespace asd_host {
 
+namespace {
+
+bool shows_inventory(const Host &host) {
+    return host.options.inventory != Bus::kNone && host.enclosure.inventory;
+}
+
+} // namespace
+
 // Kept by the service, by its threads and by the object store's observer: none of them can outlive it.
 struct BusShared {
     BusShared(Host &host, const ModuleRegistry &module, const IpmiRegistry &commands)
         : platform(host), objects(host), calls(objects, module, queue), clients(objects, calls) {
         calls.faults_changed = [this] { clients.changed(kBoardObject, {"Faults"}); };
         if (host.options.ipmi_host != Bus::kNone) {
-            ipmi = std::make_unique<OpenbmcDoor>(host.options.ipmi_host, commands, host.enclosure.session_privilege, queue);
+            ipmi = std::make_unique<OpenbmcDoor>(host.options.ipmi_host, commands, host.enclosure.session_privilege,
+                                                 queue);
+        }
+        if (shows_inventory(host)) {
+            inventory = std::make_unique<InventoryDoor>(host.options.inventory, host);
         }
     }
 
@@ -45,7 +59,8 @@ struct BusShared {
     BusObjects objects;
     BusCalls calls;
     BusClients clients;
-    std::unique_ptr<OpenbmcDoor> ipmi; // null: not asked for; its stop is any thread's
+    std::unique_ptr<OpenbmcDoor> ipmi;        // null: not asked for; its stop is any thread's
+    std::unique_ptr<InventoryDoor> inventory; // null: not asked for
     LoopPtr loop;
     std::string role = role_name(platform.board); // as told
 
@@ -93,7 +108,8 @@ struct BusDoors {
     }
     [[nodiscard]] bool gone() const {
         return shared.clients.count() == 0 && socket.gone() && member.gone() &&
-               (shared.ipmi == nullptr || shared.ipmi->gone());
+               (shared.ipmi == nullptr || shared.ipmi->gone()) &&
+               (shared.inventory == nullptr || shared.inventory->gone());
     }
 };
 
@@ -115,6 +131,9 @@ bool open_doors(BusDoors &doors, std::string *mistake) {
             return false;
         }
     }
+    if (doors.shared.inventory != nullptr) {
+        doors.shared.inventory->start();
+    }
     return doors.shared.ipmi == nullptr || doors.shared.ipmi->start(mistake);
 }
 
@@ -132,6 +151,9 @@ gboolean cut_off(gpointer doors) {
     if (open->shared.ipmi != nullptr) {
         open->shared.ipmi->cut_off();
     }
+    if (open->shared.inventory != nullptr) {
+        open->shared.inventory->cut_off();
+    }
     return G_SOURCE_CONTINUE;
 }
 
@@ -143,6 +165,9 @@ void close_doors(BusDoors &doors) {
     doors.shared.clients.close_all();
     if (doors.shared.ipmi != nullptr) {
         doors.shared.ipmi->leave();
+    }
+    if (doors.shared.inventory != nullptr) {
+        doors.shared.inventory->leave();
     }
     const SourcePtr limit = attached(g_timeout_source_new(kCloseLimitMs), cut_off, &doors);
     while (!doors.gone()) {
@@ -199,6 +224,9 @@ void BusShared::announce_changes() {
     }
     for (const auto &[object, properties] : seen) {
         clients.changed(object, properties);
+        if (inventory != nullptr) {
+            inventory->changed(object);
+        }
     }
 }
 
@@ -218,7 +246,10 @@ static void observe(Host &platform, const ObjectStore::Observer &observer) {
 std::unique_ptr<DbusService> DbusService::open(Host &platform, const ModuleRegistry &module,
                                                const IpmiRegistry &commands, std::string *mistake) {
     std::unique_ptr<DbusService> service(new DbusService);
-    if (platform.options.bus == Bus::kNone && platform.options.ipmi_host == Bus::kNone) {
+    if (platform.options.inventory != Bus::kNone && !platform.enclosure.inventory) {
+        HOST_LOG(kLogError, "the enclosure file has no Inventory section, so --inventory shows nothing");
+    }
+    if (platform.options.bus == Bus::kNone && platform.options.ipmi_host == Bus::kNone && !shows_inventory(platform)) {
         return service;
     }
     auto shared = std::make_shared<BusShared>(platform, module, commands);

@@ -22,8 +22,8 @@ struct BusShared; // what the service's threads share
 class DbusService {
 public:
     // Serves the platform's objects and the module's methods where options.bus says, and the IPMI commands to OpenBMC's
-    // bridges where options.ipmi_host says. The registries outlive the process' calls. Null: *mistake says why, in a
-    // sentence; with Bus::kNone for both a service that does nothing.
+    // bridges where options.ipmi_host says, and the inventory where options.inventory says. The registries outlive the
+    // process' calls. Null: *mistake says why, in a sentence; with Bus::kNone for all a service that does nothing.
     [[nodiscard]] static std::unique_ptr<DbusService> open(Host &platform, const ModuleRegistry &module,
                                                            const IpmiRegistry &commands, std::string *mistake);
     ~DbusService();

@@ -88,6 +88,7 @@ struct Given {
     std::string role; // empty: not given
     std::string bus = "private";
     std::string ipmi_host = "none";
+    std::string inventory = "none";
     bool check_config = false;
     bool strict = false;
 };
@@ -117,6 +118,9 @@ void add_options(CLI::App &app, Given &given) {
         CLI::IsMember({"private", "session", "system", "none"}));
     add("--ipmi-host", given.ipmi_host, "BUS",
         "Serve OpenBMC's IPMI bridges as xyz.openbmc_project.Ipmi.Host on a bus: session, system or none (none)",
+        CLI::IsMember({"session", "system", "none"}));
+    add("--inventory", given.inventory, "BUS",
+        "Show the inventory as xyz.openbmc_project.Inventory objects on a bus: session, system or none (none)",
         CLI::IsMember({"session", "system", "none"}));
     CLI::Option *const check = app.add_flag("--check-config", given.check_config,
                                             "Check the enclosure file, warn of what is doubtful, and end");
@@ -169,6 +173,7 @@ ParsedOptions parse_options(const std::vector<std::string> &arguments) {
     options.role = named(kRoles, given.role);
     options.bus = named(kBuses, given.bus).value_or(options.bus);
     options.ipmi_host = named(kBuses, given.ipmi_host).value_or(options.ipmi_host);
+    options.inventory = named(kBuses, given.inventory).value_or(options.inventory);
     options.check_config = given.check_config;
     options.strict = given.strict;
     if (const std::string mistake = mistake_in(options); !mistake.empty()) {
