@@ -28,12 +28,21 @@ namespace asd_host {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-struct StreamShared {
-    struct Client {
-        bool idle = false; // between requests
-        steady_clock::time_point since{};
-    };
+// What others know of a client: written by its own thread, without a lock, because that happens twice a request.
+struct StreamPlace {
+    static constexpr steady_clock::rep kBusy = steady_clock::duration::min().count();
+    // Between two requests: since when. Set before the look at `stopping`, which the server sets before it looks here.
+    std::atomic<steady_clock::rep> idle_since{kBusy};
+    std::atomic<bool> answered{false}; // it has had an answer before
 
+    void become_idle() { idle_since = steady_clock::now().time_since_epoch().count(); }
+    [[nodiscard]] bool idle_at(steady_clock::time_point when) const {
+        const steady_clock::rep since = idle_since;
+        return since != kBusy && since <= when.time_since_epoch().count();
+    }
+};
+
+struct StreamShared {
     Fd listener;
     Fd stop_event; // readable from the moment the server stops
     std::string path;
@@ -44,17 +53,19 @@ struct StreamShared {
     Seldom says_stranger;
     std::atomic<std::uint64_t> rounds{0}; // the acceptor's; relaxed: guards nothing
 
+    std::atomic<bool> stopping{false}; // set with the mutex held
+    std::atomic<std::size_t> served{0};
+    std::atomic<bool> said_busy{false}; // said again only after half of the places have been free
+
     std::mutex mutex; // guards the fields below
     std::condition_variable client_gone;
-    std::map<int, Client> clients; // by open descriptor: closed only while they are taken out
-    std::size_t served = 0;
-    bool stopping = false;
-    bool said_full = false; // said again only after half of the places have been free
-    bool said_busy = false; // the same
+    std::map<int, StreamPlace> clients; // by open descriptor: closed only while they are taken out
+    bool accepting = true;
+    bool said_full = false; // as said_busy
 
-    void set_idle(int fd, bool idle) {
+    [[nodiscard]] StreamPlace &place_of(int fd) {
         const std::lock_guard lock(mutex);
-        clients[fd] = {.idle = idle, .since = steady_clock::now()};
+        return clients.try_emplace(fd).first->second;
     }
     void end_connections() {
         const std::lock_guard lock(mutex);
@@ -67,6 +78,7 @@ struct StreamShared {
         return client_gone.wait_for(lock, limit, [this] { return clients.empty(); });
     }
     void end_longest_idle();
+    void end_idle();
 };
 
 namespace {
@@ -80,7 +92,7 @@ constexpr milliseconds kForever{-1};
 constexpr milliseconds kRound{1000};       // of the acceptor, when nobody comes
 constexpr milliseconds kRoundBound{20000}; // the machine may be busy
 constexpr milliseconds kEndingLimit{500};  // of a client in the middle of a request when the service ends
-constexpr milliseconds kLeaveLimit{250};   // of one that has just been answered, to take its leave
+constexpr milliseconds kLeaveLimit{250};   // of one that has been answered, to take its leave
 
 std::string error_text(int error) {
     return std::generic_category().message(error);
@@ -119,7 +131,7 @@ void run_client(const std::shared_ptr<StreamShared> &shared, const std::shared_p
 // A client that has been accepted gets its thread, even if that takes a while: it waits for answers for ever. Only the
 // end of the service ends its wait.
 void start_client(const std::shared_ptr<StreamShared> &shared, Fd client) {
-    shared->set_idle(client.get(), true);
+    shared->place_of(client.get()).become_idle();
     const auto connection = std::make_shared<Fd>(std::move(client));
     for (;;) {
         try {
@@ -223,6 +235,7 @@ void accept_clients(const std::shared_ptr<StreamShared> &shared) {
     // Who has connected just before the end may have sent a request.
     for (std::size_t left = StreamServer::kClients; left > 0 && accept_client(shared) == 0; --left) {
     }
+    shared->end_idle();
 }
 
 // Nobody can connect before listen(), so that the mode holds for the first client too. 0 or an errno value.
@@ -251,31 +264,50 @@ bool Seldom::due() {
 void StreamShared::end_longest_idle() {
     const auto latest = steady_clock::now() - kIdleGrace;
     auto longest = clients.end();
+    steady_clock::rep since = 0;
     for (auto client = clients.begin(); client != clients.end(); ++client) {
         std::uint8_t first = 0;
-        if (client->second.idle && client->second.since <= latest &&
-            (longest == clients.end() || client->second.since < longest->second.since) &&
+        const steady_clock::rep its = client->second.idle_since;
+        if (client->second.idle_at(latest) && (longest == clients.end() || its < since) &&
             recv(client->first, &first, 1, MSG_PEEK | MSG_DONTWAIT) < 0) {
             longest = client;
+            since = its;
         }
     }
-    if (longest != clients.end()) {
-        longest->second.idle = false; // it is on its way out
+    // From here on it is on its way out, unless a request has come in the meantime.
+    if (longest != clients.end() && longest->second.idle_since.compare_exchange_strong(since, StreamPlace::kBusy)) {
         (void)shutdown(longest->first, SHUT_RD);
     }
 }
+
+// The server stops: wakes those that wait for a request. Whoever begins to wait from now on sees that for himself.
+void StreamShared::end_idle() {
+    const auto now = steady_clock::now();
+    std::unique_lock lock(mutex);
+    const auto end_those = [&](bool answered) {
+        for (const auto &[fd, place] : clients) {
+            if (place.answered == answered && place.idle_at(now)) {
+                (void)shutdown(fd, SHUT_RD);
+            }
+        }
+    };
+    accepting = false;
+    client_gone.notify_all();
+    end_those(false);
+    (void)client_gone.wait_for(lock, kLeaveLimit, [this] { return clients.empty(); });
+    end_those(true);
+}
+
+StreamClient::StreamClient(StreamShared &shared, int fd) : shared_(shared), place_(shared.place_of(fd)), fd_(fd) {}
 
 StreamClient::~StreamClient() {
     leave_place();
 }
 
 void StreamClient::leave_place() {
-    if (!std::exchange(admitted_, false)) {
-        return;
+    if (std::exchange(admitted_, false) && --shared_.served <= StreamServer::kServedClients / 2 && shared_.said_busy) {
+        shared_.said_busy = false;
     }
-    const std::lock_guard lock(shared_.mutex);
-    --shared_.served;
-    shared_.said_busy = shared_.said_busy && shared_.served > StreamServer::kServedClients / 2;
 }
 
 // Waits for input; once the server stops, only ending_limit longer.
@@ -292,44 +324,67 @@ bool StreamClient::await_input(milliseconds limit, milliseconds ending_limit) {
     return fds[0].revents != 0;
 }
 
+// Takes what has arrived, in one call, behind what has been used up. As recv returns.
+ssize_t StreamClient::receive(int flags) {
+    ssize_t count = 0;
+    do {
+        count = recv(fd_, buffer_.data(), buffer_.size(), flags);
+    } while (count < 0 && errno == EINTR);
+    arrived_ = std::span(buffer_).first(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    return count;
+}
+
+// Waits for the first bytes of a request in recv itself. Who stops the server ends that wait; once it is stopping, the
+// client looks after itself.
+bool StreamClient::await_arrival(bool answered) {
+    place_.answered = answered;
+    place_.become_idle();
+    int flags = 0;
+    if (shared_.stopping) {
+        flags = MSG_DONTWAIT;
+        if (!await_input(kForever, answered ? kLeaveLimit : milliseconds(0))) {
+            // What arrives from now on is refused, what has arrived just before is still answered.
+            (void)shutdown(fd_, SHUT_RD);
+        }
+    }
+    const ssize_t count = receive(flags);
+    place_.idle_since = StreamPlace::kBusy;
+    return count > 0;
+}
+
 bool StreamClient::await_request() {
     leave_place();
-    if (answered_) {
-        shared_.set_idle(fd_, true); // since it connected, the first time
-    }
-    if (!await_input(kForever, answered_ ? kLeaveLimit : milliseconds(0))) {
-        // The service ends. What arrives from now on is refused, what has arrived just before is still answered.
-        (void)shutdown(fd_, SHUT_RD);
-    }
-    answered_ = false;
-    if (ends_ && steady_clock::now() > *ends_) {
-        return false; // it has sent requests faster than they can be answered
-    }
-    std::uint8_t first = 0;
-    if (recv(fd_, &first, 1, MSG_PEEK | MSG_DONTWAIT) != 1) {
+    const bool answered = std::exchange(answered_, false);
+    if (arrived_.empty() && !await_arrival(answered)) {
         return false;
     }
-    shared_.set_idle(fd_, false);
-    whole_by_ = steady_clock::now() + kWholeLimit;
-    return true;
+    const auto now = steady_clock::now();
+    if (shared_.stopping && !ends_) {
+        ends_ = now + kEndingLimit;
+    }
+    whole_by_ = now + kWholeLimit;
+    return !ends_ || now <= *ends_; // else it has sent requests faster than they can be answered
 }
 
 bool StreamClient::read(std::span<std::uint8_t> out) {
-    while (!out.empty()) {
+    for (;;) {
+        const std::size_t count = std::min(out.size(), arrived_.size());
+        std::copy_n(arrived_.begin(), count, out.begin());
+        arrived_ = arrived_.subspan(count);
+        out = out.subspan(count);
+        if (out.empty()) {
+            return true;
+        }
         const auto left = std::chrono::ceil<milliseconds>(whole_by_ - steady_clock::now());
-        if (left <= milliseconds(0) || !await_input(left, std::min(left, kEndingLimit))) {
+        if (left <= milliseconds(0)) {
             return false;
         }
-        const ssize_t count = recv(fd_, out.data(), out.size(), MSG_DONTWAIT);
-        if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
-            continue;
-        }
-        if (count <= 0) {
+        // The rest of a request is there already, or on its way.
+        const ssize_t more = receive(MSG_DONTWAIT);
+        if (more == 0 || (more < 0 && (errno != EAGAIN || !await_input(left, std::min(left, kEndingLimit))))) {
             return false;
         }
-        out = out.subspan(static_cast<std::size_t>(count));
     }
-    return true;
 }
 
 bool StreamClient::send(std::span<const std::uint8_t> data) {
@@ -365,15 +420,14 @@ std::string StreamClient::user() const {
 }
 
 bool StreamClient::admitted() {
-    std::unique_lock lock(shared_.mutex);
-    if (shared_.served < StreamServer::kServedClients) {
-        admitted_ = true;
-        ++shared_.served;
-        return true;
+    std::size_t served = shared_.served;
+    while (served < StreamServer::kServedClients) {
+        if (shared_.served.compare_exchange_weak(served, served + 1)) {
+            admitted_ = true;
+            return true;
+        }
     }
-    const bool said = std::exchange(shared_.said_busy, true);
-    lock.unlock();
-    if (!said) {
+    if (!shared_.said_busy.exchange(true)) {
         HOST_LOG(kLogError, "%s: %zu requests are under way; further ones are answered busy", shared_.path.c_str(),
                  StreamServer::kServedClients);
     }
@@ -419,19 +473,17 @@ StreamServer::~StreamServer() {
 }
 
 void StreamServer::begin_stop() {
-    if (shared_ == nullptr || !acceptor_.joinable()) {
+    if (shared_ == nullptr || !acceptor_.joinable() || shared_->stopping) {
         return;
     }
     (void)unlink(path_.c_str()); // what remains is replaced by the next process
-    {
-        const std::lock_guard lock(shared_->mutex);
-        shared_->stopping = true;
-        shared_->client_gone.notify_all();
-    }
+    std::unique_lock lock(shared_->mutex);
+    shared_->stopping = true;
+    shared_->client_gone.notify_all();
     const std::uint64_t one = 1;
     // Fails only when it is readable already.
     [[maybe_unused]] const ssize_t written = write(shared_->stop_event.get(), &one, sizeof one);
-    acceptor_.join();
+    shared_->client_gone.wait(lock, [this] { return !shared_->accepting; });
     shared_->listener.reset();
 }
 
@@ -441,11 +493,15 @@ bool StreamServer::stop(milliseconds limit) {
     }
     begin_stop();
     // Requests end by themselves, except for one whose handler hangs or whose answer nobody takes.
-    if (shared_->await_no_client(limit * 3 / 4)) {
-        return true;
+    bool ended = shared_->await_no_client(limit * 3 / 4);
+    if (!ended) {
+        shared_->end_connections();
+        ended = shared_->await_no_client(limit / 4);
     }
-    shared_->end_connections();
-    return shared_->await_no_client(limit / 4);
+    if (acceptor_.joinable()) {
+        acceptor_.join(); // at its last look at idle clients, a moment after it stopped accepting
+    }
+    return ended;
 }
 
 Pulse StreamServer::pulse() const {

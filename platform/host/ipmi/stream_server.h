@@ -6,6 +6,7 @@
 
 #include "stalls.h"
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -32,11 +33,12 @@ private:
 };
 
 struct StreamShared; // what a server and its clients' threads share
+struct StreamPlace;
 
-// One client, on that client's thread.
+// One client, on that client's thread. A request that has arrived in one piece costs a recv, and its answer a send.
 class StreamClient {
 public:
-    StreamClient(StreamShared &shared, int fd) : shared_(shared), fd_(fd) {}
+    StreamClient(StreamShared &shared, int fd);
     ~StreamClient();
     StreamClient(const StreamClient &) = delete;
     StreamClient &operator=(const StreamClient &) = delete;
@@ -58,12 +60,19 @@ public:
     [[nodiscard]] bool admitted();
 
 private:
+    static constexpr std::size_t kBufferSize = 1024; // several requests, and more than any that is carried out
+
+    [[nodiscard]] bool await_arrival(bool answered);
+    [[nodiscard]] ssize_t receive(int flags);
     [[nodiscard]] bool await_input(std::chrono::milliseconds limit, std::chrono::milliseconds ending_limit);
     [[nodiscard]] bool await_room(std::chrono::steady_clock::time_point taken_by);
     void leave_place();
 
     StreamShared &shared_;
+    StreamPlace &place_;
     int fd_;
+    std::array<std::uint8_t, kBufferSize> buffer_;
+    std::span<const std::uint8_t> arrived_;                     // in the buffer, not yet read
     std::chrono::steady_clock::time_point whole_by_;            // the request that is being read
     std::optional<std::chrono::steady_clock::time_point> ends_; // requests are answered until then: the server stops
     bool admitted_ = false;
