@@ -44,6 +44,7 @@ class Bench final : public PageDevice, public IntentLog {
 public:
     Bytes bytes = Bytes(kSize);
     Bytes log;
+    Bytes dropped; // the log that a cut brings back
     Faults faults;
     std::uint32_t page_size = 32;
     Tear tear = kOld;
@@ -76,9 +77,21 @@ public:
         cut_if_due();
         return faults.sync == 0 ? 0 : kTransferFailed | faults.sync;
     }
-    std::optional<Intent> load() override { return decode_intent(log); }
-    int save(const Intent &intent) override { return replace_log(encode_intent(intent), faults.save); }
-    int drop() override { return replace_log({}, faults.drop); }
+    std::optional<Intent> load() override {
+        std::optional<Intent> intent = decode_intent(log);
+        log = intent ? log : Bytes();
+        return intent;
+    }
+    int save(const Intent &intent) override {
+        const Bytes next = encode_intent(intent);
+        if (due()) {
+            log.assign(next.begin(), next.begin() + 30); // torn
+            throw LostPower{};
+        }
+        return replace_log(next, faults.save, {});
+    }
+    int drop(Drop when) override { return replace_log({}, faults.drop, when == Drop::kSoon ? log : Bytes()); }
+    void lose_power() { log = log.empty() ? dropped : log; }
 
 private:
     bool due() { return step++ == cut_at; }
@@ -87,8 +100,9 @@ private:
             throw LostPower{};
         }
     }
-    int replace_log(const Bytes &next, int error) {
+    int replace_log(const Bytes &next, int error, const Bytes &before) {
         cut_if_due();
+        dropped = error == 0 ? before : Bytes();
         log = error == 0 ? next : log;
         cut_if_due();
         return error;
@@ -143,8 +157,9 @@ public:
     // Power is lost at that step of the write, and at that one of the recovery. False: the run was over before.
     bool cut(int write_step, int recovery_step) {
         bench_.bytes = before_;
-        bench_.log.clear();
+        bench_.log.clear(), bench_.dropped.clear();
         const bool write_cut = cut_at(write_step, [&] { return writer().write(bench_, offset_, data_); });
+        bench_.lose_power();
         const bool recovery_cut = cut_at(recovery_step, [&] { return writer().recover(bench_); });
         return recovery_step == kNever ? write_cut : recovery_cut;
     }
@@ -171,6 +186,7 @@ public:
     // After a restart without a cut: old or new, nothing beside it touched, nothing left to do, and writable again.
     [[nodiscard]] bool whole() {
         bench_.cut_at = kNever;
+        bench_.lose_power();
         const bool recovered = writer().recover(bench_) == 0;
         const bool one_of_both = bench_.bytes == before_ || bench_.bytes == after_;
         const int pages = bench_.pages;
@@ -519,14 +535,14 @@ TEST_F(PartFile, CutWriteIsFinishedAtStartAndBeforeAnyoneReads) {
         Bytes read(16);
         EXPECT_EQ(running->read(32, read), 0);
         EXPECT_EQ(read, Bytes(16, 7));
-        EXPECT_TRUE(fs::is_empty(intents_));
+        EXPECT_TRUE(fs::is_empty(intents_ / "bp%2F0.intent"));
     }
     // An image that was taken away does not get one of its records back.
     save_intent(3);
     fs::remove(image_);
     expect_line(image_.string() + " is missing, though records were written", [&] { EXPECT_TRUE(open()); });
     EXPECT_EQ(held(), Bytes(kSize, 0xFF));
-    EXPECT_TRUE(fs::is_empty(intents_));
+    EXPECT_TRUE(fs::is_empty(intents_ / "bp%2F0.intent"));
 }
 
 TEST_F(PartFile, WhatIsNoIntentIsSaidOnceAndWhatACrashLeftGoes) {
@@ -540,6 +556,7 @@ TEST_F(PartFile, WhatIsNoIntentIsSaidOnceAndWhatACrashLeftGoes) {
     };
     for (const auto &[said, put] : rows) {
         fs::create_directories(intents_);
+        fs::remove(intent);
         put();
         for (const fs::path &leftover : {intent, image_}) {
             ASSERT_EQ(replace_file(leftover.string() + ".tmp", Bytes(9, 9), 0600), 0);

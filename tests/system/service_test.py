@@ -66,7 +66,7 @@ class Damage(unittest.TestCase):
             self.assertFalse([text for text in said if text in service.log()])
             service.end()
             service.chip("ASDDev21a").image.unlink()
-            (service.state_dir / "intents" / "old.intent").touch()
+            (service.state_dir / "intents" / "old.intent").write_text("what is left of a part")
             service.start()
             self.assertEqual([service.log().count(text) for text in said], [1, 1])
 

@@ -28,12 +28,6 @@ std::filesystem::path temporary_of(const std::filesystem::path &file) {
     return temporary;
 }
 
-[[nodiscard]] int sync_folder_of(const std::filesystem::path &file) {
-    const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
-    const Fd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return fd && ::fsync(fd.get()) == 0 ? 0 : errno;
-}
-
 [[nodiscard]] int write_new_file(const std::filesystem::path &file, std::span<const std::uint8_t> bytes,
                                  unsigned mode) {
     (void)::unlink(file.c_str()); // a leftover; when it can't go, the open says so
@@ -48,6 +42,12 @@ std::filesystem::path temporary_of(const std::filesystem::path &file) {
 }
 
 } // namespace
+
+int sync_folder_of(const std::filesystem::path &file) {
+    const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
+    const Fd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return fd && ::fsync(fd.get()) == 0 ? 0 : errno;
+}
 
 int pread_all(int fd, std::span<std::uint8_t> out, std::uint64_t offset) {
     while (!out.empty()) {

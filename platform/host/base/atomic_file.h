@@ -36,6 +36,9 @@ inline constexpr std::size_t kReadLimit = 2U << 20U; // more than any small file
 // Such an error in words.
 [[nodiscard]] const char *read_failure(int error);
 
+// What was made, renamed or removed in the folder of this file survives a power cut from here on. 0 or an errno value.
+[[nodiscard]] int sync_folder_of(const std::filesystem::path &file);
+
 // Removes the file and syncs its folder; a missing file is no error. 0 or an errno value.
 [[nodiscard]] int remove_file(const std::filesystem::path &file);
 

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <system_error>
 
+#include <fcntl.h>
 #include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -88,22 +89,25 @@ IntentFile::IntentFile(const std::filesystem::path &folder, const std::string &p
 
 bool IntentFile::exists() const {
     struct stat facts = {};
-    return ::lstat(file_.c_str(), &facts) == 0 && (!refused_ || S_ISREG(facts.st_mode));
+    return ::lstat(file_.c_str(), &facts) == 0 && (S_ISREG(facts.st_mode) ? facts.st_size > 0 : !refused_);
 }
 
 bool IntentFile::leftover() const {
     return has_leftover_temporary(file_);
 }
 
-std::optional<Intent> IntentFile::load() {
+void IntentFile::remove_leftover() const {
     remove_leftover_temporary(file_);
+}
+
+std::optional<Intent> IntentFile::load() {
     int error = 0;
     const auto bytes = read_file(file_, &error, limit_);
     std::optional<Intent> intent;
     if (bytes) {
         intent = decode_intent(*bytes);
     }
-    if (intent || error == ENOENT) {
+    if (intent || error == ENOENT || (bytes && bytes->empty())) {
         refused_ = false;
     } else {
         refuse(bytes ? "it is damaged" : read_failure(error));
@@ -112,7 +116,7 @@ std::optional<Intent> IntentFile::load() {
 }
 
 void IntentFile::refuse(const char *reason) {
-    const int error = drop();
+    const int error = drop(Drop::kNow);
     if (!refused_) {
         HOST_LOG(kLogError, "%s is no intent (%s): it is dropped, and if a write was cut short, that is not finished.",
                  file_.c_str(), reason);
@@ -125,16 +129,44 @@ void IntentFile::refuse(const char *reason) {
 }
 
 int IntentFile::save(const Intent &intent) {
-    const std::vector<std::uint8_t> bytes = encode_intent(intent);
-    int error = replace_file(file_, bytes, kFileMode);
-    if (error == ENOENT && ::mkdir(file_.parent_path().c_str(), kFolderMode) == 0) {
-        error = replace_file(file_, bytes, kFileMode);
+    Fd fd;
+    if (const int error = open_to_write(&fd); error != 0) {
+        return error;
+    }
+    int error = pwrite_all(fd.get(), encode_intent(intent), 0);
+    if (error == 0 && ::fdatasync(fd.get()) != 0) {
+        error = errno;
+    }
+    if (error != 0 && ::ftruncate(fd.get(), 0) == 0) {
+        (void)::fdatasync(fd.get()); // the failure is told already
     }
     return error;
 }
 
-int IntentFile::drop() {
-    return remove_file(file_);
+// Opens the file empty; makes it, to stay, when there is none.
+int IntentFile::open_to_write(Fd *fd) const {
+    constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    *fd = Fd(::open(file_.c_str(), kFlags | O_TRUNC));
+    if (*fd || errno != ENOENT) {
+        return *fd ? 0 : errno;
+    }
+    const std::filesystem::path folder = file_.parent_path();
+    if (::mkdir(folder.c_str(), kFolderMode) == 0) {
+        (void)sync_folder_of(folder); // the file's own sync tells of a folder that cannot keep anything
+    }
+    *fd = Fd(::open(file_.c_str(), kFlags | O_CREAT | O_EXCL, kFileMode));
+    return *fd ? sync_folder_of(file_) : errno;
+}
+
+int IntentFile::drop(Drop when) {
+    const Fd fd(::open(file_.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!fd && errno == ENOENT) {
+        return 0;
+    }
+    if (!fd || ::ftruncate(fd.get(), 0) != 0) {
+        return remove_file(file_); // it may be no plain file
+    }
+    return when == Drop::kSoon || ::fdatasync(fd.get()) == 0 ? 0 : errno;
 }
 
 void say_strange_intents(const std::filesystem::path &folder, const std::vector<std::string> &parts) {
@@ -144,6 +176,10 @@ void say_strange_intents(const std::filesystem::path &folder, const std::vector<
     for (std::filesystem::directory_iterator file(folder, end); !end && file != std::filesystem::directory_iterator();
          file.increment(end)) {
         const std::string name = file->path().filename().native();
+        std::error_code no_file; // counts as one that holds something
+        if (file->file_size(no_file) == 0) {
+            continue; // of a write that has ended
+        }
         if (std::ranges::none_of(parts, [&](const auto &part) { return name.starts_with(file_name_of(part)); })) {
             example = name;
             ++count;

@@ -4,6 +4,8 @@
 
 // What a write is about to do, noted before the first page: after a crash it tells how to make the record whole again.
 
+#include "fd.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -39,27 +41,36 @@ public:
     IntentLog(const IntentLog &) = delete;
     IntentLog &operator=(const IntentLog &) = delete;
 
+    // kSoon: a power cut within the next seconds may bring the intent back, unless another one is saved before. That
+    // does no harm while the part holds its new bytes and gets no others without an intent.
+    enum class Drop { kNow, kSoon };
+
     // The noted intent; a damaged one is said in the log, removed and not returned.
     [[nodiscard]] virtual std::optional<Intent> load() = 0;
-    // Durable on return, in place of an earlier one. 0 or an errno value.
+    // Durable on return, in place of an earlier one. 0 or an errno value: then nothing is noted, and an earlier one
+    // that was dropped comes back no more, as far as the folder takes anything at all.
     [[nodiscard]] virtual int save(const Intent &intent) = 0;
     // 0 or an errno value.
-    [[nodiscard]] virtual int drop() = 0;
+    [[nodiscard]] virtual int drop(Drop when) = 0;
 };
 
-// One file a part, FOLDER/PART.intent, mode 0600: keys pass through it. The folder is made when it is missing. What is
-// in the file's place and no intent for a part of that size is said in the log, once, and removed where it can be.
+// One file a part, FOLDER/PART.intent, mode 0600: keys pass through it. The first write makes it, and the folder when
+// that is missing; from then on it stays, empty while there is no intent, so that a write costs one sync here, and none
+// of the folder. What is in the file's place and no intent for a part of that size is said in the log, once, and
+// removed where it can be.
 class IntentFile final : public IntentLog {
 public:
     IntentFile(const std::filesystem::path &folder, const std::string &part, std::uint32_t part_size);
 
     [[nodiscard]] bool exists() const;   // an intent, or what load has not refused yet
-    [[nodiscard]] bool leftover() const; // a crash within save left a file, which load removes
+    [[nodiscard]] bool leftover() const; // versions that replaced the file left a temporary one when they crashed
+    void remove_leftover() const;
     [[nodiscard]] std::optional<Intent> load() override;
     [[nodiscard]] int save(const Intent &intent) override;
-    [[nodiscard]] int drop() override;
+    [[nodiscard]] int drop(Drop when) override;
 
 private:
+    [[nodiscard]] int open_to_write(Fd *fd) const;
     void refuse(const char *reason);
 
     std::filesystem::path file_;
@@ -67,8 +78,8 @@ private:
     bool refused_ = false; // what is there was said in the log and can't be removed
 };
 
-// Says in the log how many files of the folder belong to none of these parts: left by one that was renamed or taken out
-// of the enclosure, their writes stay unfinished, and the bytes in them may be keys.
+// Says in the log how many files of the folder that are not empty belong to none of these parts: left by one that was
+// renamed or taken out of the enclosure, their writes stay unfinished, and the bytes in them may be keys.
 void say_strange_intents(const std::filesystem::path &folder, const std::vector<std::string> &parts);
 
 } // namespace asd_host

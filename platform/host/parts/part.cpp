@@ -117,7 +117,7 @@ void say_missing(const PartPaths &paths, const PartConfig &config, bool intent) 
         return failed.value();
     }
     say_missing(paths, config, intents->exists());
-    if (const int kept = intents->drop(); kept != 0) {
+    if (const int kept = intents->drop(IntentLog::Drop::kNow); kept != 0) {
         return kept; // an intent for an image that is gone would bring one of its records back
     }
     return replace_file(paths.file, std::vector<std::uint8_t>(config.size, kErased), kImageMode);
@@ -150,7 +150,7 @@ public:
     }
 
     [[nodiscard]] gint32 sync() override {
-        if (config_.kind == PartKind::kDevice || ::fsync(fd_.get()) == 0) {
+        if (config_.kind == PartKind::kDevice || ::fdatasync(fd_.get()) == 0) {
             return 0; // a device keeps what it acknowledged; its file has nothing to sync
         }
         return kTransferFailed | errno;
@@ -336,11 +336,11 @@ bool Part::Impl::prepare(std::string *mistake) {
     if (!check_file(mistake)) {
         return false;
     }
-    Fd fd;
+    if (Fd fd; intents.leftover() && begin(O_RDWR, &fd) == 0) {
+        intents.remove_leftover();
+    }
     if (intents.exists()) {
         recover();
-    } else if (intents.leftover() && begin(O_RDWR, &fd) == 0) {
-        (void)intents.load(); // which takes it away
     }
     return true;
 }

@@ -106,8 +106,8 @@ bool RecordWriter::note(const Intent &intent) {
     return error == 0;
 }
 
-void RecordWriter::settle(const Intent &intent) {
-    const int error = log_->drop();
+void RecordWriter::settle(const Intent &intent, IntentLog::Drop when) {
+    const int error = log_->drop(when);
     if (error == 0) {
         settled_.reset();
         return;
@@ -222,7 +222,7 @@ gint32 RecordWriter::write(PageDevice &device, std::uint32_t offset, std::span<c
         }
     }
     if (noted) {
-        settle(intent);
+        settle(intent, IntentLog::Drop::kSoon); // should it come back, the part holds its new bytes
     }
     if (stuck) {
         settle_overwritten(offset, data.size());

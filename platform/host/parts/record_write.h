@@ -81,7 +81,7 @@ private:
     };
     [[nodiscard]] bool unsettled(const Intent &intent) const;
     [[nodiscard]] bool note(const Intent &intent);
-    void settle(const Intent &intent);
+    void settle(const Intent &intent, IntentLog::Drop when = IntentLog::Drop::kNow);
     void say_dropped(int level, const Intent &intent, const char *reason) const;
     void settle_untouched(PageDevice &device, const Intent &intent);
     void settle_overwritten(std::uint32_t offset, std::size_t length);

@@ -3,6 +3,7 @@
 #include "part_store.h"
 
 #include "failure.h"
+#include "intent_record.h"
 #include "lock_file.h"
 #include "log.h"
 #include "part.h"
@@ -125,9 +126,7 @@ void PartStore::write(const LoadedPart &part, std::uint32_t offset, BytesView by
 }
 
 bool has_cut_write(const LoadedPart &part) {
-    std::error_code unreadable; // counts as not there
-    return !part.home.empty() &&
-           std::filesystem::exists(part.home / kIntents / (part.plan.name + ".intent"), unreadable);
+    return !part.home.empty() && asd_host::IntentFile(part.home / kIntents, part.plan.name, part.plan.size).exists();
 }
 
 } // namespace asdctl
