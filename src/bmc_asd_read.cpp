@@ -89,7 +89,7 @@ gint32 ASD_IsNeedCcrRetry(const gchar *dev_name, guint32 len, const guint8 *work
 namespace {
 
 // A chip's record as the last round of a call left it.
-struct RecordRead {
+struct LastRound {
     gint32 ret = 0;              // of the last transfer
     guint16 computed = 0;        // checksum of the data, of the last round whose transfer succeeded
     guint16 stored = 0;          // checksum behind it
@@ -127,9 +127,9 @@ static gint32 record_transfer(ChipRecord *record, gint32 previous) {
 }
 
 // Reads a record until its checksum is good, again says that another round is not worth it, or three rounds are done.
-static RecordRead record_read(ChipRecord record, ReadAgain again) {
+static LastRound record_read(ChipRecord record, ReadAgain again) {
     const gchar *name = dfl_get_object_name(record.chip);
-    RecordRead read;
+    LastRound read;
     for (guint32 round = 0; round < kReadRounds; ++round) {
         read.ret = record_transfer(&record, read.ret);
         (void)asd_update_dev_errcode(record.chip, read.ret); // logged there
@@ -154,7 +154,7 @@ static void record_deliver(const ChipRecord &record, guint8 *data) {
 }
 
 // Logs, and on accepted data delivers, what a read found.
-static void record_conclude(const ChipRecord &record, const gchar *name, const RecordRead &read, guint8 *data) {
+static void record_conclude(const ChipRecord &record, const gchar *name, const LastRound &read, guint8 *data) {
     const bool power_threshold = name == kPowerThresholdChip;
     if (read.ret != 0) {
         if (power_threshold && !power_threshold_chip_failed.exchange(true)) {
@@ -186,7 +186,7 @@ gint32 asd_eeprom_readblk(OBJ_HANDLE dev_handle, guint8 *data, guint32 len, guin
     const gchar *name = logged_name(dev_handle);
     ChipRecord record = {.chip = dev_handle, .len = len, .offset = offset, .retry = retry};
     record.bytes = work;
-    const RecordRead read = record_read(record, any_reads_again);
+    const LastRound read = record_read(record, any_reads_again);
     record_conclude(record, name, read, data);
     asd_check_errlevel(dev_handle, read.ret, name, read.ret != 0 ? 1 : 0);
     if (name_in(name, kStrictChips) && !read.matches()) {
@@ -224,8 +224,8 @@ gint32 asd_eeprom_read(OBJ_HANDLE dev_handle, guint8 *data, guint32 len) {
 }
 
 // Reads, delivers and frees the work buffer: it must not outlive the transfer, writing Health may take its time.
-static RecordRead check_read_run(const ChipRecord &record, WorkBuffer /*work*/, guint8 *data) {
-    const RecordRead read = record_read(record, strict_reads_again);
+static LastRound check_read_run(const ChipRecord &record, WorkBuffer /*work*/, guint8 *data) {
+    const LastRound read = record_read(record, strict_reads_again);
     if (read.ret == 0) {
         if (read.rounds_used_up) {
             ASD_LOG_ERROR("Read BackBoard [%s] eeprom OK but CRC check failed.CrcRet[%d], CrcReal[%d]!",
@@ -242,7 +242,7 @@ gint32 asd_eeprom_check_read(OBJ_HANDLE dev_handle, guint8 *data, guint32 len) {
     if (!work) {
         return kStatusFailed;
     }
-    const RecordRead read = check_read_run(record, std::move(work), data);
+    const LastRound read = check_read_run(record, std::move(work), data);
     asd_check_errlevel(dev_handle, read.ret, dfl_get_object_name(dev_handle), read.ret != 0 ? 1 : 0);
     return read.rounds_used_up ? kStatusChecksum : read.ret;
 }
