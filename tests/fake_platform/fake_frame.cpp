@@ -88,10 +88,8 @@ gint32 ipmi_send_request(const IPMI_REQ_MSG_HEAD_S *head, const void *data, gint
     }
     auto *block = static_cast<IPMI_RESP_MSG_S *>(g_malloc0(sizeof(IPMI_RESP_MSG_S) + answered->size()));
     block->data_len = static_cast<guint32>(answered->size());
-    if (!answered->empty()) {
-        block->data = reinterpret_cast<guint8 *>(block + 1);
-        std::ranges::copy(*answered, block->data);
-    }
+    block->data = reinterpret_cast<guint8 *>(block + 1);
+    std::ranges::copy(*answered, block->data);
     *response = block;
     return 0;
 }

@@ -81,7 +81,7 @@ void add_items(SweepEntries *entries) {
              {"asd_write_equip_one-0", with_byte(asd_write_equip_one, 0)}, {"asd_write_equip_one-1", with_byte(asd_write_equip_one, 1)},
              {"asd_write_method", asd_write_method},
              {"Asd_WriteMemProperty", Asd_WriteMemProperty},
-             {"asd_write_check_flag-1", flag(1)}, {"asd_write_check_flag-3", flag(3)}}) {
+             {"asd_write_check_flag-0", flag(0)}, {"asd_write_check_flag-1", flag(1)}, {"asd_write_check_flag-3", flag(3)}}) {
         entries->push_back(item_entry(name, "ASD16", writing("ASD16", pattern(5, 90), write)));
     }
     entries->push_back(item_entry("asd_read_method", "ASD52", reading("ASD52", 8, asd_read_method)));
@@ -91,8 +91,11 @@ void add_items(SweepEntries *entries) {
     // clang-format on
     for (const char *item : {"ASD52", "ASD16"}) {
         entries->push_back(item_entry("asd_eeprom_check", item, [=] { return answer_of(asd_eeprom_check(item)); }));
+        for (SweepCase &row : entries->back().cases) {
+            row.disturbed |= row.name.find("spoilt") != std::string::npos; // the mend itself fails
+        }
     }
-    for (const char *item : {"ASD14", "ASD7", "ASD_CCDB"}) {
+    for (const char *item : {"ASD14", "ASD26", "ASD7", "ASD_CCDB"}) {
         for (guint8 all = 0; all < 2; ++all) {
             const auto reload = [=] {
                 guint8 flag_byte = all;
@@ -206,6 +209,11 @@ void add_card(SweepEntries *entries) {
         }
     };
     const Operation tenth = without_answer(ASD_SetCtrlIocardPcie2Cpldram);
+    for (const guint32 length : {7U, 8U}) { // a master's record that is unset is completed when it is whole
+        const auto follow = [=] { ASD_SetEepIocardPcie2Cpldram(Bytes{0xFE, 1, 2, 3, 4, 5, 6, 7}.data(), length, 1); };
+        entry.cases.push_back(
+            {"unset, of " + std::to_string(length), hold(0xFE, {0xAA}, {0x37}, 0), without_answer(follow)});
+    }
     entry.cases.push_back({"the tenth failure", both(hold(0xAA, {}, {}, 0), nine_failed), tenth});
     for (const guint32 length : {7U, 8U, 9U}) {
         const auto set = [](auto, auto *data, auto bytes) { return ASD_SetIocardPcie4ToEEP(data, bytes); };
@@ -305,6 +313,10 @@ void add_node_view(SweepEntries *entries) {
         fake::world().on_delay = [] { AsdSetNodeviewFlag(0); };
     };
     add("the same, then another in its last byte", kAsBuilt, view, other);
+    add(
+        "the same once it is marked as set", [] { AsdSetNodeviewFlag(1); }, view, view);
+    add("another after a time as slave that is marked as set",
+        both(both(was(BOARD_MASTER), was(BOARD_SLAVE)), [] { AsdSetNodeviewFlag(1); }), other, other);
     add("after a time as slave", both(was(BOARD_MASTER), was(BOARD_SLAVE)), view, view);
     add("another fails, then the one before", kDeadWrites, other, view);
     add("another while the role is lost, then the same", role_lost, other, other);
@@ -401,14 +413,21 @@ void add_small(SweepEntries *entries) {
                 return status;
             });
         }
-        add(std::string("no list of arguments for ") + name, [item, call = method] {
-            GSList *output = nullptr;
-            const gint32 status = call(item(), nullptr, nullptr, &output);
-            g_slist_free_full(output, [](gpointer value) { g_variant_unref(static_cast<GVariant *>(value)); });
-            return status;
-        });
+        static GSList empty{nullptr, nullptr};
+        for (GSList *const arguments : {static_cast<GSList *>(nullptr), &empty}) {
+            add(std::string(arguments == nullptr ? "no list" : "an empty list") + " of arguments for " + name,
+                [item, arguments, call = method] {
+                    GSList *output = nullptr;
+                    const gint32 status = call(item(), nullptr, arguments, &output);
+                    g_slist_free_full(output, [](gpointer value) { g_variant_unref(static_cast<GVariant *>(value)); });
+                    return status;
+                });
+        }
     }
     // clang-format off
+    add("flag of no name failed", [] { AsdCheckFlagErrorlog(nullptr, 1, 5); });
+    add("read of no name failed", [] { AsdChipCheckErrorLog(nullptr, 2, 2, 6); });
+    add("special write of nothing", [=] { return asd_power_eeprom_write(fake::handle_of("ASDDev1000"), nullptr, 8, ASD_CHECKSUM_CRC16) + asd_fan_eeprom_write(fake::handle_of("ASDDev3"), nullptr, 8, ASD_CHECKSUM_CRC16); });
     add("no bytes are no F", [] { return ASD_CheckAsdDataIsFullF(nullptr, 3) + ASD_CheckAsdDataIsFullF(data.data(), 0); });
     add("no frame", [] { return ASD_RequestDataCheck(nullptr, 100); });
     add("no count", [=] { return asd_get_eeprom_count(item(), nullptr); });
@@ -418,7 +437,7 @@ void add_small(SweepEntries *entries) {
     add("publish nothing", [=] { return asd_update_property(item(), nullptr, 4); });
     add("set nothing", [=] { return asd_set_value2(item(), nullptr, 4, 0); });
     add("publish no bytes", [=] { return asd_update_property(item(), data.data(), 0); });
-    add("no address", [=] { return asd_eeprom_getoffset(chip(), nullptr, nullptr); });
+    add("no address", [=] { guint32 retry = 0; return asd_eeprom_getoffset(chip(), nullptr, nullptr) + asd_eeprom_getoffset(chip(), &retry, nullptr); });
     add("read to nowhere", [=] { return asd_eeprom_read(chip(), nullptr, 8) + asd_eeprom_check_read(chip(), nullptr, 8); });
     add("write of nothing", [=] { return asd_eeprom_write(chip(), nullptr, 8, ASD_CHECKSUM_CRC16) + asd_write_equip(item(), nullptr, 8) + asd_write_method(item(), nullptr, 8) + Asd_WriteMemProperty(item(), nullptr, 8); });
     add("a record to nowhere", [] { return asd_eeprom_writecrc(data.data(), 4, nullptr); });
@@ -436,6 +455,9 @@ void add_small(SweepEntries *entries) {
         std::array<gchar, 20> name{};
         return SweepAnswer{std::to_string(asd_choose_asd_dev(name.data(), name.size())) + " " + name.data()};
     };
+    entry.cases.push_back(disturbed(
+        "a buckle card's record", [] { (void)build_sweep_item("ASD_Bucklecard0Eeprom"); },
+        writing("ASD_Bucklecard0Eeproma", pattern(4), with_byte(asd_bucklecard_eeprom_writedata, ASD_CHECKSUM_CRC32))));
     entry.cases.push_back({"the usual chip", items, choose});
     entry.cases.push_back(disturbed(
         "the chosen chip", [] { fake::world().board.equip_frame = 1; }, choose));
