@@ -1,0 +1,284 @@
+# SPDX-FileCopyrightText: 2026 The asd authors
+# SPDX-License-Identifier: Apache-2.0
+
+"""The rows of scripts/bench: what is timed, the floor beside it in the same run, and the aim."""
+
+import functools
+import json
+import os
+import pathlib
+import re
+import struct
+import time
+import types
+
+import harness
+import tools
+from tools import Figure, Missing, ask, in_turns, need, output
+
+REQUESTS = 500_000  # before memory is looked at again
+
+
+# ---- Requests from outside ----
+
+def socket_one(rounds):
+    with tools.folder() as place, tools.master() as service, tools.echo(place / "echo"):
+        def figure(path):
+            return ask("dummy", path, tools.GET_BRAND)["median_ns"] / 1e3
+        return Figure(in_turns(rounds, lambda: figure(service.socket), lambda: figure(place / "echo")), "us")
+
+
+def socket_many(rounds, clients=64):
+    share = []
+    with tools.folder() as place, tools.master() as service, tools.echo(place / "echo"):
+        def figure(path):
+            got = ask("dummy", path, tools.GET_BRAND, clients=clients, times="600ms")
+            if path == service.socket:
+                share.append(got["least"] / got["middle"])
+            return got["wall_ns"] / got["requests"] / 1e3
+        pairs = in_turns(rounds, lambda: figure(service.socket), lambda: figure(place / "echo"))
+    return Figure(pairs, "us", f"who got least had {min(share):.0%} of the middle one's answers")
+
+
+def bus_method(rounds):
+    with tools.folder() as place, tools.master() as service, tools.empty_bus(place / "bus"):
+        ours = service.run_dir / "slot0" / "bus"
+        read, nothing = tools.call_item("ASD14", "ReadAsdMemData"), tools.call_empty("ReadAsdMemData")
+        return Figure(in_turns(rounds, lambda: ask("bus", ours, read)["median_ns"] / 1e3,
+                               lambda: ask("bus", place / "bus", nothing)["median_ns"] / 1e3), "us")
+
+
+def bus_execute(rounds):
+    body = harness.aligned(struct.pack("<BBBxI", harness.NETFN, 0, 0x16, len(tools.BRAND)) + tools.BRAND, 4) + struct.pack("<I", 0)
+    words = "execute", "yyyaya{sv}", harness.aligned(body, 8)
+    request = harness.bus_call(2, "xyz.openbmc_project.Ipmi.Host", "/xyz/openbmc_project/Ipmi", "xyz.openbmc_project.Ipmi.Server", *words)
+    with harness.BusDaemon("system") as bus, tools.master("--ipmi-host", "system") as service:
+        service.wait_for_log("served on the system bus as")
+        path = bus.address.removeprefix("unix:path=")
+        os.environ["DBUS_SESSION_BUS_ADDRESS"] = bus.address
+        name = "empty.Empty"
+
+        def named():
+            return name in output("gdbus", "call", "--address", bus.address, "--dest", "org.freedesktop.DBus", "--object-path", "/",
+                                  "--method", "org.freedesktop.DBus.ListNames")
+        with tools.running(*tools.PINNED, tools.BUS, "bus", name, tools.BRAND_SIZE, ready=named):
+            return Figure(in_turns(rounds, lambda: ask("bus", path, request, once=tools.HELLO)["median_ns"] / 1e3,
+                                   lambda: ask("bus", path, tools.call_empty(*words), once=tools.HELLO)["median_ns"] / 1e3), "us")
+
+
+# ---- Within the process ----
+
+def in_process(name, scale=1.0, unit="us"):
+    def row(rounds):
+        sides = {"asd": [], "floor": []}
+        for side, microseconds in tools.benchmarks(f"--benchmark_filter=^{name}/", f"--benchmark_repetitions={rounds}",
+                                                   "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.1"):
+            sides[side].append(microseconds * scale)
+        return Figure(list(zip(sides["asd"], sides["floor"])), unit)
+    return row
+
+
+# ---- While a long record is written ----
+
+LONG, LONG_SIZE = "LONG", 8192
+
+
+def add_long(enclosure):
+    enclosure["Parts"].append({"Name": "long", "Kind": "image", "File": "long.bin", "Size": 16384, "PageSize": 32, "WriteCycleUs": 5000,
+                               "Shared": False})
+    enclosure["Chips"].append({"Name": "LONGa", "Part": "long", "Offset": "0x0000", "RetryNumber": 5})
+    enclosure["Items"].append({"Name": LONG, "Num": 250, "Length": LONG_SIZE, "AtomStorageDataDev0": "LONGa"})
+
+
+def reads_while_written(rounds):
+    with tools.master(change=add_long) as service:
+        address = types.SimpleNamespace(address=f"unix:path={service.run_dir}/slot0/bus")
+        written = []
+
+        def write():
+            with harness.BusClient(address) as client:
+                value = struct.pack("<I", LONG_SIZE) + bytes((len(written) + i) & 0xFF for i in range(LONG_SIZE))
+                body = client.reply(client.call("org.asd.Storage1", harness.item_path(LONG), harness.ITEM, "EqWriteAtomStorageData",
+                                                "ay", value))
+                assert body == bytes(4), body
+                written.append(body)
+
+        def busy():
+            with harness.Background(write):
+                return ask("dummy", service.socket, tools.GET_BRAND, times="1500ms")["p99_ns"] / 1e3
+        figure = Figure(in_turns(max(rounds // 2, 1), busy,
+                                 lambda: ask("dummy", service.socket, tools.GET_BRAND, times="1500ms")["p99_ns"] / 1e3), "us")
+        figure.note = f"{len(written)} long writes meanwhile"
+        return figure
+
+
+# ---- The number of items ----
+
+COUNTS = (10, 100, 1000, 10000)
+
+
+def many_items(_rounds=1):
+    """{what: {items: ns an item}}"""
+    got = [json.loads(output(*tools.PINNED, tools.ITEMS, count)) for count in COUNTS]
+    return {what: {row["items"]: row[what] for row in got} for what in ("start", "find", "walk", "look", "tell")}
+
+
+def linear(what):
+    def row(rounds):
+        pairs = []
+        for _ in range(max(rounds // 3, 1)):
+            costs = [json.loads(output(*tools.PINNED, tools.ITEMS, count))[what] / 1e3 for count in (COUNTS[-1], COUNTS[1])]
+            pairs.append(tuple(costs))
+        return Figure(pairs, "us", f"an item of {COUNTS[-1]:,}, beside one of {COUNTS[1]}")
+    return row
+
+
+# ---- Start, idle, memory, size ----
+
+def start(rounds):
+    def ours():
+        with harness.Service("--role", "master", "--time-scale", "1000") as service:
+            began = time.monotonic()
+            service.launcher = tools.PINNED
+            service.start()
+            harness.wait_for(lambda: "load done" in service.log(), "the load")
+            return (time.monotonic() - began) * 1e3
+
+    def floor():
+        with tools.folder() as place, tools.empty_bus(place / "first"):
+            began = time.monotonic()
+            for chip in harness.json.loads(harness.CONFIG.read_text(encoding="utf-8"))["Chips"]:
+                (place / chip["Name"]).write_bytes(bytes(64))
+            began = time.monotonic()
+            for chip in place.iterdir():
+                if chip.is_file():
+                    chip.read_bytes()
+            with tools.empty_bus(place / "bus"):
+                return (time.monotonic() - began) * 1e3
+    return Figure(in_turns(max(rounds // 2, 1), ours, floor), "ms", "both are looked at every 10 ms; asd's waits are scaled by 1000")
+
+
+def ticks_of(pid):
+    """({thread's name: voluntary switches}, seconds of processor time)"""
+    switches, seconds = {}, 0.0
+    for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
+        status = (task / "status").read_text()
+        name = f"{(task / 'comm').read_text().strip()}/{task.name}"
+        switches[name] = int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.M)[1])
+        fields = (task / "stat").read_text().rsplit(")", 1)[1].split()
+        seconds += (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+    return switches, seconds
+
+
+def idle(role, peers, seconds=20):
+    """A figure of wake-ups a second; what a second of it costs is in the note."""
+    def row(_rounds):
+        with harness.Service("--role", "master") as first, harness.Service("--role", "slave", slot=1, folder=first.folder) as second:
+            first.start_as("master")
+            if peers or role == "slave":
+                second.start()
+            if role == "slave" and not peers:
+                first.end()
+            pid = (first if role == "master" else second).process.pid
+            time.sleep(3)  # what follows a start is over
+            before, cpu = ticks_of(pid)
+            time.sleep(seconds)
+            after, cpu_after = ticks_of(pid)
+        each = {name: (after[name] - before.get(name, 0)) / seconds for name in after}
+        most = ", ".join(f"{name.split('/')[0]} {rate:.1f}" for name, rate in sorted(each.items(), key=lambda e: -e[1])[:4])
+        modules = sum(rate for name, rate in each.items() if name.startswith(MODULES_TASKS))
+        figure = Figure([(sum(each.values()) - modules, 5)], "/s")
+        figure.note = (f"beside {modules:.1f} /s of the module's tasks; {(cpu_after - cpu) / seconds:.3%} of a core; most: {most}")
+        return figure
+    return row
+
+
+MODULES_TASKS = ("ASD", "asd_", "Asd")
+
+
+def memory_of(pid):
+    """Resident and private, in KiB."""
+    text = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text()
+    sizes = {name: int(size) for name, size in re.findall(r"^(\w+):\s+(\d+) kB", text, re.M)}
+    return sizes["Rss"], sizes["Private_Clean"] + sizes["Private_Dirty"]
+
+
+@functools.cache
+def memories():
+    """Resident and private: (after a tenth, after all requests, of the empty service)."""
+    with tools.folder() as place, tools.master() as service, tools.empty_bus(place / "bus") as empty:
+        bus, read = service.run_dir / "slot0" / "bus", tools.call_item("ASD14", "ReadAsdMemData")
+
+        def use(times):
+            ask("dummy", service.socket, tools.GET_BRAND, clients=8, times=times * 9 // 10 // 8)
+            ask("bus", bus, read, clients=8, times=times // 10 // 8)
+        ask("bus", place / "bus", tools.call_empty("ReadAsdMemData"), clients=8, times=REQUESTS // 100 // 8)
+        use(REQUESTS // 10)
+        early = memory_of(service.process.pid)
+        use(REQUESTS)
+        return list(zip(early, memory_of(service.process.pid), memory_of(empty.pid)))
+
+
+def memory(which):
+    def row(_rounds):
+        early, late, empty = memories()[which]
+        return Figure([(late, empty)], "KiB", f"{early} KiB after a tenth of {REQUESTS:,} requests, one in ten on D-Bus")
+    return row
+
+
+def size(rounds, build=tools.BUILD, strip="strip"):
+    asd, bus = build / "platform/host/asd", pathlib.Path(tools.BUS)
+    if not asd.exists():
+        raise Missing(f"there is no {asd}")
+    need(strip)
+    with tools.folder() as place:
+        sizes = []
+        for program in (asd, bus):
+            output(strip, "-o", place / "stripped", program)
+            sizes.append((place / "stripped").stat().st_size / 1024)
+    return Figure([tuple(sizes)] * min(rounds, 1), "KiB")
+
+
+class Row:
+    """What a line of the table says, and how it is measured; aim: the ratio, or with absolute, ours."""
+
+    def __init__(self, name, what, floor, aim, measure, absolute=False):
+        self.name, self.what, self.floor, self.aim, self.measure, self.absolute = name, what, floor, aim, measure, absolute
+
+    def met(self, figure):
+        """None: the figure is for the reader."""
+        if self.aim is None:
+            return None
+        return (figure.ours if self.absolute else figure.ratio) <= self.aim
+
+
+ECHO = "plain echo server, three calls a request"
+EMPTY = "empty GDBus service"
+ROWS = [
+    Row("identity", "identity read in process", "copy and hash look-up", 10, in_process("identity")),
+    Row("identity-time", "the same, as a time", "1 us", 1, lambda rounds: Figure(
+        [(ours, 1) for ours, _ in in_process("identity")(rounds).pairs], "us"), absolute=True),
+    Row("socket-1", "request through the IPMI socket", ECHO, 1.0, socket_one),
+    Row("socket-64", "the same by 64 clients at once", ECHO, 1.2, socket_many),
+    Row("bus-method", "ReadAsdMemData on the private socket", EMPTY, 1.1, bus_method),
+    Row("bus-execute", "execute through a bus", EMPTY, 1.1, bus_execute),
+    Row("read-1024", "record read from an image, 1024 bytes", "pread and checksum", 1.3, in_process("read-1024")),
+    Row("write-32", "record write, 32 bytes, read back", "note, sync, pages, sync", 1.2, in_process("write-32")),
+    Row("write-1024", "record write, 1024 bytes, read back", "note, sync, pages, sync", 1.2, in_process("write-1024")),
+    Row("chip-time", "record write, 1024 bytes, 5 ms a page", "33 pages of 5 ms", 1.05, in_process("chip-time", 1e-3, "ms")),
+    Row("reads-p99", "99 % of reads while 8192 bytes are written", "the same with no write", 2, reads_while_written),
+    Row("items-start", "start", "a hundredth as many items", 1.2, linear("start")),
+    Row("items-find", "item found by name", "a hundredth as many items", 1.2, linear("find")),
+    Row("items-walk", "every record read", "a hundredth as many items", 1.2, linear("walk")),
+    Row("items-look", "state of every item", "a hundredth as many items", 1.2, linear("look")),
+    Row("items-tell", "what is said of it", "a hundredth as many items", 1.2, linear("tell")),
+    Row("start", "start until every item is loaded", "records read, GDBus started", 1.5, start),
+    Row("idle-master", "wake-ups of a master, no peers", "5 /s", 1, idle("master", False)),
+    Row("idle-master-peers", "wake-ups of a master with a peer", "5 /s", 1, idle("master", True)),
+    Row("idle-slave", "wake-ups of a slave with its master", "5 /s", 1, idle("slave", True)),
+    Row("memory-resident", "resident after 500,000 requests", EMPTY, 1.3, memory(0)),
+    Row("memory-private", "private after 500,000 requests", EMPTY, 1.3, memory(1)),
+    Row("size", "asd, stripped", EMPTY, None, size),
+    Row("size-armhf", "asd for 32-bit ARM, stripped", "400 KB", 1, lambda rounds: Figure(
+        [(size(rounds, tools.ROOT / "build/armhf", "arm-linux-gnueabihf-strip").ours, 400)], "KiB")),
+]
