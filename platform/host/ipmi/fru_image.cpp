@@ -101,7 +101,8 @@ std::vector<std::uint8_t> fru_locator(std::string_view name) {
                                         1,
                                         0,
                                         static_cast<std::uint8_t>(kLatin | latin.size())};
-    record.insert(record.end(), latin.begin(), latin.end());
+    // An insert GCC 12's optimiser takes for one beyond the end.
+    std::ranges::copy(latin, std::back_inserter(record));
     constexpr std::size_t kHead = 5;
     record[kHead - 1] = static_cast<std::uint8_t>(record.size() - kHead);
     return record;
