@@ -140,7 +140,7 @@ gint32 answer_with(const IPMI_MSG_S *message, std::vector<std::uint8_t> head, st
 
 gint32 answer_fru_info(const IPMI_MSG_S *message, gconstpointer /*user_data*/) {
     const Host *const platform = host_with_inventory();
-    if (platform == nullptr || get_ipmi_src_data(message)[0] != kOnlyFru) {
+    if (platform == nullptr || message->data[0] != kOnlyFru) {
         return ipmi_send_simple_response(message, kDataAbsent);
     }
     const std::size_t size = image_of(*platform).size();
@@ -148,7 +148,7 @@ gint32 answer_fru_info(const IPMI_MSG_S *message, gconstpointer /*user_data*/) {
 }
 
 gint32 answer_fru_read(const IPMI_MSG_S *message, gconstpointer /*user_data*/) {
-    const guint8 *const request = get_ipmi_src_data(message);
+    const guint8 *const request = message->data;
     const Host *const platform = host_with_inventory();
     if (platform == nullptr || request[0] != kOnlyFru) {
         return ipmi_send_simple_response(message, kDataAbsent);
@@ -165,7 +165,7 @@ gint32 answer_fru_read(const IPMI_MSG_S *message, gconstpointer /*user_data*/) {
 
 // Who wants to change it sets the items.
 gint32 answer_fru_write(const IPMI_MSG_S *message, gconstpointer /*user_data*/) {
-    const bool here = host_with_inventory() != nullptr && get_ipmi_src_data(message)[0] == kOnlyFru;
+    const bool here = host_with_inventory() != nullptr && message->data[0] == kOnlyFru;
     return ipmi_send_simple_response(message, here ? kWriteProtected : kDataAbsent);
 }
 
@@ -191,7 +191,7 @@ gint32 answer_sdr_reserve(const IPMI_MSG_S *message, gconstpointer /*user_data*/
 }
 
 gint32 answer_sdr(const IPMI_MSG_S *message, gconstpointer /*user_data*/) {
-    const guint8 *const request = get_ipmi_src_data(message);
+    const guint8 *const request = message->data;
     const std::uint16_t number = number_at(request + 2); // 0: the first one
     if (host_with_inventory() == nullptr || (number != 0 && number != kFruRecord && number != kLastRecord)) {
         return ipmi_send_simple_response(message, kDataAbsent);
