@@ -39,7 +39,7 @@ std::string to_latin(const std::string &text, std::size_t limit) {
     for (const char *at = text.c_str(); at < end && latin.size() < limit;) {
         const gunichar letter = g_utf8_get_char_validated(at, end - at);
         latin.push_back(letter <= 0xFF ? static_cast<char>(static_cast<unsigned char>(letter)) : '?');
-        at = letter < 0x110000 ? g_utf8_next_char(at) : at + 1;
+        at = letter < 0x110000 ? at + g_utf8_skip[static_cast<guchar>(*at)] : at + 1;
     }
     return latin;
 }
