@@ -256,23 +256,29 @@ Work cycles_floor() {
 // ---- The rows ----
 
 struct Row {
-    const char *name;
+    std::string name;
     std::function<Work()> prepare;
 };
 
-const std::array<Row, 10> &rows() {
-    static const std::array<Row, 10> all = {{
+std::vector<Row> all_rows() {
+    std::vector<Row> all = {
         {.name = "identity/asd", .prepare = identity_asd},
         {.name = "identity/floor", .prepare = identity_floor},
         {.name = "read-1024/asd", .prepare = read_asd},
         {.name = "read-1024/floor", .prepare = read_floor},
-        {.name = "write-32/asd", .prepare = [] { return write_asd(32, kPageSize, 0); }},
-        {.name = "write-32/floor", .prepare = [] { return write_floor(32); }},
-        {.name = "write-1024/asd", .prepare = [] { return write_asd(kLong, kPageSize, 0); }},
-        {.name = "write-1024/floor", .prepare = [] { return write_floor(kLong); }},
         {.name = "chip-time/asd", .prepare = [] { return write_asd(kLong, kSlowPage, kSlowCycleUs); }},
         {.name = "chip-time/floor", .prepare = cycles_floor},
-    }};
+    };
+    for (const std::size_t length : {32U, 128U, 512U, 1024U, 4096U}) {
+        const std::string name = "write-" + std::to_string(length);
+        all.push_back({.name = name + "/asd", .prepare = [length] { return write_asd(length, kPageSize, 0); }});
+        all.push_back({.name = name + "/floor", .prepare = [length] { return write_floor(length); }});
+    }
+    return all;
+}
+
+const std::vector<Row> &rows() {
+    static const std::vector<Row> all = all_rows();
     return all;
 }
 
@@ -304,7 +310,7 @@ int main(int count, char **words) {
     }
     benchmark::Initialize(&count, words);
     for (const Row &row : rows()) {
-        benchmark::RegisterBenchmark(row.name, [&row](benchmark::State &state) {
+        benchmark::RegisterBenchmark(row.name.c_str(), [&row](benchmark::State &state) {
             static std::unordered_map<std::string, Work> works; // prepared once, whatever the number of rounds
             Work &work = works[row.name];
             if (!work) {

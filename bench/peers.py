@@ -14,6 +14,7 @@ import sys
 import time
 
 import counts
+import rows
 import tools
 from tools import ask, need, output
 
@@ -30,12 +31,12 @@ base.execute("PRAGMA synchronous=FULL")
 base.execute("CREATE TABLE IF NOT EXISTS record (name TEXT PRIMARY KEY, data BLOB)")
 base.execute("INSERT OR REPLACE INTO record VALUES ('brand', ?)", (bytes(size),))
 took = []
-print("measured", file=sys.stderr, flush=True)
+sys.stderr.write("measured\\n")
 for number in range(times):
     began = time.perf_counter()
     base.execute("UPDATE record SET data = ? WHERE name = 'brand'", (bytes([number % 255 + 1]) * size,))
     took.append((time.perf_counter() - began) * 1e6)
-print("done", file=sys.stderr, flush=True)
+sys.stderr.write("done\\n")
 print(json.dumps(took))
 """
 
@@ -52,6 +53,9 @@ class Peer:
     def trace(self, place, size):
         """(the calls of one change, in how many of them)"""
 
+    def peak(self, place, size):
+        """KiB resident at most; None: nobody would compare it."""
+
     def is_part(self, path):
         raise NotImplementedError
 
@@ -62,7 +66,7 @@ class InProcess(Peer):
         self.program = tools.BUILD / "platform/host/asd" if kind == "asd" else None
 
     def times(self, place, size, count):
-        return [took for _, took in tools.benchmarks(f"--benchmark_filter=^write-{size}/{self.kind}$", "--benchmark_min_time=0.05",
+        return [took for _, took in tools.benchmarks(f"--benchmark_filter=^write-{size}/{self.kind}/", "--benchmark_min_time=0.05",
                                                      env={**os.environ, "TMPDIR": str(place)})]
 
     def trace(self, place, size):
@@ -90,6 +94,10 @@ class Service(Peer):
     def trace(self, place, size):
         return None, 0  # bench/counts.json has its syncs
 
+    def peak(self, place, size):
+        with tools.master(change=tools.without_cycles) as service:
+            return rows.memory_of(service.process.pid)[0]
+
 
 class Command(Peer):
     """A command that changes it, as a process of its own."""
@@ -114,6 +122,11 @@ class Command(Peer):
         output(*self.command(place, size, 0))
         output(*counts.strace(place / "trace"), *self.command(place, size, 1))
         return counts.Trace(place / "trace"), 1
+
+    def peak(self, place, size):
+        self.prepare(place)
+        output("/usr/bin/time", "-f", "%M", "-o", place / "peak", *self.command(place, size, 0))
+        return int((place / "peak").read_text(encoding="ascii"))
 
 
 class Environment(Command):
@@ -142,7 +155,7 @@ class Copy(Command):
 
     def prepare(self, place):
         (place / "image").write_bytes(b"\xff" * 32768)
-        for letter, size in itertools.product("AB", SIZES):
+        for letter, size in itertools.product("AB", (32, 128, 512, 1024, 4096)):
             (place / f"{letter}{size}").write_text(letter * size, encoding="ascii")
 
     def command(self, place, size, number):
@@ -187,6 +200,7 @@ def measure(peer, size, rounds):
             took.append(statistics.median(peer.times(place, size, 30)))
     figures = {"us": statistics.median(took)}
     with tools.folder() as place:
+        figures["memory"] = peer.peak(place, size)
         trace, count = peer.trace(place, size)
         if trace:
             def ours(path):
@@ -212,7 +226,7 @@ def table(rounds):
     if reason := counts.may_not_trace():
         raise tools.Missing(f"no system calls can be counted here: {reason}")
     kept = {}
-    print(f"{'one changed record of':46} {'bytes':>5} {'us':>8} {'calls':>6} {'syncs':>5} {'to part':>8} {'beside':>7} {'KiB':>6}")
+    print(f"{'one changed record of':46} {'bytes':>5} {'us':>8} {'calls':>6} {'syncs':>5} {'to part':>8} {'beside':>7} {'size':>6} {'memory':>6}")
     for size in SIZES:
         for peer in PEERS:
             tools.say(f"{peer.name}, {size} bytes")
@@ -222,8 +236,8 @@ def table(rounds):
                 print(f"{peer.name:46} {size:5} not measured: {reason}", flush=True)
                 continue
             kept.setdefault(peer.name, {"guarantee": peer.guarantee})[size] = figures
-            cells = [figures.get(name) for name in ("calls", "syncs", "part", "beside", "KiB")]
-            texts = [f"{'-' if cell is None else cell:>{width}}" for cell, width in zip(cells, (6, 5, 8, 7, 6))]
+            cells = [figures.get(name) for name in ("calls", "syncs", "part", "beside", "KiB", "memory")]
+            texts = [f"{'-' if cell is None else cell:>{width}}" for cell, width in zip(cells, (6, 5, 8, 7, 6, 6))]
             print(f"{peer.name:46} {size:5} {figures['us']:8,.0f} {' '.join(texts)}", flush=True)
     print("What each promises:")
     for peer in PEERS:

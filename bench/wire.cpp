@@ -4,12 +4,13 @@
 // Sockets from outside: a server that does nothing but answer, and a client that asks any server again and again.
 //
 //   asd_bench_wire echo SOCKET DATA
-//   asd_bench_wire ask dummy|bus SOCKET CLIENTS TIMES [ONCE... /] HEX...
+//   asd_bench_wire ask dummy|bus|serial SOCKET CLIENTS TIMES [ONCE... /] HEX...
 //
 // echo speaks the IPMI socket's protocol in three calls a request, a thread a client, and answers with DATA bytes.
 // ask sends what is there before a "/" once for each client, and the others in turn, in all TIMES times ("200") or for
-// as long ("500ms"); every answer is waited for. It prints one line of JSON: times of single requests in nanoseconds,
-// and how many each client got.
+// as long ("500ms"); of serial, which is what emulators of a controller speak, SOCKET is a port on this machine; every
+// answer is waited for. It prints one line of JSON: times of single requests in nanoseconds, and how many each client
+// got.
 
 #include "dummy_protocol.h"
 #include "fd.h"
@@ -32,7 +33,10 @@
 #include <utility>
 #include <vector>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -100,7 +104,7 @@ int echo(const char *path, std::size_t data) {
 
 // ---- The client ----
 
-enum class Protocol { kDummy, kBus };
+enum class Protocol { kDummy, kBus, kSerial };
 
 Bytes bytes_of(std::string_view hex) {
     Bytes bytes(hex.size() / 2);
@@ -123,11 +127,28 @@ std::string text_of(std::span<const std::uint8_t> bytes) {
     return {bytes.begin(), bytes.end()};
 }
 
+Fd connect_port(const char *port, int *error) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(std::strtoul(port, nullptr, 10)));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_storage any{};
+    std::memcpy(&any, &address, sizeof address);
+    const int now = 1;
+    Fd client(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const bool connected =
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the interface of sockets
+        ::connect(client.get(), reinterpret_cast<const sockaddr *>(&any), sizeof address) == 0 &&
+        ::setsockopt(client.get(), IPPROTO_TCP, TCP_NODELAY, &now, sizeof now) == 0;
+    *error = errno;
+    return connected ? std::move(client) : Fd();
+}
+
 class Client {
 public:
     Client(Protocol protocol, const char *path) : protocol_(protocol) {
         int error = 0;
-        socket_ = asd_host::unix_connect(path, &error);
+        socket_ = protocol == Protocol::kSerial ? connect_port(path, &error) : asd_host::unix_connect(path, &error);
         if (!socket_ || ::fcntl(socket_.get(), F_SETFL, 0) != 0) {
             stop(std::string("cannot connect to ") + path + ": " + std::strerror(error));
         }
@@ -143,6 +164,8 @@ public:
         }
         if (protocol_ == Protocol::kDummy) {
             await_response();
+        } else if (protocol_ == Protocol::kSerial) {
+            await_message();
         } else {
             await_reply();
         }
@@ -191,6 +214,15 @@ private:
         if (head.ccode != 0) {
             stop("the answer is completion code " + std::to_string(head.ccode));
         }
+    }
+
+    // The first one of a connection comes behind what the emulator says by itself.
+    void await_message() {
+        constexpr std::uint8_t kEndOfMessage = 0xA0;
+        do {
+            gather(held_ + 1);
+        } while (buffer_[held_ - 1] != kEndOfMessage);
+        drop(held_);
     }
 
     // Signals may come before it (D-Bus, "Message Format": type, lengths of body and header fields).
@@ -292,7 +324,8 @@ std::optional<Plan> plan_of(std::span<char *> words) {
         return {};
     }
     Plan plan;
-    plan.protocol = std::string_view(words[2]) == "bus" ? Protocol::kBus : Protocol::kDummy;
+    const std::string_view protocol = words[2];
+    plan.protocol = protocol == "bus" ? Protocol::kBus : protocol == "serial" ? Protocol::kSerial : Protocol::kDummy;
     plan.path = words[3];
     plan.clients = std::strtoul(words[4], nullptr, 10);
     const std::size_t number = std::strtoul(words[5], nullptr, 10);
@@ -324,7 +357,8 @@ int main(int count, char **given) {
             return ask(*plan);
         }
     }
-    (void)std::fprintf(stderr, "Usage: asd_bench_wire echo SOCKET DATA\n"
-                               "       asd_bench_wire ask dummy|bus SOCKET CLIENTS TIMES|MSms [ONCE... /] HEX...\n");
+    (void)std::fprintf(stderr,
+                       "Usage: asd_bench_wire echo SOCKET DATA\n"
+                       "       asd_bench_wire ask dummy|bus|serial SOCKET CLIENTS TIMES|MSms [ONCE... /] HEX...\n");
     return kWrongUsage;
 }
