@@ -38,7 +38,7 @@ void write_enclosure(const std::filesystem::path &file) {
 
 void serve(const std::filesystem::path &folder) {
     std::vector<std::string> words = {"asd",         "--config",       folder / "e.json", "--run-dir", folder / "run",
-                                      "--state-dir", folder / "state", "--role",          "master"};
+                                      "--state-dir", folder / "state", "--role",          "master",    "--host-door"};
     std::vector<char *> pointers;
     std::ranges::transform(words, std::back_inserter(pointers), [](std::string &word) { return word.data(); });
     // On this thread, so that the fuzzer's keeps its signals.

@@ -25,6 +25,7 @@ enum class Folder { kRun, kSlotRun, kState, kSlotState };
 
 inline constexpr std::string_view kMasterLock = "master.lock";
 inline constexpr std::string_view kIpmiSocket = "ipmi.sock";
+inline constexpr std::string_view kHostSocket = "host.sock";
 inline constexpr std::string_view kLinkSocket = "link.sock";
 inline constexpr std::string_view kBusSocket = "bus";
 inline constexpr std::string_view kInstanceLock = "instance.lock";
@@ -47,6 +48,7 @@ struct Place {
 inline constexpr std::array kPlaces = {
     Place{.folder = Folder::kRun,       .name = kMasterLock},
     Place{.folder = Folder::kSlotRun,   .name = kBusSocket},
+    Place{.folder = Folder::kSlotRun,   .name = kHostSocket},
     Place{.folder = Folder::kSlotRun,   .name = kInstanceLock},
     Place{.folder = Folder::kSlotRun,   .name = kIpmiSocket},
     Place{.folder = Folder::kSlotRun,   .name = kLines},

@@ -1,8 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The asd authors
 // SPDX-License-Identifier: Apache-2.0
-// The sockets: ipmitool's dummy protocol and the link between controllers, with clients that misbehave.
+// The sockets: ipmitool's dummy protocol, the link between controllers and a virtual machine's, with clients that
+// misbehave.
 
 #include "dummy_door.h"
+#include "host_door.h"
 #include "host_test.h"
 #include "item_turns.h"
 #include "peer_link.h"
@@ -75,6 +77,18 @@ public:
         EXPECT_EQ(Bytes(answer.begin(), answer.begin() + 4), (Bytes{static_cast<std::uint8_t>(netfn | 1), cmd, 0, 1}));
         EXPECT_EQ(Bytes(answer.begin() + kAnswerHead, answer.end()), payload);
         return answer[4];
+    }
+    // All of these bytes come next.
+    void expect(const Bytes &bytes) const {
+        Bytes got;
+        while (got.size() < bytes.size() && readable(fd_)) {
+            const Bytes piece = take(bytes.size() - got.size());
+            if (piece.empty()) {
+                break;
+            }
+            got.insert(got.end(), piece.begin(), piece.end());
+        }
+        EXPECT_EQ(got, bytes);
     }
     void end_input() const { EXPECT_EQ(shutdown(fd_.get(), SHUT_WR), 0); }
 
@@ -290,6 +304,114 @@ TEST_F(DummyDoor, ReplacesAStaleSocketAndSaysWhyItCannotListen) {
     EXPECT_EQ(fs::status(stale).permissions(), fs::perms(0660));
     EXPECT_EQ(open_dummy_door(folder_ / "missing" / "s", registry_, 4, &mistake), nullptr);
     EXPECT_NE(mistake.find("No such file"), std::string::npos);
+}
+
+// A message on its way between a virtual machine and its controller.
+Bytes vm(Bytes bytes) {
+    int sum = 0;
+    for (const std::uint8_t byte : bytes) {
+        sum += byte;
+    }
+    bytes.push_back(static_cast<std::uint8_t>(-sum & 0xFF));
+    Bytes wire;
+    for (const std::uint8_t byte : bytes) {
+        if (byte == 0xA0 || byte == 0xA1 || byte == 0xAA) {
+            wire.insert(wire.end(), {0xAA, static_cast<std::uint8_t>(byte | 0x10)});
+        } else {
+            wire.push_back(byte);
+        }
+    }
+    wire.push_back(0xA0);
+    return wire;
+}
+
+Bytes joined(Bytes first, const Bytes &second) {
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+class HostDoorTest : public Sockets {
+protected:
+    void SetUp() override {
+        Sockets::SetUp();
+        std::string mistake;
+        host_ = HostDoor::open(folder_ / "host.sock", registry_, &mistake);
+        ASSERT_NE(host_, nullptr) << mistake;
+    }
+    void TearDown() override {
+        gate_open = true;
+        host_.reset();
+        Sockets::TearDown();
+    }
+    [[nodiscard]] Client machine() const {
+        Client one(folder_ / "host.sock");
+        one.expect(kGreeting);
+        return one;
+    }
+    const Bytes kGreeting{0xFF, 0x01, 0xA1};
+    std::unique_ptr<HostDoor> host_;
+};
+
+TEST_F(HostDoorTest, AnswersWhatAMachineAsksAndPassesOverWhatIsNoFrame) {
+    const Bytes longest(255, 0xAA);
+    const struct {
+        const char *name;
+        Bytes sent, answered;
+    } rows[] = {
+        {"bytes that end frames within one",
+         {0xAA, 0xB0, 0xC8, 0x01, 0xAA, 0xB0, 0xAA, 0xB1, 0xAA, 0xBA, 0xAC, 0xA0},
+         {0xAA, 0xB0, 0xCC, 0x01, 0x00, 0xAA, 0xB0, 0xAA, 0xB1, 0xAA, 0xBA, 0xA8, 0xA0}},
+        {"longest", vm(joined({1, 0xC8, 1}, longest)), vm(joined({1, 0xCC, 1, 0}, longest))},
+        {"one byte over", vm(joined({2, 0xC8, 1, 0}, longest)), vm({2, 0xCC, 1, 0xC8})},
+        {"far over", vm(joined({3, 0xC8, 1}, Bytes(5000))), vm({3, 0xCC, 1, 0xC8})},
+        {"an answer longer than any", vm({4, 0xC8, 4}), vm({4, 0xCC, 4, 0xCA})},
+        {"a host is an administrator", vm({5, 0xC8, 3}), vm({5, 0xCC, 3, 0})},
+        {"its LUN", vm({6, 0xCB, 9}), vm({6, 0xCF, 9, 0xC1})},
+        {"too short, wrong sums, broken escapes, nothing, unknown controls",
+         joined({0,    0,    0xA0, 1, 0xC8, 1,    1,    0xA0, 1,    0xC8, 1,    0xAA, 0xA0, 1,   0xAA,
+                 0xAA, 0xB0, 0xA0, 1, 0xAA, 0x02, 0xA1, 0xA0, 0xA1, 0x77, 0xA1, 0xFF, 9,    0xA1},
+                vm({7, 0xC8, 1})),
+         vm({7, 0xCC, 1, 0})},
+        {"no interrupts without the machine's word", vm({8, 0x18, 0x2E, 1}), vm({8, 0x1C, 0x2E, 0})},
+        {"the machine can interrupt", joined({0x08, 0x3F, 0xA1}, vm({9, 0x18, 0x2F})), vm({9, 0x1C, 0x2F, 0, 1})},
+        {"interrupts", vm({10, 0x18, 0x2E, 1}), joined({0x05, 0xA1}, vm({10, 0x1C, 0x2E, 0}))},
+        {"an event buffer: there is none", vm({11, 0x18, 0x2E, 5}), vm({11, 0x1C, 0x2E, 0xCC})},
+        {"reset", joined({0x04, 0xA1}, vm({12, 0x18, 0x2F})), joined({0x06, 0xA1}, vm({12, 0x1C, 0x2F, 0, 0}))},
+        {"flags cleared", vm({13, 0x18, 0x30, 0xFF}), vm({13, 0x1C, 0x30, 0})},
+        {"flags", vm({14, 0x18, 0x31}), vm({14, 0x1C, 0x31, 0, 0})},
+        {"no message", vm({15, 0x18, 0x33}), vm({15, 0x1C, 0x33, 0x80})},
+        {"no event", vm({16, 0x18, 0x35}), vm({16, 0x1C, 0x35, 0x80})},
+        {"no other channel", vm({17, 0x18, 0x34, 0, 0x20}), vm({17, 0x1C, 0x34, 0xCC})},
+        {"nor this one's", vm({18, 0x18, 0x42, 0x01}), vm({18, 0x1C, 0x42, 0xCC})},
+        {"this channel", vm({19, 0x18, 0x42, 0x0E}),
+         vm({19, 0x1C, 0x42, 0, 0x0F, 0x0C, 5, 0, 0xF2, 0x1B, 0, 0xFF, 0xFF})},
+        {"a length", vm({20, 0x18, 0x42}), vm({20, 0x1C, 0x42, 0xC7})},
+    };
+    const Client one = machine();
+    for (const auto &c : rows) {
+        SCOPED_TRACE(c.name);
+        one.send(c.sent);
+        one.expect(c.answered);
+    }
+}
+
+TEST_F(HostDoorTest, WhatHangsIsAnsweredOnceAndOneMachineIsServed) {
+    const Client one = machine();
+    one.send(vm({1, 0xC8, 2}));
+    one.expect(vm({1, 0xCC, 2, 0xC3})); // after three seconds
+    gate_open = true;
+    ASSERT_TRUE(eventually([] { return blocked == 0; }));
+    one.send(vm({2, 0xC8, 1, 7}));
+    one.expect(vm({2, 0xCC, 1, 0, 7}));
+    {
+        const Client second(folder_ / "host.sock");
+        EXPECT_TRUE(second.ended());
+    }
+    one.end_input();
+    EXPECT_TRUE(one.ended());
+    machine().send(vm({3, 0xC8, 1}));
+    EXPECT_TRUE(host_->stop(milliseconds(8000)));
+    EXPECT_FALSE(fs::exists(folder_ / "host.sock"));
 }
 
 TEST_F(PeerLink, CarriesRequestsAsAdministratorWhateverElseComes) {

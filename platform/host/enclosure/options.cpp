@@ -89,6 +89,7 @@ struct Given {
     std::string bus = "private";
     std::string ipmi_host = "none";
     std::string inventory = "none";
+    bool host_door = false;
     bool check_config = false;
     bool strict = false;
 };
@@ -122,6 +123,8 @@ void add_options(CLI::App &app, Given &given) {
     add("--inventory", given.inventory, "BUS",
         "Show the inventory as xyz.openbmc_project.Inventory objects on a bus: session, system or none (none)",
         CLI::IsMember({"session", "system", "none"}));
+    app.add_flag("--host-door", given.host_door,
+                 "Be the controller of a virtual machine: QEMU's ipmi-bmc-extern at RUN_DIR/slotN/host.sock");
     CLI::Option *const check = app.add_flag("--check-config", given.check_config,
                                             "Check the enclosure file, warn of what is doubtful, and end");
     app.add_flag("--strict", given.strict, "With --check-config: end with 1 after a warning, too")->needs(check);
@@ -174,6 +177,7 @@ ParsedOptions parse_options(const std::vector<std::string> &arguments) {
     options.bus = named(kBuses, given.bus).value_or(options.bus);
     options.ipmi_host = named(kBuses, given.ipmi_host).value_or(options.ipmi_host);
     options.inventory = named(kBuses, given.inventory).value_or(options.inventory);
+    options.host_door = given.host_door;
     options.check_config = given.check_config;
     options.strict = given.strict;
     if (const std::string mistake = mistake_in(options); !mistake.empty()) {

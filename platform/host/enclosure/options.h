@@ -40,6 +40,7 @@ struct Options {
     Bus bus = Bus::kPrivate;
     Bus ipmi_host = Bus::kNone; // the bus whose IPMI bridges are served: none, session or system
     Bus inventory = Bus::kNone; // the bus on which the standard inventory is: none, session or system
+    bool host_door = false;     // a virtual machine finds its controller at host.sock of the slot's run folder
     bool check_config = false;  // check the enclosure file and end
     bool strict = false;        // what is doubtful in it counts as a mistake then
 

@@ -31,6 +31,7 @@ enum CompletionCode : std::uint8_t {
     kRequestLengthInvalid = 0xC7,
     kRequestLengthExceeded = 0xC8,
     kOutOfRange = 0xC9,
+    kResponseTooLong = 0xCA,
     kDataAbsent = 0xCB,
     kInvalidField = 0xCC,
     kInsufficientPrivilege = 0xD4,

@@ -7,6 +7,7 @@
 #include "doubts.h"
 #include "dummy_door.h"
 #include "host.h"
+#include "host_door.h"
 #include "inventory.h"
 #include "ipmi_registry.h"
 #include "json_document.h"
@@ -120,6 +121,7 @@ OBJ_HANDLE item_named(const char *name) {
 struct Doors {
     std::unique_ptr<StreamServer> ipmi;
     std::unique_ptr<StreamServer> link;
+    std::unique_ptr<HostDoor> machine; // null unless wanted
     std::unique_ptr<DbusService> bus;
 };
 
@@ -137,6 +139,12 @@ bool open_doors(Host &platform, Doors *doors, std::string *mistake) {
     opened.link = open_peer_link(folder / kLinkSocket, ipmi_registry(), reload_for_peer, mistake);
     if (opened.link == nullptr) {
         return false;
+    }
+    if (platform.options.host_door) {
+        opened.machine = HostDoor::open(folder / kHostSocket, ipmi_registry(), mistake);
+        if (opened.machine == nullptr) {
+            return false;
+        }
     }
     opened.ipmi = open_dummy_door(folder / kIpmiSocket, ipmi_registry(), platform.enclosure.ipmi_privilege, mistake);
     if (opened.ipmi == nullptr) {
@@ -170,8 +178,9 @@ std::string greeting(const Host &platform) {
     const std::string slot = std::to_string(platform.options.slot);
     const std::string socket = (folder / kIpmiSocket).native();
     std::string text = "asd serves slot " + slot + " of \"" + printable(platform.enclosure.name) +
-                       "\": " + holdings_of(platform.enclosure) + ".\n" +    //
-                       "  IPMI socket  " + socket + "\n" +                   //
+                       "\": " + holdings_of(platform.enclosure) + ".\n" + //
+                       "  IPMI socket  " + socket + "\n" +                //
+                       (platform.options.host_door ? "  host door    " + (folder / kHostSocket).native() + "\n" : "") +
                        "  D-Bus        " + bus_of(platform, folder) + "\n" + //
                        "  state        " + platform.options.state_dir.native() + "\n";
     if (isatty(STDOUT_FILENO) == 1) { // a log needs no lesson
@@ -230,6 +239,9 @@ std::vector<Pulse> look_around(const Doors &doors) {
         {.name = "the main thread", .count = rounds.load(std::memory_order_relaxed), .bound = kRoundBound});
     pulses.push_back(doors.ipmi->pulse());
     pulses.push_back(doors.link->pulse());
+    if (doors.machine != nullptr) {
+        pulses.push_back(doors.machine->pulse());
+    }
     if (std::optional<Pulse> bus = doors.bus->pulse()) {
         pulses.push_back(*std::move(bus));
     }
@@ -369,14 +381,18 @@ gint32 static_start_rpc_service(void) {
     asd_host::manager_notify("STOPPING=1");
     // All at once, so that the slowest of them decides how long it takes.
     std::future<bool> bus_stop = std::async([&doors] { return doors.bus->stop(asd_host::kDoorLimit); });
+    std::future<bool> machine_stop =
+        std::async([&doors] { return doors.machine == nullptr || doors.machine->stop(asd_host::kDoorLimit); });
     doors.ipmi->begin_stop();
     doors.link->begin_stop();
     const bool load_ended = late_load.stop(asd_host::kLateLoadLimit);
     const bool looks_ended = platform->lookout.stop(asd_host::kLateLoadLimit);
     const bool ipmi_closed = doors.ipmi->stop(asd_host::kDoorLimit);
     const bool link_closed = doors.link->stop(asd_host::kDoorLimit);
+    const bool machine_closed = machine_stop.get();
     const bool bus_closed = bus_stop.get();
-    asd_host::stop_tasks(ipmi_closed && link_closed && bus_closed && load_ended && looks_ended, status);
+    asd_host::stop_tasks(ipmi_closed && link_closed && machine_closed && bus_closed && load_ended && looks_ended,
+                         status);
     (void)asd_host::log_flush(asd_host::kLastLinesLimit);
     if (status != 0) {
         std::exit(status); // NOLINT(concurrency-mt-unsafe): as the return from main does
