@@ -10,8 +10,10 @@ import os
 import pathlib
 import re
 import shutil
-import subprocess
 import sys
+
+import initramfs
+from initramfs import run
 
 HERE = pathlib.Path(__file__).resolve().parent
 CONFIG = HERE.parent.parent / "config" / "bmc.json"
@@ -22,10 +24,9 @@ SILENT = "power_supply_0"  # its write-protect pin is tied: acknowledges writes 
 READ_ONLY = "ear_board"  # the kernel is told to refuse writes
 
 MODULES = ["i2c-aspeed", "at24", "i2c-dev", "gpio-aspeed", "sdhci-of-aspeed", "ext4"]
-PROGRAMS = ["bin/busybox", "usr/bin/ipmitool", "usr/bin/gpioinfo", "usr/bin/gpioget", "usr/bin/gpioset"]
+PROGRAMS = ["usr/bin/ipmitool", "usr/bin/gpioinfo", "usr/bin/gpioget", "usr/bin/gpioset"]
 BUILT = ["platform/host/asd", "tools/asdctl/asdctl"]
 LIBRARY_FOLDERS = ["lib/arm-linux-gnueabihf", "usr/lib/arm-linux-gnueabihf", "lib"]
-FOLDERS = ["dev", "proc", "sys", "run", "tmp", "root", "var/log", "var/lib/asd", "usr/bin", "usr/sbin", "bin", "sbin"]
 STATE_BYTES = 64 * 1024 * 1024  # the SD card that holds asd's state; QEMU wants a power of two
 
 
@@ -41,10 +42,6 @@ def eeproms():
 
 def present_eeproms():
     return [eeprom for eeprom in eeproms() if eeprom.name != ABSENT]
-
-
-def run(*command, **options):
-    return subprocess.run([str(word) for word in command], check=True, **options)
 
 
 # --- what is made once ---
@@ -64,51 +61,15 @@ def device_tree(base, target):
             run("fdtput", target, node, "read-only")
 
 
-def add_libraries(packages, root):
-    """Copies what the programs in the root need, and what that needs."""
-    todo = [file for file in root.rglob("*") if file.is_file() and file.read_bytes()[:4] == b"\x7fELF"]
-    while todo:
-        dynamic = run("readelf", "-d", todo.pop(), capture_output=True, text=True).stdout
-        for name in re.findall(r"\(NEEDED\)\s+Shared library: \[(.+)\]", dynamic):
-            target = root / "lib" / name
-            if target.exists():
-                continue
-            found = [packages / folder / name for folder in LIBRARY_FOLDERS if (packages / folder / name).exists()]
-            assert found, f"no package holds {name}"
-            shutil.copyfile(found[0], target)
-            target.chmod(0o755)
-            todo.append(target)
-
-
-def add_modules(packages, version, root):
-    """Copies the drivers and the list of them in the order in which they need each other."""
-    names = []
-    for module in MODULES:
-        shown = run("modprobe", "-d", packages, "-S", version, "--show-depends", module, capture_output=True, text=True)
-        for file in re.findall(r"^insmod (\S+)", shown.stdout, re.MULTILINE):
-            if pathlib.Path(file).name not in names:
-                names.append(pathlib.Path(file).name)
-                shutil.copy(file, root / "lib" / "modules")
-    (root / "etc" / "modules").write_text("\n".join(names) + "\n", encoding="utf-8")
-
-
 def root_file_system(packages, version, root):
-    shutil.rmtree(root, ignore_errors=True)
-    shutil.copytree(HERE / "rootfs", root)
-    for folder in [*FOLDERS, "lib/modules", "etc/asd"]:
-        (root / folder).mkdir(parents=True, exist_ok=True)
-    for program in PROGRAMS:
-        shutil.copy(packages / program, root / program)
-    for link in ["init", "bin/sh"]:
-        (root / link).symlink_to("/bin/busybox")
+    initramfs.begin(HERE / "rootfs", packages, PROGRAMS, root)
+    for folder in ["etc/asd", "var/lib/asd"]:
+        (root / folder).mkdir(parents=True)
     for program in BUILT:
         run("arm-linux-gnueabihf-strip", "-o", root / "usr/bin" / pathlib.Path(program).name, BUILT_IN / program)
     shutil.copy(CONFIG, root / "etc/asd/enclosure.json")
-    names = root / "usr/share/misc/enterprise-numbers.txt"  # ipmitool wants one; all names take it seconds
-    names.parent.mkdir(parents=True)
-    names.write_text("0\n  Reserved\n", encoding="utf-8")
-    add_libraries(packages, root)
-    add_modules(packages, version, root)
+    initramfs.add_libraries(packages, LIBRARY_FOLDERS, root)
+    initramfs.add_modules(packages, version, MODULES, root)
     present = "".join(f"{eeprom.file}\n" for eeprom in present_eeproms())
     (root / "etc" / "eeproms").write_text(present, encoding="utf-8")
 
@@ -117,16 +78,12 @@ def image(packages, folder):
     """Makes vmlinuz, initramfs.cpio and bmc.dtb in the folder."""
     packages, folder = pathlib.Path(packages), pathlib.Path(folder)
     folder.mkdir(parents=True, exist_ok=True)
-    kernel = next((packages / "boot").glob("vmlinuz-*"))
-    version = kernel.name.removeprefix("vmlinuz-")
+    kernel, version = initramfs.kernel(packages)
     shutil.copyfile(kernel, folder / "vmlinuz")
     device_tree(packages / f"usr/lib/linux-image-{version}/aspeed-ast2600-evb.dtb", folder / "bmc.dtb")
     root = folder / "root"
     root_file_system(packages, version, root)
-    names = "\n".join(sorted(str(file.relative_to(root)) for file in root.rglob("*")))
-    with open(folder / "initramfs.cpio", "wb") as archive:
-        run("cpio", "--create", "--format=newc", "--owner=+0:+0", "--quiet", cwd=root, input=names.encode(),
-            stdout=archive)
+    initramfs.pack(root, folder / "initramfs.cpio")
 
 
 # --- what runs ---
