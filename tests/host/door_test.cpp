@@ -431,8 +431,6 @@ TEST_F(PeerLink, CarriesRequestsAsAdministratorWhateverElseComes) {
     EXPECT_EQ(ask({.netfn = 0x32, .cmd = 4}, &response), 0);
     EXPECT_EQ(response.size(), kResponseLimit);
     EXPECT_EQ(ask({.netfn = 0x32, .cmd = 1}, nullptr), 0) << "nobody waits for the response";
-    EXPECT_TRUE(peer_listens(folder_ / "link.sock"));
-    EXPECT_FALSE(peer_listens(folder_ / "other.sock"));
 }
 
 TEST_F(PeerLink, PeersThatFailGiveAStatusInTime) {
@@ -461,6 +459,28 @@ TEST_F(PeerLink, PeersThatFailGiveAStatusInTime) {
     EXPECT_EQ(peer_request(folder_ / "bad.sock", request, milliseconds(kLimitMs), &response), kPeerAbsent);
 }
 
+TEST_F(PeerLink, ConnectionsAreKeptAndAbsenceIsRemembered) {
+    const fs::path late = folder_ / "late.sock";
+    PeerLines lines(std::chrono::seconds(1));
+    PeerLines::Time now{};
+    EXPECT_FALSE(lines.listens(1, late, now));
+    for (int run = 0; run < 2; ++run) {
+        std::string mistake;
+        const auto peer = open_peer_link(late, registry_, {}, &mistake);
+        ASSERT_NE(peer, nullptr) << mistake;
+        EXPECT_EQ(lines.listens(1, late, now + milliseconds(700)), run > 0) << "it was there until now";
+        now += milliseconds(800);
+        EXPECT_TRUE(lines.listens(1, late, now));
+        fs::remove(late); // nobody can connect any more
+        for (int i = 0; i < 3; ++i) {
+            IpmiResponse response;
+            EXPECT_EQ(lines.request(1, late, {.netfn = 0x32, .cmd = 1}, milliseconds(kLimitMs), &response), 0);
+            EXPECT_EQ(response, Bytes{0});
+        }
+    }
+    EXPECT_FALSE(lines.listens(1, late, now)) << "it has gone";
+}
+
 TEST_F(PeerLink, ProcessesOfOtherUsersAreNoPeers) {
     EXPECT_EQ(fs::status(folder_ / "link.sock").permissions(), fs::perms(0600));
     std::string mistake;
@@ -480,7 +500,7 @@ TEST_F(PeerLink, ProcessesOfOtherUsersAreNoPeers) {
     const auto strange = open_server(folder_ / "strange.sock", {}, &mistake);
     ASSERT_EQ(seteuid(0), 0);
     ASSERT_NE(strange, nullptr) << mistake;
-    EXPECT_FALSE(peer_listens(folder_ / "strange.sock"));
+    EXPECT_FALSE(PeerLines(std::chrono::seconds(1)).listens(1, folder_ / "strange.sock", {}));
     IpmiResponse response;
     EXPECT_EQ(peer_request(folder_ / "strange.sock", {.netfn = 0x32, .cmd = 1}, milliseconds(kLimitMs), &response),
               kPeerAbsent);

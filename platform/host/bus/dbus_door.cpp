@@ -56,7 +56,6 @@ bool BusDoor::open(const std::filesystem::path &path, std::string *mistake) {
     }
     path_ = path;
     listen();
-    second_ = attached(g_timeout_source_new_seconds(1), on_second, this);
     return true;
 }
 
@@ -118,7 +117,18 @@ gboolean BusDoor::on_second(gpointer self) {
     if (door->incoming_ == nullptr) {
         door->listen();
     }
-    return G_SOURCE_CONTINUE;
+    if (!door->relays_.empty()) {
+        return G_SOURCE_CONTINUE;
+    }
+    door->second_.reset();
+    return G_SOURCE_REMOVE;
+}
+
+// Until nobody is connected any more: a service that nobody asks is to sleep.
+void BusDoor::count_seconds() {
+    if (second_ == nullptr) {
+        second_ = attached(g_timeout_source_new_seconds(1), on_second, this);
+    }
 }
 
 // ---- Clients ----
@@ -147,6 +157,7 @@ bool BusDoor::accept_one() {
 // Whoever waits makes the socket ready again and again: without the pause nothing else would run.
 void BusDoor::pause(int reason) {
     incoming_.reset();
+    count_seconds();
     if (!std::exchange(pause_told_, true)) {
         HOST_LOG(kLogError, "no D-Bus client can be taken: %s; tried again every second", std::strerror(reason));
     }
@@ -162,6 +173,7 @@ void BusDoor::take(Fd client) {
     }
     relays_.push_back(std::make_shared<BusRelay>(std::move(client), peer, guid_.get(), events_));
     relays_.back()->start();
+    count_seconds();
 }
 
 // False: nobody is idle.

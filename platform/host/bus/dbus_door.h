@@ -42,6 +42,7 @@ public:
 private:
     [[nodiscard]] bool listen_at(const std::filesystem::path &path, GError **error);
     void listen();
+    void count_seconds();
     [[nodiscard]] bool accept_one();
     void pause(int reason);
     void take(Fd client);
@@ -56,7 +57,7 @@ private:
     std::filesystem::path path_;
     ObjectPtr<GSocket> socket_;
     SourcePtr incoming_; // null: closed, or it pauses
-    SourcePtr second_;
+    SourcePtr second_;   // null: no client has limits to keep, and the door does not pause
     TextPtr guid_;
     std::list<std::shared_ptr<BusRelay>> relays_;
     bool full_told_ = false;

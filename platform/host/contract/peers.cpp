@@ -33,10 +33,13 @@ PeerPatience &peer_patience() {
     return patience;
 }
 
+PeerLines &peer_lines() {
+    static PeerLines &lines = *new PeerLines(clock_real(1000)); // never destroyed, for the same reason
+    return lines;
+}
+
 std::filesystem::path link_of(std::uint8_t slot) {
-    Options options = host()->options;
-    options.slot = slot;
-    return options.slot_run_dir() / kLinkSocket;
+    return host()->options.run_dir / slot_folder(slot) / kLinkSocket;
 }
 
 // False: the master may not know.
@@ -98,15 +101,16 @@ gint32 patient_request(std::uint8_t slot, const IpmiRequest &request, gint32 tim
     if (!limit) {
         return kTimedOut;
     }
-    const gint32 status =
-        peer_request(link_of(slot), request, std::max<std::chrono::nanoseconds>(*limit, kShortestLimit), response);
+    const gint32 status = peer_lines().request(slot, link_of(slot), request,
+                                               std::max<std::chrono::nanoseconds>(*limit, kShortestLimit), response);
     peer_patience().note(slot, status != kTimedOut, std::chrono::steady_clock::now());
     return status;
 }
 
 bool peer_online(std::uint8_t slot) {
     const Host *const platform = host();
-    return platform != nullptr && (slot == platform->options.slot || peer_listens(link_of(slot)));
+    return platform != nullptr && (slot == platform->options.slot ||
+                                   peer_lines().listens(slot, link_of(slot), std::chrono::steady_clock::now()));
 }
 
 void tell_master_of(const std::vector<OBJ_HANDLE> &chips) {

@@ -19,7 +19,8 @@ namespace asd_host {
 [[nodiscard]] gint32 patient_request(std::uint8_t slot, const IpmiRequest &request, gint32 timeout_s,
                                      IpmiResponse *response);
 
-// This process's own slot, or a slot whose controller listens at its link. False while no platform is running.
+// This process's own slot, or a slot whose controller listens at its link; one that was absent less than three quarters
+// of a second ago still counts as such. False while no platform is running.
 [[nodiscard]] bool peer_online(std::uint8_t slot);
 
 // When this controller is not the master: the items on the chips, as far as these lie on shared parts, are read again

@@ -165,49 +165,59 @@ gint32 await(const Fd &peer, short events, Deadline deadline) {
 
 gint32 send_all(const Fd &peer, std::span<const std::uint8_t> data, Deadline deadline) {
     while (!data.empty()) {
-        if (const gint32 status = await(peer, POLLOUT, deadline); status != 0) {
-            return status;
-        }
         const ssize_t count = send(peer.get(), data.data(), data.size(), MSG_NOSIGNAL);
         if (count >= 0) {
             data = data.subspan(static_cast<std::size_t>(count));
-        } else if (errno != EINTR && errno != EAGAIN) {
+        } else if (errno == EAGAIN) {
+            if (const gint32 status = await(peer, POLLOUT, deadline); status != 0) {
+                return status;
+            }
+        } else if (errno != EINTR) {
             return kPeerFailed;
         }
     }
     return 0;
 }
 
-gint32 receive_all(const Fd &peer, std::span<std::uint8_t> out, Deadline deadline) {
-    while (!out.empty()) {
+// With *silent, that nothing of a response has come is told.
+gint32 receive_response(const Fd &peer, Deadline deadline, IpmiResponse *response, bool *silent = nullptr) {
+    std::array<std::uint8_t, kHeadSize + kResponseLimit> frame; // a peer sends one response and waits
+    Head head{};
+    std::size_t arrived = 0;
+    std::size_t wanted = kHeadSize;
+    while (arrived < wanted) {
         if (const gint32 status = await(peer, POLLIN, deadline); status != 0) {
             return status;
         }
-        const ssize_t count = recv(peer.get(), out.data(), out.size(), 0);
-        if (count > 0) {
-            out = out.subspan(static_cast<std::size_t>(count));
-        } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
+        const ssize_t count = recv(peer.get(), frame.data() + arrived, frame.size() - arrived, 0);
+        if (count < 0 && (errno == EINTR || errno == EAGAIN)) {
+            continue;
+        }
+        if (count <= 0) {
+            if (silent != nullptr) {
+                *silent = arrived == 0;
+            }
             return kPeerFailed;
         }
+        arrived += static_cast<std::size_t>(count);
+        if (arrived < kHeadSize) {
+            continue;
+        }
+        std::copy_n(frame.begin(), kHeadSize, head.begin());
+        const auto length = body_length(head, kResponse, 1, kResponseLimit);
+        if (!length) {
+            return kPeerFailed;
+        }
+        wanted = kHeadSize + *length;
     }
-    return 0;
+    response->assign(frame.begin() + kHeadSize, frame.begin() + static_cast<std::ptrdiff_t>(wanted));
+    return arrived == wanted ? 0 : kPeerFailed;
 }
 
-gint32 receive_response(const Fd &peer, Deadline deadline, IpmiResponse *response) {
-    Head head{};
-    if (const gint32 status = receive_all(peer, head, deadline); status != 0) {
-        return status;
-    }
-    const auto length = body_length(head, kResponse, 1, kResponseLimit);
-    if (!length) {
-        return kPeerFailed;
-    }
-    IpmiResponse body(*length);
-    if (const gint32 status = receive_all(peer, body, deadline); status != 0) {
-        return status;
-    }
-    *response = std::move(body);
-    return 0;
+// The connection is not at its end, and nothing has come that nobody asked for.
+bool is_quiet(const Fd &peer) {
+    std::uint8_t first = 0;
+    return peer && recv(peer.get(), &first, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
 }
 
 // Sends the wish to one peer. 0 and the connection, or why it has none.
@@ -264,16 +274,74 @@ std::unique_ptr<StreamServer> open_peer_link(const std::filesystem::path &socket
 }
 
 gint32 peer_request(const std::filesystem::path &socket, const IpmiRequest &request, std::chrono::nanoseconds limit,
-                    IpmiResponse *response) {
+                    IpmiResponse *response, Fd *kept) {
     const Deadline deadline = std::chrono::steady_clock::now() + limit;
-    Fd peer;
+    const std::vector<std::uint8_t> frame = request_frame(request);
+    Fd peer = kept != nullptr ? std::move(*kept) : Fd();
+    if (peer && response != nullptr) {
+        bool silent = false;
+        gint32 status = send_all(peer, frame, deadline);
+        silent = status == kPeerFailed;
+        status = status == 0 ? receive_response(peer, deadline, response, &silent) : status;
+        if (!silent) {
+            *kept = status == 0 ? std::move(peer) : Fd();
+            return status;
+        }
+    }
+    // Also when the peer has ended a kept connection in the meantime: whoever listens there now is asked.
     if (const gint32 status = connect_until(socket, deadline, &peer); status != 0) {
         return status;
     }
-    if (const gint32 status = send_all(peer, request_frame(request), deadline); status != 0) {
+    if (const gint32 status = send_all(peer, frame, deadline); status != 0 || response == nullptr) {
         return status;
     }
-    return response != nullptr ? receive_response(peer, deadline, response) : 0;
+    const gint32 status = receive_response(peer, deadline, response);
+    if (status == 0 && kept != nullptr) {
+        *kept = std::move(peer);
+    }
+    return status;
+}
+
+Fd PeerLines::take(std::uint8_t slot) {
+    const std::lock_guard lock(mutex_);
+    return std::move(kept_[slot]);
+}
+
+void PeerLines::put_back(std::uint8_t slot, Fd peer) {
+    const std::lock_guard lock(mutex_);
+    kept_[slot] = std::move(peer);
+}
+
+bool PeerLines::listens(std::uint8_t slot, const std::filesystem::path &socket, Time now) {
+    Fd peer = take(slot);
+    if (is_quiet(peer)) {
+        put_back(slot, std::move(peer));
+        return true;
+    }
+    {
+        const std::lock_guard lock(mutex_);
+        const auto absent = absent_until_.find(slot);
+        if (absent != absent_until_.end() && now < absent->second) {
+            return false;
+        }
+    }
+    int error = 0;
+    peer = peer_connect(socket, &error);
+    if (!peer && error != EAGAIN) {
+        const std::lock_guard lock(mutex_);
+        absent_until_[slot] = now + second_ * 3 / 4; // not as long as from one pass of pushes to the next
+        return false;
+    }
+    put_back(slot, std::move(peer));
+    return true;
+}
+
+gint32 PeerLines::request(std::uint8_t slot, const std::filesystem::path &socket, const IpmiRequest &request,
+                          std::chrono::nanoseconds limit, IpmiResponse *response) {
+    Fd peer = take(slot);
+    const gint32 status = peer_request(socket, request, limit, response, &peer);
+    put_back(slot, std::move(peer));
+    return status;
 }
 
 Reloaded peers_reload(const std::vector<std::filesystem::path> &sockets, std::string_view item, Deadline deadline) {
@@ -312,11 +380,6 @@ void PeerPatience::note(std::uint8_t slot, bool answered, Time now) {
     }
     silent_since_[slot] = now;
     last_silence_ = now;
-}
-
-bool peer_listens(const std::filesystem::path &socket) {
-    int error = 0;
-    return peer_connect(socket, &error) || error == EAGAIN;
 }
 
 } // namespace asd_host

@@ -21,6 +21,7 @@
 // All controllers of an enclosure run as one user: requests come with every privilege, so each side of a connection
 // makes sure that the other is a process of its own user.
 
+#include "fd.h"
 #include "ipmi_registry.h"
 #include "stream_server.h"
 
@@ -48,9 +49,10 @@ using PeerReload = std::function<std::uint8_t(std::string_view item)>;
                                                            std::string *mistake);
 
 // Sends a request to the peer that listens at socket and waits for its response; with response null, for nothing. 0,
-// kPeerAbsent, kPeerFailed or kTimedOut; *response is set when it is 0. Blocks up to the limit.
+// kPeerAbsent, kPeerFailed or kTimedOut; *response is set when it is 0. Blocks up to the limit. With kept, a connection
+// in it is used, unless the peer has ended it, and the one that brought a response is left there for the next request.
 [[nodiscard]] gint32 peer_request(const std::filesystem::path &socket, const IpmiRequest &request,
-                                  std::chrono::nanoseconds limit, IpmiResponse *response);
+                                  std::chrono::nanoseconds limit, IpmiResponse *response, Fd *kept = nullptr);
 
 enum class Reloaded {
     kByMaster,
@@ -85,7 +87,30 @@ private:
     std::optional<Time> last_silence_;
 };
 
-// A controller listens at socket: a process of this process's user.
-[[nodiscard]] bool peer_listens(const std::filesystem::path &socket);
+// The connections to the peers, a slot each, and which peers are absent, so that a pass of pushes neither connects nor
+// looks for somebody item by item. Any thread.
+class PeerLines {
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    // second: how long one of the module's seconds is.
+    explicit PeerLines(std::chrono::nanoseconds second) : second_(second) {}
+
+    // A controller listens at the slot's socket: a process of this process's user. One that does not is looked for
+    // again after three quarters of a second; until then the answer is no. Blocks for nothing.
+    [[nodiscard]] bool listens(std::uint8_t slot, const std::filesystem::path &socket, Time now);
+    // As peer_request, on the slot's connection.
+    [[nodiscard]] gint32 request(std::uint8_t slot, const std::filesystem::path &socket, const IpmiRequest &request,
+                                 std::chrono::nanoseconds limit, IpmiResponse *response);
+
+private:
+    [[nodiscard]] Fd take(std::uint8_t slot);
+    void put_back(std::uint8_t slot, Fd peer);
+
+    std::chrono::nanoseconds second_;
+    std::mutex mutex_; // guards the fields below
+    std::map<std::uint8_t, Fd> kept_;
+    std::map<std::uint8_t, Time> absent_until_;
+};
 
 } // namespace asd_host

@@ -49,7 +49,8 @@ struct StreamShared {
     std::string thread_name;
     StreamServer::Protocol protocol;
     std::optional<uid_t> only_user;
-    Seldom says_shortage; // and the next one: the acceptor's
+    milliseconds leave_limit{}; // of a client that has been answered, to take its leave when the server stops
+    Seldom says_shortage;       // and the next one: the acceptor's
     Seldom says_stranger;
     std::atomic<std::uint64_t> rounds{0}; // the acceptor's; relaxed: guards nothing
 
@@ -89,10 +90,10 @@ constexpr milliseconds kPlacePause{50};    // between looks for a client that ha
 constexpr milliseconds kAcceptPause{100};  // when the machine is short of descriptors, memory or threads
 constexpr std::int64_t kSeldomMs = 60000;
 constexpr milliseconds kForever{-1};
-constexpr milliseconds kRound{1000};       // of the acceptor, when nobody comes
+constexpr milliseconds kRound{5000};       // of the acceptor, when nobody comes
 constexpr milliseconds kRoundBound{20000}; // the machine may be busy
 constexpr milliseconds kEndingLimit{500};  // of a client in the middle of a request when the service ends
-constexpr milliseconds kLeaveLimit{250};   // of one that has been answered, to take its leave
+constexpr milliseconds kLeaveLimit{250};   // StreamShared's leave_limit, but for controllers: they take none
 
 std::string error_text(int error) {
     return std::generic_category().message(error);
@@ -294,7 +295,7 @@ void StreamShared::end_idle() {
     accepting = false;
     client_gone.notify_all();
     end_those(false);
-    (void)client_gone.wait_for(lock, kLeaveLimit, [this] { return clients.empty(); });
+    (void)client_gone.wait_for(lock, leave_limit, [this] { return clients.empty(); });
     end_those(true);
 }
 
@@ -342,7 +343,7 @@ bool StreamClient::await_arrival(bool answered) {
     int flags = 0;
     if (shared_.stopping) {
         flags = MSG_DONTWAIT;
-        if (!await_input(kForever, answered ? kLeaveLimit : milliseconds(0))) {
+        if (!await_input(kForever, answered ? shared_.leave_limit : milliseconds(0))) {
             // What arrives from now on is refused, what has arrived just before is still answered.
             (void)shutdown(fd_, SHUT_RD);
         }
@@ -449,6 +450,7 @@ std::unique_ptr<StreamServer> StreamServer::open(const std::filesystem::path &pa
     shared->thread_name = std::move(thread_name);
     shared->protocol = std::move(protocol);
     shared->only_user = only_user;
+    shared->leave_limit = only_user ? milliseconds(0) : kLeaveLimit;
     shared->stop_event = Fd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     const int error =
         shared->stop_event ? listen_at(*address, only_user ? kOwner : kOwnerAndGroup, &shared->listener) : errno;

@@ -104,8 +104,8 @@ public:
     // The same, and waits until the clients' threads have ended. False: one is still busy after the limit.
     [[nodiscard]] bool stop(std::chrono::milliseconds limit);
 
-    // Whether clients are still being accepted, to look at once a second or less often: the count moves with each
-    // client and with each second without one. Any thread.
+    // Whether clients are still being accepted, to look at every five seconds or less often: the count moves with each
+    // client and with five seconds without one. Any thread.
     [[nodiscard]] Pulse pulse() const;
 
 private:

@@ -215,7 +215,7 @@ void greet(const Host &platform) {
 // Until the service is to end; what has to be looked after meanwhile is done in between. The status to end with.
 int await_end(Host &platform) {
     const sigset_t signals = end_signals();
-    constexpr timespec kRound{.tv_sec = 0, .tv_nsec = 500'000'000};
+    constexpr timespec kRound{.tv_sec = 1, .tv_nsec = 0};
     for (;;) {
         rounds.fetch_add(1, std::memory_order_relaxed);
         const int signal = sigtimedwait(&signals, nullptr, &kRound);
