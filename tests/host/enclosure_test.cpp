@@ -183,7 +183,7 @@ TEST(Options, AreParsedOrRefusedWithStatusTwo) {
         {0, {"--help", "--version"}},
         {2,
          {"--slot 4", "--slot -1", "--slot", "--role both", "--log-level 3", "--time-scale 0", "--time-scale 100001",
-          "--config=", "--unknown", "extra", longest + "r"}},
+          "--config=", "--slot 1 --slot 2", "--strict", "--help=3", "--unknown", "extra", longest + "r"}},
     };
     for (const auto &[status, lines] : rows) {
         for (const std::string &line : lines) {

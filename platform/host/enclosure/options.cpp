@@ -5,15 +5,20 @@
 #include "log.h"
 #include "printable.h"
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <iostream>
+#include <set>
+#include <span>
 #include <string_view>
 #include <system_error>
-#include <tuple>
 #include <utility>
 
-#include <CLI/CLI.hpp>
+#include <getopt.h>
 #include <pwd.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -31,12 +36,16 @@ constexpr const char *kExamples = R"(Examples:
   asd --config config/repair.json --time-scale 1440    a day a minute
   IPMI_DUMMY_SOCK=RUN_DIR/slot0/ipmi.sock ipmitool -I dummy mc info)";
 
-constexpr std::array<std::pair<std::string_view, int>, 3> kLogLevels = {
-    {{"error", 0}, {"information", 1}, {"debug", 2}}};
+template <typename Value>
+using Names = std::span<const std::pair<std::string_view, Value>>;
+
+constexpr std::array<std::pair<std::string_view, int>, 6> kLogLevels = {
+    {{"error", 0}, {"information", 1}, {"debug", 2}, {"0", 0}, {"1", 1}, {"2", 2}}};
 constexpr std::array<std::pair<std::string_view, Role>, 3> kRoles = {
     {{"auto", Role::kAuto}, {"master", Role::kMaster}, {"slave", Role::kSlave}}};
 constexpr std::array<std::pair<std::string_view, Bus>, 4> kBuses = {
-    {{"private", Bus::kPrivate}, {"session", Bus::kSession}, {"system", Bus::kSystem}, {"none", Bus::kNone}}};
+    {{"session", Bus::kSession}, {"system", Bus::kSystem}, {"none", Bus::kNone}, {"private", Bus::kPrivate}}};
+constexpr auto kSharedBuses = std::span(kBuses).first<3>(); // where others have names, too
 
 // An environment variable that holds an absolute path; empty otherwise.
 std::filesystem::path path_from(const char *variable) {
@@ -61,14 +70,34 @@ std::filesystem::path default_state_dir() {
     return (state.empty() ? home() / ".local/state" : state) / "asd";
 }
 
-// What the options would make of a command line that CLI11 accepts; empty when it is sound.
-std::string mistake_in(const Options &options) {
-    const std::string socket = (options.slot_run_dir() / kIpmiSocket).native();
-    if (socket.size() > kLongestSocketPath) {
+// A mistake in a folder's name; empty when it is sound.
+std::string use_folder(const char *option, std::filesystem::path *folder) {
+    std::error_code failed;
+    const std::filesystem::path whole = std::filesystem::absolute(*folder, failed);
+    if (failed) { // the working folder has been removed, or may not be entered
+        return std::string(option) + ": " + folder->native() +
+               " begins at the working folder, and that is not to be found (" + failed.message() +
+               "); name the folder from / on, or start asd elsewhere";
+    }
+    *folder = whole.lexically_normal();
+    return {};
+}
+
+// What no single option tells; empty when all is sound.
+std::string mistake_in(Options *options) {
+    if (options->strict && !options->check_config) {
+        return "--strict is of use with --check-config alone";
+    }
+    std::string mistake = use_folder("--run-dir", &options->run_dir);
+    if (mistake.empty()) {
+        mistake = use_folder("--state-dir", &options->state_dir);
+    }
+    const std::string socket = (options->slot_run_dir() / kIpmiSocket).native();
+    if (mistake.empty() && socket.size() > kLongestSocketPath) {
         return "--run-dir: the socket's path " + socket + " has " + std::to_string(socket.size()) +
                " bytes; a socket's path has at most " + std::to_string(kLongestSocketPath) + ", name a shorter folder";
     }
-    return {};
+    return mistake;
 }
 
 ParsedOptions refuse(const std::string &mistake) {
@@ -77,112 +106,180 @@ ParsedOptions refuse(const std::string &mistake) {
     return {.options = {}, .exit_status = kWrongUsage};
 }
 
-// The command line's values as CLI11 hands them over.
-struct Given {
-    std::string config = "/etc/asd/enclosure.json";
-    std::string run_dir = default_run_dir().native();
-    std::string state_dir = default_state_dir().native();
-    int slot = 0;
-    std::string log_level = "information";
-    std::int64_t time_scale = 1;
-    std::string role; // empty: not given
-    std::string bus = "private";
-    std::string ipmi_host = "none";
-    std::string inventory = "none";
-    bool host_door = false;
-    bool check_config = false;
-    bool strict = false;
-};
+// ---- The options ----
 
-void add_options(CLI::App &app, Given &given) {
-    const auto filled = [](const std::string &text) { return std::string(text.empty() ? "must not be empty" : ""); };
-    // A value's own name instead of CLI11's description of type and range.
-    const auto add = [&app](const char *name, auto &value, const char *value_name, const std::string &what,
-                            const CLI::Validator &check) {
-        app.add_option(name, value, what)->type_name(value_name)->check(CLI::Validator(check).description(""));
+// Takes an option's value. The mistake in it; empty: it is taken.
+using Take = std::function<std::string(const char *text)>;
+
+Take path_into(std::filesystem::path *path) {
+    return [path](const char *text) {
+        *path = text;
+        return std::string(*text == '\0' ? "must not be empty" : "");
     };
-    add("--config", given.config, "FILE", "The enclosure file (" + given.config + ")", {filled, ""});
-    add("--slot", given.slot, "0..3", "This controller's slot (0)", CLI::Range(0, int{kSlots} - 1));
-    add("--run-dir", given.run_dir, "DIR", "The enclosure's run folder: locks and sockets (" + given.run_dir + ")",
-        {filled, ""});
-    add("--state-dir", given.state_dir, "DIR",
-        "The enclosure's state folder: chip images, CPLD, flash (" + given.state_dir + ")", {filled, ""});
-    add("--log-level", given.log_level, "LEVEL",
-        "The highest level printed: error, information or debug, or 0 to 2 (information)",
-        CLI::IsMember({"error", "information", "debug", "0", "1", "2"}));
-    add("--time-scale", given.time_scale, "1..100000", "Run that many times as fast (1)",
-        CLI::Range(std::int64_t{1}, std::int64_t{100000}));
-    add("--role", given.role, "ROLE", "auto, master or slave, instead of the enclosure file's Role",
-        CLI::IsMember({"auto", "master", "slave"}));
-    add("--bus", given.bus, "BUS",
-        "Where D-Bus clients find the service: private (RUN_DIR/slotN/bus), session, system or none (private)",
-        CLI::IsMember({"private", "session", "system", "none"}));
-    add("--ipmi-host", given.ipmi_host, "BUS",
-        "Serve OpenBMC's IPMI bridges as xyz.openbmc_project.Ipmi.Host on a bus: session, system or none (none)",
-        CLI::IsMember({"session", "system", "none"}));
-    add("--inventory", given.inventory, "BUS",
-        "Show the inventory as xyz.openbmc_project.Inventory objects on a bus: session, system or none (none)",
-        CLI::IsMember({"session", "system", "none"}));
-    app.add_flag("--host-door", given.host_door,
-                 "Be the controller of a virtual machine: QEMU's ipmi-bmc-extern at RUN_DIR/slotN/host.sock");
-    CLI::Option *const check = app.add_flag("--check-config", given.check_config,
-                                            "Check the enclosure file, warn of what is doubtful, and end");
-    app.add_flag("--strict", given.strict, "With --check-config: end with 1 after a warning, too")->needs(check);
-    app.set_version_flag("--version", "asd " ASD_VERSION, "Print the version and end");
-    app.set_help_flag("--help,-h", "Print this help and end");
-    app.footer(kExamples);
 }
 
-template <typename Value, std::size_t kCount>
-std::optional<Value> named(const std::array<std::pair<std::string_view, Value>, kCount> &table, std::string_view name) {
-    for (const auto &[text, value] : table) {
-        if (text == name) {
-            return value;
+template <typename Number>
+Take number_into(Number *number, Number least, Number most) {
+    return [=](const char *text) -> std::string {
+        const char *const end = text + std::strlen(text);
+        std::uint32_t value = 0;
+        const auto [behind, failed] = std::from_chars(text, end, value);
+        if (failed != std::errc() || behind != end || value < least || value > most) {
+            return std::string("'") + text + "' is no whole number from " + std::to_string(least) + " to " +
+                   std::to_string(most);
+        }
+        *number = static_cast<Number>(value);
+        return {};
+    };
+}
+
+template <typename Value, typename Into>
+Take name_into(Into *into, Names<Value> names) {
+    return [=](const char *text) -> std::string {
+        std::string known;
+        for (const auto &[name, value] : names) {
+            if (name == text) {
+                *into = value;
+                return {};
+            }
+            known += (known.empty() ? "" : ", ") + std::string(name);
+        }
+        return std::string("'") + text + "' is none of " + known;
+    };
+}
+
+Take flag_into(bool *flag) {
+    return [flag](const char * /*text*/) {
+        *flag = true;
+        return std::string();
+    };
+}
+
+struct Option {
+    const char *name;
+    const char *value; // how the help calls it; null: a flag
+    std::string what;
+    Take take;
+};
+
+struct Asked {
+    bool help = false;
+    bool version = false;
+};
+
+std::vector<Option> options_of(Options *options, Asked *asked) {
+    return {
+        {"config", "FILE", "The enclosure file (" + options->config.native() + ")", path_into(&options->config)},
+        {"slot", "0..3", "This controller's slot (0)",
+         number_into(&options->slot, std::uint8_t{0}, static_cast<std::uint8_t>(kSlots - 1))},
+        {"run-dir", "DIR", "The enclosure's run folder: locks and sockets (" + options->run_dir.native() + ")",
+         path_into(&options->run_dir)},
+        {"state-dir", "DIR",
+         "The enclosure's state folder: chip images, CPLD, flash (" + options->state_dir.native() + ")",
+         path_into(&options->state_dir)},
+        {"log-level", "LEVEL", "The highest level printed: error, information or debug, or 0 to 2 (information)",
+         name_into(&options->log_level, Names<int>(kLogLevels))},
+        {"time-scale", "1..100000", "Run that many times as fast (1)",
+         number_into(&options->time_scale, std::uint32_t{1}, std::uint32_t{100000})},
+        {"role", "ROLE", "auto, master or slave, instead of the enclosure file's Role",
+         name_into(&options->role, Names<Role>(kRoles))},
+        {"bus", "BUS",
+         "Where D-Bus clients find the service: private (RUN_DIR/slotN/bus), session, system or none (private)",
+         name_into(&options->bus, Names<Bus>(kBuses))},
+        {"ipmi-host", "BUS",
+         "Serve OpenBMC's IPMI bridges as xyz.openbmc_project.Ipmi.Host on a bus: session, system or none (none)",
+         name_into(&options->ipmi_host, Names<Bus>(kSharedBuses))},
+        {"inventory", "BUS",
+         "Show the inventory as xyz.openbmc_project.Inventory objects on a bus: session, system or none (none)",
+         name_into(&options->inventory, Names<Bus>(kSharedBuses))},
+        {"host-door", nullptr,
+         "Be the controller of a virtual machine: QEMU's ipmi-bmc-extern at RUN_DIR/slotN/host.sock",
+         flag_into(&options->host_door)},
+        {"check-config", nullptr, "Check the enclosure file, warn of what is doubtful, and end",
+         flag_into(&options->check_config)},
+        {"strict", nullptr, "With --check-config: end with 1 after a warning, too", flag_into(&options->strict)},
+        {"version", nullptr, "Print the version and end", flag_into(&asked->version)},
+        {"help", nullptr, "Print this help and end; -h, too", flag_into(&asked->help)},
+    };
+}
+
+std::string help(std::span<const Option> options) {
+    std::string text = "The storage service of a storage enclosure's management controller.\n"
+                       "Usage: asd [OPTIONS]\n\nOptions:\n";
+    for (const Option &option : options) {
+        std::string left = std::string("  --") + option.name;
+        left += option.value != nullptr ? std::string(" ") + option.value : "";
+        left.resize(std::max<std::size_t>(left.size() + 1, 30), ' ');
+        text += left + option.what + "\n";
+    }
+    return text + "\n" + kExamples + "\n";
+}
+
+// The first mistake of a command line; empty when there is none. GNU's rules: "--name value", "--name=value", a name as
+// far as it is the only one that begins so.
+std::string take_all(const std::vector<std::string> &arguments, std::span<const Option> options) {
+    constexpr int kFirst = 256; // behind all letters: what getopt_long calls the first option
+    std::vector<option> table;
+    for (const Option &row : options) {
+        const int value = row.value != nullptr ? required_argument : no_argument;
+        table.push_back({row.name, value, nullptr, kFirst + static_cast<int>(table.size())});
+    }
+    table.push_back({});
+    std::vector<std::string> words = {"asd"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char *> pointers;
+    for (std::string &word : words) {
+        pointers.push_back(word.data());
+    }
+    pointers.push_back(nullptr);
+    std::set<std::size_t> seen;
+    ::optind = 0; // begins anew
+    for (;;) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): before other threads exist
+        const int found = ::getopt_long(static_cast<int>(words.size()), pointers.data(), "-:h", table.data(), nullptr);
+        if (found == -1) {
+            return ::optind < static_cast<int>(words.size())
+                       ? "'" + words[static_cast<std::size_t>(::optind)] + "' is no option"
+                       : "";
+        }
+        const std::string word = words[static_cast<std::size_t>(std::max(::optind - 1, 1))];
+        if (found == ':') {
+            return word + " needs a value";
+        }
+        if (found == 1 || found == '?') {
+            return "'" + word + "' is no option" + (found == '?' && ::optopt >= kFirst ? " with a value" : "");
+        }
+        const std::size_t row = found == 'h' ? options.size() - 1 : static_cast<std::size_t>(found - kFirst);
+        const Option &taken = options[row];
+        if (taken.value != nullptr && !seen.insert(row).second) {
+            return std::string("--") + taken.name + " is given twice";
+        }
+        if (const std::string mistake = taken.take(::optarg); !mistake.empty()) {
+            return std::string("--") + taken.name + ": " + mistake;
         }
     }
-    return std::nullopt;
 }
 
 } // namespace
 
 ParsedOptions parse_options(const std::vector<std::string> &arguments) {
-    CLI::App app("The storage service of a storage enclosure's management controller.", "asd");
-    Given given;
-    add_options(app, given);
-    try {
-        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend())); // CLI11 takes them from the back
-    } catch (const CLI::Success &asked) {
-        (void)app.exit(asked, std::cout, std::cerr); // prints the help or the version; always 0
-        return {.options = {}, .exit_status = 0};
-    } catch (const CLI::ParseError &error) {
-        return refuse(error.what());
-    }
     Options options;
-    options.config = given.config;
-    options.slot = static_cast<std::uint8_t>(given.slot);
-    for (const auto &[option, text, folder] : {std::tuple("--run-dir", &given.run_dir, &options.run_dir),
-                                               std::tuple("--state-dir", &given.state_dir, &options.state_dir)}) {
-        std::error_code failed;
-        *folder = std::filesystem::absolute(*text, failed).lexically_normal();
-        if (failed) { // the working folder has been removed, or may not be entered
-            return refuse(std::string(option) + ": " + *text +
-                          " begins at the working folder, and that is not to be found (" + failed.message() +
-                          "); name the folder from / on, or start asd elsewhere");
-        }
-    }
-    options.run_dir_in_tmp = options.run_dir == run_dir_in_tmp();
-    options.log_level = named(kLogLevels, given.log_level).value_or(given.log_level.front() - '0');
-    options.time_scale = static_cast<std::uint32_t>(given.time_scale);
-    options.role = named(kRoles, given.role);
-    options.bus = named(kBuses, given.bus).value_or(options.bus);
-    options.ipmi_host = named(kBuses, given.ipmi_host).value_or(options.ipmi_host);
-    options.inventory = named(kBuses, given.inventory).value_or(options.inventory);
-    options.host_door = given.host_door;
-    options.check_config = given.check_config;
-    options.strict = given.strict;
-    if (const std::string mistake = mistake_in(options); !mistake.empty()) {
+    options.config = "/etc/asd/enclosure.json";
+    options.run_dir = default_run_dir();
+    options.state_dir = default_state_dir();
+    Asked asked;
+    const std::vector<Option> known = options_of(&options, &asked);
+    if (const std::string mistake = take_all(arguments, known); !mistake.empty()) {
         return refuse(mistake);
     }
+    if (asked.help || asked.version) {
+        std::cout << (asked.help ? help(known) : "asd " ASD_VERSION "\n") << std::flush;
+        return {.options = {}, .exit_status = 0};
+    }
+    if (const std::string mistake = mistake_in(&options); !mistake.empty()) {
+        return refuse(mistake);
+    }
+    options.run_dir_in_tmp = options.run_dir == run_dir_in_tmp();
     return {.options = std::move(options), .exit_status = std::nullopt};
 }
 
