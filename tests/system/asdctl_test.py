@@ -15,6 +15,7 @@ import signal
 import socket
 import struct
 import subprocess
+import sys
 import tarfile
 import tempfile
 import termios
@@ -24,6 +25,10 @@ from concurrent import futures
 
 import harness
 from harness import (ASDCTL, DEADLINE_S, FAST, ITEM, Background, Service, Wire, asdctl, item_path, on_chip, pattern, wait_for)
+
+sys.path.append("/usr/lib/python3/dist-packages")  # Debian's own, whichever Python this is
+from prometheus_client import parser  # noqa: E402
+from prometheus_client.openmetrics import parser as open_parser  # noqa: E402
 
 DONE, FAILED = 0, 1
 PATIENCE_S = 2 * DEADLINE_S  # with a browser
@@ -81,6 +86,24 @@ class Items(Case):
         self.addCleanup(self.service.set_board, "PowerStandBy", 0)
         wait_for(lambda: "Set ccdb success." in self.service.log().partition(standby)[2], "the write")
         self.assertEqual(stored(), block)
+
+    def test_prometheus_reads_the_metrics(self):
+        def figures(parse):
+            families = parse(self.ctl("metrics").decode())
+            return {(sample.name, *sorted(sample.labels.items())): sample.value for family in families for sample in family.samples}
+
+        self.service.raw(0x32, 0x99)
+        self.ctl("set", "brand", "Metered")
+        open_metrics = figures(open_parser.text_string_to_metric_families)
+        slot = ("slot", "0")
+        self.assertEqual(open_metrics["asd_takeovers_total", slot], 1)
+        self.assertGreaterEqual(open_metrics["asd_ipmi_requests_total", ("code", "0xc1"), ("door", "IPMI"), slot], 1)
+        self.assertGreater(open_metrics["asd_page_writes_total", ("part", "backplane_b"), slot], 0)
+        of_items = [value for key, value in open_metrics.items() if key[0] == "asd_items"]
+        self.assertEqual((sum(of_items), len(of_items)), (len(self.service.enclosure["Items"]), 10))
+        answered = sum(value for key, value in open_metrics.items() if key[0] == "asd_ipmi_requests_total" and ("door", "IPMI") in key)
+        self.assertEqual(open_metrics["asd_ipmi_request_duration_seconds_count", ("door", "IPMI"), slot], answered)
+        self.assertEqual(figures(parser.text_string_to_metric_families).keys(), open_metrics.keys())
 
     def test_the_history_tells_who_changed_what_and_nothing_of_keys(self):
         (self.folder / "key").write_bytes(key := pattern(1024, 9))

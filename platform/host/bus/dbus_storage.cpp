@@ -5,6 +5,7 @@
 #include "item_reload.h"
 #include "item_repair.h"
 #include "item_request.h"
+#include "metrics.h"
 #include "records.h"
 #include "status.h"
 
@@ -59,6 +60,9 @@ std::function<CallResult()> storage_call(Host &platform, std::string_view method
         return [&platform, item = std::string(name)] {
             return CallResult{.outputs = {platform.history.lines(item)}, .error = nullptr, .message = {}};
         };
+    }
+    if (method == "Metrics") {
+        return [&platform] { return CallResult{.outputs = {metrics_text(platform)}, .error = nullptr, .message = {}}; };
     }
     if (method == "RepairItem") {
         guint8 from = 0;

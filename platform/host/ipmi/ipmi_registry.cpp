@@ -2,11 +2,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipmi_registry.h"
 
+#include "caller.h"
 #include "item_request.h"
 #include "log.h"
+#include "request_counts.h"
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <utility>
 
 namespace asd_host {
@@ -160,6 +163,15 @@ IpmiRegistry::Choice IpmiRegistry::choose(const IpmiRequest &request) const {
 }
 
 IpmiResponse IpmiRegistry::serve(const IpmiRequest &request) const {
+    const auto began = std::chrono::steady_clock::now();
+    IpmiResponse response = carry_out(request);
+    const Caller *const caller = Caller::here();
+    request_counts().note(caller == nullptr ? "none" : caller->door(), response.front(),
+                          std::chrono::steady_clock::now() - began);
+    return response;
+}
+
+IpmiResponse IpmiRegistry::carry_out(const IpmiRequest &request) const {
     if (request.data.size() > kRequestLimit) {
         return {kRequestLengthExceeded};
     }

@@ -72,7 +72,7 @@ public:
     // Serves one request on the caller's thread and returns the answer, whatever the handler does: no row 0xC1 (0xC7
     // when the request is too short to tell), privilege too low 0xD4, length out of bounds 0xC7, a handler that sends
     // nothing 0xFF. Requests whose row names an item are carried out one after the other, reads too; 0xC0 when its turn
-    // does not come within ItemTurn::kLimit. Any thread.
+    // does not come within ItemTurn::kLimit. Counted in request_counts(). Any thread.
     [[nodiscard]] IpmiResponse serve(const IpmiRequest &request) const;
 
     // The number of the row that would serve the request, from 1 on; 0: none would.
@@ -94,6 +94,7 @@ private:
         CompletionCode code = kInvalidCommand;
     };
     [[nodiscard]] Choice choose(const IpmiRequest &request) const;
+    [[nodiscard]] IpmiResponse carry_out(const IpmiRequest &request) const;
 
     gint32 last_number_ = 0;
     std::unordered_map<std::uint32_t, std::vector<Command>>

@@ -139,6 +139,20 @@ bool BoardState::open(const Options &options, const Enclosure &enclosure, std::s
 
 BOARD_MOS_E BoardState::role() {
     const std::lock_guard lock(mutex_);
+    const BOARD_MOS_E role = ask_for_role();
+    if (role != BOARD_MOS_ERROR) {
+        takeovers_ += role == BOARD_MASTER && !is_master_ ? 1 : 0;
+        is_master_ = role == BOARD_MASTER;
+    }
+    return role;
+}
+
+std::uint64_t BoardState::takeovers() const {
+    const std::lock_guard lock(mutex_);
+    return takeovers_;
+}
+
+BOARD_MOS_E BoardState::ask_for_role() {
     if (role_ != Role::kAuto) {
         return role_ == Role::kMaster ? BOARD_MASTER : BOARD_SLAVE;
     }

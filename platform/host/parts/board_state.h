@@ -36,6 +36,8 @@ public:
     // dies). A lock file that has been removed or replaced meanwhile is made anew, and the role stays; when it can't
     // be, the role is given up. BOARD_MOS_ERROR: the lock can't be asked for; the log says why.
     [[nodiscard]] BOARD_MOS_E role();
+    // How often role() has told of a master after something else, since the start; a fixed master has become it once.
+    [[nodiscard]] std::uint64_t takeovers() const;
 
     // A register of the CPLD; 0 for one never written.
     [[nodiscard]] std::uint32_t cpld_register(std::uint32_t reg) const;
@@ -71,7 +73,11 @@ public:
     [[nodiscard]] Faults faults() const; // by operation; none is 0
 
 private:
+    [[nodiscard]] BOARD_MOS_E ask_for_role(); // with mutex_ held
+
     mutable std::mutex mutex_; // guards the fields below
+    bool is_master_ = false;   // as told last; what cannot be asked for changes nothing
+    std::uint64_t takeovers_ = 0;
     Live live_;
     Faults faults_;
     Role role_ = Role::kAuto;

@@ -68,6 +68,7 @@ void add_item_commands(CLI::App &app, Command &chosen);   // get, read, set, cle
 void add_ipmi_commands(CLI::App &app, Command &chosen);   // ipmi, ekey, baycfg
 void add_board_commands(CLI::App &app, Command &chosen);  // board
 void add_history_command(CLI::App &app, Command &chosen); // history
+void add_metrics_command(CLI::App &app, Command &chosen); // metrics
 void add_watch_command(CLI::App &app, Command &chosen);   // watch
 void add_chip_commands(CLI::App &app, Command &chosen);   // chip
 void add_map_command(CLI::App &chip, Command &chosen);    // chip map

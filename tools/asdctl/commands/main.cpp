@@ -146,6 +146,7 @@ int run(int argc, char **argv) {
     add_ipmi_commands(app, chosen);
     add_board_commands(app, chosen);
     add_history_command(app, chosen);
+    add_metrics_command(app, chosen);
     add_watch_command(app, chosen);
     add_chip_commands(app, chosen);
     add_backup_commands(app, chosen);

@@ -521,6 +521,13 @@ bool Service::answers() {
     }
 }
 
+std::string Service::metrics() {
+    const VariantPtr reply = call("asking for the metrics", kRootPath, kServiceName, "Metrics", nullptr, "(s)");
+    const gchar *text = nullptr;
+    g_variant_get(reply.get(), "(&s)", &text);
+    return text;
+}
+
 std::vector<ValueEvent> Service::history(const std::string &item) {
     const VariantPtr reply =
         call("asking for the history", kRootPath, kServiceName, "History", g_variant_new("(s)", item.c_str()), "(s)");

@@ -130,6 +130,7 @@ public:
     [[nodiscard]] std::string role();
     [[nodiscard]] bool answers();                                           // false: it has ended, or given up its name
     [[nodiscard]] std::vector<ValueEvent> history(const std::string &item); // oldest first; of all when it is empty
+    [[nodiscard]] std::string metrics();                                    // OpenMetrics text
 
     [[nodiscard]] std::int32_t write_item(const std::string &item, const char *method, BytesView data); // its status
     [[nodiscard]] Bytes read_item(const std::string &item, const char *method);
