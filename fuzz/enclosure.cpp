@@ -36,6 +36,17 @@ void require_sound(const Enclosure &enclosure) {
     }
 }
 
+// Nothing confidential is shown, and no byte behind a value.
+void require_fit(const Enclosure &enclosure, const std::vector<InventoryField> &fields) {
+    for (const InventoryField &field : fields) {
+        if (!field.item.empty()) {
+            const ItemConfig &item = named(enclosure.items, field.item);
+            fuzz::require(!item.confidential && std::uint64_t{field.offset} + field.length <= item.length,
+                          "a field of the inventory shows what it may not");
+        }
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
@@ -51,6 +62,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     }
     if (loaded.enclosure) {
         require_sound(*loaded.enclosure);
+        const InventoryConfig inventory = loaded.enclosure->inventory.value_or(InventoryConfig());
+        for (const auto &area : inventory.areas) {
+            require_fit(*loaded.enclosure, area.value_or(InventoryArea()).fields);
+            require_fit(*loaded.enclosure, area.value_or(InventoryArea()).custom);
+        }
+        require_fit(*loaded.enclosure, {inventory.guid});
     }
     return 0;
 }

@@ -19,11 +19,11 @@ constexpr const char *kInventoryName = "xyz.openbmc_project.Inventory.Enclosure"
 constexpr const char *kInventoryRoot = "/xyz/openbmc_project/inventory";
 constexpr const char *kEnclosurePath = "/xyz/openbmc_project/inventory/system/chassis/enclosure";
 constexpr const char *kBackplanePath = "/xyz/openbmc_project/inventory/system/board/enclosure_board";
-constexpr const char *kItemInterface = "xyz.openbmc_project.Inventory.Item";
-constexpr const char *kChassisInterface = "xyz.openbmc_project.Inventory.Item.Chassis";
-constexpr const char *kBoardInterface = "xyz.openbmc_project.Inventory.Item.Board";
-constexpr const char *kAssetInterface = "xyz.openbmc_project.Inventory.Decorator.Asset";
-constexpr const char *kManagerInterface = "org.freedesktop.DBus.ObjectManager";
+constexpr const char *kInventoryItem = "xyz.openbmc_project.Inventory.Item";
+constexpr const char *kInventoryChassis = "xyz.openbmc_project.Inventory.Item.Chassis";
+constexpr const char *kInventoryBoard = "xyz.openbmc_project.Inventory.Item.Board";
+constexpr const char *kInventoryAsset = "xyz.openbmc_project.Inventory.Decorator.Asset";
+constexpr const char *kObjectManager = "org.freedesktop.DBus.ObjectManager";
 
 // The properties of the Asset interface and the fields that they are.
 constexpr std::array<std::pair<const char *, std::string_view>, 4> kAssetFields = {{
@@ -56,11 +56,11 @@ InventoryDoor::InventoryDoor(Bus bus, const Host &platform)
                .needed_at_start = false}) {
     const auto &areas = platform_.enclosure.inventory->areas;
     things_.push_back({.path = kEnclosurePath,
-                       .kind = kChassisInterface,
+                       .kind = kInventoryChassis,
                        .name = platform_.enclosure.name,
                        .areas = {kProductArea, kChassisArea}});
     if (areas[kBoardArea]) {
-        things_.push_back({.path = kBackplanePath, .kind = kBoardInterface, .name = "Board", .areas = {kBoardArea}});
+        things_.push_back({.path = kBackplanePath, .kind = kInventoryBoard, .name = "Board", .areas = {kBoardArea}});
     }
 }
 
@@ -71,12 +71,12 @@ bool InventoryDoor::prepare(const ConnectionPtr &connection, std::string *mistak
         .method_call = on_call, .get_property = nullptr, .set_property = nullptr, .padding = {}};
     served_ = false;
     connection_.reset(G_DBUS_CONNECTION(g_object_ref(connection.get())));
-    if (!put(kInventoryRoot, kManagerInterface, kCalls, mistake)) {
+    if (!put(kInventoryRoot, kObjectManager, kCalls, mistake)) {
         return false;
     }
     for (Thing &thing : things_) {
         refresh(thing);
-        for (const char *interface : {kItemInterface, thing.kind.c_str(), kAssetInterface}) {
+        for (const char *interface : {kInventoryItem, thing.kind.c_str(), kInventoryAsset}) {
             if (!put(thing.path.c_str(), interface, kReads, mistake)) {
                 return false;
             }
@@ -121,7 +121,7 @@ void InventoryDoor::changed(OBJ_HANDLE item) {
             }
         }
         const VariantPtr signal =
-            sunk(g_variant_new("(s@a{sv}as)", kAssetInterface, g_variant_builder_end(&changes), nullptr));
+            sunk(g_variant_new("(s@a{sv}as)", kInventoryAsset, g_variant_builder_end(&changes), nullptr));
         if (served_ && before != thing.told) { // a connection that has gone needs no signal
             g_dbus_connection_emit_signal(connection_.get(), nullptr, thing.path.c_str(), kPropertiesInterface,
                                           "PropertiesChanged", signal.get(), nullptr);
@@ -161,7 +161,7 @@ GVariant *InventoryDoor::managed_objects() const {
     for (const Thing &thing : things_) {
         GVariantBuilder one;
         g_variant_builder_init(&one, G_VARIANT_TYPE("a{sa{sv}}"));
-        for (const char *interface : {kItemInterface, thing.kind.c_str(), kAssetInterface}) {
+        for (const char *interface : {kInventoryItem, thing.kind.c_str(), kInventoryAsset}) {
             g_variant_builder_add(&one, "{s@a{sv}}", interface, properties(thing, interface));
         }
         g_variant_builder_add(&objects, "{o@a{sa{sv}}}", thing.path.c_str(), g_variant_builder_end(&one));

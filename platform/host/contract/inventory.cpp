@@ -16,13 +16,13 @@
 namespace asd_host {
 namespace {
 
-constexpr std::uint8_t kNetfnApp = 0x06;
-constexpr std::uint8_t kNetfnStorage = 0x0A;
+constexpr std::uint8_t kAppNetfn = 0x06;
+constexpr std::uint8_t kStorageNetfn = 0x0A;
 constexpr std::uint8_t kUser = 2; // privilege levels, as IPMI 2.0, table G-1 asks for
 constexpr std::uint8_t kOperator = 3;
 constexpr std::uint8_t kOnlyFru = 0;
 constexpr std::uint8_t kEnglish = 25;
-constexpr std::size_t kReadLimit = 240; // bytes of one answer: a bridge of SSIF carries 251
+constexpr std::size_t kFruReadLimit = 240; // bytes of one answer: a bridge of SSIF carries 251
 constexpr std::uint16_t kLastRecord = 0xFFFF;
 constexpr std::uint8_t kSelfTestPassed = 0x55;
 constexpr std::uint8_t kSelfTestFailed = 0x57;
@@ -54,7 +54,7 @@ std::string in_letters(std::span<const std::uint8_t> bytes) {
     return printable(text);
 }
 
-std::string shown(const InventoryField &field, std::span<const std::uint8_t> bytes) {
+std::string field_text(const InventoryField &field, std::span<const std::uint8_t> bytes) {
     if (is_all(bytes, 0xFF)) {
         return {};
     }
@@ -65,7 +65,7 @@ std::string shown(const InventoryField &field, std::span<const std::uint8_t> byt
 }
 
 // Empty: the item has none that holds.
-Bytes value_of(const Host &platform, const std::string &item) {
+Bytes ready_value(const Host &platform, const std::string &item) {
     const auto object = platform.objects.find(item);
     PropertyValue ready;
     PropertyValue value;
@@ -159,7 +159,7 @@ gint32 answer_fru_read(const IPMI_MSG_S *message, gconstpointer /*user_data*/) {
     if (offset >= image.size() || count == 0) {
         return ipmi_send_simple_response(message, kOutOfRange);
     }
-    const auto data = std::span(image).subspan(offset).first(std::min({count, image.size() - offset, kReadLimit}));
+    const auto data = std::span(image).subspan(offset).first(std::min({count, image.size() - offset, kFruReadLimit}));
     return answer_with(message, {static_cast<std::uint8_t>(data.size())}, data);
 }
 
@@ -243,8 +243,8 @@ gint32 answer_self_test(const IPMI_MSG_S *message, gconstpointer /*user_data*/) 
     return answer_with(message, {lost ? kSelfTestFailed : kSelfTestPassed, lost ? kNoAccessToFru : std::uint8_t{0}});
 }
 
-constexpr IPMI_CMD_S command(guint8 netfn, guint8 cmd, guint8 privilege, guint8 least, guint8 most,
-                             decltype(IPMI_CMD_S::ipmi_handler) handler) {
+constexpr IPMI_CMD_S standard_row(guint8 netfn, guint8 cmd, guint8 privilege, guint8 least, guint8 most,
+                                  decltype(IPMI_CMD_S::ipmi_handler) handler) {
     return {.netfn = netfn,
             .cmd = cmd,
             .filter = "",
@@ -262,12 +262,12 @@ std::string inventory_text(const Host &platform, const InventoryField &field) {
     if (field.item.empty()) {
         return printable(field.text);
     }
-    const Bytes value = value_of(platform, field.item);
+    const Bytes value = ready_value(platform, field.item);
     if (value.size() <= field.offset) {
         return {};
     }
     const auto bytes = std::span(value).subspan(field.offset);
-    const std::string text = shown(field, bytes.first(std::min<std::size_t>(bytes.size(), field.length)));
+    const std::string text = field_text(field, bytes.first(std::min<std::size_t>(bytes.size(), field.length)));
     return text.empty() ? text : printable(field.text) + text;
 }
 
@@ -300,15 +300,15 @@ std::set<OBJ_HANDLE> inventory_items(const Host &platform) {
 std::span<const IPMI_CMD_S> inventory_commands() {
     // clang-format off
     static constexpr std::array<IPMI_CMD_S, 9> kRows{{
-        command(kNetfnApp,     0x04, kUser,     0, 0,   answer_self_test),
-        command(kNetfnApp,     0x08, kUser,     0, 0,   answer_device_guid),
-        command(kNetfnApp,     0x37, 0,         0, 0,   answer_system_guid),
-        command(kNetfnStorage, 0x10, kUser,     1, 1,   answer_fru_info),
-        command(kNetfnStorage, 0x11, kUser,     4, 4,   answer_fru_read),
-        command(kNetfnStorage, 0x12, kOperator, 3, 255, answer_fru_write),
-        command(kNetfnStorage, 0x20, kUser,     0, 0,   answer_sdr_info),
-        command(kNetfnStorage, 0x22, kUser,     0, 0,   answer_sdr_reserve),
-        command(kNetfnStorage, 0x23, kUser,     6, 6,   answer_sdr),
+        standard_row(kAppNetfn,     0x04, kUser,     0, 0,   answer_self_test),
+        standard_row(kAppNetfn,     0x08, kUser,     0, 0,   answer_device_guid),
+        standard_row(kAppNetfn,     0x37, 0,         0, 0,   answer_system_guid),
+        standard_row(kStorageNetfn, 0x10, kUser,     1, 1,   answer_fru_info),
+        standard_row(kStorageNetfn, 0x11, kUser,     4, 4,   answer_fru_read),
+        standard_row(kStorageNetfn, 0x12, kOperator, 3, 255, answer_fru_write),
+        standard_row(kStorageNetfn, 0x20, kUser,     0, 0,   answer_sdr_info),
+        standard_row(kStorageNetfn, 0x22, kUser,     0, 0,   answer_sdr_reserve),
+        standard_row(kStorageNetfn, 0x23, kUser,     6, 6,   answer_sdr),
     }};
     // clang-format on
     return kRows;

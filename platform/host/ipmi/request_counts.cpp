@@ -7,7 +7,8 @@
 namespace asd_host {
 
 void RequestCounts::note(std::string_view door, std::uint8_t code, std::chrono::nanoseconds took) {
-    const auto bound = std::ranges::find_if(kBounds, [took](std::chrono::milliseconds limit) { return took <= limit; });
+    const auto *const bound =
+        std::ranges::find_if(kBounds, [took](std::chrono::milliseconds limit) { return took <= limit; });
     const std::lock_guard lock(mutex_);
     auto found = doors_.find(door);
     if (found == doors_.end()) {
