@@ -246,10 +246,13 @@ Work write_floor(std::size_t length) {
 constexpr std::uint32_t kSlowPage = 32;
 constexpr std::uint32_t kSlowCycleUs = 5000;
 
+// A wait for each page, as the part makes the writer wait.
 Work cycles_floor() {
     return [] {
         constexpr std::uint32_t kPages = (kLong + kCrc + kSlowPage - 1) / kSlowPage;
-        std::this_thread::sleep_for(std::chrono::microseconds(kPages * kSlowCycleUs));
+        for (std::uint32_t page = 0; page < kPages; ++page) {
+            std::this_thread::sleep_for(std::chrono::microseconds(kSlowCycleUs));
+        }
     };
 }
 

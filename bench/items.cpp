@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <utility>
@@ -27,7 +28,13 @@
 namespace {
 
 using asd_host::Enclosure;
-using Clock = std::chrono::steady_clock;
+
+// Of this thread's processor time: what else the machine does meanwhile is no cost of ours.
+std::chrono::nanoseconds now() {
+    timespec time{};
+    (void)::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
 
 constexpr std::uint32_t kPartSize = 65536;
 constexpr std::uint32_t kSlot = 64; // bytes on a part for each record
@@ -73,11 +80,11 @@ gint32 read_record(OBJ_HANDLE item, gpointer /*user_data*/) {
 
 // Nanoseconds an item.
 double cost(std::size_t count, int rounds, const std::function<void()> &work) {
-    auto best = Clock::duration::max();
+    auto best = std::chrono::nanoseconds::max();
     for (int round = 0; round < rounds; ++round) {
-        const auto began = Clock::now();
+        const auto began = now();
         work();
-        best = std::min(best, Clock::now() - began);
+        best = std::min(best, now() - began);
     }
     return std::chrono::duration<double, std::nano>(best).count() / static_cast<double>(count);
 }

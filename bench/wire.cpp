@@ -4,8 +4,10 @@
 // Sockets from outside: a server that does nothing but answer, and a client that asks any server again and again.
 //
 //   asd_bench_wire echo SOCKET DATA
+//   asd_bench_wire put FILE OFFSET LENGTH TIMES
 //   asd_bench_wire ask dummy|bus|serial SOCKET CLIENTS TIMES [ONCE... /] HEX...
 //
+// put writes other bytes to that place of a part's file each time, and reads them back.
 // echo speaks the IPMI socket's protocol in three calls a request, a thread a client, and answers with DATA bytes.
 // ask sends what is there before a "/" once for each client, and the others in turn, in all TIMES times ("200") or for
 // as long ("500ms"); of serial, which is what emulators of a controller speak, SOCKET is a port on this machine; every
@@ -303,6 +305,26 @@ void report(const std::vector<Times> &all, std::chrono::nanoseconds wall) {
                       together[together.size() * 99 / 100], together.back(), counts.front(), counts[counts.size() / 2]);
 }
 
+int put(const char *path, off_t offset, std::size_t length, std::size_t times) {
+    const Fd file(::open(path, O_RDWR | O_CLOEXEC));
+    Times took;
+    Bytes bytes(length);
+    Bytes back(length);
+    const auto began = Clock::now();
+    while (took.size() < times) {
+        std::ranges::fill(bytes, static_cast<std::uint8_t>(took.size() + 1));
+        const auto before = Clock::now();
+        const auto size = static_cast<ssize_t>(length);
+        if (::pwrite(file.get(), bytes.data(), length, offset) != size ||
+            ::pread(file.get(), back.data(), length, offset) != size || back != bytes) {
+            stop(std::string("cannot write to ") + path + ": " + std::strerror(errno));
+        }
+        took.push_back(static_cast<std::uint32_t>((Clock::now() - before) / std::chrono::nanoseconds(1)));
+    }
+    report({took}, Clock::now() - began);
+    return 0;
+}
+
 int ask(const Plan &plan) {
     std::vector<Times> all(plan.clients);
     std::barrier<> start(static_cast<std::ptrdiff_t>(plan.clients) + 1);
@@ -352,6 +374,10 @@ int main(int count, char **given) {
     if (what == "echo" && words.size() == 4) {
         return echo(words[2], std::strtoul(words[3], nullptr, 10));
     }
+    if (what == "put" && words.size() == 6) {
+        return put(words[2], std::strtol(words[3], nullptr, 0), std::strtoul(words[4], nullptr, 10),
+                   std::strtoul(words[5], nullptr, 10));
+    }
     if (what == "ask") {
         if (const std::optional<Plan> plan = plan_of(words)) {
             return ask(*plan);
@@ -359,6 +385,7 @@ int main(int count, char **given) {
     }
     (void)std::fprintf(stderr,
                        "Usage: asd_bench_wire echo SOCKET DATA\n"
+                       "       asd_bench_wire put FILE OFFSET LENGTH TIMES\n"
                        "       asd_bench_wire ask dummy|bus|serial SOCKET CLIENTS TIMES|MSms [ONCE... /] HEX...\n");
     return kWrongUsage;
 }
