@@ -130,6 +130,13 @@ def part_write(length, times=20):
         "bytes read from the part": trace.bytes_of(READS, on_part)}.items()}
 
 
+def record_read(times=20):
+    """A record from an image through the module."""
+    with tools.folder() as place:
+        output(*strace(place / "trace"), tools.PROCESS, "--times", "read-1024/asd", times)
+        return {"read-1024: calls": round(len(Trace(place / "trace").between("measured", "done").calls) / times, 1)}
+
+
 def item_writes(item, length, times):
     """Syncs, and files made, renamed or removed in the state folder, from the start to the end of a service."""
     with tools.folder() as place:
@@ -162,7 +169,7 @@ def instructions(row, times):
 
 
 PROBES = [socket_request, bus_request, lambda: part_write(32), lambda: part_write(1024), lambda: item_write("ASD27", 32),
-          lambda: item_write("ASD7", 1024), lambda: instructions("identity/asd", 1000), lambda: instructions("read-1024/asd", 200),
+          lambda: item_write("ASD7", 1024), lambda: instructions("identity/asd", 1000), record_read, lambda: instructions("read-1024/asd", 200),
           lambda: instructions("write-32/asd", 20), lambda: instructions("write-1024/asd", 20)]
 
 
