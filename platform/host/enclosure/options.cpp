@@ -227,11 +227,8 @@ std::string take_all(const std::vector<std::string> &arguments, std::span<const 
     table.push_back({});
     std::vector<std::string> words = {"asd"};
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char *> pointers;
-    for (std::string &word : words) {
-        pointers.push_back(word.data());
-    }
-    pointers.push_back(nullptr);
+    std::vector<char *> pointers(words.size() + 1); // a null pointer ends them
+    std::ranges::transform(words, pointers.begin(), [](std::string &word) { return word.data(); });
     std::set<std::size_t> seen;
     ::optind = 0; // begins anew
     for (;;) {
