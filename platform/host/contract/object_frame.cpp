@@ -109,15 +109,18 @@ gint32 dfl_get_property_value(OBJ_HANDLE object_handle, const gchar *property_na
     if (value == nullptr) {
         return asd_host::kBadArgument;
     }
-    PropertyValue held;
-    if (const gint32 status = property_of(object_handle, property_name, &held); status != 0) {
+    if (property_name == nullptr || host() == nullptr) {
+        return asd_host::kBadArgument;
+    }
+    GVariant *variant = nullptr;
+    const auto convert = [&](const PropertyValue &held) {
+        const auto *number = std::get_if<std::uint32_t>(&held);
+        const bool once = number != nullptr && *number > 1 && one_attempt_will_do(object_handle, property_name);
+        variant = once ? g_variant_new_uint32(1) : variant_of(held);
+    };
+    if (const gint32 status = host()->objects.show(object_handle, property_name, convert); status != 0) {
         return status;
     }
-    if (auto *number = std::get_if<std::uint32_t>(&held);
-        number != nullptr && *number > 1 && one_attempt_will_do(object_handle, property_name)) {
-        *number = 1;
-    }
-    GVariant *variant = variant_of(held);
     if (variant == nullptr) {
         return asd_host::kWrongType;
     }

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "item_turns.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace asd_host {
@@ -17,28 +18,29 @@ ItemTurns &process_turns() {
 
 bool ItemTurns::take(OBJ_HANDLE item, std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
-    const auto [place, is_free] = busy_.try_emplace(item);
-    if (is_free) {
+    if (std::ranges::find(busy_, item) == busy_.end()) {
+        busy_.push_back(item);
         return true;
     }
     Waiting self;
-    place->second.push_back(&self);
+    self.item = item;
+    waiting_.push_back(&self);
     if (self.called.wait_for(lock, limit, [&self] { return self.has_turn; })) {
         return true;
     }
-    std::erase(place->second, &self); // the place is kept as long as somebody has the turn
+    std::erase(waiting_, &self);
     return false;
 }
 
 void ItemTurns::give_back(OBJ_HANDLE item) {
     const std::lock_guard lock(mutex_);
-    const auto place = busy_.find(item);
-    if (place->second.empty()) {
-        busy_.erase(place);
+    const auto first = std::ranges::find(waiting_, item, &Waiting::item);
+    if (first == waiting_.end()) {
+        std::erase(busy_, item);
         return;
     }
-    Waiting *next = place->second.front();
-    place->second.pop_front();
+    Waiting *next = *first;
+    waiting_.erase(first);
     next->has_turn = true;
     next->called.notify_one(); // with the mutex held: it is gone as soon as its thread has seen it
 }

@@ -12,8 +12,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <map>
 #include <mutex>
+#include <vector>
 
 namespace asd_host {
 
@@ -27,11 +27,13 @@ public:
 
 private:
     struct Waiting {
+        OBJ_HANDLE item = 0;
         std::condition_variable called;
         bool has_turn = false;
     };
-    std::mutex mutex_;                                 // guards the field below
-    std::map<OBJ_HANDLE, std::deque<Waiting *>> busy_; // items whose turn is taken: who waits for it, in order
+    std::mutex mutex_;              // guards the fields below
+    std::vector<OBJ_HANDLE> busy_;  // items whose turn is taken: few, and nothing is allocated for the next one
+    std::deque<Waiting *> waiting_; // for any of them, in order
 };
 
 // A turn at an item of this process, given back by the destructor. Item 0 stands for none and has the turn at once.

@@ -59,18 +59,17 @@ std::vector<OBJ_HANDLE> ObjectStore::of_class(std::string_view class_name) const
     return handles;
 }
 
-gint32 ObjectStore::get(OBJ_HANDLE handle, std::string_view property, PropertyValue *value) const {
-    const Object *found = object(handle);
-    if (found == nullptr) {
+gint32 ObjectStore::locate(OBJ_HANDLE handle, std::string_view property, const Property **found) const {
+    const Object *holder = object(handle);
+    if (holder == nullptr) {
         return kNoObject;
     }
-    const Property *wanted = property_named(found->properties, property);
-    if (wanted == nullptr) {
-        return kNoProperty;
-    }
-    const std::scoped_lock lock(mutex_);
-    *value = wanted->value;
-    return 0;
+    *found = property_named(holder->properties, property);
+    return *found == nullptr ? kNoProperty : 0;
+}
+
+gint32 ObjectStore::get(OBJ_HANDLE handle, std::string_view property, PropertyValue *value) const {
+    return show(handle, property, [value](const PropertyValue &held) { *value = held; });
 }
 
 gint32 ObjectStore::set(OBJ_HANDLE handle, std::string_view property, PropertyValue value) {

@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <variant>
 #include <vector>
 
@@ -52,6 +53,17 @@ public:
 
     // 0, kNoObject or kNoProperty; *value untouched unless 0.
     [[nodiscard]] gint32 get(OBJ_HANDLE handle, std::string_view property, PropertyValue *value) const;
+    // The same, without a copy: shows the value with the store's lock held, so look must not come back here.
+    template <typename Look>
+    [[nodiscard]] gint32 show(OBJ_HANDLE handle, std::string_view property, Look look) const {
+        const Property *wanted = nullptr;
+        if (const gint32 status = locate(handle, property, &wanted); status != 0) {
+            return status;
+        }
+        const std::scoped_lock lock(mutex_);
+        look(wanted->value);
+        return 0;
+    }
     // 0, kNoObject, kNoProperty, kWrongType or kReadOnly.
     [[nodiscard]] gint32 set(OBJ_HANDLE handle, std::string_view property, PropertyValue value);
 
@@ -65,11 +77,17 @@ private:
         std::string name;
         std::vector<Property> properties;
     };
+    // Finds names without making strings of them.
+    struct NameHash {
+        using is_transparent = void; // NOLINT(readability-identifier-naming): the containers' name
+        std::size_t operator()(std::string_view name) const { return std::hash<std::string_view>()(name); }
+    };
     [[nodiscard]] const Object *object(OBJ_HANDLE handle) const; // under mutex_ or for the fixed fields
+    [[nodiscard]] gint32 locate(OBJ_HANDLE handle, std::string_view property, const Property **found) const;
 
     mutable std::mutex mutex_;   // guards property values and aliases_; classes and names are fixed after add
     std::deque<Object> objects_; // objects_[handle - 1]
-    std::map<std::string, OBJ_HANDLE, std::less<>> by_name_;
+    std::unordered_map<std::string, OBJ_HANDLE, NameHash, std::equal_to<>> by_name_;
     std::map<std::pair<std::string, std::uint32_t>, OBJ_HANDLE> aliases_;
     Observer observer_;
 };

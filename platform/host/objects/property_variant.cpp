@@ -6,6 +6,18 @@
 
 namespace asd_host {
 
+namespace {
+
+// Trusted: any bytes are an array of bytes. g_variant_new_fixed_array would make the array's type anew each time.
+GVariant *bytes_variant(const Bytes &bytes) {
+    GBytes *const copy = g_bytes_new(bytes.data(), bytes.size());
+    GVariant *const variant = g_variant_new_from_bytes(G_VARIANT_TYPE_BYTESTRING, copy, TRUE);
+    g_bytes_unref(copy);
+    return variant;
+}
+
+} // namespace
+
 GVariant *variant_of(const PropertyValue &value) {
     if (const auto *byte = std::get_if<std::uint8_t>(&value)) {
         return g_variant_new_byte(*byte);
@@ -17,7 +29,10 @@ GVariant *variant_of(const PropertyValue &value) {
         return g_variant_new_int32(*number);
     }
     if (const auto *bytes = std::get_if<Bytes>(&value)) {
-        return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, bytes->data(), bytes->size(), 1);
+        // GLib describes an array's type to itself, and forgets that with the last such array: there always is this
+        // one.
+        [[maybe_unused]] static const GVariant *const last = g_variant_ref_sink(bytes_variant({}));
+        return bytes_variant(*bytes);
     }
     if (const auto *text = std::get_if<std::string>(&value)) {
         return g_variant_new_string(text->c_str());
