@@ -23,10 +23,12 @@ ABSENT = "power_supply_1"  # in the device tree, but nothing answers at its addr
 SILENT = "power_supply_0"  # its write-protect pin is tied: acknowledges writes and stores nothing
 READ_ONLY = "ear_board"  # the kernel is told to refuse writes
 
+HOST_LINE = "serial0"  # the UART on which the board's host is: QEMU's second one, the console is its first
 MODULES = ["i2c-aspeed", "at24", "i2c-dev", "gpio-aspeed", "sdhci-of-aspeed", "ext4"]
-PROGRAMS = ["usr/bin/ipmitool", "usr/bin/gpioinfo", "usr/bin/gpioget", "usr/bin/gpioset"]
+PROGRAMS = ["usr/bin/ipmitool", "usr/bin/socat", "usr/bin/gpioinfo", "usr/bin/gpioget", "usr/bin/gpioset"]
 BUILT = ["platform/host/asd", "tools/asdctl/asdctl"]
 LIBRARY_FOLDERS = ["lib/arm-linux-gnueabihf", "usr/lib/arm-linux-gnueabihf", "lib"]
+SOCKET_PATH_LIMIT = 107  # bytes
 STATE_BYTES = 64 * 1024 * 1024  # the SD card that holds asd's state; QEMU wants a power of two
 
 
@@ -59,6 +61,8 @@ def device_tree(base, target):
         run("fdtput", "-t", "i", target, node, "pagesize", eeprom.page_size)
         if eeprom.name == READ_ONLY:
             run("fdtput", target, node, "read-only")
+    line = run("fdtget", target, "/aliases", HOST_LINE, capture_output=True, text=True).stdout.strip()
+    run("fdtput", "-t", "s", target, line, "status", "okay")
 
 
 def root_file_system(packages, version, root):
@@ -103,10 +107,24 @@ def make_drives(drives):
         run("mke2fs", "-q", "-t", "ext4", "-F", state, env={**os.environ, "PATH": os.environ["PATH"] + ":/usr/sbin"})
 
 
+def host_line(drives):
+    """Where the host's end of the line is: a machine of host.py finds its controller there."""
+    return drives / "host.sock"
+
+
+def host_end(drives):
+    """QEMU's words for the line's other end; nobody hears the controller where the path is too long for a socket."""
+    line = host_line(drives)
+    if len(os.fsencode(line)) > SOCKET_PATH_LIMIT:
+        return ["-serial", "null"]
+    return ["-chardev", f"socket,id=host,path={line},server=on,wait=off", "-serial", "chardev:host"]
+
+
 def command(folder, drives, *options):
-    """QEMU's command line; options: more of QEMU's."""
+    """QEMU's command line, to which the console is still missing, in front of all; options: more of QEMU's."""
     words = ["qemu-system-arm", "-M", "ast2600-evb", "-kernel", folder / "vmlinuz", "-dtb", folder / "bmc.dtb",
              "-initrd", folder / "initramfs.cpio", "-append", "console=ttyS4,115200n8 quiet",
+             *host_end(drives),
              "-nic", "none", "-drive", f"if=sd,index=2,format=raw,file={drives / 'state.ext4'}", *options]
     for eeprom in present_eeproms():
         words += ["-drive", f"if=none,id={eeprom.name},format=raw,file={drives / (eeprom.name + '.bin')}",
@@ -119,7 +137,8 @@ def boot(folder):
     """Runs QEMU on this terminal; the drives are kept in the folder."""
     folder = pathlib.Path(folder)
     make_drives(folder / "drives")
-    words = command(folder, folder / "drives", "-nographic")
+    words = command(folder, folder / "drives")
+    words[1:1] = ["-display", "none", "-serial", "mon:stdio"]
     os.execvp(words[0], words)
 
 

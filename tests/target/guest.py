@@ -17,11 +17,13 @@ COMMAND_DEADLINE_S = 300
 class Guest:
     """Booted by QEMU's words when it is made, and gone when that fails. kill() ends it in any case; the log stays."""
 
+    CONSOLE = "-display", "none", "-monitor", "none", "-serial", "stdio"  # before any other serial line
+
     def __init__(self, words, prompt, log):
         self.log = log
         self._console, self._arrived, self._number = b"", threading.Condition(), 0
         began = time.monotonic()
-        self._qemu = subprocess.Popen([*words, "-display", "none", "-monitor", "none", "-serial", "stdio"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        self._qemu = subprocess.Popen([words[0], *self.CONSOLE, *words[1:]], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self._reader = threading.Thread(target=self._read)
         self._reader.start()
         try:

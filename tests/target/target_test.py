@@ -14,10 +14,12 @@ import time
 import unittest
 
 import guest
+import host
 import machine
 
 WORK = machine.CONFIG.parent.parent / "build" / "bmc"
 LOG = WORK / "console.log"
+HOST = WORK.parent / "guest"
 ENCLOSURE = json.loads(machine.CONFIG.read_text(encoding="utf-8"))
 PARTS = {part["Name"]: part for part in ENCLOSURE["Parts"]}
 LINES = {line["Line"]: line["Offset"] for line in ENCLOSURE["GpioLines"]}
@@ -214,6 +216,16 @@ class Life(Case):
         print(f"  asd: file {file} bytes, VmRSS {memory['VmRSS']} KiB, RssAnon {memory['RssAnon']} KiB", file=sys.stderr)
         self.assertLess(file, 1_000_000)
         self.assertLess(memory["VmRSS"], 16_384)
+
+    def test_the_host_on_its_line_writes_to_the_chips(self):
+        there = guest.Guest(host.command(HOST, machine.host_line(self.drives)), b"host# ", HOST / "console.log")
+        self.addCleanup(there.kill)
+        self.addCleanup(self.ipmitool, f"0x32 0x17 0 0 0x80 0 0x11 {hex_words(SERIAL)}")
+        serial = b"WRITTEN-BY-ITS-HOST!"
+        there.must(f"ipmitool raw 0x32 0x17 0 0 0x80 0 0x11 {hex_words(serial)}")
+        self.assertEqual(there.must("ipmitool raw 0x32 0x16 0 0 0x80 0 0x11").split(), serial.hex(" ").split())
+        for name in ("ASDDev11a", "ASDDev11b"):
+            self.assertEqual(on_drive(self.drives, name, len(serial)), record(serial), name)
 
 
 class PowerCut(Case):
