@@ -6,6 +6,7 @@
 import contextlib
 import os
 import pathlib
+import re
 import resource
 import shutil
 import signal
@@ -135,12 +136,11 @@ class Life(unittest.TestCase):
                 with mock.patch.dict(os.environ, NOTIFY_SOCKET=address.replace("\0", "@"), **variables):
                     service.start()
                 self.assertEqual(manager.recv(64), b"READY=1")
-                service.wait_for_log("load done")
+                state = re.compile("STATUS=master; 49 items: (1 good, 48|49) never written")
+                wait_for(lambda: state.fullmatch(manager.recv(4096).decode()), "its state")
                 with service.connect():
                     self.assertEqual(service.stop(how), 0)
-                lines, status = told(manager, 1)
-                self.assertEqual(lines, ["STOPPING=1"])
-                self.assertRegex(status, r"^STATUS=master; 49 items: (1 good, 48|49) never written$")
+                self.assertEqual(told(manager, 1)[0], ["STOPPING=1"])
                 self.assertNotIn("Sanitizer", service.log())
 
     def test_its_manager_is_told_that_it_works_unless_it_is_stopped(self):
