@@ -135,7 +135,7 @@ std::uint16_t number_at(const guint8 *bytes) {
 gint32 answer_with(const IPMI_MSG_S *message, std::vector<std::uint8_t> head, std::span<const std::uint8_t> data = {}) {
     head.insert(head.begin(), kCompleted);
     head.insert(head.end(), data.begin(), data.end());
-    return ipmi_send_response(message, static_cast<guint32>(head.size()), head.data());
+    return ipmi_send_response(message, static_cast<guint32>(std::uint64_t{head.size()}), head.data());
 }
 
 gint32 answer_fru_info(const IPMI_MSG_S *message, gconstpointer /*user_data*/) {
