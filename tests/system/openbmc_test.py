@@ -75,6 +75,10 @@ class Requests(unittest.TestCase):
                         ("nor is it read", early, 0x32, 0x16, GET_BRAND, user, 0xD4, b""),
                         ("what is no command of the module's", early, 6, 1, b"", user, 0, MC_INFO),
                         ("administrator", late, 0x32, 0xBB, io_card, {**admin, "x": ("u", 1)}, 0, b"\xff" * 8),
+                        ("FRU of a session that may do nothing", early, 0x0A, 0x10, b"\0", session(("i", 1)), 0xD4, b""),
+                        ("FRU read by a user", early, 0x0A, 0x11, b"\0\0\0\1", user, 0, b"\1\1"),
+                        ("FRU write by a user", early, 0x0A, 0x12, bytes(4), user, 0xD4, b""),
+                        ("FRU write by an operator", early, 0x0A, 0x12, bytes(4), operator, 0x80, b""),
                         ("no privilege", late, 6, 1, b"", {}, 0xFF, b""),
                         ("options of a wrong type elsewhere", kcs, 6, 1, b"", session(("u", 4)), 0, MC_INFO)):
                     with self.subTest(name):
