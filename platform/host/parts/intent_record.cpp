@@ -8,7 +8,9 @@
 #include "log.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <iterator>
 #include <string_view>
 #include <system_error>
 
@@ -26,6 +28,28 @@ constexpr std::uint32_t kVersion = 1;
 constexpr unsigned kFileMode = 0600;
 constexpr mode_t kFolderMode = 0700;
 constexpr std::size_t kFrame = 32; // bytes of an intent beside the name and the two times data
+constexpr std::array<std::uint8_t, kMagic.size()> kNothing{}; // in the magic's place: the intent's write has ended
+
+bool holds_nothing(std::span<const std::uint8_t> file) {
+    return file.empty() ||
+           (file.size() >= kNothing.size() && std::ranges::equal(file.first(kNothing.size()), kNothing));
+}
+
+// The intent at the beginning of the file, to the end of its checksum: what is behind it is left from longer ones.
+std::optional<std::span<const std::uint8_t>> intent_in(std::span<const std::uint8_t> file) {
+    constexpr std::size_t kFixed = 28; // magic, version, two lengths, offset, checksum
+    ByteReader reader(file);
+    (void)reader.bytes(u32_of(kMagic.size())); // looked at when the checksum has been
+    (void)reader.u32();
+    const auto part = reader.bytes(reader.u32().value_or(0));
+    (void)reader.u32();
+    const std::uint64_t length = reader.u32().value_or(0);
+    const std::uint64_t size = kFixed + (part ? part->size() : 0) + 2 * length;
+    if (!part || size > file.size()) {
+        return std::nullopt;
+    }
+    return file.first(static_cast<std::size_t>(size));
+}
 
 // A part's name is free text; as a file name it must stay in its folder and be no other part's.
 std::string file_name_of(const std::string &part) {
@@ -44,6 +68,13 @@ std::string file_name_of(const std::string &part) {
     return name + ".intent";
 }
 
+// The file's intent is marked as one whose write has ended.
+bool is_over(const std::filesystem::path &file) {
+    const Fd fd(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    std::array<std::uint8_t, kNothing.size()> first{1};
+    return fd && pread_all(fd.get(), first, 0) == 0 && first == kNothing;
+}
+
 } // namespace
 
 std::vector<std::uint8_t> encode_intent(const Intent &intent) {
@@ -60,7 +91,8 @@ std::vector<std::uint8_t> encode_intent(const Intent &intent) {
 }
 
 std::optional<Intent> decode_intent(std::span<const std::uint8_t> file) {
-    const auto content = unsealed(file);
+    const auto intent = intent_in(file);
+    const auto content = intent ? unsealed(*intent) : std::nullopt;
     if (!content) {
         return std::nullopt;
     }
@@ -89,7 +121,10 @@ IntentFile::IntentFile(const std::filesystem::path &folder, const std::string &p
 
 bool IntentFile::exists() const {
     struct stat facts = {};
-    return ::lstat(file_.c_str(), &facts) == 0 && (S_ISREG(facts.st_mode) ? facts.st_size > 0 : !refused_);
+    if (::lstat(file_.c_str(), &facts) != 0) {
+        return false;
+    }
+    return S_ISREG(facts.st_mode) ? facts.st_size > 0 && !is_over(file_) : !refused_;
 }
 
 bool IntentFile::leftover() const {
@@ -107,7 +142,7 @@ std::optional<Intent> IntentFile::load() {
     if (bytes) {
         intent = decode_intent(*bytes);
     }
-    if (intent || error == ENOENT || (bytes && bytes->empty())) {
+    if (intent || error == ENOENT || (bytes && holds_nothing(*bytes))) {
         refused_ = false;
     } else {
         refuse(bytes ? "it is damaged" : read_failure(error));
@@ -143,10 +178,11 @@ int IntentFile::save(const Intent &intent) {
     return error;
 }
 
-// Opens the file empty; makes it, to stay, when there is none.
+// Opens the file; makes it, to stay, when there is none. It keeps its length and its blocks, so that a write needs
+// nothing of the file system but these bytes.
 int IntentFile::open_to_write(Fd *fd) const {
     constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-    *fd = Fd(::open(file_.c_str(), kFlags | O_TRUNC));
+    *fd = Fd(::open(file_.c_str(), kFlags));
     if (*fd || errno != ENOENT) {
         return *fd ? 0 : errno;
     }
@@ -163,10 +199,25 @@ int IntentFile::drop(Drop when) {
     if (!fd && errno == ENOENT) {
         return 0;
     }
+    if (fd && when == Drop::kSoon && pwrite_all(fd.get(), kNothing, 0) == 0) {
+        to_wipe_ = true;
+        return 0;
+    }
     if (!fd || ::ftruncate(fd.get(), 0) != 0) {
         return remove_file(file_); // it may be no plain file
     }
-    return when == Drop::kSoon || ::fdatasync(fd.get()) == 0 ? 0 : errno;
+    return ::fdatasync(fd.get()) == 0 ? 0 : errno;
+}
+
+void IntentFile::wipe() {
+    to_wipe_ = false;
+    int error = 0;
+    const auto bytes = read_file(file_, &error, limit_);
+    if (!bytes || !holds_nothing(*bytes) || std::ranges::count(*bytes, 0) == std::ssize(*bytes)) {
+        return;
+    }
+    const Fd fd(::open(file_.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    (void)pwrite_all(fd.get(), std::vector<std::uint8_t>(bytes->size()), 0); // the next one may
 }
 
 void say_strange_intents(const std::filesystem::path &folder, const std::vector<std::string> &parts) {
@@ -177,8 +228,8 @@ void say_strange_intents(const std::filesystem::path &folder, const std::vector<
          file.increment(end)) {
         const std::string name = file->path().filename().native();
         std::error_code no_file; // counts as one that holds something
-        if (file->file_size(no_file) == 0) {
-            continue; // of a write that has ended
+        if (file->file_size(no_file) == 0 || is_over(file->path())) {
+            continue;
         }
         if (std::ranges::none_of(parts, [&](const auto &part) { return name.starts_with(file_name_of(part)); })) {
             example = name;

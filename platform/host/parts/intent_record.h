@@ -30,6 +30,7 @@ struct Intent {
 //   offset
 //   data length, then that many old bytes, then as many new ones
 //   CRC-32       over everything before it
+// What is behind that does not count. Zeros in place of "ASDINTNT", or an empty file: there is no intent.
 [[nodiscard]] std::vector<std::uint8_t> encode_intent(const Intent &intent);
 [[nodiscard]] std::optional<Intent> decode_intent(std::span<const std::uint8_t> file);
 
@@ -62,7 +63,11 @@ class IntentFile final : public IntentLog {
 public:
     IntentFile(const std::filesystem::path &folder, const std::string &part, std::uint32_t part_size);
 
-    [[nodiscard]] bool exists() const;   // an intent, or what load has not refused yet
+    [[nodiscard]] bool exists() const; // an intent, or what load has not refused yet
+    // A write has ended, but its bytes, which may be keys, still are in the file.
+    [[nodiscard]] bool to_wipe() const { return to_wipe_; }
+    // Overwrites them, unless an intent is there.
+    void wipe();
     [[nodiscard]] bool leftover() const; // versions that replaced the file left a temporary one when they crashed
     void remove_leftover() const;
     [[nodiscard]] std::optional<Intent> load() override;
@@ -74,7 +79,8 @@ private:
     void refuse(const char *reason);
 
     std::filesystem::path file_;
-    std::size_t limit_;    // of the file
+    std::size_t limit_; // of the file
+    bool to_wipe_ = false;
     bool refused_ = false; // what is there was said in the log and can't be removed
 };
 

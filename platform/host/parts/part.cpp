@@ -217,6 +217,7 @@ struct Part::Impl {
     [[nodiscard]] gint32 outcome(int access, gint32 status, const char *reason = nullptr);
     // Finishes what a crash left, with the file opened for it.
     void recover();
+    void wipe_intent(); // unless somebody has the file's lock
     [[nodiscard]] gint32 begin_read(std::uint32_t offset, std::size_t length, Fd *fd);
     // With the mutex held.
     [[nodiscard]] gint32 read(std::uint32_t offset, std::span<std::uint8_t> out);
@@ -291,6 +292,14 @@ gint32 Part::Impl::begin_read(std::uint32_t offset, std::size_t length, Fd *fd) 
     return writer.in_doubt(offset, length) ? kTransferFailed | EIO : 0;
 }
 
+void Part::Impl::wipe_intent() {
+    Fd fd;
+    std::uint64_t held = 0;
+    if (open_file(paths.file, O_RDWR, &fd, &held) == 0 && lock_file(fd, F_WRLCK, std::chrono::milliseconds(0)) == 0) {
+        intents.wipe();
+    }
+}
+
 gint32 Part::Impl::touch() {
     Fd fd;
     std::uint64_t held = 0;
@@ -342,6 +351,7 @@ bool Part::Impl::prepare(std::string *mistake) {
     if (intents.exists()) {
         recover();
     }
+    wipe_intent(); // what a crash behind the last write has left
     return true;
 }
 
@@ -370,7 +380,11 @@ bool Part::Impl::check_file(std::string *mistake) {
 }
 
 Part::Part() = default;
-Part::~Part() = default;
+Part::~Part() {
+    if (impl_ != nullptr && impl_->intents.to_wipe()) {
+        impl_->wipe_intent();
+    }
+}
 
 std::unique_ptr<Part> Part::open(const PartConfig &config, const PartPaths &paths, Protected protected_by_line,
                                  std::string *mistake) {
@@ -434,6 +448,9 @@ void Part::look(bool transfer) {
     impl_->look_at_file();
     const bool came_or_went = before != impl_->stat_error;
     const std::unique_lock lock(impl_->mutex, std::try_to_lock);
+    if (lock && impl_->intents.to_wipe()) {
+        impl_->wipe_intent();
+    }
     if (lock && (transfer || came_or_went)) {
         impl_->reach.suspect();
         (void)impl_->reach.attempt(false, [&] { return impl_->touch(); });
