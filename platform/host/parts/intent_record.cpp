@@ -68,11 +68,18 @@ std::string file_name_of(const std::string &part) {
     return name + ".intent";
 }
 
-// The file's intent is marked as one whose write has ended.
-bool is_over(const std::filesystem::path &file) {
+// Something is in the file that may be an intent; none: it is no plain file, or cannot be read.
+std::optional<bool> holds_something(const std::filesystem::path &file) {
     const Fd fd(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    std::array<std::uint8_t, kNothing.size()> first{1};
-    return fd && pread_all(fd.get(), first, 0) == 0 && first == kNothing;
+    if (!fd) {
+        return errno == ENOENT ? std::optional(false) : std::nullopt;
+    }
+    std::array<std::uint8_t, kNothing.size()> first{};
+    const ssize_t count = ::pread(fd.get(), first.data(), first.size(), 0);
+    if (count < 0) {
+        return std::nullopt;
+    }
+    return !holds_nothing(std::span(first).first(static_cast<std::size_t>(count)));
 }
 
 } // namespace
@@ -120,11 +127,7 @@ IntentFile::IntentFile(const std::filesystem::path &folder, const std::string &p
     : file_(folder / file_name_of(part)), limit_(std::size_t{2} * part_size + part.size() + kFrame) {}
 
 bool IntentFile::exists() const {
-    struct stat facts = {};
-    if (::lstat(file_.c_str(), &facts) != 0) {
-        return false;
-    }
-    return S_ISREG(facts.st_mode) ? facts.st_size > 0 && !is_over(file_) : !refused_;
+    return holds_something(file_).value_or(!refused_);
 }
 
 bool IntentFile::leftover() const {
@@ -136,13 +139,17 @@ void IntentFile::remove_leftover() const {
 }
 
 std::optional<Intent> IntentFile::load() {
+    if (holds_something(file_) == false) {
+        refused_ = false;
+        return std::nullopt;
+    }
     int error = 0;
     const auto bytes = read_file(file_, &error, limit_);
     std::optional<Intent> intent;
     if (bytes) {
         intent = decode_intent(*bytes);
     }
-    if (intent || error == ENOENT || (bytes && holds_nothing(*bytes))) {
+    if (intent) {
         refused_ = false;
     } else {
         refuse(bytes ? "it is damaged" : read_failure(error));
@@ -227,8 +234,7 @@ void say_strange_intents(const std::filesystem::path &folder, const std::vector<
     for (std::filesystem::directory_iterator file(folder, end); !end && file != std::filesystem::directory_iterator();
          file.increment(end)) {
         const std::string name = file->path().filename().native();
-        std::error_code no_file; // counts as one that holds something
-        if (file->file_size(no_file) == 0 || is_over(file->path())) {
+        if (holds_something(file->path()) == false) {
             continue;
         }
         if (std::ranges::none_of(parts, [&](const auto &part) { return name.starts_with(file_name_of(part)); })) {
