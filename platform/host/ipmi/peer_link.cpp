@@ -277,7 +277,7 @@ gint32 peer_request(const std::filesystem::path &socket, const IpmiRequest &requ
                     IpmiResponse *response, Fd *kept) {
     const Deadline deadline = std::chrono::steady_clock::now() + limit;
     const std::vector<std::uint8_t> frame = request_frame(request);
-    Fd peer = kept != nullptr ? std::move(*kept) : Fd();
+    Fd peer = kept != nullptr ? std::exchange(*kept, Fd()) : Fd();
     if (peer && response != nullptr) {
         bool silent = false;
         gint32 status = send_all(peer, frame, deadline);

@@ -31,7 +31,7 @@ GVariant *variant_of(const PropertyValue &value) {
     if (const auto *bytes = std::get_if<Bytes>(&value)) {
         // GLib describes an array's type to itself, and forgets that with the last such array: there always is this
         // one.
-        [[maybe_unused]] static const GVariant *const last = g_variant_ref_sink(bytes_variant({}));
+        [[maybe_unused]] static const GVariant *const kLast = g_variant_ref_sink(bytes_variant({}));
         return bytes_variant(*bytes);
     }
     if (const auto *text = std::get_if<std::string>(&value)) {
