@@ -23,8 +23,8 @@ READS = ("read", "pread64", "preadv", "preadv2", "readv")
 CALL = re.compile(r"^(\d+) +(\w+)\((.*)$")
 # Instructions differ a little from one machine's libraries to another's; what is counted in whole calls does not.
 # How often threads wake each other for a message differs with what else runs.
-TOLERANCE = {"instructions": 0.10, "ReadAsdMemData": 0.15}
-SLACK = 0.2  # of a call, for what happens once
+TOLERANCE = {"instructions": 0.10, "ReadAsdMemData": 0.30}
+SLACK = 0.5  # of a call, for what happens once
 
 
 class Trace:

@@ -3,6 +3,7 @@
 
 """Draws what a record costs against its size, and an item against their number, as one SVG for light and dark pages."""
 
+import itertools
 import math
 import statistics
 
@@ -24,17 +25,16 @@ text{font:12px system-ui,"DejaVu Sans",sans-serif;fill:#333}.title{font-weight:7
 
 
 def sizes(rounds):
-    """{name: {size: us}} of one changed record; who is measured first changes from round to round."""
+    """{name: {size: us}} of one changed record. All sizes in each round: what else uses the disk meets all of them."""
     drawn = {"asd": peers.InProcess("asd", "", ""), "floor": peers.InProcess("floor", "", ""), "fw_setenv": peers.Environment(),
              "dd fsync": peers.Copy(), "SQLite": peers.Sqlite("DELETE"), "SQLite WAL": peers.Sqlite("WAL")}
     took = {name: {size: [] for size in SIZES} for name in drawn}
-    for size in SIZES:
-        tools.say(f"a record of {size} bytes, {rounds} rounds of {len(drawn)}")
-        for number in range(rounds):
-            turn = number % len(drawn)
-            for name, peer in [*drawn.items()][turn:] + [*drawn.items()][:turn]:
-                with tools.folder() as place:
-                    took[name][size].append(statistics.median(peer.times(place, size, 15)))
+    for number in range(rounds):
+        tools.say(f"round {number + 1} of {rounds}: records of {len(SIZES)} sizes, {len(drawn)} ways to keep them")
+        turn = number % len(drawn)
+        for size, (name, peer) in itertools.product(SIZES, [*drawn.items()][turn:] + [*drawn.items()][:turn]):
+            with tools.folder() as place:
+                took[name][size].append(statistics.median(peer.times(place, size, 15)))
     return {name: {size: statistics.median(values) for size, values in each.items()} for name, each in took.items()}
 
 
