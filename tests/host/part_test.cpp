@@ -557,7 +557,7 @@ TEST_F(PartFile, WhatIsNoIntentIsSaidOnceAndWhatACrashLeftGoes) {
     const std::pair<std::size_t, std::function<void()>> rows[] = {
         {1, [&] { ASSERT_EQ(replace_file(intent, Bytes(60, 'A'), 0600), 0); }},
         {1, [&] { ASSERT_EQ(::mkfifo(intent.c_str(), 0600), 0); }},
-        {1, [&] { std::ofstream(intent).close(), fs::resize_file(intent, 1ULL << 36U); }},
+        {1, [&] { std::ofstream(intent) << 'A', fs::resize_file(intent, 1ULL << 36U); }},
         {3, [&] { fs::create_directories(intent / "full"); }}, // stays, so that no intent can be noted either
     };
     for (const auto &[said, put] : rows) {

@@ -2,6 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "property_variant.h"
 
+#include <memory>
 #include <variant>
 
 namespace asd_host {
@@ -31,7 +32,8 @@ GVariant *variant_of(const PropertyValue &value) {
     if (const auto *bytes = std::get_if<Bytes>(&value)) {
         // GLib describes an array's type to itself, and forgets that with the last such array: there always is this
         // one.
-        [[maybe_unused]] static const GVariant *const kLast = g_variant_ref_sink(bytes_variant({}));
+        static const std::unique_ptr<GVariant, void (*)(GVariant *)> kLast(g_variant_ref_sink(bytes_variant({})),
+                                                                           g_variant_unref);
         return bytes_variant(*bytes);
     }
     if (const auto *text = std::get_if<std::string>(&value)) {

@@ -56,8 +56,8 @@ public:
 };
 
 // One file a part, FOLDER/PART.intent, mode 0600: keys pass through it. The first write makes it, and the folder when
-// that is missing; from then on it stays, empty while there is no intent, so that a write costs one sync here, and none
-// of the folder. What is in the file's place and no intent for a part of that size is said in the log, once, and
+// that is missing; from then on it stays, marked while there is no intent, so that a write costs one sync here, and
+// none of the folder. What is in the file's place and no intent for a part of that size is said in the log, once, and
 // removed where it can be.
 class IntentFile final : public IntentLog {
 public:
