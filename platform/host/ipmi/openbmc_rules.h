@@ -31,8 +31,8 @@ enum class Channel {
 // userId and privilege as "i" and currentSessionId as "u". Other keys do not matter.
 [[nodiscard]] std::optional<std::uint8_t> requester_privilege(Channel channel, GVariant *options);
 
-// A session asks for a command of the module (network function 0x32) and has less than floor. Most of those rows ask for
-// no privilege: they were made for the board's own channels, and the network is none of these.
+// A session asks for a command of the module (network function 0x32) and has less than floor. Most of those rows ask
+// for no privilege: they were made for the board's own channels, and the network is none of these.
 [[nodiscard]] bool is_below_floor(Channel channel, const IpmiRequest &request, std::uint8_t floor);
 
 // The code to answer with. The bridge of the IPMB keeps back every later request of a command that was answered with
