@@ -76,7 +76,7 @@ struct StreamShared {
     }
     [[nodiscard]] bool await_no_client(milliseconds limit) {
         std::unique_lock lock(mutex);
-        return client_gone.wait_for(lock, limit, [this] { return clients.empty(); });
+        return client_gone.wait_for(lock, limit, [this] { return !accepting && clients.empty(); });
     }
     void end_longest_idle();
     void end_idle();
@@ -200,15 +200,20 @@ bool refuse_stranger(StreamShared &shared, Fd *client) {
     return true;
 }
 
-// 0, also when the client was a stranger, or an errno value: nobody is waiting, or the machine is short of something.
+// 0, also when the client is not served, or an errno value: nobody is waiting, or the machine is short of something.
 int accept_client(const std::shared_ptr<StreamShared> &shared) {
     Fd client(accept4(shared->listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     if (!client) {
         return errno;
     }
-    if (!refuse_stranger(*shared, &client)) {
-        start_client(shared, std::move(client));
+    if (refuse_stranger(*shared, &client)) {
+        return 0;
     }
+    std::uint8_t first = 0;
+    if (shared->stopping && recv(client.get(), &first, 1, MSG_PEEK | MSG_DONTWAIT) <= 0) {
+        return 0; // it has asked for nothing: closed without a thread, of which a crowd would need hundreds
+    }
+    start_client(shared, std::move(client));
     return 0;
 }
 
@@ -236,6 +241,7 @@ void accept_clients(const std::shared_ptr<StreamShared> &shared) {
     // Who has connected just before the end may have sent a request.
     for (std::size_t left = StreamServer::kClients; left > 0 && accept_client(shared) == 0; --left) {
     }
+    shared->listener.reset();
     shared->end_idle();
 }
 
@@ -479,14 +485,12 @@ void StreamServer::begin_stop() {
         return;
     }
     (void)unlink(path_.c_str()); // what remains is replaced by the next process
-    std::unique_lock lock(shared_->mutex);
+    const std::lock_guard lock(shared_->mutex);
     shared_->stopping = true;
     shared_->client_gone.notify_all();
     const std::uint64_t one = 1;
     // Fails only when it is readable already.
     [[maybe_unused]] const ssize_t written = write(shared_->stop_event.get(), &one, sizeof one);
-    shared_->client_gone.wait(lock, [this] { return !shared_->accepting; });
-    shared_->listener.reset();
 }
 
 bool StreamServer::stop(milliseconds limit) {
