@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import resource
 import socket
 import struct
 import subprocess
@@ -168,6 +169,47 @@ def linear(what):
         pairs = [(many[what] / 1e3, few[what] / 1e3) for many, few in few_and_many(max(rounds // 3, 1))]
         return Figure(pairs, "us", f"an item of {COUNTS[-1]:,}, beside one of {COUNTS[1]}")
     return row
+
+
+SLOT_BYTES = 64
+
+
+def fill(enclosure):
+    """Gives it as many items as an enclosure can have."""
+    free = sorted(set(range(256)) - {item["Num"] for item in enclosure["Items"]})
+    enclosure["Parts"].append({"Name": "many", "Kind": "image", "File": "many.bin", "Size": 256 * SLOT_BYTES, "PageSize": 32,
+                               "WriteCycleUs": 0, "Shared": False})
+    for number in free:
+        enclosure["Chips"].append({"Name": f"MANY{number}a", "Part": "many", "Offset": f"0x{number * SLOT_BYTES:04x}", "RetryNumber": 1})
+        enclosure["Items"].append({"Name": f"MANY{number}", "Num": number, "Length": 32, "AtomStorageDataDev0": f"MANY{number}a"})
+
+
+@functools.cache
+def enclosures(rounds):
+    """{what: pairs of us an item among many and among few}: everything read over D-Bus, and what asdctl makes of it."""
+    everything = harness.bus_call(2, "org.asd.Storage1", "/org/asd/Storage1", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects")
+    with contextlib.ExitStack() as stack:
+        counted = []
+        for change in (fill, None):
+            service = stack.enter_context(tools.master(change=change))
+            counted.append((service, len(service.enclosure["Items"])))
+
+        def read(service, items):
+            return ask("bus", service.run_dir / "slot0" / "bus", everything, times="600ms")["median_ns"] / 1e3 / items
+
+        def command(word):
+            def timed(service, items):
+                before = resource.getrusage(resource.RUSAGE_CHILDREN)
+                output(*tools.PINNED, os.environ["ASDCTL_BINARY"], "--run-dir", service.run_dir, *word.split())
+                after = resource.getrusage(resource.RUSAGE_CHILDREN)
+                return (after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime) * 1e6 / items
+            return timed
+        figures = {"read": read, "status": command("status --json"), "metrics": command("metrics")}
+        return {what: in_turns(rounds, *(functools.partial(figure, *one) for one in counted)) for what, figure in figures.items()}
+
+
+def told(what):
+    return lambda rounds: Figure(enclosures(max(rounds // 3, 1))[what], "us", "an item of a full enclosure, beside one of the example's")
 
 
 # ---- Start, idle, memory, size ----
@@ -350,6 +392,9 @@ ROWS = [
     Row("items-walk", "every record read", "a hundredth as many items", 1.2, linear("walk")),
     Row("items-look", "state of every item", "a hundredth as many items", 1.2, linear("look")),
     Row("items-tell", "what is said of it", "a hundredth as many items", 1.2, linear("tell")),
+    Row("items-read", "all items read over D-Bus", "the example's items", 1.2, told("read")),
+    Row("items-status", "asdctl status --json", "the example's items", 1.2, told("status")),
+    Row("items-metrics", "asdctl metrics", "the example's items", 1.2, told("metrics")),
     Row("start", "start until every item is loaded", "records read, GDBus started", 1.5, start),
     Row("idle-master", "wake-ups of a master, no peers", "5 /s", 1, idle("master", False)),
     Row("idle-master-peers", "wake-ups of a master with a peer", "5 /s", 1, idle("master", True)),
