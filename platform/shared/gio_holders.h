@@ -9,6 +9,7 @@
 #include <memory>
 
 #include <gio/gio.h>
+#include <glib-unix.h>
 
 namespace asd_shared {
 
@@ -33,6 +34,14 @@ using SourcePtr = std::unique_ptr<GSource, SourceEnd>;
     g_source_set_callback(source, callback, data, nullptr);
     (void)g_source_attach(source, g_main_context_get_thread_default()); // its number is not needed
     return SourcePtr(source);
+}
+
+// The same for a descriptor that is to be ready. The callback runs no loop, so GLib may leave the descriptor among
+// those that it polls meanwhile: taking it out and in again wakes the loop twice for each event.
+[[nodiscard]] inline SourcePtr attached_fd(int fd, GIOCondition condition, GUnixFDSourceFunc callback, gpointer data) {
+    GSource *source = g_unix_fd_source_new(fd, condition);
+    g_source_set_can_recurse(source, TRUE);
+    return attached(source, G_SOURCE_FUNC(callback), data);
 }
 
 // Where a call of GIO puts its error.

@@ -51,7 +51,10 @@ void run_calls(const std::shared_ptr<CallPoolShared> &shared) {
         call.work = nullptr;
         lock.lock();
         shared->busy.erase(call.object);
-        shared->changed.notify_all();
+        // What has become free is at most one call that waits, and this thread looks for it next: nobody else is woken.
+        if (shared->ending) {
+            shared->changed.notify_all();
+        }
     }
 }
 
@@ -76,15 +79,17 @@ bool CallPool::start(std::string *mistake) {
 }
 
 CallPool::Taken CallPool::run(OBJ_HANDLE object, Work work, std::uint64_t number) {
-    const std::lock_guard lock(shared_->mutex);
-    if (shared_->ending) {
-        return Taken::kEnding;
+    {
+        const std::lock_guard lock(shared_->mutex);
+        if (shared_->ending) {
+            return Taken::kEnding;
+        }
+        if (shared_->waiting.size() >= kWaiting) {
+            return Taken::kFull;
+        }
+        shared_->waiting.push_back({.object = object, .number = number, .work = std::move(work)});
     }
-    if (shared_->waiting.size() >= kWaiting) {
-        return Taken::kFull;
-    }
-    shared_->waiting.push_back({.object = object, .number = number, .work = std::move(work)});
-    shared_->changed.notify_one();
+    shared_->changed.notify_one(); // not under the lock, which the woken thread takes first
     return Taken::kYes;
 }
 

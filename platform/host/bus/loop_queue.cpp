@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <utility>
 
-#include <glib-unix.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -17,9 +16,14 @@ bool LoopQueue::open() {
 }
 
 void LoopQueue::post(Task task) {
+    bool first = false;
     {
         const std::lock_guard lock(mutex_);
+        first = tasks_.empty();
         tasks_.push_back(std::move(task));
+    }
+    if (!first) {
+        return; // who posted the first one makes it readable
     }
     const std::uint64_t one = 1;
     // Fails only when it is readable already.
@@ -27,7 +31,7 @@ void LoopQueue::post(Task task) {
 }
 
 void LoopQueue::attach() {
-    source_ = attached(g_unix_fd_source_new(event_.get(), G_IO_IN), G_SOURCE_FUNC(on_readable), this);
+    source_ = attached_fd(event_.get(), G_IO_IN, on_readable, this);
 }
 
 void LoopQueue::detach() {
