@@ -23,6 +23,7 @@ constexpr const char *kItem = "org.asd.AtomStorageData1";
 std::atomic<gint32> next_status = 0;
 std::atomic<bool> gate_open = false;
 std::atomic<int> at_gate = 0;
+std::function<void()> on_status_only;
 std::atomic<std::size_t> finished = 0;
 std::array<std::atomic<int>, 80> ran{}; // first bytes of the gated writes that have finished, as they ran
 
@@ -160,6 +161,7 @@ class DbusTest : public testing::Test {
 protected:
     void SetUp() override {
         next_status = 0;
+        on_status_only = nullptr;
         gate_open = false;
         at_gate = 0;
         finished = 0;
@@ -172,7 +174,12 @@ protected:
                                {.name = "Value", .value = Bytes(), .writable = true}});
         }
         ASSERT_TRUE(module_.declare_class("AtomStorageData"));
-        const auto status_only = [](auto... /*unused*/) -> gint32 { return next_status; };
+        const auto status_only = [](auto... /*unused*/) -> gint32 {
+            if (on_status_only) {
+                on_status_only();
+            }
+            return next_status;
+        };
         const std::pair<const char *, DFL_METHOD_FUNC> methods[] = {{"WriteAtomStorageData", gated_write},
                                                                     {"EqWriteAtomStorageData", count_bytes},
                                                                     {"ReadAsdMemData", status_only},
@@ -429,6 +436,49 @@ TEST_F(DbusTest, AClientGetsChangesAfterItsFirstCallAndNotEveryOneWhenItDoesNotR
     const std::size_t count = read_until(slow, mark).size();
     EXPECT_GT(count, 0U);
     EXPECT_LT(count, std::size_t{kWrites} / 10 * 8192 / 2);
+}
+
+// Methods do not go through GDBus, the rest does.
+TEST_F(DbusTest, MethodsOvertakeNeitherWhatWasAskedBeforeNorTheChangesThatTheyMake) {
+    Fd client = greeted_client();
+    const auto call = [](unsigned serial) {
+        return wire_call("/org/asd/Storage1/AtomStorageData/ITEM0", kItem, "ClearMemData", serial);
+    };
+    std::string seen;
+    const auto next = [&client, &seen]() -> ObjectPtr<GDBusMessage> {
+        gssize size = 0;
+        std::array<char, 4096> piece{};
+        for (;;) {
+            auto *bytes = reinterpret_cast<guchar *>(seen.data());
+            size = seen.size() < 16 ? 16 : g_dbus_message_bytes_needed(bytes, seen.size(), nullptr);
+            if (const auto whole = static_cast<std::size_t>(size); seen.size() >= whole) {
+                ObjectPtr<GDBusMessage> message(
+                    g_dbus_message_new_from_blob(bytes, whole, G_DBUS_CAPABILITY_FLAGS_NONE, nullptr));
+                seen.erase(0, whole);
+                return message;
+            }
+            const ssize_t got = readable(client) ? recv(client.get(), piece.data(), piece.size(), 0) : 0;
+            if (got <= 0) {
+                return nullptr;
+            }
+            seen.append(piece.data(), static_cast<std::size_t>(got));
+        }
+    };
+    send_all(client, wire_call("/org/freedesktop/DBus", "org.freedesktop.DBus", "Hello", 1) + call(2) + call(3));
+    for (const guint32 serial : {1U, 2U, 3U}) {
+        const auto answer = next();
+        EXPECT_EQ(answer == nullptr ? 0 : g_dbus_message_get_reply_serial(answer.get()), serial);
+    }
+    on_status_only = [this, value = std::uint8_t{}]() mutable { set_item("Value", Bytes(4096, ++value)); };
+    for (unsigned serial = 4; serial < 24; ++serial) {
+        client = greeted_client(); // which has no change on its way, behind which the next one would wait
+        send_all(client, call(serial));
+        const auto change = next();
+        const auto answer = next();
+        ASSERT_TRUE(change != nullptr && answer != nullptr);
+        EXPECT_STREQ(g_dbus_message_get_member(change.get()), "PropertiesChanged");
+        EXPECT_EQ(g_dbus_message_get_reply_serial(answer.get()), serial);
+    }
 }
 
 TEST_F(DbusTest, ASecondServiceInTheSamePlaceTakesOver) {

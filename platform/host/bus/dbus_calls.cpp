@@ -101,6 +101,42 @@ void answer_error(InvocationPtr invocation, const char *error, const std::string
     g_dbus_method_invocation_return_dbus_error(invocation.release(), error, message.c_str());
 }
 
+BusCall::BusCall(InvocationPtr invocation)
+    : method_(g_dbus_method_invocation_get_method_info(invocation.get())),
+      arguments_(g_variant_ref(g_dbus_method_invocation_get_parameters(invocation.get()))),
+      invocation_(std::move(invocation)) {}
+
+BusCall::BusCall(GDBusMessage *message, const GDBusMethodInfo *method, Send send)
+    : method_(method), message_(G_DBUS_MESSAGE(g_object_ref(message))), send_(std::move(send)) {
+    GVariant *body = g_dbus_message_get_body(message);
+    arguments_.reset(body == nullptr ? g_variant_ref_sink(g_variant_new_tuple(nullptr, 0)) : g_variant_ref(body));
+}
+
+bool BusCall::fits(const GDBusMethodInfo *method, GDBusMessage *message) {
+    GVariant *body = g_dbus_message_get_body(message);
+    return signature_of(method->in_args) == (body == nullptr ? "()" : g_variant_get_type_string(body));
+}
+
+void BusCall::answer(GVariant *floating_values) {
+    if (invocation_ != nullptr) {
+        asd_host::answer(std::move(invocation_), floating_values);
+        return;
+    }
+    const ObjectPtr<GDBusMessage> reply(g_dbus_message_new_method_reply(message_.get()));
+    g_dbus_message_set_body(reply.get(), floating_values);
+    send_(reply.get());
+}
+
+void BusCall::answer_error(const char *error, const std::string &message) {
+    if (invocation_ != nullptr) {
+        asd_host::answer_error(std::move(invocation_), error, message);
+        return;
+    }
+    const ObjectPtr<GDBusMessage> reply(
+        g_dbus_message_new_method_error_literal(message_.get(), error, message.c_str()));
+    send_(reply.get());
+}
+
 BusCalls::BusCalls(const BusObjects &objects, const ModuleRegistry &module, std::shared_ptr<LoopQueue> queue)
     : objects_(objects), module_(module), queue_(std::move(queue)) {}
 
@@ -119,8 +155,8 @@ bool BusCalls::start(std::string *mistake) {
     return pool_.start(mistake);
 }
 
-BusCalls::Work BusCalls::module_work(OBJ_HANDLE object, GDBusMethodInvocation *invocation, CallResult *refused) const {
-    const std::string_view name = g_dbus_method_invocation_get_method_name(invocation);
+BusCalls::Work BusCalls::module_work(OBJ_HANDLE object, const BusCall &call, CallResult *refused) const {
+    const std::string_view name = call.method()->name;
     const std::string *class_name = objects_.platform().objects.class_of(object);
     const ModuleRegistry::Method *method = class_name == nullptr ? nullptr : module_.method(*class_name, name);
     if (method == nullptr) {
@@ -128,7 +164,7 @@ BusCalls::Work BusCalls::module_work(OBJ_HANDLE object, GDBusMethodInvocation *i
         return nullptr;
     }
     std::vector<PropertyValue> arguments;
-    if (!take_arguments(g_dbus_method_invocation_get_parameters(invocation), &arguments)) {
+    if (!take_arguments(call.arguments(), &arguments)) {
         *refused =
             refusal(kErrorArguments, "more than " + std::to_string(kLongestItem) + " bytes: no record is that long");
         return nullptr;
@@ -138,25 +174,24 @@ BusCalls::Work BusCalls::module_work(OBJ_HANDLE object, GDBusMethodInvocation *i
     };
 }
 
-BusCalls::Work BusCalls::work_of(OBJ_HANDLE object, GDBusMethodInvocation *invocation, CallResult *refused) const {
-    const char *name = g_dbus_method_invocation_get_method_name(invocation);
-    GVariant *arguments = g_dbus_method_invocation_get_parameters(invocation);
+BusCalls::Work BusCalls::work_of(OBJ_HANDLE object, const BusCall &call, CallResult *refused) const {
+    const char *name = call.method()->name;
     switch (object) {
     case kRootObject:
-        return storage_call(objects_.platform(), name, arguments);
+        return storage_call(objects_.platform(), name, call.arguments());
     case kBoardObject:
-        return board_call(objects_.platform(), name, arguments);
+        return board_call(objects_.platform(), name, call.arguments());
     default:
-        return module_work(object, invocation, refused);
+        return module_work(object, call, refused);
     }
 }
 
-void BusCalls::call(OBJ_HANDLE object, InvocationPtr invocation, std::function<std::string()> user) {
+void BusCalls::call(OBJ_HANDLE object, BusCall call, std::function<std::string()> user) {
     CallResult refused = refusal(kErrorMethod, "there is no such method");
     // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): std::function frees what it holds
-    Work work = work_of(object, invocation.get(), &refused);
+    Work work = work_of(object, call, &refused);
     if (work == nullptr) {
-        answer_error(std::move(invocation), refused.error, refused.message);
+        call.answer_error(refused.error, refused.message);
         return;
     }
     const std::uint64_t number = ++last_number_;
@@ -170,12 +205,12 @@ void BusCalls::call(OBJ_HANDLE object, InvocationPtr invocation, std::function<s
     };
     const CallPool::Taken taken = pool_.run(object, run);
     if (taken == CallPool::Taken::kYes) {
-        waiting_.emplace(number, std::move(invocation));
+        waiting_.emplace(number, std::move(call));
         return;
     }
     const bool full = taken == CallPool::Taken::kFull;
-    answer_error(std::move(invocation), full ? kErrorLimits : kErrorFailed,
-                 full ? std::to_string(CallPool::kWaiting) + " calls are waiting already" : kEnding);
+    call.answer_error(full ? kErrorLimits : kErrorFailed,
+                      full ? std::to_string(CallPool::kWaiting) + " calls are waiting already" : kEnding);
 }
 
 void BusCalls::finish(std::uint64_t number, OBJ_HANDLE object, const CallResult &result) {
@@ -183,19 +218,19 @@ void BusCalls::finish(std::uint64_t number, OBJ_HANDLE object, const CallResult 
     if (found == waiting_.end()) {
         return;
     }
-    InvocationPtr invocation = std::move(found->second);
+    BusCall call = std::move(found->second);
     waiting_.erase(found);
     if (result.error != nullptr) {
-        answer_error(std::move(invocation), result.error, result.message);
+        call.answer_error(result.error, result.message);
         return;
     }
-    const GDBusMethodInfo *method = g_dbus_method_invocation_get_method_info(invocation.get());
+    const GDBusMethodInfo *method = call.method();
     VariantPtr values = tuple_of(result.outputs);
     if (signature_of(method->out_args) != g_variant_get_type_string(values.get())) {
-        answer_error(std::move(invocation), kErrorFailed, "the method answered something else than it should");
+        call.answer_error(kErrorFailed, "the method answered something else than it should");
         return;
     }
-    answer(std::move(invocation), values.get());
+    call.answer(values.get());
     if (object == kBoardObject && std::string_view(method->name) == "SetFault" && faults_changed) {
         faults_changed();
     }
@@ -206,8 +241,8 @@ bool BusCalls::stop(std::chrono::milliseconds limit) {
 }
 
 void BusCalls::refuse_rest() {
-    for (auto &[number, invocation] : std::exchange(waiting_, {})) {
-        answer_error(std::move(invocation), kErrorFailed, kEnding);
+    for (auto &[number, call] : std::exchange(waiting_, {})) {
+        call.answer_error(kErrorFailed, kEnding);
     }
 }
 

@@ -26,6 +26,30 @@ using InvocationPtr = ObjectPtr<GDBusMethodInvocation>;
 void answer(InvocationPtr invocation, GVariant *floating_values);
 void answer_error(InvocationPtr invocation, const char *error, const std::string &message);
 
+// A call that is to be answered once: one that GDBus has handed over, or a message that went no further than its
+// client's relay.
+class BusCall {
+public:
+    using Send = std::function<void(GDBusMessage *answer)>;
+
+    explicit BusCall(InvocationPtr invocation);
+    // The message is a call of that method, as fits() says.
+    BusCall(GDBusMessage *message, const GDBusMethodInfo *method, Send send);
+    [[nodiscard]] static bool fits(const GDBusMethodInfo *method, GDBusMessage *message);
+
+    [[nodiscard]] const GDBusMethodInfo *method() const { return method_; }
+    [[nodiscard]] GVariant *arguments() const { return arguments_.get(); } // a tuple
+    void answer(GVariant *floating_values);
+    void answer_error(const char *error, const std::string &message);
+
+private:
+    const GDBusMethodInfo *method_;
+    VariantPtr arguments_;
+    InvocationPtr invocation_; // null: message_ is the call
+    ObjectPtr<GDBusMessage> message_;
+    Send send_;
+};
+
 // All of it on the bus thread, except stop.
 class BusCalls {
 public:
@@ -36,7 +60,7 @@ public:
     [[nodiscard]] bool start(std::string *mistake);
 
     // Runs a method of an object's own interface and answers it later. user: as of a Caller, on another thread.
-    void call(OBJ_HANDLE object, InvocationPtr invocation, std::function<std::string()> user);
+    void call(OBJ_HANDLE object, BusCall call, std::function<std::string()> user);
 
     // Called when a method has changed the board's Faults.
     std::function<void()> faults_changed;
@@ -48,8 +72,8 @@ public:
 
 private:
     using Work = std::function<CallResult()>;
-    [[nodiscard]] Work work_of(OBJ_HANDLE object, GDBusMethodInvocation *invocation, CallResult *refused) const;
-    [[nodiscard]] Work module_work(OBJ_HANDLE object, GDBusMethodInvocation *invocation, CallResult *refused) const;
+    [[nodiscard]] Work work_of(OBJ_HANDLE object, const BusCall &call, CallResult *refused) const;
+    [[nodiscard]] Work module_work(OBJ_HANDLE object, const BusCall &call, CallResult *refused) const;
     void finish(std::uint64_t number, OBJ_HANDLE object, const CallResult &result);
 
     const BusObjects &objects_;
@@ -57,7 +81,7 @@ private:
     std::shared_ptr<LoopQueue> queue_;
     CallPool pool_;
     std::uint64_t last_number_ = 0;
-    std::map<std::uint64_t, InvocationPtr> waiting_;
+    std::map<std::uint64_t, BusCall> waiting_;
 };
 
 } // namespace asd_host

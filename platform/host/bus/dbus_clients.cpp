@@ -209,7 +209,37 @@ void BusClients::on_call(GDBusConnection *connection, const gchar *sender, const
         answer(std::move(held), clients->objects_.managed_objects());
         return;
     }
-    clients->calls_.call(*object, std::move(held), std::move(user));
+    clients->calls_.call(*object, BusCall(std::move(held)), std::move(user));
+}
+
+bool BusClients::call(GDBusConnection *connection, GDBusMessage *message, BusCall::Send send) {
+    const auto client = clients_.find(connection);
+    const std::optional<OBJ_HANDLE> object = objects_.at(g_dbus_message_get_path(message));
+    const char *interface = g_dbus_message_get_interface(message);
+    if (client == clients_.end() || !object || interface == nullptr) {
+        return false;
+    }
+    GDBusInterfaceInfo *own = objects_.interface_of(*object);
+    const GDBusMethodInfo *method = std::strcmp(interface, own->name) != 0
+                                        ? nullptr
+                                        : g_dbus_interface_info_lookup_method(own, g_dbus_message_get_member(message));
+    if (method == nullptr || !BusCall::fits(method, message)) {
+        return false;
+    }
+    client->second.has_called = true;
+    calls_.call(*object, BusCall(message, method, std::move(send)),
+                user_of(client->second, g_dbus_message_get_sender(message)));
+    return true;
+}
+
+bool BusClients::tell(GDBusConnection *connection, GDBusMessage *answer) const {
+    const auto client = clients_.find(connection);
+    if (client == clients_.end() || !client->second.sending) {
+        return false;
+    }
+    (void)g_dbus_connection_send_message(connection, answer, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                         nullptr); // fails when the client has gone
+    return true;
 }
 
 // GDBus has checked that the property exists and that its access and type allow the call.

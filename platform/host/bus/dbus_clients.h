@@ -41,8 +41,15 @@ public:
     };
     // Puts the objects on the connection. False: *mistake says why.
     [[nodiscard]] bool add(ConnectionPtr connection, Kind kind, Peer peer, std::string *mistake);
-    // A client of the private socket has taken all that was written for it: what changed meanwhile is told now.
+    // A client of the private socket has taken what its relay had: when that was all that was written for it, what
+    // changed meanwhile is told now.
     void taken(GDBusConnection *connection);
+
+    // A call of a client of the private socket. True: it is one of an object's own methods and is carried out; send
+    // gets its answer, now or later. False: GDBus is to have it, which has the words for what is wrong with it.
+    [[nodiscard]] bool call(GDBusConnection *connection, GDBusMessage *message, BusCall::Send send);
+    // Sends the answer behind the changes that are on their way to the client. False: none are.
+    [[nodiscard]] bool tell(GDBusConnection *connection, GDBusMessage *answer) const;
     [[nodiscard]] std::size_t count() const { return clients_.size(); }
 
     // The service has its name on the shared bus: changes are told there from now on. The bus judges by the name who

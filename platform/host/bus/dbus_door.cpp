@@ -12,7 +12,6 @@
 
 #include <gio/gunixfdlist.h>
 #include <gio/gunixsocketaddress.h>
-#include <glib-unix.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,6 +40,7 @@ bool may_connect(const Fd &client, ucred *peer) {
 BusDoor::BusDoor(BusClients &clients)
     : clients_(clients), events_{
                              .greeted = [this](BusRelay &relay, Fd socket) { return serve(relay, std::move(socket)); },
+                             .called = [this](BusRelay &relay, GDBusMessage *call) { return carry_out(relay, call); },
                              .drained = [this](BusRelay &relay) { clients_.taken(relay.connection); },
                              .ended =
                                  [this](BusRelay &relay) {
@@ -83,8 +83,7 @@ bool BusDoor::listen_at(const std::filesystem::path &path, GError **error) {
 }
 
 void BusDoor::listen() {
-    incoming_ =
-        attached(g_unix_fd_source_new(g_socket_get_fd(socket_.get()), G_IO_IN), G_SOURCE_FUNC(on_incoming), this);
+    incoming_ = attached_fd(g_socket_get_fd(socket_.get()), G_IO_IN, on_incoming, this);
 }
 
 void BusDoor::close() {
@@ -235,6 +234,17 @@ bool BusDoor::serve(BusRelay &relay, Fd socket) {
     relay.connection = raw;
     g_dbus_connection_start_message_processing(raw);
     return true;
+}
+
+// A method goes to the pool from here and its answer back to the client: GDBus's thread would be woken for each. While
+// changes are on their way through GDBus, the answer follows them.
+bool BusDoor::carry_out(BusRelay &relay, GDBusMessage *call) {
+    return clients_.call(relay.connection, call, [this, weak = relay.weak_from_this()](GDBusMessage *reply) {
+        const auto there = weak.lock();
+        if (there != nullptr && !clients_.tell(there->connection, reply)) {
+            there->answer(reply);
+        }
+    });
 }
 
 } // namespace asd_host

@@ -48,6 +48,7 @@ private:
     void take(Fd client);
     [[nodiscard]] bool make_room();
     [[nodiscard]] bool serve(BusRelay &relay, Fd socket);
+    [[nodiscard]] bool carry_out(BusRelay &relay, GDBusMessage *call);
 
     static gboolean on_incoming(gint fd, GIOCondition condition, gpointer self);
     static gboolean on_second(gpointer self);

@@ -11,7 +11,6 @@
 #include <cstring>
 #include <utility>
 
-#include <glib-unix.h>
 #include <sys/ioctl.h>
 
 namespace asd_host {
@@ -24,7 +23,7 @@ constexpr unsigned kRefusals = 8;             // of a handshake
 
 // Reads once. False: the other side is gone.
 bool read_piece(const Fd &fd, ByteQueue &into) {
-    std::array<std::uint8_t, kPiece> piece{};
+    std::array<std::uint8_t, kPiece> piece; // not cleared: most messages have a few hundred bytes
     const ssize_t got = ::recv(fd.get(), piece.data(), piece.size(), MSG_DONTWAIT);
     if (got > 0) {
         into.append(std::span(piece).first(static_cast<std::size_t>(got)));
@@ -42,6 +41,8 @@ bool send_piece(const Fd &fd, ByteQueue &from) {
     }
     return sent < 0 && (errno == EAGAIN || errno == EINTR);
 }
+
+using BlobPtr = std::unique_ptr<guchar, asd_shared::Releaser<g_free>>;
 
 std::span<const std::uint8_t> bytes_of(std::string_view text) {
     return {reinterpret_cast<const std::uint8_t *>(text.data()), text.size()};
@@ -75,17 +76,25 @@ bool BusRelay::quiet() const {
 
 // ---- Events ----
 
-gboolean BusRelay::on_ready(gint /*fd*/, GIOCondition /*condition*/, gpointer self) {
-    static_cast<BusRelay *>(self)->pump();
+gboolean BusRelay::on_ready(gint fd, GIOCondition condition, gpointer self) {
+    auto *relay = static_cast<BusRelay *>(self);
+    const bool readable = condition != G_IO_OUT; // or there is an end to be read
+    const bool client = fd == relay->client_.get();
+    relay->pump(client && readable, !client && readable);
     return G_SOURCE_CONTINUE;
 }
 
 // One piece each way: whatever is left makes the sockets ready again, and the other clients have their turn before.
-void BusRelay::pump() {
+void BusRelay::pump(bool client_ready, bool service_ready) {
     const auto self = shared_from_this(); // it is forgotten when it ends
-    take_answers();
+    pumping_ = true;
+    if (service_ready) {
+        take_answers();
+    }
     if (phase_ != Phase::kOver) {
         send_to_client();
+    }
+    if (phase_ != Phase::kOver && client_ready) {
         read_client();
     }
     if (phase_ == Phase::kGreeting) {
@@ -96,12 +105,13 @@ void BusRelay::pump() {
         send_to_service();
     }
     send_to_client();
+    pumping_ = false;
     const bool heard_all = ended_ && !held_back_ && forward_.empty();
     if (phase_ == Phase::kOver || heard_all || (phase_ == Phase::kDraining && (deaf_ || out_.empty()))) {
         end();
         return;
     }
-    if (quiet()) {
+    if (out_.empty() && answers_.empty()) {
         events_.drained(*this);
     }
     watch();
@@ -122,7 +132,7 @@ void BusRelay::watch(SourcePtr *source, GIOCondition *watched, int fd, unsigned 
     *watched = wanted;
     source->reset();
     if (condition != 0) {
-        *source = attached(g_unix_fd_source_new(fd, wanted), G_SOURCE_FUNC(on_ready), this);
+        *source = attached_fd(fd, wanted, on_ready, this);
     }
 }
 
@@ -175,9 +185,6 @@ void BusRelay::take_answers() {
 }
 
 void BusRelay::pass_answers() {
-    if (out_.empty()) {
-        last_taken_ = Clock::now();
-    }
     for (;;) {
         const BusFrame frame = bus_frame(answers_.bytes(), kQueued);
         if (frame.mistake != nullptr || out_.size() + answers_.size() > kQueued) {
@@ -188,17 +195,46 @@ void BusRelay::pass_answers() {
             return;
         }
         const auto message = answers_.bytes().first(frame.size);
-        const auto call = calls_.find(read_bus_message(message).reply_serial);
-        const bool wanted = call == calls_.end() || call->second.wants_answer;
-        if (wanted && !deaf_) {
-            out_.append(message);
-        }
-        if (call != calls_.end()) {
-            load_ -= call->second.weight;
-            calls_.erase(call);
-            last_used_ = Clock::now();
-        }
+        pass_answer(read_bus_message(message).reply_serial, message);
         answers_.drop(frame.size);
+    }
+}
+
+void BusRelay::pass_answer(std::uint32_t reply_serial, std::span<const std::uint8_t> message) {
+    const auto now = Clock::now();
+    if (out_.empty()) {
+        last_taken_ = now;
+    }
+    const auto call = calls_.find(reply_serial);
+    const bool wanted = call == calls_.end() || call->second.wants_answer;
+    if (wanted && !deaf_) {
+        out_.append(message);
+    }
+    if (call != calls_.end()) {
+        load_ -= call->second.weight;
+        forwarded_ -= call->second.forwarded ? 1U : 0U;
+        calls_.erase(call);
+        last_used_ = now;
+    }
+}
+
+void BusRelay::answer(GDBusMessage *reply) {
+    if (phase_ != Phase::kServing) {
+        return;
+    }
+    g_dbus_message_set_serial(reply, --last_serial_);
+    ErrorSlot error;
+    gsize size = 0;
+    const BlobPtr blob(g_dbus_message_to_blob(reply, &size, G_DBUS_CAPABILITY_FLAGS_NONE, error.out()));
+    if (blob == nullptr) {
+        refuse(std::string("an answer cannot be sent: ") + error.text()); // longer than a message may be
+    } else if (out_.size() + size > kQueued) {
+        refuse("more than " + std::to_string(kQueued) + " bytes wait for it");
+    } else {
+        pass_answer(g_dbus_message_get_reply_serial(reply), {blob.get(), size});
+    }
+    if (!pumping_) {
+        pump(false, false);
     }
 }
 
@@ -349,9 +385,15 @@ bool BusRelay::pass_call(std::span<const std::uint8_t> message) {
         refuse(error.text());
         return false;
     }
-    copy[kBusFlagsAt] = static_cast<std::uint8_t>(copy[kBusFlagsAt] & ~kBusNoAnswer);
     calls_[read.serial] = {.wants_answer = read.wants_answer, .weight = weight};
     load_ += weight;
+    // None overtakes one that GDBus has, and what that one changes.
+    if (forwarded_ == 0 && events_.called(*this, decoded.get())) {
+        return true;
+    }
+    calls_[read.serial].forwarded = true;
+    ++forwarded_;
+    copy[kBusFlagsAt] = static_cast<std::uint8_t>(copy[kBusFlagsAt] & ~kBusNoAnswer);
     forward_.append(copy);
     return true;
 }

@@ -6,7 +6,8 @@
 //
 // GDBus trusts the bytes that it reads and queues without bound what nobody reads. So it gets whole messages with sound
 // headers only, no more than it can answer at once, and all that it writes is taken at once; what a client does not
-// take is kept here, and is bounded.
+// take is kept here, and is bounded. Calls that the owner carries out itself do not go through GDBus, whose thread
+// would be woken for the call and for its answer.
 
 #include "fd.h"
 #include "gio_holders.h"
@@ -54,7 +55,10 @@ public:
     struct Events {
         // The handshake is done; GDBus is to serve the socket. False: it cannot.
         std::function<bool(BusRelay &relay, Fd socket)> greeted;
-        // The client has taken everything.
+        // A sound call that overtakes none of GDBus's. True: it is carried out, and answer() gets its answer, now or
+        // later. False: GDBus is to have it.
+        std::function<bool(BusRelay &relay, GDBusMessage *call)> called;
+        // The client has taken what was here; more may wait at GDBus's end.
         std::function<void(BusRelay &relay)> drained;
         // Nothing comes any more; to be forgotten.
         std::function<void(BusRelay &relay)> ended;
@@ -69,6 +73,9 @@ public:
     [[nodiscard]] bool idle() const { return calls_.empty(); } // it waits for nothing
     [[nodiscard]] bool greeting() const { return phase_ == Phase::kGreeting; }
     [[nodiscard]] Clock::time_point last_used() const { return last_used_; }
+
+    // Sends the answer to a call that Events::called has taken.
+    void answer(GDBusMessage *reply);
 
     // Cuts it off when one of the limits is over; to be called every second.
     void check_limits();
@@ -86,14 +93,16 @@ private:
     };
     struct Call {
         bool wants_answer = true;
+        bool forwarded = false; // to GDBus
         unsigned weight = 1;
     };
 
-    void pump();
+    void pump(bool client_ready, bool service_ready);
     void watch();
     void watch(SourcePtr *source, GIOCondition *watched, int fd, unsigned condition);
     void take_answers();
     void pass_answers();
+    void pass_answer(std::uint32_t reply_serial, std::span<const std::uint8_t> message);
     void send_to_client();
     void read_client();
     void answer_greeting();
@@ -124,6 +133,9 @@ private:
     ByteQueue out_;                       // for the client
     std::map<std::uint32_t, Call> calls_; // unanswered, by serial
     unsigned load_ = 0;                   // their weight
+    unsigned forwarded_ = 0;              // those at GDBus
+    std::uint32_t last_serial_ = 0;       // of our own answers, counted down: GDBus counts its messages up
+    bool pumping_ = false;
     Clock::time_point last_used_ = Clock::now();
     Clock::time_point message_began_ = last_used_;
     Clock::time_point last_taken_ = last_used_;
