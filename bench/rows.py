@@ -277,8 +277,16 @@ def ticks_of(pid):
     return switches, seconds
 
 
+def requests_of_peers(service):
+    """How many requests of other controllers it has answered."""
+    text, _ = service.gdbus("/org/asd/Storage1", "org.asd.Storage1.Metrics")
+    samples = re.findall(r'asd_ipmi_requests_total\{[^}]*door="the link"[^}]*\} (\d+)', text.replace('\\"', '"'))
+    return sum(map(int, samples))
+
+
 def idle(role, peers, seconds=20):
-    """A figure of wake-ups a second; what a second of it costs is in the note."""
+    """A figure of wake-ups a second; what a second of it costs is in the note. The master's module pushes its items one by one and
+    waits for each answer: a wake-up for each of these is the module's."""
     def row(_rounds):
         with harness.Service("--role", "master") as first, harness.Service("--role", "slave", slot=1, folder=first.folder) as second:
             first.start_as("master")
@@ -286,16 +294,19 @@ def idle(role, peers, seconds=20):
                 second.start()
             if role == "slave" and not peers:
                 first.end()
-            pid = (first if role == "master" else second).process.pid
-            time.sleep(3)  # what follows a start is over
-            before, cpu = ticks_of(pid)
+            service = first if role == "master" else second
+            time.sleep(2)  # what follows a start is over
+            pushed, began = requests_of_peers(service), time.monotonic()
+            time.sleep(1)
+            before, cpu = ticks_of(service.process.pid)
             time.sleep(seconds)
-            after, cpu_after = ticks_of(pid)
+            after, cpu_after = ticks_of(service.process.pid)
+            pushes = (requests_of_peers(service) - pushed) / (time.monotonic() - began)
         each = {name: (after[name] - before.get(name, 0)) / seconds for name in after}
         most = ", ".join(f"{name.split('/')[0]} {rate:.1f}" for name, rate in sorted(each.items(), key=lambda e: -e[1])[:4])
         modules = sum(rate for name, rate in each.items() if name.startswith(MODULES_TASKS))
-        figure = Figure([(sum(each.values()) - modules, 5)], "/s")
-        figure.note = (f"beside {modules:.1f} /s of the module's tasks; {(cpu_after - cpu) / seconds:.3%} of a core; most: {most}")
+        figure = Figure([(sum(each.values()) - modules - pushes, 5)], "/s")
+        figure.note = (f"beside {modules:.1f} /s of the module's tasks and {pushes:.1f} /s of pushes; {(cpu_after - cpu) / seconds:.3%} of a core; most: {most}")
         return figure
     return row
 

@@ -342,7 +342,8 @@ ssize_t StreamClient::receive(int flags) {
 }
 
 // Waits for the first bytes of a request in recv itself. Who stops the server ends that wait; once it is stopping, the
-// client looks after itself.
+// client looks after itself. A controller is waited for in poll: the kernel wakes a recv also when the other side has
+// read the last answer, for nothing, and a controller that pushes is to cost an idle one no more than its requests.
 bool StreamClient::await_arrival(bool answered) {
     place_.answered = answered;
     place_.become_idle();
@@ -353,6 +354,9 @@ bool StreamClient::await_arrival(bool answered) {
             // What arrives from now on is refused, what has arrived just before is still answered.
             (void)shutdown(fd_, SHUT_RD);
         }
+    } else if (shared_.only_user) {
+        std::array<pollfd, 1> fds{{{.fd = fd_, .events = POLLIN, .revents = 0}}};
+        (void)wait_readable(fds, static_cast<int>(kForever.count()));
     }
     const ssize_t count = receive(flags);
     place_.idle_since = StreamPlace::kBusy;
