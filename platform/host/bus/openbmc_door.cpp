@@ -28,11 +28,51 @@ NodeInfoPtr description() {
     return node;
 }
 
+void answer_request(OpenbmcRequests::Pending pending, const IpmiResponse &response) {
+    GVariant *arguments = g_dbus_method_invocation_get_parameters(pending.invocation.get());
+    guint8 netfn = 0;
+    guint8 lun = 0;
+    guint8 cmd = 0;
+    g_variant_get(arguments, "(yyy@ay@a{sv})", &netfn, &lun, &cmd, nullptr, nullptr);
+    const std::uint8_t code = code_for(pending.channel, response.front(), pending.command_exists);
+    GVariant *data = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, response.data() + 1, response.size() - 1, 1);
+    answer(std::move(pending.invocation), g_variant_new("((yyyy@ay))", netfn | 1U, lun, cmd, code, data));
+}
+
 } // namespace
 
-OpenbmcDoor::OpenbmcDoor(Bus bus, const IpmiRegistry &registry, std::uint8_t session_floor,
-                         std::shared_ptr<LoopQueue> queue)
-    : registry_(registry), session_floor_(session_floor), queue_(std::move(queue)), description_(description()),
+void OpenbmcRequests::add(std::uint64_t number, Pending pending) {
+    const std::lock_guard lock(mutex_);
+    pending_.emplace(number, std::move(pending));
+}
+
+void OpenbmcRequests::finish(std::uint64_t number, const IpmiResponse &response) {
+    Map::node_type pending;
+    {
+        const std::lock_guard lock(mutex_);
+        pending = pending_.extract(number);
+    }
+    if (!pending.empty()) { // otherwise it has come too late
+        answer_request(std::move(pending.mapped()), response);
+    }
+}
+
+OpenbmcRequests::Map OpenbmcRequests::take_late(Time now) {
+    Map late;
+    const std::lock_guard lock(mutex_);
+    while (!pending_.empty() && pending_.begin()->second.late_at <= now) {
+        late.insert(pending_.extract(pending_.begin()));
+    }
+    return late;
+}
+
+std::optional<OpenbmcRequests::Time> OpenbmcRequests::next_late() const {
+    const std::lock_guard lock(mutex_);
+    return pending_.empty() ? std::nullopt : std::optional(pending_.begin()->second.late_at);
+}
+
+OpenbmcDoor::OpenbmcDoor(Bus bus, const IpmiRegistry &registry, std::uint8_t session_floor)
+    : registry_(registry), session_floor_(session_floor), description_(description()),
       member_({.bus = bus,
                .name = kName,
                .duty = "requests of OpenBMC's IPMI bridges",
@@ -53,9 +93,8 @@ bool OpenbmcDoor::stop(std::chrono::milliseconds limit) {
 }
 
 void OpenbmcDoor::leave() {
-    for (auto &[number, pending] : std::exchange(pending_, {})) {
-        give_up(std::move(pending));
-    }
+    late_.reset();
+    give_up(requests_->take_late(OpenbmcRequests::Time::max()));
     member_.leave();
 }
 
@@ -158,9 +197,7 @@ void OpenbmcDoor::execute(const char *sender, InvocationPtr invocation) {
     const auto *bytes = static_cast<const std::uint8_t *>(g_variant_get_fixed_array(data.get(), &size, 1));
     request.data = {bytes, size};
 
-    Pending pending;
-    pending.door = this;
-    pending.number = ++last_number_;
+    OpenbmcRequests::Pending pending;
     pending.channel = channel_of_sender(sender);
     pending.command_exists = registry_.has_command(request.netfn, request.cmd);
     pending.invocation = std::move(invocation);
@@ -183,8 +220,9 @@ void OpenbmcDoor::execute(const char *sender, InvocationPtr invocation) {
 
 // Requests that reach the same row keep their order: repetitions of one that hangs on a chip take no further worker,
 // and frames of one record do not overtake each other.
-void OpenbmcDoor::hand_over(const IpmiRequest &request, Pending pending) {
-    const auto work = [this, number = pending.number, channel = pending.channel, queue = queue_, held = request,
+void OpenbmcDoor::hand_over(const IpmiRequest &request, OpenbmcRequests::Pending pending) {
+    const std::uint64_t number = ++last_number_;
+    const auto work = [&registry = registry_, number, channel = pending.channel, requests = requests_, held = request,
                        data = std::vector<std::uint8_t>(request.data.begin(), request.data.end())]() mutable {
         held.data = data;
         IpmiResponse response;
@@ -192,47 +230,45 @@ void OpenbmcDoor::hand_over(const IpmiRequest &request, Pending pending) {
             const Caller caller("IPMI's bridge", [channel] {
                 return std::string(channel == Channel::kSession ? "a session of the network" : "the host");
             });
-            response = registry_.serve(held);
+            response = registry.serve(held);
         }
-        queue->post([this, number, response = std::move(response)] { finish(number, response); });
+        requests->finish(number, response);
     };
-    if (pool_.run(registry_.row_number(request), work, pending.number) != CallPool::Taken::kYes) {
-        answer_request(std::move(pending), {kNodeBusy}); // too many wait, or the service is ending
-        return;
-    }
-    const auto [place, added] = pending_.emplace(pending.number, std::move(pending));
-    place->second.limit = attached(g_timeout_source_new(kAnswerMs), on_late, &place->second);
-}
-
-void OpenbmcDoor::finish(std::uint64_t number, const IpmiResponse &response) {
-    if (auto pending = pending_.extract(number); !pending.empty()) { // otherwise it has come too late
-        answer_request(std::move(pending.mapped()), response);
+    pending.late_at = std::chrono::steady_clock::now() + std::chrono::milliseconds(kAnswerMs);
+    requests_->add(number, std::move(pending)); // it may be done before run() returns
+    if (pool_.run(registry_.row_number(request), work, number) != CallPool::Taken::kYes) {
+        requests_->finish(number, {kNodeBusy}); // too many wait, or the service is ending
+    } else if (late_ == nullptr) {
+        await_late();
     }
 }
 
-gboolean OpenbmcDoor::on_late(gpointer pending) {
-    auto *late = static_cast<Pending *>(pending);
-    late->door->give_up(std::move(late->door->pending_.extract(late->number).mapped()));
-    return G_SOURCE_REMOVE;
+// One timer for all: setting one for each request and taking it away again would wake the loop for each answer.
+void OpenbmcDoor::await_late() {
+    late_.reset();
+    if (const auto next = requests_->next_late()) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*next - std::chrono::steady_clock::now());
+        const auto wait = static_cast<guint>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+        late_ = attached(g_timeout_source_new(wait), on_late, this);
+    }
+}
+
+gboolean OpenbmcDoor::on_late(gpointer self) {
+    auto *door = static_cast<OpenbmcDoor *>(self);
+    door->give_up(door->requests_->take_late(std::chrono::steady_clock::now()));
+    door->await_late();
+    return G_SOURCE_REMOVE; // this one
 }
 
 // Busy: it is not carried out. Timeout: it has begun and goes on, only its answer has nowhere to go.
-void OpenbmcDoor::give_up(Pending pending) {
-    const bool waiting = pool_.withdraw(pending.number);
-    HOST_LOG(waiting ? kLogDebug : kLogInformation, "a request of an OpenBMC bridge is answered before it is done: %s",
-             waiting ? "C0, it is not carried out" : "C3, it goes on");
-    answer_request(std::move(pending), {waiting ? kNodeBusy : kTimeout});
-}
-
-void OpenbmcDoor::answer_request(Pending pending, const IpmiResponse &response) {
-    GVariant *arguments = g_dbus_method_invocation_get_parameters(pending.invocation.get());
-    guint8 netfn = 0;
-    guint8 lun = 0;
-    guint8 cmd = 0;
-    g_variant_get(arguments, "(yyy@ay@a{sv})", &netfn, &lun, &cmd, nullptr, nullptr);
-    const std::uint8_t code = code_for(pending.channel, response.front(), pending.command_exists);
-    GVariant *data = g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, response.data() + 1, response.size() - 1, 1);
-    answer(std::move(pending.invocation), g_variant_new("((yyyy@ay))", netfn | 1U, lun, cmd, code, data));
+void OpenbmcDoor::give_up(OpenbmcRequests::Map requests) {
+    for (auto &[number, pending] : requests) {
+        const bool waiting = pool_.withdraw(number);
+        HOST_LOG(waiting ? kLogDebug : kLogInformation,
+                 "a request of an OpenBMC bridge is answered before it is done: %s",
+                 waiting ? "C0, it is not carried out" : "C3, it goes on");
+        answer_request(std::move(pending), {waiting ? kNodeBusy : kTimeout});
+    }
 }
 
 } // namespace asd_host
