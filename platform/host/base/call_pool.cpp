@@ -2,14 +2,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "call_pool.h"
 
+#include "thread_start.h"
+
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <set>
-#include <system_error>
 #include <utility>
 
+#include <glib.h>
 #include <pthread.h>
 
 namespace asd_host {
@@ -67,13 +69,13 @@ CallPool::~CallPool() {
 }
 
 bool CallPool::start(std::string *mistake) {
-    try {
-        while (threads_.size() < thread_count_) {
-            threads_.emplace_back(run_calls, shared_);
+    while (threads_.size() < thread_count_) {
+        std::thread thread;
+        if (const int error = start_thread(&thread, [shared = shared_] { run_calls(shared); }); error != 0) {
+            *mistake = std::string("no thread for method calls: ") + g_strerror(error);
+            return false;
         }
-    } catch (const std::system_error &failure) {
-        *mistake = std::string("no thread for method calls: ") + failure.what();
-        return false;
+        threads_.push_back(std::move(thread));
     }
     return true;
 }

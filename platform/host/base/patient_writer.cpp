@@ -2,13 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "patient_writer.h"
 
+#include "thread_start.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 #include <poll.h>
@@ -64,12 +64,8 @@ void PatientWriter::ensure_thread() {
     sigset_t before;
     (void)sigfillset(&all);
     (void)pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-        std::thread([this] { run(); }).detach();
-        threaded_ = true;
-    } catch (const std::system_error &) {
-        // Without it the lines wait in the room; the next line tries again.
-    }
+    // Without it the lines wait in the room; the next line tries again.
+    threaded_ = start_detached_thread([this] { run(); }) == 0;
     (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 

@@ -2,11 +2,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "rounds.h"
 
+#include "thread_start.h"
+
 #include <condition_variable>
 #include <mutex>
-#include <system_error>
-#include <thread>
 #include <utility>
+
+#include <glib.h>
 
 namespace asd_host {
 
@@ -48,14 +50,14 @@ Rounds::~Rounds() {
 
 bool Rounds::start(std::chrono::milliseconds every, Round round, std::string *mistake) {
     const std::lock_guard lock(shared_->mutex);
-    try {
-        std::thread([shared = shared_, every, round = std::move(round)] { shared->run(every, round); }).detach();
-        shared_->running = true;
-        return true;
-    } catch (const std::system_error &failure) {
-        *mistake = failure.what();
+    const int error =
+        start_detached_thread([shared = shared_, every, round = std::move(round)] { shared->run(every, round); });
+    if (error != 0) {
+        *mistake = g_strerror(error);
         return false;
     }
+    shared_->running = true;
+    return true;
 }
 
 void Rounds::wake() {

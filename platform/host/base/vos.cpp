@@ -6,6 +6,7 @@
 #include "log.h"
 #include "status.h"
 #include "tasks.h"
+#include "thread_start.h"
 
 #include <algorithm>
 #include <atomic>
@@ -16,10 +17,10 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 
+#include <glib.h>
 #include <pthread.h>
 
 namespace asd_host {
@@ -166,12 +167,12 @@ gint32 vos_task_create(gulong *task, const gchar *name, VOS_TASK_ENTRY entry, vo
     const std::string shown = name != nullptr ? name : "task";
     const std::lock_guard lock(tasks().mutex);
     const auto added = tasks().all.insert(tasks().all.end(), {.name = shown, .begun = ++tasks().begun});
-    try {
-        std::thread(asd_host::run_task, added, entry, argument).detach();
-    } catch (const std::system_error &failure) {
+    const int error =
+        asd_host::start_detached_thread([added, entry, argument] { asd_host::run_task(added, entry, argument); });
+    if (error != 0) {
         tasks().all.erase(added);
-        HOST_LOG(asd_host::kLogError, "task %s cannot be started: %s", shown.c_str(), failure.what());
-        return failure.code().value();
+        HOST_LOG(asd_host::kLogError, "task %s cannot be started: %s", shown.c_str(), g_strerror(error));
+        return error;
     }
     ++tasks().running;
     *task = ++tasks().last_handle;

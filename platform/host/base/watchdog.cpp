@@ -3,6 +3,7 @@
 #include "watchdog.h"
 
 #include "log.h"
+#include "thread_start.h"
 
 #include <charconv>
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include <glib.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -56,11 +58,9 @@ void Watchdog::start(std::chrono::milliseconds interval, std::function<std::vect
                      std::function<void(std::string_view)> tell) {
     looks_ = std::move(looks);
     tell_ = std::move(tell);
-    try {
-        thread_ = std::thread([this, interval] { run(interval); });
-    } catch (const std::system_error &failure) {
+    if (const int error = start_thread(&thread_, [this, interval] { run(interval); }); error != 0) {
         HOST_LOG(kLogError, "no thread to tell the service manager that the service works: %s; it will kill it",
-                 failure.what());
+                 g_strerror(error));
     }
 }
 

@@ -13,6 +13,7 @@
 #include "loop_queue.h"
 #include "openbmc_door.h"
 #include "places.h"
+#include "thread_start.h"
 
 #include <algorithm>
 #include <atomic>
@@ -20,7 +21,6 @@
 #include <future>
 #include <map>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 #include <pthread.h>
@@ -189,7 +189,7 @@ void serve(const std::shared_ptr<BusShared> &shared, std::promise<std::string> &
     shared->queue->detach();
 }
 
-void run_bus(const std::shared_ptr<BusShared> &shared, std::promise<std::string> started) {
+void run_bus(const std::shared_ptr<BusShared> &shared, std::promise<std::string> &started) {
     (void)pthread_setname_np(pthread_self(), "bus"); // a name for people
     const ContextPtr context(g_main_context_new());
     g_main_context_push_thread_default(context.get());
@@ -256,22 +256,18 @@ std::unique_ptr<DbusService> DbusService::open(Host &platform, const ModuleRegis
         *mistake = "no descriptor is left for the D-Bus service";
         return nullptr;
     }
-    std::promise<std::string> promise;
-    std::future<std::string> started = promise.get_future();
+    const auto promise = std::make_shared<std::promise<std::string>>();
+    std::future<std::string> started = promise->get_future();
     // From before the first client on; what changes until then waits in the queue.
     observe(platform,
             [shared](OBJ_HANDLE object, const std::string &property) { shared->note_change(object, property); });
     service->platform_ = &platform;
-    try {
-        service->thread_ = std::thread(run_bus, shared, std::move(promise));
-    } catch (const std::system_error &failure) {
-        *mistake = std::string("no thread for the D-Bus service: ") + failure.what();
-        observe(platform, {});
-        return nullptr;
-    }
-    *mistake = started.get();
-    if (!mistake->empty()) {
+    const int error = start_thread(&service->thread_, [shared, promise] { run_bus(shared, *promise); });
+    *mistake = error == 0 ? started.get() : std::string("no thread for the D-Bus service: ") + g_strerror(error);
+    if (error == 0 && !mistake->empty()) {
         service->thread_.join();
+    }
+    if (!mistake->empty()) {
         observe(platform, {});
         return nullptr;
     }

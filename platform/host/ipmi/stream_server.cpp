@@ -4,6 +4,7 @@
 
 #include "fd.h"
 #include "log.h"
+#include "thread_start.h"
 #include "unix_socket.h"
 
 #include <algorithm>
@@ -13,9 +14,9 @@
 #include <cstring>
 #include <map>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
+#include <glib.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -95,10 +96,6 @@ constexpr milliseconds kRoundBound{20000}; // the machine may be busy
 constexpr milliseconds kEndingLimit{500};  // of a client in the middle of a request when the service ends
 constexpr milliseconds kLeaveLimit{250};   // StreamShared's leave_limit, but for controllers: they take none
 
-std::string error_text(int error) {
-    return std::generic_category().message(error);
-}
-
 // Waits until a descriptor is ready or the time is over, across signals.
 int wait_readable(std::span<pollfd> fds, int timeout_ms) {
     for (;;) {
@@ -135,14 +132,13 @@ void start_client(const std::shared_ptr<StreamShared> &shared, Fd client) {
     shared->place_of(client.get()).become_idle();
     const auto connection = std::make_shared<Fd>(std::move(client));
     for (;;) {
-        try {
-            std::thread(run_client, shared, connection).detach();
+        const int error = start_detached_thread([shared, connection] { run_client(shared, connection); });
+        if (error == 0) {
             return;
-        } catch (const std::system_error &failure) {
-            if (shared->says_shortage.due()) {
-                HOST_LOG(kLogError, "%s: no thread for a client: %s; it waits, and idle clients make room",
-                         shared->path.c_str(), failure.what());
-            }
+        }
+        if (shared->says_shortage.due()) {
+            HOST_LOG(kLogError, "%s: no thread for a client: %s; it waits, and idle clients make room",
+                     shared->path.c_str(), g_strerror(error));
         }
         {
             const std::lock_guard lock(shared->mutex);
@@ -230,7 +226,7 @@ void accept_clients(const std::shared_ptr<StreamShared> &shared) {
         }
         if (shared->says_shortage.due()) {
             HOST_LOG(kLogError, "%s: a client cannot be accepted: %s; it waits, and idle clients make room",
-                     shared->path.c_str(), error_text(error).c_str());
+                     shared->path.c_str(), g_strerror(error));
         }
         {
             const std::lock_guard lock(shared->mutex);
@@ -256,7 +252,12 @@ int listen_at(const sockaddr_un &address, mode_t mode, Fd *listener) {
     }
     const bool listening = bind(listener->get(), common(address), sizeof address) == 0 &&
                            chmod(address.sun_path, mode) == 0 && listen(listener->get(), SOMAXCONN) == 0;
-    return listening ? 0 : errno;
+    if (listening) {
+        return 0;
+    }
+    const int error = errno;
+    (void)unlink(address.sun_path); // nobody would answer there
+    return error;
 }
 
 } // namespace
@@ -465,18 +466,17 @@ std::unique_ptr<StreamServer> StreamServer::open(const std::filesystem::path &pa
     const int error =
         shared->stop_event ? listen_at(*address, only_user ? kOwner : kOwnerAndGroup, &shared->listener) : errno;
     if (error != 0) {
-        *mistake = "cannot listen at " + path.native() + ": " + error_text(error);
+        *mistake = "cannot listen at " + path.native() + ": " + g_strerror(error);
         return nullptr;
     }
     std::unique_ptr<StreamServer> server(new StreamServer);
-    server->path_ = path;
-    server->shared_ = shared;
-    try {
-        server->acceptor_ = std::thread(accept_clients, shared);
-    } catch (const std::system_error &failure) {
-        *mistake = "no thread to serve " + path.native() + ": " + failure.what();
+    if (const int none = start_thread(&server->acceptor_, [shared] { accept_clients(shared); }); none != 0) {
+        (void)unlink(address->sun_path);
+        *mistake = "no thread to serve " + path.native() + ": " + g_strerror(none);
         return nullptr;
     }
+    server->path_ = path;
+    server->shared_ = std::move(shared);
     return server;
 }
 
