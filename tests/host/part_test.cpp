@@ -77,10 +77,10 @@ public:
         cut_if_due();
         return faults.sync == 0 ? 0 : kTransferFailed | faults.sync;
     }
-    std::optional<Intent> load() override {
-        std::optional<Intent> intent = decode_intent(log);
-        log = intent ? log : Bytes();
-        return intent;
+    int load(std::optional<Intent> *intent) override {
+        *intent = decode_intent(log);
+        log = *intent ? log : Bytes();
+        return 0;
     }
     int save(const Intent &intent) override {
         const Bytes next = encode_intent(intent);

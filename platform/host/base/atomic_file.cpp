@@ -43,6 +43,10 @@ std::filesystem::path temporary_of(const std::filesystem::path &file) {
 
 } // namespace
 
+bool is_short_of_resources(int error) {
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
 int sync_folder_of(const std::filesystem::path &file) {
     const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : ".";
     const Fd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));

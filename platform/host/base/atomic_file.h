@@ -13,6 +13,9 @@
 
 namespace asd_host {
 
+// The process has no descriptor left, or the machine no memory: that says nothing of the file, and may be over soon.
+[[nodiscard]] bool is_short_of_resources(int error);
+
 // Moves all of the bytes at that place of the file, in as many calls as it takes (sysfs moves at most 4096 bytes a
 // call). 0 or an errno value; EIO when the file ends before or takes no more.
 [[nodiscard]] int pread_all(int fd, std::span<std::uint8_t> out, std::uint64_t offset);

@@ -138,23 +138,26 @@ void IntentFile::remove_leftover() const {
     remove_leftover_temporary(file_);
 }
 
-std::optional<Intent> IntentFile::load() {
+int IntentFile::load(std::optional<Intent> *intent) {
+    intent->reset();
     if (holds_something(file_) == false) {
         refused_ = false;
-        return std::nullopt;
+        return 0;
     }
     int error = 0;
     const auto bytes = read_file(file_, &error, limit_);
-    std::optional<Intent> intent;
-    if (bytes) {
-        intent = decode_intent(*bytes);
+    if (!bytes && is_short_of_resources(error)) {
+        return error;
     }
-    if (intent) {
+    if (bytes) {
+        *intent = decode_intent(*bytes);
+    }
+    if (*intent) {
         refused_ = false;
     } else {
         refuse(bytes ? "it is damaged" : read_failure(error));
     }
-    return intent;
+    return 0;
 }
 
 void IntentFile::refuse(const char *reason) {
@@ -217,14 +220,14 @@ int IntentFile::drop(Drop when) {
 }
 
 void IntentFile::wipe() {
-    to_wipe_ = false;
     int error = 0;
     const auto bytes = read_file(file_, &error, limit_);
+    to_wipe_ = !bytes && error != ENOENT;
     if (!bytes || !holds_nothing(*bytes) || std::ranges::count(*bytes, 0) == std::ssize(*bytes)) {
         return;
     }
     const Fd fd(::open(file_.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    (void)pwrite_all(fd.get(), std::vector<std::uint8_t>(bytes->size()), 0); // the next one may
+    to_wipe_ = pwrite_all(fd.get(), std::vector<std::uint8_t>(bytes->size()), 0) != 0;
 }
 
 void say_strange_intents(const std::filesystem::path &folder, const std::vector<std::string> &parts) {

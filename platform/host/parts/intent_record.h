@@ -46,8 +46,9 @@ public:
     // does no harm while the part holds its new bytes and gets no others without an intent.
     enum class Drop { kNow, kSoon };
 
-    // The noted intent; a damaged one is said in the log, removed and not returned.
-    [[nodiscard]] virtual std::optional<Intent> load() = 0;
+    // The noted intent, or none; a damaged one is said in the log, removed and not returned. 0 or an errno value: for
+    // want of descriptors or memory it is not known whether there is one; what is there stays.
+    [[nodiscard]] virtual int load(std::optional<Intent> *intent) = 0;
     // Durable on return, in place of an earlier one. 0 or an errno value: then nothing is noted, and an earlier one
     // that was dropped comes back no more, as far as the folder takes anything at all.
     [[nodiscard]] virtual int save(const Intent &intent) = 0;
@@ -66,11 +67,11 @@ public:
     [[nodiscard]] bool exists() const; // an intent, or what load has not refused yet
     // A write has ended, but its bytes, which may be keys, still are in the file.
     [[nodiscard]] bool to_wipe() const { return to_wipe_; }
-    // Overwrites them, unless an intent is there.
+    // Overwrites them, unless an intent is there. What cannot be done now is still to be done.
     void wipe();
     [[nodiscard]] bool leftover() const; // versions that replaced the file left a temporary one when they crashed
     void remove_leftover() const;
-    [[nodiscard]] std::optional<Intent> load() override;
+    [[nodiscard]] int load(std::optional<Intent> *intent) override;
     [[nodiscard]] int save(const Intent &intent) override;
     [[nodiscard]] int drop(Drop when) override;
 

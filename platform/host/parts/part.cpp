@@ -32,7 +32,6 @@ constexpr unsigned kImageMode = 0600; // keys are among the records
 constexpr std::uint8_t kErased = 0xFF;
 constexpr std::chrono::milliseconds kLockPoll{1};
 constexpr std::chrono::milliseconds kShortestWait{10};
-constexpr int kErrorBits = 0xFFFF; // the errno value in a status of a transfer
 
 // --- locks ---
 
@@ -180,11 +179,12 @@ struct Part::Impl {
     PartPaths paths;
     Protected protected_by_line;
     IntentFile intents;
-    RecordWriter writer;        // with the file's lock held
-    std::mutex mutex;           // one transfer at a time; guards writer, intents and the next two
-    bool unrecoverable = false; // the pending intent could not be settled: reads don't try again, writes do
-    bool replaced = false;      // a file of another size has taken the place of the part's: said in the log
-    int read_failure = 0;       // errno values that are said in the log
+    RecordWriter writer; // with the file's lock held
+    std::mutex mutex;    // one transfer at a time; guards writer, intents and the next two
+    bool unrecoverable =
+        false; // the pending intent could not be settled: writes and reads behind a look try again, other reads don't
+    bool replaced = false; // a file of another size has taken the place of the part's: said in the log
+    int read_failure = 0;  // errno values that are said in the log
     int write_failure = 0;
     std::chrono::milliseconds patience; // with a holder of the lock
     PartReach reach;                    // guarded by mutex
@@ -255,7 +255,7 @@ int Part::Impl::lock(const Fd &fd, int access) {
 
 gint32 Part::Impl::outcome(int access, gint32 status, const char *reason) {
     int *const said = access == O_RDONLY ? &read_failure : &write_failure;
-    const int error = status & kErrorBits;
+    const int error = status & kErrnoMask;
     if (std::exchange(*said, error) != error && error != 0) {
         HOST_LOG(kLogError, "Part %s can't be %s: %s: %s.", config.name.c_str(),
                  access == O_RDONLY ? "read" : "written", paths.file.c_str(), reason ? reason : g_strerror(error));
@@ -269,12 +269,14 @@ void Part::Impl::recover() {
     if (const gint32 ret = begin(O_RDWR, &fd); ret != 0) {
         HOST_LOG(kLogError, "Part %s: a cut write can't be finished now (status 0x%x).", config.name.c_str(),
                  static_cast<unsigned>(ret));
+        unrecoverable = !is_short_of_resources(ret & kErrnoMask);
         return;
     }
     // The lines protect at start, but the write that is finished here was allowed when it began.
     FileDevice device(
         config, fd, [] { return false; }, &page_cycles);
-    unrecoverable = writer.recover(device) != 0;
+    const gint32 ret = writer.recover(device);
+    unrecoverable = ret != 0 && !is_short_of_resources(ret & kErrnoMask); // else the next read tries again
 }
 
 // While the file is locked nobody is within a write: an intent that is there then is one that was left behind.
@@ -452,6 +454,7 @@ void Part::look(bool transfer) {
         impl_->wipe_intent();
     }
     if (lock && (transfer || came_or_went)) {
+        impl_->unrecoverable = false; // what kept a cut write from being finished may be over
         impl_->reach.suspect();
         (void)impl_->reach.attempt(false, [&] { return impl_->touch(); });
     }
@@ -459,7 +462,7 @@ void Part::look(bool transfer) {
 
 PartSight Part::sight() const {
     if (!impl_->reach.answering()) {
-        return {.condition = Condition::kSilent, .reason = g_strerror(impl_->reach.last_failure() & kErrorBits)};
+        return {.condition = Condition::kSilent, .reason = g_strerror(impl_->reach.last_failure() & kErrnoMask)};
     }
     for (const int error : {impl_->stat_error.load(), impl_->read_error.load()}) {
         if (error != 0) {

@@ -3,6 +3,7 @@
 
 #include "record_write.h"
 
+#include "atomic_file.h"
 #include "byte_codec.h"
 #include "log.h"
 #include "record_format.h"
@@ -91,8 +92,9 @@ bool RecordWriter::doubted_by_sync(std::uint32_t offset, std::size_t length) con
 }
 
 bool RecordWriter::in_doubt(std::uint32_t offset, std::size_t length) {
-    const std::optional<Intent> intent = log_->load();
-    return intent && unsettled(*intent) && overlaps(offset, length, intent->offset, intent->new_bytes.size());
+    std::optional<Intent> intent;
+    return log_->load(&intent) != 0 ||
+           (intent && unsettled(*intent) && overlaps(offset, length, intent->offset, intent->new_bytes.size()));
 }
 
 // Notes the intent. A state folder that is full or read-only must not keep the machine's identity from being written.
@@ -132,17 +134,18 @@ void RecordWriter::settle_untouched(PageDevice &device, const Intent &intent) {
 
 // An unfinishable intent gives way to newer bytes in its place.
 void RecordWriter::settle_overwritten(std::uint32_t offset, std::size_t length) {
-    const std::optional<Intent> intent = log_->load();
-    if (intent && overlaps(offset, length, intent->offset, intent->new_bytes.size())) {
+    std::optional<Intent> intent;
+    if (log_->load(&intent) == 0 && intent && overlaps(offset, length, intent->offset, intent->new_bytes.size())) {
         say_dropped(kLogError, *intent, "newer bytes have taken the place of the ones it could not finish");
         settle(*intent);
     }
 }
 
 gint32 RecordWriter::recover(PageDevice &device) {
-    const std::optional<Intent> intent = log_->load();
-    if (!intent) {
-        return 0;
+    std::optional<Intent> intent;
+    const int unknown = log_->load(&intent);
+    if (unknown != 0 || !intent) {
+        return unknown == 0 ? 0 : kTransferFailed | unknown;
     }
     const std::size_t length = intent->new_bytes.size();
     const bool ours = intent->part == part_ && std::uint64_t{intent->offset} + length <= geometry_.size;
@@ -206,7 +209,11 @@ gint32 RecordWriter::finish(PageDevice &device, const Intent &intent, std::span<
 gint32 RecordWriter::write(PageDevice &device, std::uint32_t offset, std::span<const std::uint8_t> data) {
     // An intent is never replaced before its write is whole: noting mixed bytes as old would make the mixture last. One
     // that can't be finished (a worn-out page) must not block the part for ever, so the write then goes on without.
-    const bool stuck = recover(device) != 0;
+    const gint32 recovered = recover(device);
+    if (is_short_of_resources(recovered & kErrnoMask)) {
+        return recovered; // an intent that is there would bring its bytes back over these
+    }
+    const bool stuck = recovered != 0;
     Intent intent{part_, offset, std::vector<std::uint8_t>(data.size()), {data.begin(), data.end()}};
     if (const gint32 ret = device.read(offset, intent.old_bytes); ret != 0) {
         return ret;

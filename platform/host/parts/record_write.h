@@ -71,7 +71,7 @@ public:
     // 0 when the part holds data, read back and synced. A part that already does is not written.
     [[nodiscard]] gint32 write(PageDevice &device, std::uint32_t offset, std::span<const std::uint8_t> data);
 
-    // An intent that recover could not settle covers bytes of the range: they may be neither old nor new.
+    // An intent that recover could not settle covers bytes of the range, or may: they may be neither old nor new.
     [[nodiscard]] bool in_doubt(std::uint32_t offset, std::size_t length);
 
 private:
