@@ -2,6 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The D-Bus service on its private socket: what handlers answer, many calls at once, and clients that misbehave.
 
+#include "dbus_driver.h"
+#include "dbus_objects.h"
 #include "dbus_service.h"
 #include "gio_holders.h"
 #include "host_test.h"
@@ -229,6 +231,29 @@ protected:
     IpmiRegistry commands_;
     std::unique_ptr<DbusService> service_;
 };
+
+TEST(BusDriver, AnswersAsABusDoes) {
+    const DriverClient client{.name = ":1.7", .uid = 3, .pid = 4, .guid = "0a"};
+    const std::string own = std::to_string(getpid());
+    const std::tuple<const char *, const char *, std::string> rows[] = {
+        // clang-format off
+        {"Hello", "", "(':1.7',)"},                              {"GetId", "", "('0a',)"},
+        {"ListActivatableNames", "", "(['org.freedesktop.DBus'],)"},
+        {"ListNames", "", std::string("(['org.freedesktop.DBus', '") + kServiceName + "', 'org.x', '" + kServiceUniqueName + "', ':1.7'],)"},
+        {"AddMatch", "type='signal'", "()"},                     {"RemoveMatch", "type='signal'", "()"},
+        {"NameHasOwner", ":1.7", "(true,)"},                     {"NameHasOwner", "org.nobody", "(false,)"},
+        {"NameHasOwner", "org.freedesktop.DBus", "(true,)"},     {"GetNameOwner", "org.nobody", ""},
+        {"GetNameOwner", "org.x", std::string("('") + kServiceUniqueName + "',)"},
+        {"GetConnectionUnixUser", ":1.7", "(uint32 3,)"},        {"GetConnectionUnixProcessID", ":1.7", "(uint32 4,)"},
+        {"GetConnectionUnixProcessID", kServiceUniqueName, "(uint32 " + own + ",)"},
+        {"GetConnectionCredentials", ":1.7", "({'UnixUserID': <uint32 3>, 'ProcessID': <uint32 4>},)"},
+        // clang-format on
+    };
+    for (const auto &[method, name, answer] : rows) {
+        const VariantPtr given(driver_answer(client, "org.x", method, name));
+        EXPECT_EQ(given == nullptr ? "" : TextPtr(g_variant_print(given.get(), TRUE)).get(), answer) << method << name;
+    }
+}
 
 TEST_F(DbusTest, EachStatusHasItsErrorName) {
     const struct {
