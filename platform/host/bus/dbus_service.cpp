@@ -41,7 +41,8 @@ struct BusShared {
         : platform(host), objects(host), calls(objects, module, queue), clients(objects, calls) {
         calls.faults_changed = [this] { clients.changed(kBoardObject, {"Faults"}); };
         if (host.options.ipmi_host != Bus::kNone) {
-            ipmi = std::make_unique<OpenbmcDoor>(host.options.ipmi_host, commands, host.enclosure.session_privilege);
+            ipmi = std::make_unique<OpenbmcDoor>(host.options.ipmi_host, commands, host.enclosure.session_privilege,
+                                                 queue);
         }
         if (shows_inventory(host)) {
             inventory = std::make_unique<InventoryDoor>(host.options.inventory, host);
