@@ -53,9 +53,6 @@ def bus_method(rounds):
 
 
 def bus_execute(rounds):
-    body = harness.aligned(struct.pack("<BBBxI", harness.NETFN, 0, 0x16, len(tools.BRAND)) + tools.BRAND, 4) + struct.pack("<I", 0)
-    words = "execute", "yyyaya{sv}", harness.aligned(body, 8)
-    request = harness.bus_call(2, "xyz.openbmc_project.Ipmi.Host", "/xyz/openbmc_project/Ipmi", "xyz.openbmc_project.Ipmi.Server", *words)
     with harness.BusDaemon("system") as bus, tools.master("--ipmi-host", "system") as service:
         service.wait_for_log("served on the system bus as")
         path = bus.address.removeprefix("unix:path=")
@@ -66,8 +63,8 @@ def bus_execute(rounds):
             return name in output("gdbus", "call", "--address", bus.address, "--dest", "org.freedesktop.DBus", "--object-path", "/",
                                   "--method", "org.freedesktop.DBus.ListNames")
         with tools.running(*tools.PINNED, tools.BUS, "bus", name, tools.BRAND_SIZE, ready=named):
-            return Figure(in_turns(rounds, lambda: ask("bus", path, request, once=tools.HELLO)["median_ns"] / 1e3,
-                                   lambda: ask("bus", path, tools.call_empty(*words), once=tools.HELLO)["median_ns"] / 1e3), "us")
+            return Figure(in_turns(rounds, lambda: ask("bus", path, tools.call_bridge(), once=tools.HELLO)["median_ns"] / 1e3,
+                                   lambda: ask("bus", path, tools.call_empty(*tools.EXECUTE), once=tools.HELLO)["median_ns"] / 1e3), "us")
 
 
 SIMULATOR = """name "bmc"

@@ -128,6 +128,14 @@ def call_empty(member, signature="", body=b"", destination="empty.Empty"):
     return harness.bus_call(2, destination, "/empty", "empty.Empty", member, signature, body)
 
 
+BODY = harness.aligned(struct.pack("<BBBxI", harness.NETFN, 0, 0x16, len(BRAND)) + BRAND, 4) + struct.pack("<I", 0)
+EXECUTE = "execute", "yyyaya{sv}", harness.aligned(BODY, 8)  # a bridge's request for the brand
+
+
+def call_bridge():
+    return harness.bus_call(2, "xyz.openbmc_project.Ipmi.Host", "/xyz/openbmc_project/Ipmi", "xyz.openbmc_project.Ipmi.Server", *EXECUTE)
+
+
 HELLO = harness.bus_call(1, *harness.BusClient.DRIVER, "Hello")
 
 
