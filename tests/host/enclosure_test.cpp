@@ -181,9 +181,11 @@ TEST(Options, AreParsedOrRefusedWithStatusTwo) {
     const std::pair<std::optional<int>, Texts> rows[] = {
         {std::nullopt, {"", "--slot 3 --role slave --log-level=debug --time-scale 1440", "--log-level 2", longest}},
         {0, {"--help", "--version"}},
-        {2,
-         {"--slot 4", "--slot -1", "--slot", "--role both", "--log-level 3", "--time-scale 0", "--time-scale 100001",
-          "--config=", "--slot 1 --slot 2", "--strict", "--help=3", "--unknown", "extra", longest + "r"}},
+        {2, {"--slot 4",       "--slot -1",           "--slot",          "--role both",       "--log-level 3",
+             "--time-scale 0", "--time-scale 100001", "--config=",       "--slot 1 --slot 2", "--strict",
+             "--help=3",       "--unknown",           "extra",           longest + "r",       "--slot x",
+             "--slot 1x",      "--time-scale x",      "--time-scale 9x", "--bus x",           "--ipmi-host private",
+             "--inventory x",  "--state-dir="}},
     };
     for (const auto &[status, lines] : rows) {
         for (const std::string &line : lines) {

@@ -18,6 +18,7 @@
 #include "host_door.h"
 #include "host_test.h"
 #include "intent_record.h"
+#include "inventory.h"
 #include "ipmi_stack.h"
 #include "lock_file.h"
 #include "module_frame.h"
@@ -25,6 +26,7 @@
 #include "part.h"
 #include "peer_link.h"
 #include "safe_folder.h"
+#include "standard_commands.h"
 #include "state_store.h"
 #include "vos.h"
 #include "write_protect.h"
@@ -359,6 +361,17 @@ const Operation kOperations[] = {
          }
          return others;
      }, {}},
+    {"a look at the locks",
+     {},
+     [](Site &site) {
+         Host host;
+         host.instance_lock = LockFile(site.folder / "instance");
+         host.state_lock = LockFile(site.folder / "state");
+         std::string said = host_watch(host);
+         fs::remove(site.folder / "instance"), fs::remove(site.folder / "state");
+         said += host_watch(host);
+         return said.empty() && host.state_lock_failed ? "not locked" : said;
+     }, {}},
     {"a task", {}, [](Site &) {
          gulong task = 0;
          return reason_of(vos_task_create(&task, "task", [](void *) {}, nullptr, 0));
@@ -489,6 +502,17 @@ TEST(Contract, NullAndTheTimeBeforeTheStartAreRefused) {
     };
     for (const auto &[line, status] : rows) {
         EXPECT_TRUE(status == kBadArgument || status == kUnsupported) << "line " << line << ": " << status;
+    }
+    IpmiRegistry registry;
+    EXPECT_TRUE(registry.add(standard_commands()) && registry.add(inventory_commands()));
+    for (const auto rows_of : {standard_commands(), inventory_commands()}) {
+        for (const IPMI_CMD_S &row : rows_of) {
+            const Bytes data(row.max_length);
+            const std::span<const std::uint8_t> sent(data);
+            for (const auto length : {row.min_length, row.max_length}) {
+                EXPECT_FALSE(registry.serve({.netfn = row.netfn, .cmd = row.cmd, .data = sent.first(length)}).empty());
+            }
+        }
     }
     EXPECT_EQ(dfl_get_object_name(1), nullptr);
     EXPECT_EQ(get_ipmi_src_data(nullptr), nullptr);
