@@ -255,6 +255,38 @@ TEST(BusDriver, AnswersAsABusDoes) {
     }
 }
 
+TEST(DbusService, ThatIsWantedNowhereServesNothing) {
+    Host host;
+    host.options.bus = Bus::kNone;
+    host.options.inventory = Bus::kSession;
+    std::string mistake;
+    std::unique_ptr<DbusService> none;
+    const ModuleRegistry module;
+    const IpmiRegistry commands;
+    expect_line("has no Inventory section", [&] { none = DbusService::open(host, module, commands, &mistake); });
+    ASSERT_NE(none, nullptr) << mistake;
+    EXPECT_FALSE(none->pulse());
+    EXPECT_TRUE(none->stop(kStopLimit));
+}
+
+TEST_F(DbusTest, TheBoardRefusesWhatItDoesNotHave) {
+    const Client client(socket_path());
+    const std::tuple<const char *, GVariant *, const char *> rows[] = {
+        // clang-format off
+        {"GetFlash", g_variant_new("(u)", 7), "org.asd.Error.Failed"},
+        {"GetCpldBit", g_variant_new("(uu)", 0x1000, 0), "org.asd.Error.InvalidArguments"},
+        {"GetCpldBit", g_variant_new("(uu)", 1, 32), "org.asd.Error.InvalidArguments"},
+        {"SetCpldBit", g_variant_new("(uuy)", 1, 32, 1), "org.asd.Error.InvalidArguments"},
+        {"SetCpldBit", g_variant_new("(uuy)", 1, 31, 2), "org.asd.Error.InvalidArguments"},
+        {"GetCpldBit", g_variant_new("(uu)", 1, 31), "(0x00,)"}, {"GetCpldRam", g_variant_new("(u)", 1), "(0x00,)"},
+        {"SetFault", g_variant_new("(si)", "BSP_Nothing", 1), "org.asd.Error.InvalidArguments"},
+        // clang-format on
+    };
+    for (const auto &[method, arguments, reply] : rows) {
+        EXPECT_EQ(client.call("Board", "org.asd.Board1", method, arguments), reply) << method;
+    }
+}
+
 TEST_F(DbusTest, EachStatusHasItsErrorName) {
     const struct {
         const char *name, *method;

@@ -198,7 +198,20 @@ TEST(Options, AreParsedOrRefusedWithStatusTwo) {
     EXPECT_EQ(options.slot_run_dir(), "/r/slot2");
     EXPECT_EQ(options.role, Role::kMaster);
     EXPECT_EQ(options.log_level, 0);
-    EXPECT_TRUE(options.state_dir.is_absolute());
+    const uid_t user = geteuid();
+    const struct {
+        const char *state, *home; // of the environment; empty: not set
+        std::string folder;       // how it begins
+    } places[] = {{"/x", "/h", "/x/asd"}, {"x", "/h", "/h/.local/state/asd"}, {"", "", "/"}};
+    EXPECT_TRUE(user != 0 || seteuid(65534) == 0);
+    for (const auto &place : places) {
+        *place.state == '\0' ? unsetenv("XDG_STATE_HOME") : setenv("XDG_STATE_HOME", place.state, 1);
+        *place.home == '\0' ? unsetenv("HOME") : setenv("HOME", place.home, 1);
+        const std::string folder = parse_options({}).options.state_dir;
+        EXPECT_TRUE(folder.starts_with(place.folder) && folder.ends_with("/asd")) << folder;
+    }
+    EXPECT_EQ(seteuid(user), 0);
+    EXPECT_EQ(parse_options({}).options.state_dir == "/var/lib/asd", user == 0);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 // Writes to a part: power cuts at every step and at every step of the recovery, faults, and the file behind a part.
 
 #include "arith.h"
+#include "byte_codec.h"
 #include "host_test.h"
 #include "intent_record.h"
 #include "log.h"
@@ -579,6 +580,20 @@ TEST_F(PartFile, WhatIsNoIntentIsSaidOnceAndWhatACrashLeftGoes) {
         ASSERT_EQ(lines.size(), said);
         EXPECT_NE(lines[0].find(intent.string() + " is no intent (it is "), std::string::npos) << lines[0];
         EXPECT_FALSE(fs::exists(intent.string() + ".tmp") || fs::exists(image_.string() + ".tmp"));
+    }
+}
+
+// Its checksum is good wherever it ends; a later release may have written it.
+TEST(Intent, ThatEndsTooEarlyOrGoesOnIsNone) {
+    const Bytes whole = encode_intent({"part", 4, Bytes(24, 1), Bytes(24, 2)});
+    const std::size_t content = unsealed(whole).value().size();
+    for (std::size_t length = 0; length <= content + 1; ++length) {
+        ByteWriter writer;
+        Bytes bytes = whole;
+        bytes.resize(content);
+        bytes.resize(length);
+        writer.bytes(bytes);
+        EXPECT_EQ(decode_intent(writer.sealed()).has_value(), length == content) << length;
     }
 }
 

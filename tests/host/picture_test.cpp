@@ -64,6 +64,16 @@ TEST(Picture, LossesAreSaidPartByPart) {
                .parts = {{.name = "a", .condition = kUnwritable, .reason = "Read-only file system"}},
                .items = {}};
     EXPECT_EQ(summary_of(picture), "slave; 0 items: ; a can only be read (Read-only file system)");
+    picture = {.role = "slave",
+               .parts = {{.name = "c", .condition = kWrongSize}},
+               .items = {item("ASD98", kDiffer, {}), item("ASD99", kDiffer, {})}};
+    for (int i = 0; i < 10; ++i) { // more than a line names; of these no label is known
+        picture.items.push_back(item(("X" + std::to_string(i)).c_str(), kCorrupt, {{"a", kCorrupt}, {"b", kCorrupt}}));
+    }
+    EXPECT_EQ(concerns_of(picture).back().text, "10 items are damaged on both parts");
+    const std::string said = load_summary_of(picture, std::chrono::milliseconds(0));
+    EXPECT_NE(said.find("; X5, both copies; and 4 more; c has the wrong size"), std::string::npos) << said;
+    EXPECT_EQ(item_condition(false, false, {}), kNotLoaded);
 }
 
 } // namespace

@@ -503,6 +503,12 @@ TEST(Contract, NullAndTheTimeBeforeTheStartAreRefused) {
     for (const auto &[line, status] : rows) {
         EXPECT_TRUE(status == kBadArgument || status == kUnsupported) << "line " << line << ": " << status;
     }
+    const DFL_METHOD_FUNC method = [](const OBJ_HANDLE, GSList *, GSList *, GSList **) { return 0; };
+    for (const gint32 status : {0, kBadArgument}) { // a second time
+        EXPECT_EQ(static_declaration_class("A"), status);
+        EXPECT_EQ(static_declaration_class_method("A", "M", method), status);
+    }
+    EXPECT_EQ(static_implementation_ipmicmd(0, nullptr) + static_register_debug_cmd(0, nullptr), 0);
     IpmiRegistry registry;
     EXPECT_TRUE(registry.add(standard_commands()) && registry.add(inventory_commands()));
     for (const auto rows_of : {standard_commands(), inventory_commands()}) {

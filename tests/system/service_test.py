@@ -6,11 +6,13 @@
 import contextlib
 import os
 import pathlib
+import pty
 import re
 import resource
 import shutil
 import signal
 import socket
+import subprocess
 import tempfile
 import time
 import unittest
@@ -37,6 +39,18 @@ class Records(Case):
         for (record, index), value in values.items():
             with self.subTest(record=record, after="kill"):
                 self.assertEqual(get(self.service, record, index, Service.raw), (0, value))
+
+
+class Terminal(unittest.TestCase):
+    def test_a_mistake_is_coloured_where_somebody_looks(self):
+        for environment, coloured in (({"TERM": "xterm"}, True), ({"NO_COLOR": "1"}, False), ({"TERM": "dumb"}, False)):
+            ours, theirs = pty.openpty()
+            with mock.patch.dict(os.environ, {"NO_COLOR": "", **environment}):
+                status = subprocess.run([BINARY, "--config", "/none", "--check-config"], stdin=theirs, stdout=theirs, stderr=theirs,
+                                        timeout=DEADLINE_S, check=False).returncode
+            said = os.read(ours, 65536)
+            os.close(ours), os.close(theirs)
+            self.assertEqual((status, b"\033[1;31merror:\033[0m " in said, b"error: " in said), (1, coloured, not coloured))
 
 
 class Damage(unittest.TestCase):
