@@ -4,7 +4,6 @@
 // Writes to a part: power cuts at every step and at every step of the recovery, faults, and the file behind a part.
 
 #include "arith.h"
-#include "byte_codec.h"
 #include "host_test.h"
 #include "intent_record.h"
 #include "log.h"
@@ -429,6 +428,12 @@ TEST_F(PartFile, AnUnchangedRecordCostsNoWearAndADateFarAheadDoesNotMatter) {
 }
 
 TEST_F(PartFile, FileOfAnotherSizeIsRefusedUntouched) {
+    for (std::uint32_t *size : {&config_.size, &config_.page_size}) {
+        const std::uint32_t usual = std::exchange(*size, 0);
+        EXPECT_FALSE(open());
+        EXPECT_TRUE(mistake_.ends_with(": part \"bp/0\" has no size or no page size")) << mistake_;
+        *size = usual;
+    }
     fs::create_directories(image_.parent_path());
     for (const std::size_t size : {0U, kSize - 1, kSize + 1}) {
         ASSERT_EQ(replace_file(image_, Bytes(size, 3), 0600), 0);
@@ -580,20 +585,6 @@ TEST_F(PartFile, WhatIsNoIntentIsSaidOnceAndWhatACrashLeftGoes) {
         ASSERT_EQ(lines.size(), said);
         EXPECT_NE(lines[0].find(intent.string() + " is no intent (it is "), std::string::npos) << lines[0];
         EXPECT_FALSE(fs::exists(intent.string() + ".tmp") || fs::exists(image_.string() + ".tmp"));
-    }
-}
-
-// Its checksum is good wherever it ends; a later release may have written it.
-TEST(Intent, ThatEndsTooEarlyOrGoesOnIsNone) {
-    const Bytes whole = encode_intent({"part", 4, Bytes(24, 1), Bytes(24, 2)});
-    const std::size_t content = unsealed(whole).value().size();
-    for (std::size_t length = 0; length <= content + 1; ++length) {
-        ByteWriter writer;
-        Bytes bytes = whole;
-        bytes.resize(content);
-        bytes.resize(length);
-        writer.bytes(bytes);
-        EXPECT_EQ(decode_intent(writer.sealed()).has_value(), length == content) << length;
     }
 }
 

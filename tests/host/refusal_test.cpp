@@ -446,6 +446,26 @@ TEST_P(Refusal, IsSaidLeavesNothingAndIsOverWhenItEnds) {
 
 INSTANTIATE_TEST_SUITE_P(Each, Refusal, testing::ValuesIn(kOperations));
 
+// Who else could get at a folder, or has made the link that leads there.
+TEST(SafeFolder, IsOnesOwnAlone) {
+    const ScratchFolder scratch;
+    const fs::path folder = scratch.path() / "folder", link = scratch.path() / "link";
+    EXPECT_EQ(make_own_folder(folder, 0700, true), "");
+    const std::tuple<mode_t, bool, const char *> rows[] = {
+        {0777, false, "plant files in it; chmod go-w"}, {0750, true, "get at it; chmod 0700"}, {0755, false, ""}};
+    for (const auto &[mode, nobody_enters, mistake] : rows) {
+        fs::permissions(folder, fs::perms(mode));
+        EXPECT_NE(make_own_folder(folder, 0700, nobody_enters).find(mistake), std::string::npos) << mode;
+    }
+    fs::create_directory_symlink(folder, link);
+    EXPECT_EQ(make_own_folder(link, 0700, false), "");
+    if (geteuid() == 0) {
+        ASSERT_EQ(::lchown(link.c_str(), 65534, 65534), 0);
+        EXPECT_NE(make_own_folder(link, 0700, false).find("is a link that user 65534 has made"), std::string::npos);
+    }
+    EXPECT_FALSE(open_own_file(scratch.path() / "link", 0600));
+}
+
 TEST(Serving, GoesOnWhenTheSystemRefuses) {
     log_set(-1, false);
     for (const Fault fault : kFaults) {
@@ -464,6 +484,13 @@ TEST(Contract, NullAndTheTimeBeforeTheStartAreRefused) {
     guint8 byte = 0;
     BOOL flag = 0;
     BOARD_MOS_E role = BOARD_MASTER;
+    gulong task = 0;
+    IPMI_REQ_MSG_HEAD_S nobody{};
+    nobody.target_type = IPMI_MMC + 1;
+    IPMI_REQ_MSG_HEAD_S peer{};
+    peer.target_type = IPMI_MMC;
+    IPMI_REQ_MSG_HEAD_S filled = peer;
+    filled.src_len = 1;
     const VariantPtr some(g_variant_ref_sink(g_variant_new_byte(1)));
     const auto each = [](OBJ_HANDLE, gpointer) { return 0; };
     const auto handler = [](const gchar *, OBJ_HANDLE) { return 0; };
@@ -483,6 +510,10 @@ TEST(Contract, NullAndTheTimeBeforeTheStartAreRefused) {
         {__LINE__, dfl_get_binded_object("A", 1, &handle)},    {__LINE__, dfl_add_object_handler(nullptr)},
         {__LINE__, dfl_del_object_handler(handler)},           {__LINE__, dfl_block_read(1, nullptr, 0, 1, &byte)},
         {__LINE__, dfl_block_read(1, "Storage", 0, 1, nullptr)}, {__LINE__, dfl_block_write(1, "Storage", 0, 1, &byte)},
+        {__LINE__, vos_task_create(nullptr, "t", [](void *) {}, nullptr, 0)}, {__LINE__, vos_thread_mutex_sem4_create("s", nullptr)},
+        {__LINE__, vos_task_create(&task, "t", nullptr, nullptr, 0)}, {__LINE__, ipmi_send_request(&peer, nullptr, 0, nullptr, 1)},
+        {__LINE__, ipmi_send_request(&nobody, nullptr, 0, nullptr, 1)}, {__LINE__, ipmi_send_request(&filled, nullptr, 0, nullptr, 1)},
+        {__LINE__, ipmi_send_request(&peer, nullptr, 1, nullptr, 1)},
         {__LINE__, BSP_GetBoardSlot(nullptr)},                 {__LINE__, BSP_GetBoardSlot(&byte)},
         {__LINE__, BSP_GetBoardMasterOrSlaveState(&role)},     {__LINE__, BSP_GetEquipMode(&byte)},
         {__LINE__, BSP_IsCpldUpgrading(&byte)},                {__LINE__, BSP_GetPowerStandByStatus(&flag)},

@@ -2,9 +2,12 @@
 // SPDX-License-Identifier: Apache-2.0
 // What a repair takes, writes and refuses, by what lies on the parts.
 
+#include "board.h"
 #include "host.h"
 #include "host_test.h"
+#include "item_reload.h"
 #include "item_repair.h"
+#include "metrics.h"
 #include "module_registry.h"
 #include "record_format.h"
 
@@ -73,7 +76,21 @@ void start(const ScratchFolder &folder) {
         enclosure.items.push_back(config);
         offset += 16;
     }
+    enclosure.items.push_back({.name = "empty", .length = 0, .chips = {"ASD7a"}});
+    enclosure.items.push_back({.name = "endless", .length = 1U << 30U, .chips = {"ASD7a"}});
+    enclosure.name = "q\"\\\n";
+    BoardFacts &board = enclosure.board;
+    board.management_module = board.manufacturing_build = board.equipment_frame = true;
+    board.tarn_four_u_four_controller = board.two_u_expansion = true;
     ASSERT_EQ(host_start(options, enclosure), Texts{});
+    ASSERT_EQ(host_start(options, enclosure), Texts{"the platform is running already"});
+    EXPECT_EQ(BSP_IsSmmBoard() + BSP_IsManuVersion() + BSP_isEquipFrameBoard() + BSP_IsTarn4U4CBoard() +
+                  BSP_Is2UExpBoard(),
+              5);
+    EXPECT_NE(metrics_text(*host()).find("q\\\"\\\\\\n"), std::string::npos) << metrics_text(*host());
+    put("ASD14a", 'x', kLength);
+    EXPECT_EQ(repair_item(host()->objects.find("ASD14").value(), kGood, false).status, kUnsupported) << "no method";
+    EXPECT_EQ(reload_item(1), kBadArgument) << "no method";
     ASSERT_TRUE(module_registry().declare_class("AtomStorageData"));
     for (const char *method : {"WriteAtomStorageData", "EqWriteAtomStorageData"}) {
         ASSERT_TRUE(module_registry().declare_method("AtomStorageData", method, write_copies));
@@ -113,8 +130,8 @@ const struct {
 TEST(Repair, TakesWhatIsGoodAndNeverWritesOverTheOnlyOne) {
     const ScratchFolder folder;
     ASSERT_EQ(repair_item(1, kGood, true).status, kBadArgument) << "before the platform runs";
-    ASSERT_NO_FATAL_FAILURE(start(folder));
     log_set(-1, false);
+    ASSERT_NO_FATAL_FAILURE(start(folder));
     const OBJ_HANDLE brand = host()->objects.find("ASD14").value();
     ASSERT_EQ(host()->objects.set(brand, "Value", Bytes(kLength, 'm')) +
                   host()->objects.set(brand, "Ready", std::uint8_t{1}),
@@ -144,7 +161,15 @@ TEST(Repair, TakesWhatIsGoodAndNeverWritesOverTheOnlyOne) {
     }
     EXPECT_EQ(repaired_with(*host(), host()->objects.find("ASD53").value()), host()->objects.find("ASD52").value());
     EXPECT_EQ(repaired_with(*host(), brand), brand);
-    EXPECT_EQ(repair_item(host()->objects.find("ASD14a").value(), kGood, false).status, kNoObject) << "a chip";
+    for (const auto &[name, status] :
+         {std::pair{"ASD14a", kNoObject}, {"empty", kBadArgument}, {"endless", kBadArgument}}) {
+        EXPECT_EQ(repair_item(host()->objects.find(name).value(), kGood, false).status, status) << name;
+    }
+    for (const PropertyValue &value : {PropertyValue(Bytes(kLength + 1)), PropertyValue(std::uint8_t{1})}) {
+        (void)host()->objects.set(brand, "Value", value); // a value of another type is not taken
+        EXPECT_NE(repair_item(brand, kMemory, true).status, 0);
+    }
+    EXPECT_EQ(repaired_with(*host(), 0), 0);
     log_set(kLogError, false);
 }
 

@@ -49,6 +49,8 @@ TEST_F(State, HistoryIsBoundedKeepsNoKeysAndStopsNothing) {
         EXPECT_EQ(added.empty() ? added : added.substr(added.find('\t') + 1), row.line);
     }
     EXPECT_EQ(history.lines("ASD7"), history.lines("").substr(history.lines("ASD11").size()));
+    std::ofstream(folder_.path() / "history", std::ios::app) << "1\t2\n\x01\t\t\t\t\t\t\t\t\n1\tIPMI\tuid 7\tASD11";
+    EXPECT_EQ(std::ranges::count(history.lines(""), '\n'), 4) << "what is torn or strange is left out";
     fs::remove_all(folder_.path()); // said once
     const Texts said = logged([&] {
         for (int i = 0; i < 2; ++i) {
@@ -132,6 +134,10 @@ TEST_F(State, WhatCannotBeReadIsAMistakeNotAnEmptyMap) {
 TEST_F(State, LinesStartProtectedAndAreShown) {
     const fs::path gpio = folder_.path() / "gpio";
     const auto shown = [&](const char *line) { return content_of<std::string>(gpio / line); };
+    fs::create_directory(gpio);
+    for (const char *no_line : {"x", "7x", "99999999999"}) {
+        std::ofstream(gpio / no_line) << "1\n";
+    }
     {
         WriteProtectLines before;
         ASSERT_TRUE(before.open(gpio, &mistake_)) << mistake_;
@@ -142,7 +148,8 @@ TEST_F(State, LinesStartProtectedAndAreShown) {
     WriteProtectLines lines;
     ASSERT_TRUE(lines.open(gpio, &mistake_)) << mistake_;
     EXPECT_EQ(shown("39") + shown("55") + shown("7"), "0\n0\n0\n");
-    EXPECT_EQ(lines.level(55), 0U);
+    EXPECT_TRUE(lines.level(55) == 0 && lines.level(99) == 0 && lines.levels().size() == 4);
+    EXPECT_EQ(lines.init(7, 0), kBadArgument);
     fs::remove_all(gpio);
     EXPECT_EQ(lines.write(55, 1), 0) << "a run folder that is full must not keep the chips protected";
     EXPECT_EQ(lines.level(55), 1U);

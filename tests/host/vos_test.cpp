@@ -174,6 +174,20 @@ void end_with_a_busy_task() {
     std::_Exit(tasks_park(milliseconds(50)) ? 4 : 0);
 }
 
+TEST(Watchdog, IsToldOfByANumberOfThisProcess) {
+    const std::tuple<const char *, std::string, bool> rows[] = {
+        // clang-format off
+        {"", "", false},          {"4000000", "", true},          {"4000000", std::to_string(getpid()), true}, {"4000000", "1", false},
+        {"x", "", false},         {"4000000x", "", false},        {"1999", "", false},                         {"86400000001", "", false},
+        {"99999999999999999999", "", false},
+        // clang-format on
+    };
+    for (const auto &[interval, process, told] : rows) {
+        ASSERT_EQ(setenv("WATCHDOG_USEC", interval, 1) + setenv("WATCHDOG_PID", process.c_str(), 1), 0);
+        EXPECT_EQ(watchdog_interval(), told ? std::optional(milliseconds(2000)) : std::nullopt) << interval;
+    }
+}
+
 TEST(TaskDeathTest, TasksStopAtTheEndOfTheService) {
     GTEST_FLAG_SET(death_test_style, ASD_DEATH_TEST_STYLE);
     EXPECT_EXIT(end_with_tasks(), testing::ExitedWithCode(0), "");
