@@ -13,12 +13,12 @@
 #include <utility>
 #include <variant>
 
+using asd_host::held_variant_of;
 using asd_host::host;
 using asd_host::ObjectRef;
 using asd_host::Part;
 using asd_host::PropertyValue;
 using asd_host::value_of;
-using asd_host::variant_of;
 
 namespace {
 
@@ -116,7 +116,7 @@ gint32 dfl_get_property_value(OBJ_HANDLE object_handle, const gchar *property_na
     const auto convert = [&](const PropertyValue &held) {
         const auto *number = std::get_if<std::uint32_t>(&held);
         const bool once = number != nullptr && *number > 1 && one_attempt_will_do(object_handle, property_name);
-        variant = once ? g_variant_new_uint32(1) : variant_of(held);
+        variant = once ? held_variant_of(std::uint32_t{1}) : held_variant_of(held);
     };
     if (const gint32 status = host()->objects.show(object_handle, property_name, convert); status != 0) {
         return status;
@@ -124,7 +124,7 @@ gint32 dfl_get_property_value(OBJ_HANDLE object_handle, const gchar *property_na
     if (variant == nullptr) {
         return asd_host::kWrongType;
     }
-    *value = g_variant_ref_sink(variant);
+    *value = variant;
     return 0;
 }
 

@@ -26,8 +26,8 @@ struct ObjectRef {
     bool operator==(const ObjectRef &) const = default;
 };
 
-// Values are kept as plain bytes and numbers and become GVariants at the contract, one per reader: a GVariant shared
-// between threads would hide its reference count from ThreadSanitizer.
+// Values are kept as plain bytes and numbers and become GVariants at the contract, one per reader: one that several
+// threads count and the last of them frees would hide that count from ThreadSanitizer.
 using Bytes = std::vector<std::uint8_t>;
 using PropertyValue = std::variant<std::uint8_t, std::uint32_t, std::int32_t, Bytes, ObjectRef, std::string>;
 

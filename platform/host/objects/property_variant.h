@@ -12,6 +12,8 @@ namespace asd_host {
 
 // A new floating value; null: a reference, which is no value of its own.
 [[nodiscard]] GVariant *variant_of(const PropertyValue &value);
+// The same as a reference that the caller releases.
+[[nodiscard]] GVariant *held_variant_of(const PropertyValue &value);
 
 // False: a type that no property has; *value is untouched.
 [[nodiscard]] bool value_of(GVariant *variant, PropertyValue *value);
