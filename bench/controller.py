@@ -70,16 +70,19 @@ class Controller:
                                lambda: self.ask(f"put {part['File']} {free} {LENGTH + 2} 10")), "ms")
 
     def look(self):
-        """(voluntary switches, ticks of the processor)"""
-        switches = self.bmc.must("sed -n 's/^voluntary_ctxt_switches:[^0-9]*//p' /proc/$(pidof asd)/task/*/status")
+        """({thread: voluntary switches}, ticks of the processor)"""
+        lines = self.bmc.must("grep ^voluntary_ctxt_switches: /proc/$(pidof asd)/task/*/status")
+        switches = {line.split(":")[0]: int(line.split()[-1]) for line in lines.splitlines() if line}
         ticks = self.bmc.must("sed 's/.*) //' /proc/$(pidof asd)/stat").split()
-        return sum(map(int, switches.split())), int(ticks[11]) + int(ticks[12])
+        return switches, int(ticks[11]) + int(ticks[12])
 
     def idle(self):
+        self.bmc.must("sleep 2")  # what the requests began is over
         before = self.look()
         self.bmc.must(f"sleep {IDLE_S}")
         after = self.look()
-        return (after[0] - before[0]) / IDLE_S, (after[1] - before[1]) / IDLE_S  # a tick is a hundredth of a second
+        woken = sum(count - before[0].get(thread, 0) for thread, count in after[0].items())
+        return woken / IDLE_S, (after[1] - before[1]) / IDLE_S  # a tick is a hundredth of a second
 
     def memory(self):
         text = self.bmc.must("cat /proc/$(pidof asd)/smaps_rollup")
