@@ -195,7 +195,7 @@ private:
                                     {.name = "ErrorCode", .value = std::int32_t{0}, .writable = true},
                                     {.name = "StgWp", .value = std::uint8_t{chip.stg_wp}, .writable = true},
                                     {.name = "StgIsWp", .value = std::uint8_t{chip.stg_is_wp}}});
-            host_->chips.emplace(handle, Host::Chip{.part = part->second.get()});
+            host_->chips.emplace(handle, Host::Chip{.part = part->second.get(), .offset = chip.offset});
         }
     }
 

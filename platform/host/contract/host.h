@@ -35,6 +35,7 @@ struct Host {
 
     struct Chip { // where a chip object's bytes are
         Part *part = nullptr;
+        std::uint32_t offset = 0;
     };
     std::map<OBJ_HANDLE, Chip> chips;
     Lookout lookout{*this};

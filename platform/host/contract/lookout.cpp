@@ -67,9 +67,9 @@ void Lookout::set_up() {
         Item item{.handle = *platform_.objects.find(config.name), .config = &config, .copies = {}};
         for (const std::string &name : config.chips) {
             const OBJ_HANDLE chip = *platform_.objects.find(name);
-            const auto place = std::ranges::find(platform_.enclosure.chips, name, &ChipConfig::name);
+            const Host::Chip &place = platform_.chips.at(chip);
             by_chip_[chip] = {items_.size(), item.copies.size()};
-            item.copies.push_back({.chip = chip, .part = platform_.chips.at(chip).part, .offset = place->offset});
+            item.copies.push_back({.chip = chip, .part = place.part, .offset = place.offset});
             if (one_eeprom) {
                 break;
             }
