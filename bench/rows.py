@@ -259,19 +259,17 @@ def start(rounds):
         return Figure(in_turns(rounds, ours, floor), "ms", "the module's own waits are a thousandth of what they are")
 
 
-def ticks_of(pid):
-    """({thread's name: voluntary switches}, seconds of processor time)"""
-    switches, seconds = {}, 0.0
+def threads_of(pid):
+    """{thread's name: (voluntary switches, seconds of processor time)}"""
+    threads = {}
     for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
         try:
-            status, comm, stat = ((task / file).read_text() for file in ("status", "comm", "stat"))
+            status, comm, schedule = ((task / file).read_text() for file in ("status", "comm", "schedstat"))
         except FileNotFoundError:  # it has ended meanwhile
             continue
-        name = f"{comm.strip()}/{task.name}"
-        switches[name] = int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.M)[1])
-        fields = stat.rsplit(")", 1)[1].split()
-        seconds += (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
-    return switches, seconds
+        switches = int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", status, re.M)[1])
+        threads[f"{comm.strip()}/{task.name}"] = switches, int(schedule.split()[0]) / 1e9
+    return threads
 
 
 def requests_of_peers(service):
@@ -281,31 +279,41 @@ def requests_of_peers(service):
     return sum(map(int, samples))
 
 
+@functools.cache
 def idle(role, peers, seconds=20):
-    """A figure of wake-ups a second; what a second of it costs is in the note. The master's module pushes its items one by one and
-    waits for each answer: a wake-up for each of these is the module's."""
+    """(wake-ups a second, share of a core, what is said of them), beside the module's tasks. The master's module pushes its items
+    one by one and waits for each answer: a wake-up for each of these is the module's."""
+    with harness.Service("--role", "master") as first, harness.Service("--role", "slave", slot=1, folder=first.folder) as second:
+        first.start_as("master")
+        if peers or role == "slave":
+            second.start()
+        if role == "slave" and not peers:
+            first.end()
+        service = first if role == "master" else second
+        time.sleep(2)  # what follows a start is over
+        pushed, began = requests_of_peers(service), time.monotonic()
+        time.sleep(1)
+        before = threads_of(service.process.pid)
+        time.sleep(seconds)
+        after = threads_of(service.process.pid)
+        pushes = (requests_of_peers(service) - pushed) / (time.monotonic() - began)
+    each, cost = ({name: (after[name][of] - before.get(name, (0, 0))[of]) / seconds for name in after} for of in (0, 1))
+    modules = {name for name in after if name.startswith(MODULES_TASKS)}
+    most = ", ".join(f"{name.split('/')[0]} {rate:.1f}" for name, rate in sorted(each.items(), key=lambda e: -e[1])[:4])
+    note = (f"beside {sum(each[name] for name in modules):.1f} /s of the module's tasks and {pushes:.1f} /s of pushes, all "
+            f"{sum(cost.values()):.3%} of a core; most: {most}")
+    return sum(each[name] for name in after.keys() - modules) - pushes, sum(cost[name] for name in after.keys() - modules), note
+
+
+def wakes(role, peers):
     def row(_rounds):
-        with harness.Service("--role", "master") as first, harness.Service("--role", "slave", slot=1, folder=first.folder) as second:
-            first.start_as("master")
-            if peers or role == "slave":
-                second.start()
-            if role == "slave" and not peers:
-                first.end()
-            service = first if role == "master" else second
-            time.sleep(2)  # what follows a start is over
-            pushed, began = requests_of_peers(service), time.monotonic()
-            time.sleep(1)
-            before, cpu = ticks_of(service.process.pid)
-            time.sleep(seconds)
-            after, cpu_after = ticks_of(service.process.pid)
-            pushes = (requests_of_peers(service) - pushed) / (time.monotonic() - began)
-        each = {name: (after[name] - before.get(name, 0)) / seconds for name in after}
-        most = ", ".join(f"{name.split('/')[0]} {rate:.1f}" for name, rate in sorted(each.items(), key=lambda e: -e[1])[:4])
-        modules = sum(rate for name, rate in each.items() if name.startswith(MODULES_TASKS))
-        figure = Figure([(sum(each.values()) - modules - pushes, 5)], "/s")
-        figure.note = (f"beside {modules:.1f} /s of the module's tasks and {pushes:.1f} /s of pushes; {(cpu_after - cpu) / seconds:.3%} of a core; most: {most}")
-        return figure
+        figure, _, note = idle(role, peers)
+        return Figure([(figure, 5)], "/s", note)
     return row
+
+
+def idle_processor(role, peers):
+    return lambda _rounds: Figure([(100 * idle(role, peers)[1], 0.05)], "%")
 
 
 MODULES_TASKS = ("ASD", "asd_", "Asd")
@@ -404,9 +412,10 @@ ROWS = [
     Row("items-status", "asdctl status --json", "the example's items", 1.2, told("status")),
     Row("items-metrics", "asdctl metrics", "the example's items", 1.2, told("metrics")),
     Row("start", "start until every item is loaded", "records read, GDBus started", 1.5, start),
-    Row("idle-master", "wake-ups of a master, no peers", "5 /s", 1, idle("master", False)),
-    Row("idle-master-peers", "wake-ups of a master with a peer", "5 /s", 1, idle("master", True)),
-    Row("idle-slave", "wake-ups of a slave with its master", "5 /s", 1, idle("slave", True)),
+    Row("idle-master", "wake-ups of a master, no peers", "5 /s", 1, wakes("master", False)),
+    Row("idle-master-peers", "wake-ups of a master with a peer", "5 /s", 1, wakes("master", True)),
+    Row("idle-slave", "wake-ups of a slave with its master", "5 /s", 1, wakes("slave", True)),
+    Row("idle-processor", "processor of an idle master with a peer", "0.05 % of a core", 1, idle_processor("master", True)),
     Row("memory-resident", "resident after 500,000 requests", EMPTY, 1.3, memory(0)),
     Row("memory-private", "private after 500,000 requests", EMPTY, 1.3, memory(1)),
     Row("size", "asd, stripped", EMPTY, None, size),
