@@ -43,8 +43,8 @@ GVariant *variant_of(const PropertyValue &value) {
     return nullptr;
 }
 
-// A flag takes three allocations, and requests read little else: there is one of each for all readers. Neither is ever
-// freed, so that ThreadSanitizer, which does not see GLib count references, has nothing to find.
+// A flag takes three allocations, and a request reads two to find its record: there is one of each for all readers.
+// Neither is ever freed, so that ThreadSanitizer, which does not see GLib count references, has nothing to find.
 GVariant *held_variant_of(const PropertyValue &value) {
     static const std::array<GVariant *, 2> kFlags = {g_variant_ref_sink(g_variant_new_byte(0)),
                                                      g_variant_ref_sink(g_variant_new_byte(1))};
